@@ -1,0 +1,9 @@
+# Programs of the bundle. They start often and run as root, so they carry the C++ library in themselves:
+# starting one maps the C library and nothing else that they do not need.
+function(quillmend_bundle_program target folder)
+  set_target_properties(${target} PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY ${QUILLMEND_BUNDLE}/Contents/${folder})
+  if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
+  endif()
+endfunction()

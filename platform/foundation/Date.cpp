@@ -1,0 +1,60 @@
+#include "platform/foundation/Date.h"
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+
+namespace foundation {
+namespace {
+
+std::time_t wholeSeconds(Date::TimePoint moment) {
+  return static_cast<std::time_t>(
+      std::chrono::floor<std::chrono::seconds>(moment).time_since_epoch().count());
+}
+
+std::string format(const std::tm& parts, const char* calendarFormat) {
+  std::string text(64, '\0');
+  while (true) {
+    const std::size_t length = std::strftime(text.data(), text.size(), calendarFormat, &parts);
+    if (length > 0 || *calendarFormat == '\0' || text.size() > 4096) {
+      text.resize(length);
+      return text;
+    }
+    text.resize(text.size() * 2);
+  }
+}
+
+}  // namespace
+
+Date Date::fromUnixTime(double seconds) {
+  const std::chrono::duration<double> sinceEpoch(seconds);
+  return Date(TimePoint(std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch)));
+}
+
+double Date::unixTime() const {
+  return std::chrono::duration<double>(moment_.time_since_epoch()).count();
+}
+
+std::string Date::description() const {
+  const std::time_t seconds = wholeSeconds(moment_);
+  std::tm parts{};
+  gmtime_r(&seconds, &parts);
+  return format(parts, "%Y-%m-%d %H:%M:%S +0000");
+}
+
+std::string Date::formattedLocally(const char* calendarFormat) const {
+  const std::time_t seconds = wholeSeconds(moment_);
+  std::tm parts{};
+  localtime_r(&seconds, &parts);
+  return format(parts, calendarFormat);
+}
+
+std::string Date::consoleStamp() const {
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(moment_);
+  const auto fraction = std::chrono::duration_cast<std::chrono::milliseconds>(moment_ - seconds);
+  std::array<char, 8> text{};
+  std::snprintf(text.data(), text.size(), ".%03d", static_cast<int>(fraction.count()));
+  return formattedLocally("%Y-%m-%d %H:%M:%S") + text.data();
+}
+
+}  // namespace foundation

@@ -1,0 +1,126 @@
+#include "platform/foundation/PropertyList.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "platform/foundation/Text.h"
+
+namespace foundation {
+namespace {
+
+/// A key or text inside a description stands bare when it is a plain word, else between quotation marks.
+std::string quotedIfNeeded(const std::string& text) {
+  const auto plain = [](char letter) {
+    return std::isalnum(static_cast<unsigned char>(letter)) != 0 || letter == '_' || letter == '.' ||
+           letter == '/' || letter == '$' || letter == ':';
+  };
+  if (!text.empty() && std::all_of(text.begin(), text.end(), plain)) return text;
+  std::string quoted = "\"";
+  for (const char letter : text) {
+    if (letter == '"' || letter == '\\') quoted += '\\';
+    if (letter == '\n') {
+      quoted += "\\n";
+    } else {
+      quoted += letter;
+    }
+  }
+  return quoted + '"';
+}
+
+std::string describe(const PropertyList& value, std::size_t depth);
+
+std::string describeNested(const PropertyList& value, std::size_t depth) {
+  if (const auto* text = value.as<std::string>()) return quotedIfNeeded(*text);
+  if (value.as<Date>() != nullptr) return "\"" + describe(value, depth) + "\"";
+  return describe(value, depth);
+}
+
+struct Describer {
+  std::size_t depth;
+  [[nodiscard]] std::string indent(std::size_t levels) const { return std::string(4 * levels, ' '); }
+
+  std::string operator()(const PropertyList::Dictionary& dictionary) const {
+    std::string text = "{\n";
+    for (const auto& [key, value] : dictionary) {
+      text += indent(depth + 1) + quotedIfNeeded(key) + " = " + describeNested(value, depth + 1) + ";\n";
+    }
+    return text + indent(depth) + "}";
+  }
+  std::string operator()(const PropertyList::Array& array) const {
+    std::string text = "(\n";
+    for (std::size_t at = 0; at < array.size(); ++at) {
+      text += indent(depth + 1) + describeNested(array[at], depth + 1);
+      text += at + 1 < array.size() ? ",\n" : "\n";
+    }
+    return text + indent(depth) + ")";
+  }
+  std::string operator()(const std::string& text) const { return text; }
+  std::string operator()(const PropertyList::Data& data) const {
+    std::string text = "<";
+    for (const char byte : data.bytes) text += stringWithFormat("%02x", static_cast<unsigned char>(byte));
+    return text + ">";
+  }
+  std::string operator()(bool flag) const { return flag ? "1" : "0"; }
+  std::string operator()(std::int64_t number) const { return std::to_string(number); }
+  std::string operator()(std::uint64_t number) const { return std::to_string(number); }
+  std::string operator()(double number) const { return stringWithFormat("%0.16g", number); }
+  std::string operator()(Date date) const { return date.description(); }
+  std::string operator()(PropertyList::Uid uid) const { return std::to_string(uid.value); }
+};
+
+std::string describe(const PropertyList& value, std::size_t depth) {
+  return std::visit(Describer{depth}, value.value());
+}
+
+bool textIsTrue(std::string_view text) {
+  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())) != 0) text.remove_prefix(1);
+  if (!text.empty() && (text.front() == '+' || text.front() == '-')) text.remove_prefix(1);
+  while (!text.empty() && text.front() == '0') text.remove_prefix(1);
+  return !text.empty() && std::string_view("YyTt123456789").find(text.front()) != std::string_view::npos;
+}
+
+}  // namespace
+
+const PropertyList* PropertyList::find(std::string_view key) const {
+  const auto* dictionary = as<Dictionary>();
+  if (dictionary == nullptr) return nullptr;
+  const auto entry = std::find_if(dictionary->begin(), dictionary->end(),
+                                  [key](const auto& candidate) { return candidate.first == key; });
+  return entry == dictionary->end() ? nullptr : &entry->second;
+}
+
+void PropertyList::set(std::string_view key, PropertyList value) {
+  if (as<Dictionary>() == nullptr) value_ = Dictionary{};
+  auto& dictionary = *as<Dictionary>();
+  const auto entry = std::find_if(dictionary.begin(), dictionary.end(),
+                                  [key](const auto& candidate) { return candidate.first == key; });
+  if (entry == dictionary.end()) {
+    dictionary.emplace_back(std::string(key), std::move(value));
+  } else {
+    entry->second = std::move(value);
+  }
+}
+
+bool PropertyList::isSwitchedOn() const {
+  if (const auto* text = as<std::string>()) return *text == "1";
+  if (const auto* flag = as<bool>()) return *flag;
+  if (const auto* number = as<std::int64_t>()) return *number == 1;
+  if (const auto* number = as<std::uint64_t>()) return *number == 1;
+  if (const auto* number = as<double>()) return *number == 1.0;
+  return false;
+}
+
+bool PropertyList::boolValue() const {
+  if (const auto* text = as<std::string>()) return textIsTrue(*text);
+  if (const auto* flag = as<bool>()) return *flag;
+  if (const auto* number = as<std::int64_t>()) return *number != 0;
+  if (const auto* number = as<std::uint64_t>()) return *number != 0;
+  if (const auto* number = as<double>()) return *number != 0.0;
+  return false;
+}
+
+std::string PropertyList::description() const {
+  return describe(*this, 0);
+}
+
+}  // namespace foundation

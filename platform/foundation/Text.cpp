@@ -1,0 +1,243 @@
+#include "platform/foundation/Text.h"
+
+#include <array>
+#include <cctype>
+#include <cstdio>
+
+#include "platform/foundation/PropertyList.h"
+
+namespace foundation {
+namespace {
+
+constexpr std::size_t kMaximumWidth = 1024;
+
+/// One directive of a format: "%-08.2lf" has the flags "-0", the width 8, the precision 2 and the letter f.
+struct Directive {
+  std::string flags;
+  std::optional<std::size_t> width;
+  std::optional<std::size_t> precision;
+  char letter = 0;
+  std::size_t length = 0;  ///< characters of the format it takes, from its percent sign on; 0 when it is none
+};
+
+std::optional<std::size_t> readNumber(std::string_view text, std::size_t& at) {
+  if (at >= text.size() || std::isdigit(static_cast<unsigned char>(text[at])) == 0) return std::nullopt;
+  std::size_t number = 0;
+  while (at < text.size() && std::isdigit(static_cast<unsigned char>(text[at])) != 0) {
+    number = std::min(number * 10 + static_cast<std::size_t>(text[at] - '0'), kMaximumWidth);
+    ++at;
+  }
+  return number;
+}
+
+/// Reads the directive that begins with the percent sign at the head of the text.
+Directive readDirective(std::string_view text) {
+  Directive directive;
+  std::size_t at = 1;
+  while (at < text.size() && std::string_view("-+ 0#").find(text[at]) != std::string_view::npos) {
+    directive.flags += text[at++];
+  }
+  directive.width = readNumber(text, at);
+  if (at < text.size() && text[at] == '.') {
+    ++at;
+    directive.precision = readNumber(text, at).value_or(0);
+  }
+  while (at < text.size() && std::string_view("hlqzjt").find(text[at]) != std::string_view::npos) ++at;
+  if (at < text.size() && std::string_view("@sdiuxXoDUfFeEgGcCp%").find(text[at]) != std::string_view::npos) {
+    directive.letter = text[at];
+    directive.length = at + 1;
+  }
+  return directive;
+}
+
+std::string printfDirective(const Directive& directive, std::string_view lengthAndLetter) {
+  std::string text = "%" + directive.flags;
+  if (directive.width) text += std::to_string(*directive.width);
+  if (directive.precision) text += "." + std::to_string(*directive.precision);
+  return text.append(lengthAndLetter);
+}
+
+template <typename Number>
+std::string printNumber(const Directive& directive, std::string_view lengthAndLetter, Number number) {
+  const std::string format = printfDirective(directive, lengthAndLetter);
+  std::string text(2 * kMaximumWidth + 512, '\0');
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  const int length = std::snprintf(text.data(), text.size(), format.c_str(), number);
+#pragma GCC diagnostic pop
+  text.resize(static_cast<std::size_t>(std::max(length, 0)));
+  return text;
+}
+
+std::string padded(const Directive& directive, std::string text) {
+  const std::size_t width = directive.width.value_or(0);
+  if (text.size() >= width) return text;
+  const std::string blanks(width - text.size(), ' ');
+  return directive.flags.find('-') != std::string::npos ? text + blanks : blanks + text;
+}
+
+bool isRealNumberLetter(char letter) {
+  return std::string_view("fFeEgG").find(letter) != std::string_view::npos;
+}
+
+/// Prints one argument; each overload stands for a kind of argument.
+struct ArgumentPrinter {
+  const Directive& directive;
+
+  std::string operator()(std::monostate) const { return padded(directive, "(null)"); }
+  std::string operator()(const std::string& text) const {
+    const bool cut = directive.letter == 's' && directive.precision.has_value();
+    return padded(directive, cut ? text.substr(0, *directive.precision) : text);
+  }
+  std::string operator()(std::int64_t number) const {
+    switch (directive.letter) {
+      case 'c':
+        return padded(directive, std::string(1, static_cast<char>(number)));
+      case 'u':
+      case 'U':
+      case 'x':
+      case 'X':
+      case 'o':
+      case 'p':
+        // A directive for unsigned numbers shows the 32-bit two's complement of a negative int, as printf
+        // does.
+        if (number < 0 && number >= INT32_MIN)
+          return (*this)(std::uint64_t{static_cast<std::uint32_t>(number)});
+        return (*this)(static_cast<std::uint64_t>(number));
+      default:
+        break;
+    }
+    if (isRealNumberLetter(directive.letter)) return (*this)(static_cast<double>(number));
+    return printNumber(directive, "lld", static_cast<long long>(number));
+  }
+  std::string operator()(std::uint64_t number) const {
+    if (isRealNumberLetter(directive.letter)) return (*this)(static_cast<double>(number));
+    if (directive.letter == 'c') return padded(directive, std::string(1, static_cast<char>(number)));
+    const bool keep = std::string_view("xXo").find(directive.letter) != std::string_view::npos;
+    return printNumber(directive, keep ? std::string("ll") + directive.letter : std::string("llu"),
+                       static_cast<unsigned long long>(number));
+  }
+  std::string operator()(double number) const {
+    const char letter = isRealNumberLetter(directive.letter) ? directive.letter : 'g';
+    return printNumber(directive, std::string(1, letter), number);
+  }
+};
+
+/// The length in bytes of the valid UTF-8 sequence at the head of the text, or 0 when there is none.
+std::size_t sequenceLength(std::string_view text) {
+  const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+  if (byte(0) < 0x80) return 1;
+  std::size_t length = 0;
+  if (byte(0) >= 0xC2 && byte(0) <= 0xDF) length = 2;
+  if (byte(0) >= 0xE0 && byte(0) <= 0xEF) length = 3;
+  if (byte(0) >= 0xF0 && byte(0) <= 0xF4) length = 4;
+  if (length == 0 || text.size() < length) return 0;
+  for (std::size_t at = 1; at < length; ++at) {
+    if ((byte(at) & 0xC0U) != 0x80) return 0;
+  }
+  const bool overlong = (byte(0) == 0xE0 && byte(1) < 0xA0) || (byte(0) == 0xF0 && byte(1) < 0x90);
+  const bool outside = (byte(0) == 0xED && byte(1) > 0x9F) || (byte(0) == 0xF4 && byte(1) > 0x8F);
+  return overlong || outside ? 0 : length;
+}
+
+constexpr std::array<std::string_view, 26> kBlanks = {" ",
+                                                      "\t",
+                                                      "\n",
+                                                      "\v",
+                                                      "\f",
+                                                      "\r",
+                                                      "\xC2\x85",
+                                                      "\xC2\xA0",
+                                                      "\xE1\x9A\x80",
+                                                      "\xE2\x80\x80",
+                                                      "\xE2\x80\x81",
+                                                      "\xE2\x80\x82",
+                                                      "\xE2\x80\x83",
+                                                      "\xE2\x80\x84",
+                                                      "\xE2\x80\x85",
+                                                      "\xE2\x80\x86",
+                                                      "\xE2\x80\x87",
+                                                      "\xE2\x80\x88",
+                                                      "\xE2\x80\x89",
+                                                      "\xE2\x80\x8A",
+                                                      "\xE2\x80\x8B",
+                                                      "\xE2\x80\xA8",
+                                                      "\xE2\x80\xA9",
+                                                      "\xE2\x80\xAF",
+                                                      "\xE2\x81\x9F",
+                                                      "\xE3\x80\x80"};
+
+}  // namespace
+
+FormatArgument::FormatArgument(const char* text) {
+  if (text != nullptr) value_ = std::string(text);
+}
+
+FormatArgument::FormatArgument(const std::optional<std::string>& text) {
+  if (text) value_ = *text;
+}
+
+FormatArgument::FormatArgument(const PropertyList& value) : value_(value.description()) {}
+
+std::string formatText(std::string_view format, const std::vector<FormatArgument>& arguments) {
+  std::string text;
+  std::size_t next = 0;
+  while (!format.empty()) {
+    const std::size_t percent = format.find('%');
+    text.append(format.substr(0, percent));
+    if (percent == std::string_view::npos) break;
+    format.remove_prefix(percent);
+    const Directive directive = readDirective(format);
+    if (directive.length == 0) {
+      text += '%';
+      format.remove_prefix(1);
+      continue;
+    }
+    if (directive.letter == '%') {
+      text += '%';
+    } else if (next < arguments.size()) {
+      text += std::visit(ArgumentPrinter{directive}, arguments[next++].value());
+    } else {
+      text.append(format.substr(0, directive.length));
+    }
+    format.remove_prefix(directive.length);
+  }
+  return text;
+}
+
+std::string trimmed(std::string_view text) {
+  const auto cutOne = [&](bool front) {
+    for (const std::string_view blank : kBlanks) {
+      if (front ? text.starts_with(blank) : text.ends_with(blank)) {
+        front ? text.remove_prefix(blank.size()) : text.remove_suffix(blank.size());
+        return true;
+      }
+    }
+    return false;
+  };
+  while (cutOne(true)) {
+  }
+  while (cutOne(false)) {
+  }
+  return std::string(text);
+}
+
+std::string lowercase(std::string_view text) {
+  std::string lower(text);
+  for (char& letter : lower) {
+    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
+  }
+  return lower;
+}
+
+std::size_t characterCount(std::string_view utf8) {
+  std::size_t count = 0;
+  while (!utf8.empty()) {
+    const std::size_t length = std::max<std::size_t>(sequenceLength(utf8), 1);
+    count += length == 4 ? 2 : 1;
+    utf8.remove_prefix(length);
+  }
+  return count;
+}
+
+}  // namespace foundation

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <variant>
+#include <vector>
+
+/// Text is UTF-8 in std::string; bytes that are not valid UTF-8 pass through every operation unchanged.
+namespace foundation {
+
+class PropertyList;
+
+/// One argument of a format: text, a number, or nothing (printed "(null)").
+class FormatArgument {
+ public:
+  FormatArgument(std::nullptr_t) : value_(std::monostate{}) {}          // NOLINT: implicit on purpose,
+  FormatArgument(std::nullopt_t) : value_(std::monostate{}) {}          // NOLINT: a call reads like the
+  FormatArgument(const char* text);                                     // NOLINT: formats it fills
+  FormatArgument(std::string_view text) : value_(std::string(text)) {}  // NOLINT
+  FormatArgument(std::string text) : value_(std::move(text)) {}         // NOLINT
+  FormatArgument(const std::optional<std::string>& text);               // NOLINT
+  FormatArgument(const PropertyList& value);                            // NOLINT
+  FormatArgument(double number) : value_(number) {}                     // NOLINT
+  template <std::integral T>
+  FormatArgument(T number) {  // NOLINT
+    if constexpr (std::is_signed_v<T>) {
+      value_ = static_cast<std::int64_t>(number);
+    } else {
+      value_ = static_cast<std::uint64_t>(number);
+    }
+  }
+
+  [[nodiscard]] const auto& value() const { return value_; }
+
+ private:
+  std::variant<std::monostate, std::string, std::int64_t, std::uint64_t, double> value_;
+};
+
+/// Fills a format. Directives: %@ and %s (text), %d %i %u %x %X (whole numbers; the length modifiers h, l,
+/// ll, q, z are accepted), %f %e %g with width and precision as in printf(3) ("%0.2f"), %c (a character), and
+/// %% (a percent sign). An argument whose type does not fit its directive is printed in its own natural form.
+///
+/// A directive that has no argument left, and a percent sign that starts no known directive, are kept as they
+/// stand: no argument is ever read that was not given. A text can therefore be formatted a second time, with
+/// no arguments, whatever it holds; only each "%%" in it becomes "%".
+[[nodiscard]] std::string formatText(std::string_view format, const std::vector<FormatArgument>& arguments);
+
+template <typename... Arguments>
+[[nodiscard]] std::string stringWithFormat(std::string_view format, const Arguments&... arguments) {
+  return formatText(format, std::vector<FormatArgument>{FormatArgument(arguments)...});
+}
+
+/// Without white space and line breaks at both ends (ASCII ones, U+0085, U+00A0, U+2028, U+2029 and the other
+/// Unicode blanks).
+[[nodiscard]] std::string trimmed(std::string_view text);
+
+/// ASCII letters in lower case, everything else as it is.
+[[nodiscard]] std::string lowercase(std::string_view text);
+
+/// How many characters a text has as a Mac counts them, in UTF-16 units; each byte that is not part of valid
+/// UTF-8 counts as one.
+[[nodiscard]] std::size_t characterCount(std::string_view utf8);
+
+}  // namespace foundation
