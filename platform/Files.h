@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/foundation/Result.h"
+
+namespace platform {
+
+enum class Access { read, write, execute };
+
+/// Questions about the file system. Paths are bytes; links are followed unless said otherwise. Nothing blocks
+/// on a FIFO or a device.
+class FileQueries {
+ public:
+  virtual ~FileQueries() = default;
+
+  /// Something is there (a dangling link is nothing).
+  [[nodiscard]] virtual bool exists(const std::string& path) = 0;
+
+  /// A directory is there.
+  [[nodiscard]] virtual bool isDirectory(const std::string& path) = 0;
+
+  /// The process may access the path that way, by its effective user id: faccessat(2) with AT_EACCESS.
+  [[nodiscard]] virtual bool isAccessible(const std::string& path, Access access) = 0;
+
+  /// The names in a folder without "." and "..", in the system's listing order.
+  [[nodiscard]] virtual foundation::Result<std::vector<std::string>> contentsOfDirectory(
+      const std::string& path) = 0;
+
+  /// The whole content of a regular file of at most `limit` bytes (EFBIG beyond it; EINVAL for what is no
+  /// regular file).
+  [[nodiscard]] virtual foundation::Result<std::string> readFile(const std::string& path,
+                                                                 std::uint64_t limit) = 0;
+};
+
+/// A file open for writing; closed by the destructor.
+class WritableFile {
+ public:
+  virtual ~WritableFile() = default;
+
+  /// Writes all the bytes at the current position.
+  virtual foundation::Result<void> write(std::string_view bytes) = 0;
+
+  /// Moves behind the last byte of the file.
+  virtual foundation::Result<void> seekToEnd() = 0;
+};
+
+/// Changes to the file system.
+class FileChanges {
+ public:
+  virtual ~FileChanges() = default;
+
+  /// Creates a folder and the folders above it that are missing; it being there already is success.
+  virtual foundation::Result<void> createDirectory(const std::string& path) = 0;
+
+  /// Moves an item to a path where nothing is (EEXIST otherwise): rename(2), on another file system a copy
+  /// that is removed on failure, then the removal of the source.
+  virtual foundation::Result<void> move(const std::string& from, const std::string& to) = 0;
+
+  /// Removes a file, link or whole folder; never follows a link.
+  virtual foundation::Result<void> remove(const std::string& path) = 0;
+
+  /// Replaces a file's content in one step: temporary file beside it, sync, rename. A file that was there
+  /// keeps its owner and mode; a new one gets mode 0644 less the umask. Fails without a trace.
+  virtual foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) = 0;
+
+  /// Opens an existing regular file for writing at its start, without cutting it; never creates one, never
+  /// follows a link in the last component, never blocks.
+  [[nodiscard]] virtual foundation::Result<std::unique_ptr<WritableFile>> openForWriting(
+      const std::string& path) = 0;
+};
+
+}  // namespace platform

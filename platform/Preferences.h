@@ -1,0 +1,33 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/foundation/PropertyList.h"
+
+namespace platform {
+
+/// The application's own preferences.
+class Preferences {
+ public:
+  virtual ~Preferences() = default;
+
+  /// The value of a key: the user's on this computer, the user's, everybody's on this computer, everybody's,
+  /// else the registered default, else nullopt.
+  [[nodiscard]] virtual std::optional<foundation::PropertyList> value(const std::string& key) = 0;
+
+  /// Values for keys that nobody has set; not stored.
+  virtual void registerDefaults(const foundation::PropertyList& dictionary) = 0;
+
+  /// Sets the user's value, in memory until synchronize().
+  virtual void setValue(const std::string& key, const foundation::PropertyList& value) = 0;
+
+  /// Sets everybody's value on this computer (CFPreferencesSetValue for any user and the current host).
+  virtual void setValueForAnyUserOnCurrentHost(const std::string& key,
+                                               const foundation::PropertyList& value) = 0;
+
+  /// Writes what was set; answers whether it could be stored.
+  virtual bool synchronize() = 0;
+};
+
+}  // namespace platform

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/foundation/PropertyList.h"
+#include "platform/foundation/Result.h"
+
+namespace platform {
+
+enum class PropertyListFormat { xml, binary };
+
+/// The largest property-list file that is read.
+inline constexpr std::uint64_t kLargestPropertyList = 64ULL << 20;
+
+/// Property lists as bytes, XML (Apple's PropertyList-1.0 DTD) and binary ("bplist00").
+class PropertyLists {
+ public:
+  virtual ~PropertyLists() = default;
+
+  /// EINVAL for anything that is not a whole, sound property list; EFBIG above kLargestPropertyList.
+  [[nodiscard]] virtual foundation::Result<foundation::PropertyList> parse(std::string_view bytes) = 0;
+
+  [[nodiscard]] virtual foundation::Result<std::string> serialize(const foundation::PropertyList& value,
+                                                                  PropertyListFormat format) = 0;
+};
+
+/// Reads a property-list file. Anything unreadable, too large or not a regular file is an error.
+[[nodiscard]] foundation::Result<foundation::PropertyList> readPropertyList(const std::string& path);
+
+/// Reads a property-list file whose root is a dictionary; EINVAL when it is anything else.
+[[nodiscard]] foundation::Result<foundation::PropertyList> readDictionary(const std::string& path);
+
+/// Writes a property list atomically, keeping the owner and mode of the file that was there.
+foundation::Result<void> writePropertyList(const std::string& path, const foundation::PropertyList& value,
+                                           PropertyListFormat format);
+
+}  // namespace platform

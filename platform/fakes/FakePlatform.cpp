@@ -1,0 +1,505 @@
+#include "platform/fakes/FakePlatform.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "platform/foundation/Paths.h"
+
+namespace fakes {
+namespace {
+
+using foundation::PropertyList;
+using foundation::Result;
+using foundation::systemError;
+using platform::SearchPathDirectory;
+using platform::SearchPathDomain;
+
+std::string joined(const std::string& first, const std::vector<std::string>& rest) {
+  std::string line = first;
+  for (const std::string& word : rest) line += " " + word;
+  return line;
+}
+
+const char* subfolder(SearchPathDirectory directory) {
+  switch (directory) {
+    case SearchPathDirectory::application:
+      return "/Applications";
+    case SearchPathDirectory::adminApplication:
+      return "/Applications/Utilities";
+    case SearchPathDirectory::library:
+      return "/Library";
+    case SearchPathDirectory::documentation:
+      return "/Library/Documentation";
+    case SearchPathDirectory::document:
+      return "/Documents";
+    case SearchPathDirectory::desktop:
+      return "/Desktop";
+    case SearchPathDirectory::caches:
+      return "/Library/Caches";
+    case SearchPathDirectory::applicationSupport:
+      return "/Library/Application Support";
+  }
+  return "";
+}
+
+class FakeSubprocess : public platform::Subprocess {
+ public:
+  FakeSubprocess(Recorder& recorder, const std::string& path, std::string commandLine, ToolRun run,
+                 bool recordsWaits)
+      : recorder_(recorder),
+        path_(path),
+        commandLine_(std::move(commandLine)),
+        run_(std::move(run)),
+        recordsWaits_(recordsWaits) {}
+
+  const std::string& launchPath() const override { return path_; }
+  void launch() override {
+    recorder_.add("run " + commandLine_);
+    if (run_.launchFailure) throw *run_.launchFailure;
+    running_ = true;
+  }
+  bool isRunning() override { return running_; }
+  void waitUntilExit() override {
+    if (recordsWaits_) recorder_.add("wait " + path_);
+    running_ = false;
+  }
+  int terminationStatus() override { return run_.status; }
+  void terminate() override {
+    recorder_.add("terminate " + path_);
+    running_ = false;
+  }
+  std::string availableOutput() override { return std::exchange(run_.output, ""); }
+  std::string availableError() override { return std::exchange(run_.error, ""); }
+  void closeOutput() override {}
+  void closeError() override {}
+
+ private:
+  Recorder& recorder_;
+  std::string path_;
+  std::string commandLine_;
+  ToolRun run_;
+  bool recordsWaits_;
+  bool running_ = false;
+};
+
+class FakePipe : public platform::CommunicationsPipe {
+ public:
+  explicit FakePipe(std::string content) : content_(std::move(content)) {}
+  int getCharacter() override {
+    return at_ < content_.size() ? static_cast<unsigned char>(content_[at_++]) : -1;
+  }
+
+ private:
+  std::string content_;
+  std::size_t at_ = 0;
+};
+
+class FakeProxy : public platform::ClientProxy {
+ public:
+  FakeProxy(Recorder& recorder, FakeClient client) : recorder_(recorder), client_(std::move(client)) {}
+  ~FakeProxy() override { recorder_.add("release proxy"); }
+  FakeProxy(const FakeProxy&) = delete;
+  FakeProxy& operator=(const FakeProxy&) = delete;
+
+  void setProtocol(const std::string& protocolName) override { recorder_.add("protocol " + protocolName); }
+  bool respondsToSelector(const std::string& selector) override {
+    return client_.selectors.contains(selector);
+  }
+  void send(const std::string& selector, const std::vector<PropertyList>& arguments) override {
+    if (client_.diesBeforeSend) {
+      throw foundation::Exception(foundation::kInvalidSendPortException, "the client is gone");
+    }
+    std::string line = "send " + selector;
+    for (const PropertyList& argument : arguments) line += " " + argument.description();
+    recorder_.add(line);
+  }
+
+ private:
+  Recorder& recorder_;
+  FakeClient client_;
+};
+
+/// The fakes stand on no reference of their own: any address that is not null will do.
+platform::AuthorizationRef anyReference() {
+  static int object = 0;
+  return reinterpret_cast<platform::AuthorizationRef>(&object);
+}
+
+}  // namespace
+
+std::vector<std::string> Recorder::only(const std::vector<std::string>& firstWords) const {
+  std::vector<std::string> kept;
+  for (const std::string& line : lines_) {
+    const std::string word = line.substr(0, line.find(' '));
+    if (std::find(firstWords.begin(), firstWords.end(), word) != firstWords.end()) kept.push_back(line);
+  }
+  return kept;
+}
+
+std::string describeDuration(std::chrono::nanoseconds duration) {
+  constexpr std::array<std::pair<std::int64_t, const char*>, 4> units = {
+      {{1000000000, "s"}, {1000000, "ms"}, {1000, "us"}, {1, "ns"}}};
+  for (const auto& [size, unit] : units) {
+    if (duration.count() % size == 0) return std::to_string(duration.count() / size) + unit;
+  }
+  return "";
+}
+
+foundation::Date FakeClock::now() {
+  return foundation::Date(start.moment() + uptime_);
+}
+
+void FakeClock::sleep(std::chrono::nanoseconds duration) {
+  recorder_.add("sleep " + describeDuration(duration));
+  uptime_ += duration;
+}
+
+void FakeMainThread::perform(std::function<void()> work, platform::Wait wait) {
+  if (recordsWork) recorder_.add(wait == platform::Wait::yes ? "main (wait)" : "main (no wait)");
+  const bool was = std::exchange(current, true);
+  work();
+  current = was;
+}
+
+bool FakeMainThread::serveUntilReadable(int descriptor, std::optional<std::chrono::nanoseconds> interval) {
+  if (descriptor < 0) return false;
+  pollfd wait{descriptor, POLLIN, 0};
+  const int limit =
+      interval ? static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(*interval).count())
+               : -1;
+  return ::poll(&wait, 1, limit) > 0;
+}
+
+bool FakeUsersAndFolders::setUserID(uid_t wanted) {
+  recorder_.add("setuid " + std::to_string(wanted));
+  return user == wanted || user == 0;
+}
+
+std::optional<std::string> FakeUsersAndFolders::homeDirectoryForUser(
+    const std::optional<std::string>& account) {
+  if (!account) return home;
+  const auto found = homes.find(*account);
+  if (found == homes.end()) return std::nullopt;
+  return found->second;
+}
+
+std::vector<std::string> FakeUsersAndFolders::searchPaths(SearchPathDirectory directory,
+                                                          SearchPathDomain domain) {
+  if (searchPathsOverride) {
+    if (auto answer = searchPathsOverride(directory, domain)) return *answer;
+  }
+  const std::string own = user == 0 ? "/var/root" : home;
+  if (domain == SearchPathDomain::user) return {own + subfolder(directory)};
+  if (domain == SearchPathDomain::system) return {"/System" + std::string(subfolder(directory))};
+  const bool userOnly =
+      directory == SearchPathDirectory::document || directory == SearchPathDirectory::desktop;
+  return userOnly ? std::vector<std::string>{} : std::vector<std::string>{subfolder(directory)};
+}
+
+RootedFiles::RootedFiles() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "quillmend-test-XXXXXX").string();
+  if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder");
+  root_ = pattern;
+}
+
+RootedFiles::~RootedFiles() {
+  std::error_code ignored;
+  std::filesystem::remove_all(root_, ignored);
+}
+
+void RootedFiles::makeFile(const std::string& path, const std::string& content) {
+  makeFolder(foundation::deletingLastPathComponent(path));
+  std::ofstream(real(path), std::ios::binary) << content;
+}
+
+void RootedFiles::makeFolder(const std::string& path) {
+  std::filesystem::create_directories(real(path));
+}
+
+std::optional<foundation::Error> RootedFiles::refusal(const char* change, const std::string& path) const {
+  return beforeChange ? beforeChange(change, path) : std::nullopt;
+}
+
+bool RootedFiles::isAccessible(const std::string& path, platform::Access access) {
+  if (denied.contains({path, access})) return false;
+  return queries_.exists(real(path));
+}
+
+Result<std::vector<std::string>> RootedFiles::contentsOfDirectory(const std::string& path) {
+  auto names = queries_.contentsOfDirectory(real(path));
+  if (names) std::sort(names.value().begin(), names.value().end());
+  return names;
+}
+
+Result<std::string> RootedFiles::readFile(const std::string& path, std::uint64_t limit) {
+  return queries_.readFile(real(path), limit);
+}
+
+Result<void> RootedFiles::createDirectory(const std::string& path) {
+  if (auto error = refusal("createDirectory", path)) return *error;
+  return changes_.createDirectory(real(path));
+}
+
+Result<void> RootedFiles::move(const std::string& from, const std::string& to) {
+  if (auto error = refusal("move", from)) return *error;
+  return changes_.move(real(from), real(to));
+}
+
+Result<void> RootedFiles::remove(const std::string& path) {
+  if (auto error = refusal("remove", path)) return *error;
+  return changes_.remove(real(path));
+}
+
+Result<void> RootedFiles::writeAtomically(const std::string& path, std::string_view bytes) {
+  if (auto error = refusal("writeAtomically", path)) return *error;
+  return changes_.writeAtomically(real(path), bytes);
+}
+
+Result<std::unique_ptr<platform::WritableFile>> RootedFiles::openForWriting(const std::string& path) {
+  if (auto error = refusal("openForWriting", path)) return *error;
+  return changes_.openForWriting(real(path));
+}
+
+std::shared_ptr<platform::Subprocess> FakeSubprocesses::create(platform::SubprocessOptions options) {
+  created.push_back(options);
+  const std::string commandLine = joined(options.launchPath, options.arguments);
+  ToolRun run;
+  if (const auto byLine = runs.find(commandLine); byLine != runs.end()) {
+    run = byLine->second;
+  } else if (const auto byPath = runs.find(options.launchPath); byPath != runs.end()) {
+    run = byPath->second;
+  }
+  return std::make_shared<FakeSubprocess>(recorder_, options.launchPath, commandLine, run, recordsWaits);
+}
+
+bool FakeSubprocesses::isExecutableFile(const std::string& path) {
+  return executables.contains(path) || files_.isAccessible(path, platform::Access::execute);
+}
+
+std::optional<std::string> FakeApplications::pathForIdentifier(const std::string& identifier) {
+  const auto found = paths.find(identifier);
+  if (found == paths.end()) return std::nullopt;
+  return found->second;
+}
+
+std::vector<std::string> FakeApplications::launchedIdentifiers() {
+  if (launched.empty()) return {};
+  std::vector<std::string> answer = launched.front();
+  if (launched.size() > 1) launched.pop_front();
+  return answer;
+}
+
+std::optional<PropertyList> FakeApplications::askToQuit(const std::string& applicationName) {
+  recorder_.add("quit " + applicationName);
+  return quitError;
+}
+
+bool FakeWorkspace::openFile(const std::string& path) {
+  recorder_.add("open " + path);
+  return true;
+}
+
+bool FakeWorkspace::openFile(const std::string& path, const std::string& application) {
+  recorder_.add("open " + path + " with " + application);
+  return true;
+}
+
+bool FakeWorkspace::openURL(const std::string& address) {
+  recorder_.add("browse " + address);
+  return true;
+}
+
+Result<void> FakeWorkspace::recycle(const std::string& sourceFolder, const std::string& trashFolder,
+                                    const std::vector<std::string>& names) {
+  recorder_.add("recycle " + joined(sourceFolder + " -> " + trashFolder + ":", names));
+  for (const std::string& name : names) {
+    if (!files_.exists(sourceFolder + "/" + name)) return systemError(ENOENT, sourceFolder + "/" + name);
+    files_.makeFolder(trashFolder);
+    if (auto moved = files_.move(sourceFolder + "/" + name, trashFolder + "/" + name); !moved) return moved;
+  }
+  return {};
+}
+
+bool FakeWorkspace::isFilePackage(const std::string& path) {
+  return foundation::pathExtension(path) == "app" && files_.isDirectory(path);
+}
+
+platform::AuthorizationStatus FakeAuthorization::copyPrivilegedReference(
+    platform::AuthorizationFlags, platform::AuthorizationRef* reference) {
+  if (inherited == platform::errAuthorizationSuccess) {
+    *reference = anyReference();
+    ++held;
+  }
+  return inherited;
+}
+
+platform::AuthorizationStatus FakeAuthorization::create(
+    const std::optional<platform::AuthorizationEnvironment>& environment, platform::AuthorizationFlags flags,
+    platform::AuthorizationRef* reference) {
+  recorder_.add("authorization create" + (environment ? " for " + environment->username : std::string()) +
+                " flags " + std::to_string(flags));
+  if (creation == platform::errAuthorizationSuccess) {
+    *reference = anyReference();
+    ++held;
+  }
+  return creation;
+}
+
+platform::AuthorizationStatus FakeAuthorization::copyRights(
+    platform::AuthorizationRef, const std::vector<std::string>& names,
+    const std::optional<platform::AuthorizationEnvironment>& environment,
+    platform::AuthorizationFlags flags) {
+  recorder_.add(joined("authorization rights", names) + (environment ? " for " + environment->username : "") +
+                " flags " + std::to_string(flags));
+  return rights;
+}
+
+platform::AuthorizationStatus FakeAuthorization::free(platform::AuthorizationRef,
+                                                      platform::AuthorizationFlags flags) {
+  recorder_.add("authorization free flags " + std::to_string(flags));
+  --held;
+  return platform::errAuthorizationSuccess;
+}
+
+platform::AuthorizationStatus FakeAuthorization::executeWithPrivileges(
+    platform::AuthorizationRef, const std::string& path, platform::AuthorizationFlags,
+    const std::vector<std::string>& arguments, std::unique_ptr<platform::CommunicationsPipe>* pipe) {
+  recorder_.add("privileged " + joined(path, arguments));
+  if (pipe != nullptr) *pipe = std::make_unique<FakePipe>(pipeContent);
+  return execution;
+}
+
+void FakeDistributedNotifications::post(const std::string& name,
+                                        const std::optional<PropertyList>& userInfo) {
+  recorder_.add("post " + name + (userInfo ? " " + userInfo->description() : ""));
+  posted.push_back({name, userInfo});
+}
+
+void FakeDesktopNotifications::setDelegate(platform::DesktopNotificationDelegate* newDelegate) {
+  recorder_.add("set notification delegate");
+  delegate = newDelegate;
+}
+
+void FakeDesktopNotifications::post(const platform::DesktopNotification& notification) {
+  recorder_.add("notify " + notification.title + ": " + notification.description);
+  posted.push_back(notification);
+}
+
+std::unique_ptr<platform::ClientProxy> FakeClientConnections::rootProxy(const std::string& registeredName) {
+  recorder_.add("look up " + registeredName);
+  const auto found = clients.find(registeredName);
+  if (found == clients.end()) return nullptr;
+  return std::make_unique<FakeProxy>(recorder_, found->second);
+}
+
+std::optional<PropertyList> FakePreferences::value(const std::string& key) {
+  if (const auto* value = values.find(key)) return *value;
+  if (const auto* value = registered.find(key)) return *value;
+  return std::nullopt;
+}
+
+void FakePreferences::registerDefaults(const PropertyList& dictionary) {
+  registered = dictionary;
+}
+
+void FakePreferences::setValue(const std::string& key, const PropertyList& value) {
+  recorder_.add("preference " + key + " = " + value.description());
+  values.set(key, value);
+}
+
+void FakePreferences::setValueForAnyUserOnCurrentHost(const std::string& key, const PropertyList& value) {
+  recorder_.add("preference of any user on this host " + key + " = " + value.description());
+  values.set(key, value);
+}
+
+bool FakePreferences::synchronize() {
+  recorder_.add("synchronize preferences");
+  return true;
+}
+
+void FakeAlerts::runPanel(const std::string& title, const std::string& message) {
+  recorder_.add("alert " + title + ": " + message);
+}
+
+void FakeSystemConsole::write(const std::string& message) {
+  const std::scoped_lock lock(mutex_);
+  messages_.push_back(message);
+}
+
+std::vector<std::string> FakeSystemConsole::messages() const {
+  const std::scoped_lock lock(mutex_);
+  return messages_;
+}
+
+std::optional<std::string> FakeMainBundle::pathForIdentifier(const std::string& identifier) {
+  const auto found = loadedBundles.find(identifier);
+  if (found == loadedBundles.end()) return std::nullopt;
+  return found->second;
+}
+
+std::optional<std::string> FakeMainBundle::pathForResource(const std::string& name, const std::string& type) {
+  const std::string path = bundlePath + "/Contents/Resources/" + name + "." + type;
+  if (!files_.exists(path)) return std::nullopt;
+  return path;
+}
+
+std::optional<int> FakeInterruption::requested() {
+  if (!signal || comesAfter-- > 0) return std::nullopt;
+  comesAfter = 0;
+  return signal;
+}
+
+int FakeDesktopApplication::run(const std::vector<std::string>& arguments) {
+  recorder_.add(joined("desktop application", arguments));
+  return result;
+}
+
+void FakeLocalNotifications::post(const platform::LocalNotification& notification) {
+  recorder_.add("local post " + notification.name);
+  posted.push_back(notification);
+  const auto observers = observers_;
+  for (const auto& [number, observer] : observers) {
+    if (observer.first == notification.name) observer.second(notification);
+  }
+}
+
+int FakeLocalNotifications::addObserver(const std::string& name, Observer observer) {
+  observers_[++last_] = {name, std::move(observer)};
+  return last_;
+}
+
+void FakeLocalNotifications::removeObserver(int number) {
+  observers_.erase(number);
+}
+
+FakePlatform::FakePlatform()
+    : platform_{clock,
+                mainThread,
+                users,
+                files,
+                files,
+                subprocesses,
+                applications,
+                workspace,
+                authorization,
+                distributedNotifications,
+                localNotifications,
+                desktopNotifications,
+                clientConnections,
+                propertyLists,
+                preferences,
+                alerts,
+                systemConsole,
+                mainBundle,
+                processInformation,
+                interruption,
+                desktopApplication} {}
+
+}  // namespace fakes

@@ -1,0 +1,427 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/Platform.h"
+#include "platform/foundation/Exception.h"
+#include "platform/linux/LibplistPropertyLists.h"
+#include "platform/posix/PosixFiles.h"
+
+/// A platform for tests: it does nothing to the system and records every call, in order, as one line of text.
+/// Services that the test steers have public fields.
+namespace fakes {
+
+/// The calls in the order they were made, for example
+/// "run /usr/sbin/scutil --get ComputerName", "sleep 600us", "post tgQuillmendScanFinished".
+class Recorder {
+ public:
+  void add(std::string line) { lines_.push_back(std::move(line)); }
+  [[nodiscard]] const std::vector<std::string>& lines() const { return lines_; }
+  /// The lines that begin with one of the words.
+  [[nodiscard]] std::vector<std::string> only(const std::vector<std::string>& firstWords) const;
+  void clear() { lines_.clear(); }
+
+ private:
+  std::vector<std::string> lines_;
+};
+
+/// "sleep 600us", "sleep 2s": the largest unit that leaves no fraction.
+[[nodiscard]] std::string describeDuration(std::chrono::nanoseconds duration);
+
+class FakeClock : public platform::Clock {
+ public:
+  explicit FakeClock(Recorder& recorder) : recorder_(recorder) {}
+  foundation::Date now() override;
+  std::chrono::nanoseconds uptime() override { return uptime_; }
+  /// Advances both clocks by the duration.
+  void sleep(std::chrono::nanoseconds duration) override;
+
+  foundation::Date start = foundation::Date::fromUnixTime(1293876000);  ///< 2011-01-01 10:00:00 +0000
+
+ private:
+  Recorder& recorder_;
+  std::chrono::nanoseconds uptime_{0};
+};
+
+/// Runs work at once on the calling thread; "main (wait)" and "main (no wait)" are recorded when asked for.
+class FakeMainThread : public platform::MainThread {
+ public:
+  explicit FakeMainThread(Recorder& recorder) : recorder_(recorder) {}
+  bool isCurrent() override { return current; }
+  void perform(std::function<void()> work, platform::Wait wait) override;
+  bool serveUntilReadable(int descriptor, std::optional<std::chrono::nanoseconds> interval) override;
+
+  bool current = true;
+  bool recordsWork = false;
+
+ private:
+  Recorder& recorder_;
+};
+
+class FakeUsersAndFolders : public platform::UsersAndFolders {
+ public:
+  explicit FakeUsersAndFolders(Recorder& recorder) : recorder_(recorder) {}
+  uid_t userID() override { return user; }
+  bool setUserID(uid_t wanted) override;
+  std::string homeDirectory() override { return home; }
+  std::string userName() override { return name; }
+  std::optional<std::string> homeDirectoryForUser(const std::optional<std::string>& account) override;
+  std::optional<std::string> consoleUser() override { return console; }
+  /// The conventional Mac locations, below `home` (below "/var/root" as root) for the user domain.
+  std::vector<std::string> searchPaths(platform::SearchPathDirectory directory,
+                                       platform::SearchPathDomain domain) override;
+  std::string temporaryDirectory() override { return temporary; }
+
+  uid_t user = 501;
+  std::string name = "alice";
+  std::string home = "/Users/alice";
+  std::optional<std::string> console = "alice";
+  std::map<std::string, std::string> homes = {{"alice", "/Users/alice"}, {"bob", "/Users/bob"}};
+  std::string temporary = "/private/tmp";
+  /// Overrides what searchPaths answers.
+  std::function<std::optional<std::vector<std::string>>(platform::SearchPathDirectory,
+                                                        platform::SearchPathDomain)>
+      searchPathsOverride;
+
+ private:
+  Recorder& recorder_;
+};
+
+/// Real files below a folder of the test's own: the path "/Library/x" means root + "/Library/x".
+class RootedFiles : public platform::FileQueries, public platform::FileChanges {
+ public:
+  RootedFiles();  ///< makes a fresh temporary folder
+  ~RootedFiles() override;
+  RootedFiles(const RootedFiles&) = delete;
+  RootedFiles& operator=(const RootedFiles&) = delete;
+
+  [[nodiscard]] const std::string& root() const { return root_; }
+  [[nodiscard]] std::string real(const std::string& path) const { return root_ + path; }
+
+  /// Writes a file, making the folders above it; an empty folder; a symbolic link.
+  void makeFile(const std::string& path, const std::string& content = "");
+  void makeFolder(const std::string& path);
+
+  bool exists(const std::string& path) override { return queries_.exists(real(path)); }
+  bool isDirectory(const std::string& path) override { return queries_.isDirectory(real(path)); }
+  /// True for what exists unless the test has denied it.
+  bool isAccessible(const std::string& path, platform::Access access) override;
+  foundation::Result<std::vector<std::string>> contentsOfDirectory(const std::string& path) override;
+  foundation::Result<std::string> readFile(const std::string& path, std::uint64_t limit) override;
+  foundation::Result<void> createDirectory(const std::string& path) override;
+  foundation::Result<void> move(const std::string& from, const std::string& to) override;
+  foundation::Result<void> remove(const std::string& path) override;
+  foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) override;
+  foundation::Result<std::unique_ptr<platform::WritableFile>> openForWriting(
+      const std::string& path) override;
+
+  std::set<std::pair<std::string, platform::Access>> denied;
+  /// Called before every change with its name and path; an error answered makes the change fail with it.
+  std::function<std::optional<foundation::Error>(const std::string& change, const std::string& path)>
+      beforeChange;
+
+ private:
+  [[nodiscard]] std::optional<foundation::Error> refusal(const char* change, const std::string& path) const;
+
+  std::string root_;
+  platform::PosixFileQueries queries_;
+  platform::PosixFileChanges changes_;
+};
+
+/// What a fake tool does.
+struct ToolRun {
+  int status = 0;
+  std::string output = {};
+  std::string error = {};
+  std::optional<foundation::Exception> launchFailure = std::nullopt;
+};
+
+/// Records "run PATH ARGUMENTS..." at launch, "wait PATH" when it is waited for and "terminate PATH".
+class FakeSubprocesses : public platform::Subprocesses {
+ public:
+  FakeSubprocesses(Recorder& recorder, RootedFiles& files) : recorder_(recorder), files_(files) {}
+  std::shared_ptr<platform::Subprocess> create(platform::SubprocessOptions options) override;
+  bool isExecutableFile(const std::string& path) override;
+
+  /// What a tool does; by the command line as it is recorded, else by its path, else nothing with status 0.
+  std::map<std::string, ToolRun> runs;
+  /// Executable paths that need not exist in the files.
+  std::set<std::string> executables;
+  /// The options of every child made, in order.
+  std::vector<platform::SubprocessOptions> created;
+  bool recordsWaits = false;
+
+ private:
+  Recorder& recorder_;
+  RootedFiles& files_;
+};
+
+class FakeApplications : public platform::Applications {
+ public:
+  explicit FakeApplications(Recorder& recorder) : recorder_(recorder) {}
+  std::optional<std::string> pathForIdentifier(const std::string& identifier) override;
+  std::vector<std::string> launchedIdentifiers() override;
+  std::optional<foundation::PropertyList> askToQuit(const std::string& applicationName) override;
+
+  std::map<std::string, std::string> paths;
+  /// What each question for the running applications is answered, in turn; the last answer stays.
+  std::deque<std::vector<std::string>> launched;
+  std::optional<foundation::PropertyList> quitError;
+
+ private:
+  Recorder& recorder_;
+};
+
+class FakeWorkspace : public platform::Workspace {
+ public:
+  FakeWorkspace(Recorder& recorder, RootedFiles& files) : recorder_(recorder), files_(files) {}
+  bool openFile(const std::string& path) override;
+  bool openFile(const std::string& path, const std::string& application) override;
+  bool openURL(const std::string& address) override;
+  /// Moves within the files; fails for a name that is not there.
+  foundation::Result<void> recycle(const std::string& sourceFolder, const std::string& trashFolder,
+                                   const std::vector<std::string>& names) override;
+  bool isFilePackage(const std::string& path) override;
+
+ private:
+  Recorder& recorder_;
+  RootedFiles& files_;
+};
+
+class FakeAuthorization : public platform::Authorization {
+ public:
+  explicit FakeAuthorization(Recorder& recorder) : recorder_(recorder) {}
+  platform::AuthorizationStatus copyPrivilegedReference(platform::AuthorizationFlags flags,
+                                                        platform::AuthorizationRef* reference) override;
+  platform::AuthorizationStatus create(const std::optional<platform::AuthorizationEnvironment>& environment,
+                                       platform::AuthorizationFlags flags,
+                                       platform::AuthorizationRef* reference) override;
+  platform::AuthorizationStatus copyRights(
+      platform::AuthorizationRef reference, const std::vector<std::string>& rights,
+      const std::optional<platform::AuthorizationEnvironment>& environment,
+      platform::AuthorizationFlags flags) override;
+  platform::AuthorizationStatus free(platform::AuthorizationRef reference,
+                                     platform::AuthorizationFlags flags) override;
+  platform::AuthorizationStatus executeWithPrivileges(
+      platform::AuthorizationRef reference, const std::string& path, platform::AuthorizationFlags flags,
+      const std::vector<std::string>& arguments,
+      std::unique_ptr<platform::CommunicationsPipe>* pipe) override;
+
+  platform::AuthorizationStatus inherited = platform::errAuthorizationInvalidRef;
+  platform::AuthorizationStatus creation = platform::errAuthorizationSuccess;
+  platform::AuthorizationStatus rights = platform::errAuthorizationSuccess;
+  platform::AuthorizationStatus execution = platform::errAuthorizationSuccess;
+  std::string pipeContent;
+  /// References given out and not freed.
+  int held = 0;
+
+ private:
+  Recorder& recorder_;
+};
+
+/// Records "post NAME" followed by the user information's description, if any.
+class FakeDistributedNotifications : public platform::DistributedNotifications {
+ public:
+  explicit FakeDistributedNotifications(Recorder& recorder) : recorder_(recorder) {}
+  void post(const std::string& name, const std::optional<foundation::PropertyList>& userInfo) override;
+
+  struct Posted {
+    std::string name;
+    std::optional<foundation::PropertyList> userInfo;
+  };
+  std::vector<Posted> posted;
+
+ private:
+  Recorder& recorder_;
+};
+
+/// Records "notify TITLE: DESCRIPTION" and "set notification delegate".
+class FakeDesktopNotifications : public platform::DesktopNotifications {
+ public:
+  explicit FakeDesktopNotifications(Recorder& recorder) : recorder_(recorder) {}
+  void setDelegate(platform::DesktopNotificationDelegate* newDelegate) override;
+  void post(const platform::DesktopNotification& notification) override;
+
+  platform::DesktopNotificationDelegate* delegate = nullptr;
+  std::vector<platform::DesktopNotification> posted;
+
+ private:
+  Recorder& recorder_;
+};
+
+/// A client that listens under a registered name.
+struct FakeClient {
+  std::set<std::string> selectors;
+  bool diesBeforeSend = false;
+};
+
+/// Records "look up NAME", "protocol NAME", "send SELECTOR ARGUMENTS", "release proxy".
+class FakeClientConnections : public platform::ClientConnections {
+ public:
+  explicit FakeClientConnections(Recorder& recorder) : recorder_(recorder) {}
+  std::unique_ptr<platform::ClientProxy> rootProxy(const std::string& registeredName) override;
+
+  std::map<std::string, FakeClient> clients;
+
+ private:
+  Recorder& recorder_;
+};
+
+class FakePreferences : public platform::Preferences {
+ public:
+  explicit FakePreferences(Recorder& recorder) : recorder_(recorder) {}
+  std::optional<foundation::PropertyList> value(const std::string& key) override;
+  void registerDefaults(const foundation::PropertyList& dictionary) override;
+  void setValue(const std::string& key, const foundation::PropertyList& value) override;
+  void setValueForAnyUserOnCurrentHost(const std::string& key,
+                                       const foundation::PropertyList& value) override;
+  bool synchronize() override;
+
+  foundation::PropertyList values;
+  foundation::PropertyList registered;
+
+ private:
+  Recorder& recorder_;
+};
+
+class FakeAlerts : public platform::Alerts {
+ public:
+  explicit FakeAlerts(Recorder& recorder) : recorder_(recorder) {}
+  void runPanel(const std::string& title, const std::string& message) override;
+
+ private:
+  Recorder& recorder_;
+};
+
+/// Keeps the messages apart from the calls.
+class FakeSystemConsole : public platform::SystemConsole {
+ public:
+  void write(const std::string& message) override;
+  /// The messages written so far.
+  [[nodiscard]] std::vector<std::string> messages() const;
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::string> messages_;
+};
+
+class FakeMainBundle : public platform::MainBundle {
+ public:
+  explicit FakeMainBundle(RootedFiles& files) : files_(files) {}
+  std::string path() override { return bundlePath; }
+  std::string executablePath() override { return bundlePath + "/Contents/MacOS/Quillmend"; }
+  foundation::PropertyList infoDictionary() override { return info; }
+  std::optional<std::string> pathForIdentifier(const std::string& identifier) override;
+  std::optional<std::string> pathForResource(const std::string& name, const std::string& type) override;
+
+  std::string bundlePath = "/Applications/Quillmend.app";
+  foundation::PropertyList info =
+      foundation::PropertyList::Dictionary{{"CFBundleIdentifier", "com.vordenworks.Quillmend"},
+                                           {"CFBundleName", "Quillmend"},
+                                           {"CFBundleVersion", "2.1"},
+                                           {"CFBundleShortVersionString", "2.1"}};
+  std::map<std::string, std::string> loadedBundles = {
+      {"com.vordenworks.Quillmend", "/Applications/Quillmend.app"}};
+
+ private:
+  RootedFiles& files_;
+};
+
+class FakeProcessInformation : public platform::ProcessInformation {
+ public:
+  std::vector<std::string> arguments() override { return argumentList; }
+  std::string processName() override { return "Quillmend"; }
+  std::string operatingSystemVersionString() override { return "Version 10.6.8 (Build 10K549)"; }
+  int processorCount() override { return 8; }
+  std::uint64_t physicalMemory() override { return 6ULL << 30; }
+  std::string globallyUniqueString() override { return "unique-" + std::to_string(++count_); }
+
+  std::vector<std::string> argumentList = {"/Applications/Quillmend.app/Contents/MacOS/Quillmend"};
+
+ private:
+  int count_ = 0;
+};
+
+class FakeInterruption : public platform::Interruption {
+ public:
+  explicit FakeInterruption(Recorder& recorder) : recorder_(recorder) {}
+  void defer() override { recorder_.add("defer interruption"); }
+  std::optional<int> requested() override;
+  void deliver() override { recorder_.add("deliver interruption"); }
+
+  /// The signal, and how many questions are answered with none before it comes.
+  std::optional<int> signal;
+  int comesAfter = 0;
+
+ private:
+  Recorder& recorder_;
+};
+
+/// Records "desktop application ARGUMENTS...".
+class FakeDesktopApplication : public platform::DesktopApplication {
+ public:
+  explicit FakeDesktopApplication(Recorder& recorder) : recorder_(recorder) {}
+  int run(const std::vector<std::string>& arguments) override;
+
+  int result = 0;
+
+ private:
+  Recorder& recorder_;
+};
+
+class FakeLocalNotifications : public platform::LocalNotifications {
+ public:
+  explicit FakeLocalNotifications(Recorder& recorder) : recorder_(recorder) {}
+  void post(const platform::LocalNotification& notification) override;
+  int addObserver(const std::string& name, Observer observer) override;
+  void removeObserver(int number) override;
+
+  std::vector<platform::LocalNotification> posted;
+
+ private:
+  Recorder& recorder_;
+  std::map<int, std::pair<std::string, Observer>> observers_;
+  int last_ = 0;
+};
+
+/// All of them, installed for the life of the object. Property lists are the backend's real ones.
+class FakePlatform {
+ public:
+  FakePlatform();
+
+  Recorder recorder;
+  RootedFiles files;
+  FakeClock clock{recorder};
+  FakeMainThread mainThread{recorder};
+  FakeUsersAndFolders users{recorder};
+  FakeSubprocesses subprocesses{recorder, files};
+  FakeApplications applications{recorder};
+  FakeWorkspace workspace{recorder, files};
+  FakeAuthorization authorization{recorder};
+  FakeDistributedNotifications distributedNotifications{recorder};
+  FakeLocalNotifications localNotifications{recorder};
+  FakeDesktopNotifications desktopNotifications{recorder};
+  FakeClientConnections clientConnections{recorder};
+  FakePreferences preferences{recorder};
+  FakeAlerts alerts{recorder};
+  FakeSystemConsole systemConsole;
+  FakeMainBundle mainBundle{files};
+  FakeProcessInformation processInformation;
+  FakeInterruption interruption{recorder};
+  FakeDesktopApplication desktopApplication{recorder};
+  platform::LibplistPropertyLists propertyLists;
+
+ private:
+  platform::Platform platform_;
+  platform::PlatformScope scope_{platform_};
+};
+
+}  // namespace fakes

@@ -1,0 +1,16 @@
+#pragma once
+
+/// The names under which the maker's programs know each other.
+namespace identifiers {
+
+/// The maker's reverse-domain prefix; preferences files are named by it.
+inline constexpr const char* kVendorPrefix = "com.vordenworks.";
+
+/// The property list in the user's Preferences folder that all of the maker's applications share.
+inline constexpr const char* kGlobalPreferencesFile = "com.vordenworks.global.plist";
+
+inline constexpr const char* kApplication = "com.vordenworks.Quillmend";
+inline constexpr const char* kCrashAnalysisApplication = "com.vordenworks.StellateToolbox";
+inline constexpr const char* kBugReporterApplication = "com.vordenworks.BugReporter";
+
+}  // namespace identifiers

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "platform/Files.h"
+
+namespace platform {
+
+/// File queries by POSIX calls.
+class PosixFileQueries : public FileQueries {
+ public:
+  bool exists(const std::string& path) override;
+  bool isDirectory(const std::string& path) override;
+  bool isAccessible(const std::string& path, Access access) override;
+  foundation::Result<std::vector<std::string>> contentsOfDirectory(const std::string& path) override;
+  foundation::Result<std::string> readFile(const std::string& path, std::uint64_t limit) override;
+};
+
+/// File changes by POSIX calls.
+class PosixFileChanges : public FileChanges {
+ public:
+  foundation::Result<void> createDirectory(const std::string& path) override;
+  foundation::Result<void> move(const std::string& from, const std::string& to) override;
+  foundation::Result<void> remove(const std::string& path) override;
+  foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) override;
+  foundation::Result<std::unique_ptr<WritableFile>> openForWriting(const std::string& path) override;
+};
+
+}  // namespace platform

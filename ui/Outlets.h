@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+/// The parts of the window that the controller talks to. The window module implements them; everything is
+/// called on the main thread. Positions and lengths are in characters (UTF-16 units).
+namespace outlets {
+
+enum class Color { black, red, blue };
+
+struct Font {
+  bool isBold = false;
+  double size = 12.0;
+  bool operator==(const Font&) const = default;
+};
+
+struct Range {
+  std::size_t location = 0;
+  std::size_t length = 0;
+  bool operator==(const Range&) const = default;
+};
+
+/// A text that leads to an address when clicked; see hyperlinkFromString.
+struct Hyperlink {
+  std::string text;
+  std::string address;
+};
+
+class TextView {
+ public:
+  virtual ~TextView() = default;
+  virtual void setEditable(bool isEditable) = 0;
+  [[nodiscard]] virtual std::size_t length() const = 0;
+  virtual void setString(const std::string& text) = 0;
+  virtual void setSelectedRange(Range range) = 0;
+  /// Puts text in place of the selection and moves behind it.
+  virtual void insertText(const std::string& text, Font font) = 0;
+  virtual void insertHyperlink(const Hyperlink& link) = 0;
+  virtual void setTextColor(Color color, Range range) = 0;
+  virtual void scrollRangeToVisible(Range range) = 0;
+  virtual void setNeedsDisplay() = 0;
+};
+
+class Button {
+ public:
+  virtual ~Button() = default;
+  virtual void setEnabled(bool isEnabled) = 0;
+};
+
+/// The states of a check box or a menu item.
+enum class State { off = 0, on = 1 };
+
+class CheckBox {
+ public:
+  virtual ~CheckBox() = default;
+  [[nodiscard]] virtual State state() const = 0;
+};
+
+class MenuItem {
+ public:
+  virtual ~MenuItem() = default;
+  [[nodiscard]] virtual State state() const = 0;
+  virtual void setState(State state) = 0;
+};
+
+class Window {
+ public:
+  virtual ~Window() = default;
+  /// Shows an alert with the default button only as a sheet of the window, and returns at once.
+  virtual void beginAlertSheet(const std::string& message, const std::string& informativeText) = 0;
+};
+
+}  // namespace outlets
