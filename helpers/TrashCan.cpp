@@ -46,6 +46,18 @@ class FileRightsOf {
   bool active_;
 };
 
+/// Modes are given in full while it lives: the file mode mask takes nothing away.
+class ExactModes {
+ public:
+  ExactModes() : mask_(umask(0)) {}
+  ~ExactModes() { umask(mask_); }
+  ExactModes(const ExactModes&) = delete;
+  ExactModes& operator=(const ExactModes&) = delete;
+
+ private:
+  mode_t mask_;
+};
+
 struct OpenFolder {
   Descriptor descriptor;
   FileStatus status;
@@ -55,6 +67,7 @@ struct OpenFolder {
 Result<OpenFolder> openOwnFolder(int parent, const std::string& name, mode_t mode, const Account& owner,
                                  const std::string& path) {
   {
+    const ExactModes exactModes;
     const FileRightsOf rights(owner.user, owner.group);
     if (mkdirat(parent, name.c_str(), mode) != 0 && errno != EEXIST) {
       const int error = errno;
@@ -221,6 +234,7 @@ Result<std::string> TrashCan::takeByCopy(int folder, const std::string& name, co
 }
 
 Result<std::string> TrashCan::makeFolder(const TrashName& names, const FileStatus& like) {
+  const ExactModes exactModes;
   for (unsigned attempt = 0; attempt < kMostNames; ++attempt) {
     const std::string candidate = names.candidate(attempt, longestName_);
     const std::string path = path_ + "/" + candidate;

@@ -26,6 +26,7 @@ namespace helpers {
 class TestVolume {
  public:
   TestVolume() : top_(makeTop()) {
+    enterOwnMountNamespace();
     chmod(top_.c_str(), 0755);
     for (const char* folder : {"Users/alice", "Users/bob", "var/root"}) makeFolder(folder);
     own("Users/alice", kAlice);
@@ -109,6 +110,14 @@ class TestVolume {
   }
 
  private:
+  /// Mounts of a test are seen by nobody else and end with it. Before anything is opened: a descriptor keeps
+  /// showing the mounts of the namespace that it was opened in.
+  static void enterOwnMountNamespace() {
+    static const bool entered =
+        unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    if (!entered && geteuid() == 0) throw std::runtime_error("unshare");
+  }
+
   static std::string makeTop() {
     const char* folder = std::getenv("TMPDIR");
     std::string top = std::string(folder == nullptr ? "/tmp" : folder) + "/quillmend-helpers-XXXXXX";
