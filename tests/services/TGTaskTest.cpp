@@ -157,6 +157,7 @@ TEST_F(TGTaskTest, TextIsAsciiUnlessAskedOtherwise) {
   EXPECT_THAT(TGTask::stringFromTask(kTool, std::nullopt, StringEncoding::utf8, 5s),
               Optional(std::string("caf\xC3\xA9")));
   EXPECT_THAT(TGTask::dataFromTask(kTool, std::nullopt, 5s), Optional(std::string("caf\xC3\xA9")));
+  fakes_.clock.waitForSleepers(3);
 }
 
 TEST_F(TGTaskTest, BytesThatAreNoTextInTheirEncodingAreNoText) {
@@ -179,8 +180,10 @@ class TGTaskRefusalTest : public TGTaskTest, public ::testing::WithParamInterfac
     fakes_.clock.holdOtherThreads();
   }
 
-  /// One message on the console and in the log for each of that many attempts, and nothing was run.
-  void expectRefusals(std::size_t count) {
+  /// One message on the console and in the log for each of that many attempts, and nothing was run. The
+  /// timers of those under a time-out have gone to sleep.
+  void expectRefusals(std::size_t count, std::size_t timers) {
+    EXPECT_EQ(fakes_.clock.waitForSleepers(timers).size(), timers);
     const std::string message = std::string("Error: ") + GetParam() + " is not executable";
     EXPECT_EQ(messages(), std::vector<std::string>(count, message));
     EXPECT_EQ(logEntries(), std::vector<std::string>(count, message));
@@ -193,13 +196,13 @@ TEST_P(TGTaskRefusalTest, RunningFails) {
   EXPECT_FALSE(TGTask::runTask(GetParam(), std::nullopt));
   TGTask::runTask(GetParam(), std::nullopt, 5s);
   TGTask::runTaskAndReturn(GetParam(), std::nullopt);
-  expectRefusals(3);
+  expectRefusals(3, 1);
 }
 
 TEST_P(TGTaskRefusalTest, TheTerminationCodeIsMinusOne) {
   EXPECT_EQ(TGTask::terminationCodeFromTask(GetParam(), std::nullopt), -1);
   EXPECT_EQ(TGTask::terminationCodeFromTask(GetParam(), std::nullopt, 5s), -1);
-  expectRefusals(2);
+  expectRefusals(2, 1);
 }
 
 TEST_P(TGTaskRefusalTest, ThereIsNoDataAndTheTextIsEmpty) {
@@ -207,7 +210,7 @@ TEST_P(TGTaskRefusalTest, ThereIsNoDataAndTheTextIsEmpty) {
   EXPECT_EQ(TGTask::dataFromTask(GetParam(), std::nullopt, 5s), std::nullopt);
   EXPECT_THAT(TGTask::stringFromTask(GetParam(), std::nullopt), Optional(std::string()));
   EXPECT_THAT(TGTask::stringFromTask(GetParam(), std::nullopt, 5s), Optional(std::string()));
-  expectRefusals(4);
+  expectRefusals(4, 2);
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, TGTaskRefusalTest,
@@ -246,6 +249,7 @@ TEST_F(TGTaskTest, TheStaticFormsWithATimeoutAnswerAsThoseWithout) {
   EXPECT_THAT(TGTask::stringFromTask(kTool, {{"d"}}, 5s), Optional(std::string("out")));
   EXPECT_THAT(calls(), ElementsAre("run /usr/bin/tool a", "run /usr/bin/tool b", "run /usr/bin/tool c",
                                    "run /usr/bin/tool d"));
+  fakes_.clock.waitForSleepers(4);
 }
 
 TEST_F(TGTaskTest, AToolThatOutlastsItsTimeoutIsTerminatedWithBothMessages) {
@@ -309,6 +313,7 @@ TEST_F(TGTaskTest, ATimedRunThatCannotBeLaunchedLeavesNoTask) {
   const auto task = TGTask::create();
   EXPECT_THROW(task->runTimedTask(kTool, std::nullopt, 5s), foundation::Exception);
   EXPECT_EQ(task->theTask(), nullptr);
+  fakes_.clock.waitForSleepers(1);
 }
 
 TEST_F(TGTaskTest, SetupTimeoutSleepsAndThenAsksTheMainThreadAndWaits) {
