@@ -239,6 +239,14 @@ void FakeMainThread::perform(std::function<void()> work, platform::Wait wait) {
   const bool was = std::exchange(current, true);
   work();
   current = was;
+  const std::scoped_lock lock(mutex_);
+  ++performed_;
+  changed_.notify_all();
+}
+
+void FakeMainThread::waitUntilPerformed(int count) {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return performed_ >= count; });
 }
 
 bool FakeMainThread::serveUntilReadable(int descriptor, std::optional<std::chrono::nanoseconds> interval) {

@@ -82,11 +82,17 @@ class FakeMainThread : public platform::MainThread {
   void perform(std::function<void()> work, platform::Wait wait) override;
   bool serveUntilReadable(int descriptor, std::optional<std::chrono::nanoseconds> interval) override;
 
+  /// Waits until that much work has been done; what other threads handed over is then behind them.
+  void waitUntilPerformed(int count);
+
   bool current = true;
   bool recordsWork = false;
 
  private:
   Recorder& recorder_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int performed_ = 0;
 };
 
 class FakeUsersAndFolders : public platform::UsersAndFolders {

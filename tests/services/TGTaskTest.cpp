@@ -254,10 +254,10 @@ TEST_F(TGTaskTest, TheStaticFormsWithATimeoutAnswerAsThoseWithout) {
 
 TEST_F(TGTaskTest, AToolThatOutlastsItsTimeoutIsTerminatedWithBothMessages) {
   toolOutlastsItsTimeout();
-  auto task = TGTask::create();
+  const auto task = TGTask::create();
   EXPECT_EQ(task->terminationCodeFromTimedTask(kTool, {{"x"}}, 5s), SIGTERM);
   EXPECT_EQ(task->theTask(), nullptr);
-  waitForThreadsOf(task);
+  fakes_.mainThread.waitUntilPerformed(1);
   EXPECT_THAT(calls(), ElementsAre("run /usr/bin/tool x", "terminate /usr/bin/tool"));
   EXPECT_THAT(messages(), ElementsAre("Task timed out. Terminating..."));
   EXPECT_THAT(logEntries(), ElementsAre("Task /usr/bin/tool timed out. Terminating..."));
@@ -265,17 +265,17 @@ TEST_F(TGTaskTest, AToolThatOutlastsItsTimeoutIsTerminatedWithBothMessages) {
 
 TEST_F(TGTaskTest, ATimedRunWithoutAResultIsTerminatedToo) {
   toolOutlastsItsTimeout();
-  auto task = TGTask::create();
+  const auto task = TGTask::create();
   task->runTimedTask(kTool, std::nullopt, 5s);
-  waitForThreadsOf(task);
+  fakes_.mainThread.waitUntilPerformed(1);
   EXPECT_THAT(calls(), ElementsAre("run /usr/bin/tool", "terminate /usr/bin/tool"));
 }
 
 TEST_F(TGTaskTest, ACaptureThatTimesOutYieldsWhatWasRead) {
   toolOutlastsItsTimeout("half of it");
-  auto task = TGTask::create();
+  const auto task = TGTask::create();
   EXPECT_THAT(task->dataFromTimedTask(kTool, std::nullopt, 5s), Optional(std::string("half of it")));
-  waitForThreadsOf(task);
+  fakes_.mainThread.waitUntilPerformed(1);
   EXPECT_THAT(messages(), ElementsAre("Task timed out. Terminating..."));
 }
 
@@ -283,13 +283,13 @@ TEST_F(TGTaskTest, ATimerThatWakesAfterItsRunDoesNothing) {
   fakes_.clock.holdOtherThreads();
   fakes_.mainThread.recordsWork = true;
   fakes_.subprocesses.runs[kTool].status = 4;
-  auto task = TGTask::create();
+  const auto task = TGTask::create();
   EXPECT_EQ(task->terminationCodeFromTimedTask(kTool, std::nullopt, 5s), 4);
   EXPECT_EQ(task->theTask(), nullptr);
   EXPECT_THAT(calls(), ElementsAre("run /usr/bin/tool"));
   fakes_.clock.waitForSleepers(1);
   fakes_.clock.wakeOtherThreads();
-  waitForThreadsOf(task);
+  fakes_.mainThread.waitUntilPerformed(1);
   EXPECT_THAT(calls(), ElementsAre("run /usr/bin/tool", "main (wait)"));
   EXPECT_THAT(messages(), IsEmpty());
   EXPECT_THAT(logEntries(), IsEmpty());
@@ -304,6 +304,7 @@ TEST_F(TGTaskTest, TheTimerHoldsTheInstanceForTheWholeInterval) {
   task.reset();
   EXPECT_FALSE(left.expired());
   fakes_.clock.wakeOtherThreads();
+  fakes_.mainThread.waitUntilPerformed(1);
   while (!left.expired()) std::this_thread::yield();
 }
 
