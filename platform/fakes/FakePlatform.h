@@ -116,6 +116,8 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   bool isAccessible(const std::string& path, platform::Access access) override;
   foundation::Result<std::vector<std::string>> contentsOfDirectory(const std::string& path) override;
   foundation::Result<std::string> readFile(const std::string& path, std::uint64_t limit) override;
+  foundation::Result<std::string> readFileItself(const std::string& path, std::uint64_t limit) override;
+  std::optional<foundation::Date> modificationDate(const std::string& path) override;
   foundation::Result<void> createDirectory(const std::string& path) override;
   foundation::Result<void> move(const std::string& from, const std::string& to) override;
   foundation::Result<void> remove(const std::string& path) override;
@@ -317,12 +319,16 @@ class FakeMainBundle : public platform::MainBundle {
  public:
   explicit FakeMainBundle(RootedFiles& files) : files_(files) {}
   std::string path() override { return bundlePath; }
-  std::string executablePath() override { return bundlePath + "/Contents/MacOS/Quillmend"; }
+  std::string executablePath() override {
+    return executable.value_or(bundlePath + "/Contents/MacOS/Quillmend");
+  }
   foundation::PropertyList infoDictionary() override { return info; }
   std::optional<std::string> pathForIdentifier(const std::string& identifier) override;
   std::optional<std::string> pathForResource(const std::string& name, const std::string& type) override;
 
   std::string bundlePath = "/Applications/Quillmend.app";
+  /// Overrides what executablePath answers.
+  std::optional<std::string> executable;
   foundation::PropertyList info =
       foundation::PropertyList::Dictionary{{"CFBundleIdentifier", "com.vordenworks.Quillmend"},
                                            {"CFBundleName", "Quillmend"},
