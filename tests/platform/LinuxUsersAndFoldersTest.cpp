@@ -3,24 +3,23 @@
 #include <gmock/gmock.h>
 #include <pwd.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 
 #include "platform/linux/Accounts.h"
 #include "tests/support/AsUser.h"
+#include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform {
 namespace {
 
 using support::AsUser;
+using support::EnvironmentVariable;
 using support::kNobody;
 using support::TemporaryFolder;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using Kind = SearchPathDirectory;
 using In = SearchPathDomain;
 
@@ -42,7 +41,7 @@ TEST(LinuxUsersAndFolders, UserIsTheRealOne) {
 
 TEST(LinuxUsersAndFolders, UserFoldersLieBelowTheHomeFolder) {
   AsUser::run(kNobody, [] {
-    setenv("HOME", "/Users/alice/", 1);
+    const EnvironmentVariable home("HOME", "/Users/alice/");
     EXPECT_THAT(all(In::user),
                 ElementsAre("/Users/alice/Applications", "/Users/alice/Applications/Utilities",
                             "/Users/alice/Library", "/Users/alice/Library/Documentation",
@@ -53,7 +52,7 @@ TEST(LinuxUsersAndFolders, UserFoldersLieBelowTheHomeFolder) {
 
 TEST(LinuxUsersAndFolders, RootsOwnFoldersArePresentedBelowVarRoot) {
   if (getuid() != 0) GTEST_SKIP() << "needs root";
-  setenv("HOME", "/elsewhere", 1);
+  const EnvironmentVariable home("HOME", "/elsewhere");
   EXPECT_THAT(LinuxUsersAndFolders().searchPaths(Kind::library, In::user), ElementsAre("/var/root/Library"));
   EXPECT_THAT(LinuxUsersAndFolders().searchPaths(Kind::desktop, In::user), ElementsAre("/var/root/Desktop"));
 }
@@ -71,24 +70,24 @@ TEST(LinuxUsersAndFolders, SystemFoldersLieBelowSystem) {
 
 TEST(LinuxUsersAndFolders, RootsHomeIsTheDatabasesWhateverTheEnvironmentSays) {
   if (getuid() != 0) GTEST_SKIP() << "needs root";
-  setenv("HOME", "/elsewhere", 1);
+  const EnvironmentVariable home("HOME", "/elsewhere");
   EXPECT_EQ(LinuxUsersAndFolders().homeDirectory(), getpwuid(0)->pw_dir);
 }
 
 TEST(LinuxUsersAndFolders, HomeOfOthersIsTheEnvironmentsWhenItIsAbsolute) {
   AsUser::run(kNobody, [] {
-    setenv("HOME", "/Users/bob", 1);
+    const EnvironmentVariable home("HOME", "/Users/bob");
     EXPECT_EQ(LinuxUsersAndFolders().homeDirectory(), "/Users/bob");
-    setenv("HOME", "Users/bob", 1);
+    const EnvironmentVariable relative("HOME", "Users/bob");
     EXPECT_EQ(LinuxUsersAndFolders().homeDirectory(), getpwuid(kNobody)->pw_dir);
-    unsetenv("HOME");
+    const EnvironmentVariable absent("HOME", std::nullopt);
     EXPECT_EQ(LinuxUsersAndFolders().homeDirectory(), getpwuid(kNobody)->pw_dir);
   });
 }
 
 TEST(LinuxUsersAndFolders, AnAccountWithoutAnEntryHasTheRootFolderAndItsNumberForAName) {
   AsUser::run(987654, [] {
-    unsetenv("HOME");
+    const EnvironmentVariable home("HOME", std::nullopt);
     EXPECT_EQ(LinuxUsersAndFolders().homeDirectory(), "/");
     EXPECT_EQ(LinuxUsersAndFolders().userName(), "987654");
     EXPECT_THAT(LinuxUsersAndFolders().searchPaths(Kind::library, In::user), ElementsAre("/Library"));
@@ -115,11 +114,11 @@ TEST(LinuxUsersAndFolders, TemporaryFolderOfAUserIsTheEnvironmentsWhenItIsAFolde
   const TemporaryFolder folder;
   folder.makeAccessibleToAll();
   AsUser::run(kNobody, [&] {
-    setenv("TMPDIR", (folder.path() + "/").c_str(), 1);
+    const EnvironmentVariable tmpdir("TMPDIR", folder.path() + "/");
     EXPECT_EQ(LinuxUsersAndFolders().temporaryDirectory(), folder.path());
-    setenv("TMPDIR", (folder.path() + "/missing").c_str(), 1);
+    const EnvironmentVariable missing("TMPDIR", folder.path() + "/missing");
     EXPECT_EQ(LinuxUsersAndFolders().temporaryDirectory(), "/tmp");
-    setenv("TMPDIR", ".", 1);
+    const EnvironmentVariable relative("TMPDIR", ".");
     EXPECT_EQ(LinuxUsersAndFolders().temporaryDirectory(), "/tmp");
   });
 }
@@ -127,7 +126,7 @@ TEST(LinuxUsersAndFolders, TemporaryFolderOfAUserIsTheEnvironmentsWhenItIsAFolde
 TEST(LinuxUsersAndFolders, RootTakesNoTemporaryFolderFromTheEnvironment) {
   if (getuid() != 0) GTEST_SKIP() << "needs root";
   const TemporaryFolder folder;
-  setenv("TMPDIR", folder.path().c_str(), 1);
+  const EnvironmentVariable tmpdir("TMPDIR", folder.path());
   LinuxUsersAndFolders users(folder.path());
   EXPECT_EQ(users.temporaryDirectory(), folder.path() + "/tmp");
   const std::string ofTheMac = folder.path() + "/private/tmp";
