@@ -242,6 +242,14 @@ Result<std::string> RootedFiles::readFile(const std::string& path, std::uint64_t
   return queries_.readFile(real(path), limit);
 }
 
+Result<std::string> RootedFiles::readFileItself(const std::string& path, std::uint64_t limit) {
+  return queries_.readFileItself(real(path), limit);
+}
+
+std::optional<foundation::Date> RootedFiles::modificationDate(const std::string& path) {
+  return queries_.modificationDate(real(path));
+}
+
 Result<void> RootedFiles::createDirectory(const std::string& path) {
   if (auto error = refusal("createDirectory", path)) return *error;
   return changes_.createDirectory(real(path));

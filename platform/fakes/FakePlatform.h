@@ -116,6 +116,8 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   bool isAccessible(const std::string& path, platform::Access access) override;
   foundation::Result<std::vector<std::string>> contentsOfDirectory(const std::string& path) override;
   foundation::Result<std::string> readFile(const std::string& path, std::uint64_t limit) override;
+  foundation::Result<std::string> readFileItself(const std::string& path, std::uint64_t limit) override;
+  std::optional<foundation::Date> modificationDate(const std::string& path) override;
   foundation::Result<void> createDirectory(const std::string& path) override;
   foundation::Result<void> move(const std::string& from, const std::string& to) override;
   foundation::Result<void> remove(const std::string& path) override;
