@@ -323,12 +323,16 @@ class FakeMainBundle : public platform::MainBundle {
  public:
   explicit FakeMainBundle(RootedFiles& files) : files_(files) {}
   std::string path() override { return bundlePath; }
-  std::string executablePath() override { return bundlePath + "/Contents/MacOS/Quillmend"; }
+  std::string executablePath() override {
+    return executable.value_or(bundlePath + "/Contents/MacOS/Quillmend");
+  }
   foundation::PropertyList infoDictionary() override { return info; }
   std::optional<std::string> pathForIdentifier(const std::string& identifier) override;
   std::optional<std::string> pathForResource(const std::string& name, const std::string& type) override;
 
   std::string bundlePath = "/Applications/Quillmend.app";
+  /// Overrides what executablePath answers.
+  std::optional<std::string> executable;
   foundation::PropertyList info =
       foundation::PropertyList::Dictionary{{"CFBundleIdentifier", "com.vordenworks.Quillmend"},
                                            {"CFBundleName", "Quillmend"},

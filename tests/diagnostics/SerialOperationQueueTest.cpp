@@ -2,28 +2,18 @@
 
 #include <gmock/gmock.h>
 
-#include <future>
+#include <algorithm>
+#include <atomic>
 #include <memory>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "tests/support/Gate.h"
+
 namespace {
 
 using testing::ElementsAre;
-
-/// Holds an operation up until the test lets it go on.
-class Gate {
- public:
-  void open() { opened_.set_value(); }
-  [[nodiscard]] auto wait() const {
-    return [future = future_] { future.wait(); };
-  }
-
- private:
-  std::promise<void> opened_;
-  std::shared_future<void> future_ = opened_.get_future().share();
-};
 
 TEST(SerialOperationQueue, OperationsArePerformedInTheOrderTheyWereAdded) {
   SerialOperationQueue queue;
