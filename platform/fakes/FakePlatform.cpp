@@ -521,6 +521,7 @@ void FakeAlerts::runPanel(const std::string& title, const std::string& message) 
 void FakeSystemConsole::write(const std::string& message) {
   const std::scoped_lock lock(mutex_);
   messages_.push_back(message);
+  if (recordsMessages) recorder_.add("console " + message);
 }
 
 std::vector<std::string> FakeSystemConsole::messages() const {

@@ -341,14 +341,18 @@ class FakeAlerts : public platform::Alerts {
   Recorder& recorder_;
 };
 
-/// Keeps the messages apart from the calls.
+/// Keeps the messages apart from the calls, unless asked to record "console MESSAGE" among them.
 class FakeSystemConsole : public platform::SystemConsole {
  public:
+  explicit FakeSystemConsole(Recorder& recorder) : recorder_(recorder) {}
   void write(const std::string& message) override;
   /// The messages written so far.
   [[nodiscard]] std::vector<std::string> messages() const;
 
+  bool recordsMessages = false;
+
  private:
+  Recorder& recorder_;
   mutable std::mutex mutex_;
   std::vector<std::string> messages_;
 };
@@ -414,6 +418,7 @@ class FakeDesktopApplication : public platform::DesktopApplication {
  public:
   explicit FakeDesktopApplication(Recorder& recorder) : recorder_(recorder) {}
   int run(const std::vector<std::string>& arguments) override;
+  void terminate() override { recorder_.add("terminate application"); }
 
   int result = 0;
 
@@ -456,7 +461,7 @@ class FakePlatform {
   FakeClientConnections clientConnections{recorder};
   FakePreferences preferences{recorder};
   FakeAlerts alerts{recorder};
-  FakeSystemConsole systemConsole;
+  FakeSystemConsole systemConsole{recorder};
   FakeMainBundle mainBundle{files};
   FakeProcessInformation processInformation;
   FakeInterruption interruption{recorder};
