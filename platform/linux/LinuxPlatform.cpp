@@ -2,8 +2,13 @@
 
 #include <fcntl.h>
 
+#include "platform/LocalNotificationCenter.h"
 #include "platform/Platform.h"
+#include "platform/linux/BusClientConnections.h"
+#include "platform/linux/BusDesktopNotifications.h"
+#include "platform/linux/BusDistributedNotifications.h"
 #include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxApplications.h"
 #include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
@@ -11,23 +16,18 @@
 #include "platform/linux/LinuxProcessInformation.h"
 #include "platform/linux/LinuxSubprocesses.h"
 #include "platform/linux/LinuxSystemConsole.h"
+#include "platform/linux/LinuxUsersAndFolders.h"
+#include "platform/linux/LinuxWorkspace.h"
 #include "platform/posix/PosixFiles.h"
 #include "platform/unimplemented/UnimplementedPlatform.h"
 
 namespace platform {
 namespace {
 
-using LinuxUsersAndFolders = UnimplementedUsersAndFolders;
-using LinuxApplications = UnimplementedApplications;
-using LinuxWorkspace = UnimplementedWorkspace;
 using SudoAuthorization = UnimplementedAuthorization;
 using LinuxPreferences = UnimplementedPreferences;
 using LinuxAlerts = UnimplementedAlerts;
 using LinuxDesktopApplication = UnimplementedDesktopApplication;
-using BusDistributedNotifications = UnimplementedDistributedNotifications;
-using BusDesktopNotifications = UnimplementedDesktopNotifications;
-using BusClientConnections = UnimplementedClientConnections;
-using LocalNotificationCenter = UnimplementedLocalNotifications;
 
 /// What every part of the backend counts on. Standard streams that the caller closed become the null device,
 /// so that no file opened later is taken for one; writing to a pipe without a reader is an error, not the

@@ -54,6 +54,10 @@ class UnimplementedFileQueries : public FileQueries {
   foundation::Result<std::string> readFile(const std::string& path, std::uint64_t) override {
     return notImplemented(path);
   }
+  foundation::Result<std::string> readFileItself(const std::string& path, std::uint64_t) override {
+    return notImplemented(path);
+  }
+  std::optional<foundation::Date> modificationDate(const std::string&) override { return std::nullopt; }
 };
 
 class UnimplementedFileChanges : public FileChanges {
@@ -226,6 +230,7 @@ class UnimplementedInterruption : public Interruption {
 class UnimplementedDesktopApplication : public DesktopApplication {
  public:
   int run(const std::vector<std::string>&) override { return 1; }
+  void terminate() override {}
 };
 
 }  // namespace platform
