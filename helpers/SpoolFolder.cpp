@@ -24,6 +24,7 @@ using platform::Descriptor;
 
 constexpr std::chrono::milliseconds kBetweenLooks{10};
 constexpr std::size_t kLongestName = 255;
+constexpr int kMostAttempts = 500;  // five seconds of others getting in the way
 
 std::string nameWhileEmptying(const std::string& name) {
   const std::string tail = ".emptying";
@@ -67,7 +68,7 @@ bool SpoolFolder::patienceIsOver() const {
 
 ExitStatus SpoolFolder::empty(const std::string& path) {
   start_ = std::chrono::steady_clock::now();
-  while (!stopRequested()) {
+  for (int attempts = 0; !stopRequested(); ++attempts) {
     const auto spool = locateUnprotected(surroundings_, path, LastLink::follow);
     if (!spool && isMissing(spool.error())) return report_.status();
     if (!spool) return reportUnlocated(report_, spool.error());
@@ -75,7 +76,7 @@ ExitStatus SpoolFolder::empty(const std::string& path) {
       report_.failure(systemError(ENOTDIR, path));
       return report_.status();
     }
-    const Outcome outcome = attempt(spool.value());
+    const Outcome outcome = attempts < kMostAttempts ? attempt(spool.value()) : Outcome::impossible;
     if (outcome == Outcome::impossible) moveEntries(spool.value());
     if (outcome != Outcome::again) return report_.status();
     std::this_thread::sleep_for(kBetweenLooks);

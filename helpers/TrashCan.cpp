@@ -13,7 +13,6 @@
 namespace helpers {
 namespace {
 
-using foundation::Error;
 using foundation::Result;
 using foundation::systemError;
 using platform::Descriptor;

@@ -11,6 +11,7 @@
 #include "helpers/ChmodTool.h"
 #include "helpers/FileAttributes.h"
 #include "helpers/HelperProcess.h"
+#include "platform/foundation/Paths.h"
 
 namespace helpers {
 namespace {
@@ -179,7 +180,8 @@ void removeBelow(int folder, const std::string& name, const std::string& path, c
   const auto names = namesIn(entry.value().get(), path);
   if (names) {
     for (const std::string& below : names.value()) {
-      removeBelow(entry.value().get(), below, path + "/" + below, mayRemove, kept);
+      removeBelow(entry.value().get(), below, foundation::appendingPathComponent(path, below), mayRemove,
+                  kept);
     }
   }
   if (unlinkat(folder, name.c_str(), AT_REMOVEDIR) != 0) kept(path, "cannot be removed");
@@ -228,7 +230,8 @@ Result<void> VolumeCopy::copyFolder(int from, const FileStatus& status, const Pl
   const auto names = namesIn(from, path);
   if (!names) return names.error();
   for (const std::string& name : names.value()) {
-    auto copied = copyEntry({from, name}, {made.get(), name}, path + "/" + name, depth + 1);
+    auto copied = copyEntry({from, name}, {made.get(), name}, foundation::appendingPathComponent(path, name),
+                            depth + 1);
     if (!copied) return copied;
   }
   return copyOwnerModeAndAttributes(readable.get(), status, made.get(), path);
@@ -255,7 +258,7 @@ Result<void> VolumeCopy::compareFolder(int from, int to, const std::string& path
   const auto names = namesIn(from, path);
   if (!names) return names.error();
   for (const std::string& name : names.value()) {
-    auto same = compareEntry({from, name}, {to, name}, path + "/" + name);
+    auto same = compareEntry({from, name}, {to, name}, foundation::appendingPathComponent(path, name));
     if (!same) return same;
   }
   return {};

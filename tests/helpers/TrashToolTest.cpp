@@ -161,10 +161,8 @@ TEST_F(TrashToolTest, ProtectedFoldersAndTrashesAreRefused) {
   volume_.makeFile("Users/alice/Library/Caches/x");
   volume_.makeFile("Users/alice/.Trash/x");
   volume_.makeFile("Volumes/Disk/.Trashes/501/x");
-  for (const char* path :
-       {"/", "/Users", "/Users/alice", "/Users/alice/Library/Caches", "/Users/alice/.Trash",
-        "/Users/alice/Library/Caches/x/..", "/Volumes/Disk", "/Volumes/Disk/.Trashes"}) {
-    if (std::string(path).ends_with("/..")) continue;  // x is a file: see the next test
+  for (const char* path : {"/", "/Users", "/Users/alice", "/Users/alice/Library/Caches",
+                           "/Users/alice/.Trash", "/Volumes/Disk", "/Volumes/Disk/.Trashes"}) {
     EXPECT_EQ(run({path}), ExitStatus::refused) << path;
   }
   for (const char* option : {"-dircontents", "-spooldir"}) {
