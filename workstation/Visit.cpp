@@ -243,6 +243,8 @@ Visit::State::State(const Volume& visited, const std::vector<std::string>& comma
   try {
     begin(command, options);
   } catch (const std::exception& failure) {
+    output.closeWrite();  // nobody will write: reading them ends at once
+    error.closeWrite();
     result.status = failedStatus;
     result.error = std::string("enter-workstation: ") + failure.what() + '\n';
   }

@@ -28,7 +28,6 @@ namespace workstation::session {
 namespace {
 
 constexpr std::uint64_t answerDelay = 100'000;  // microseconds, as sd-event counts
-constexpr std::uint64_t settleTime = 100'000;
 constexpr const char* serviceName = "org.freedesktop.Notifications";
 constexpr const char* servicePath = "/org/freedesktop/Notifications";
 
@@ -248,9 +247,7 @@ int Recorder::terminated(sd_event_source* /*source*/, const signalfd_siginfo* /*
 
 /// The bus answers in order: after a call has come back, all that it took in before has come too.
 void Recorder::drain() {
-  ::usleep(settleTime);
-  std::array<const char*, 1> call{"GetId"};
-  sd_bus_call_method(bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", call[0],
+  sd_bus_call_method(bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId",
                      nullptr, nullptr, "");
   while (sd_bus_process(bus_, nullptr) > 0) {
   }

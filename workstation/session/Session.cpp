@@ -29,6 +29,10 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
+/// No tool has to run for so long before all is taken to have ended: who was asked to quit is still writing
+/// that down, and signals are still on their way through the bus.
+constexpr milliseconds quietTime{100};
+
 /// Set by the way in, which is the only caller.
 struct Options {
   std::string user = "root";
@@ -326,15 +330,18 @@ void Session::waitForCommand() {
 
 void Session::waitForTools() {
   const auto begin = steady_clock::now();
-  auto busy = runningProcesses(infrastructure_);
-  const auto isTool = [](const RunningProcess& process) { return !process.resident; };
-  while (std::any_of(busy.begin(), busy.end(), isTool) && steady_clock::now() - begin < options_.patience) {
+  auto lastBusy = begin;
+  for (auto now = begin; now - begin < options_.patience && now - lastBusy < quietTime;
+       now = steady_clock::now()) {
     pollfd waited{signals_, POLLIN, 0};
     ::poll(&waited, 1, 10);
     reap();
-    busy = runningProcesses(infrastructure_);
+    const auto running = runningProcesses(infrastructure_);
+    const bool busy = std::any_of(running.begin(), running.end(),
+                                  [](const RunningProcess& process) { return !process.resident; });
+    if (busy) lastBusy = steady_clock::now();
   }
-  const auto time = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
+  const auto time = std::chrono::duration_cast<milliseconds>(lastBusy - begin);
   note("waited", options_.command[0], {std::to_string(time.count())});
 }
 
