@@ -4,6 +4,7 @@
 
 #include "platform/Platform.h"
 #include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxApplications.h"
 #include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
@@ -11,15 +12,14 @@
 #include "platform/linux/LinuxProcessInformation.h"
 #include "platform/linux/LinuxSubprocesses.h"
 #include "platform/linux/LinuxSystemConsole.h"
+#include "platform/linux/LinuxUsersAndFolders.h"
+#include "platform/linux/LinuxWorkspace.h"
 #include "platform/posix/PosixFiles.h"
 #include "platform/unimplemented/UnimplementedPlatform.h"
 
 namespace platform {
 namespace {
 
-using LinuxUsersAndFolders = UnimplementedUsersAndFolders;
-using LinuxApplications = UnimplementedApplications;
-using LinuxWorkspace = UnimplementedWorkspace;
 using SudoAuthorization = UnimplementedAuthorization;
 using LinuxPreferences = UnimplementedPreferences;
 using LinuxAlerts = UnimplementedAlerts;
