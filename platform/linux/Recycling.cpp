@@ -11,7 +11,7 @@
 
 #include "platform/foundation/Paths.h"
 #include "platform/linux/GuardedFolders.h"
-#include "platform/linux/TreeCopy.h"
+#include "platform/posix/TreeCopy.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {

@@ -1,4 +1,4 @@
-#include "platform/linux/TreeCopy.h"
+#include "platform/posix/TreeCopy.h"
 
 #include <dirent.h>
 #include <fcntl.h>
