@@ -1,24 +1,45 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "diagnostics/SerialOperationQueue.h"
+#include "platform/Files.h"
 #include "platform/foundation/ImmortalSingleton.h"
 #include "platform/foundation/Text.h"
 
-/// The application's log: a text file per application name in the user's Library, in five generations.
+/// The application's log: a UTF-8 text file per application name in "Logs/Vordenworks" of the user's Library,
+/// in five generations.
 ///
 ///   Quillmend.1.log  the current one; at 500,000 bytes, and at each start,
 ///   1 -> 2 -> 3 -> 4 -> 5, the oldest is dropped, and a new 1 begins.
 ///
-/// Writes happen on a queue of their own. Nothing here reports failure to its caller; failures are lines on
-/// the system console. Formats are those of foundation::stringWithFormat; nullopt for a format does nothing.
+/// A file begins with a header (date, version, program, system); each entry is "date - message" and a line
+/// feed, written in one piece. Bytes that are not UTF-8, line breaks inside a message and escape sequences
+/// reach the file as they are.
+///
+/// As root the current log lies in the local Library ("/Library/Logs/Vordenworks"), while the folder that is
+/// looked for, made, and rotated in is still the user's. Where the local folder is missing, root logs nowhere
+/// and says so on the system console.
+///
+/// Entries are written on a queue of their own; any thread may append. The object is never freed and the
+/// process's exit does not wait for the queue: the entry point calls finishWriting() before it returns.
+///
+/// Nothing here reports failure to its caller; failures are lines on the system console. Formats are those of
+/// foundation::stringWithFormat; nullopt for a format does nothing. The switch "disable-logging" in the
+/// maker's global preferences file (the string "1", true, or the number 1) turns the log off for the rest of
+/// the process, from the next createNewLog on.
 class TGLog : public foundation::ImmortalSingleton<TGLog> {
  public:
   using Format = std::optional<std::string>;
   using FormatArguments = std::vector<foundation::FormatArgument>;
+  using FileHandle = std::shared_ptr<platform::WritableFile>;
+  using WriteQueue = std::shared_ptr<SerialOperationQueue>;
 
   static TGLog* sharedController();
 
@@ -26,8 +47,8 @@ class TGLog : public foundation::ImmortalSingleton<TGLog> {
   static void createNewLog(const std::optional<std::string>& name);
   static void createNewLog();
 
-  /// Appends one entry. Short messages at an idle log are on disk when this returns; longer ones never make
-  /// the caller wait.
+  /// Appends one entry, without the white space and line breaks at its ends. Short messages (1 to 99
+  /// characters) at an idle log are on disk when this returns; longer ones never make the caller wait.
   template <typename... Arguments>
   static void appendLog(const Format& format, const Arguments&... arguments) {
     appendFormatted(format, FormatArguments{foundation::FormatArgument(arguments)...});
@@ -43,11 +64,58 @@ class TGLog : public foundation::ImmortalSingleton<TGLog> {
   /// Blocks until every entry queued is written; called by a queued write, it returns at once.
   static void finishWriting();
 
+  /// Frees nothing; the entries queued so far are written when it returns.
+  void release() { finishWriting(); }
+
+  /// The base name of the files. While none has been set this answers the name of the program's executable
+  /// without its extension, and the field stays empty.
+  [[nodiscard]] std::string appName() const;
+  void setAppName(std::string name);
+
+  /// The current file, positioned at its end; nullptr while none is open.
+  [[nodiscard]] FileHandle fileHandle() const;
+  void setFileHandle(FileHandle handle);
+
+  /// Bytes of whole entries appended to the current file since it was begun; its header does not count.
+  [[nodiscard]] std::uint64_t bytesWritten() const { return bytesWritten_; }
+  void setBytesWritten(std::uint64_t count) { bytesWritten_ = count; }
+
+  [[nodiscard]] WriteQueue writeQueue() const;
+  void setWriteQueue(WriteQueue queue);
+
+  /// Characters (not bytes, on purpose) of the messages queued and not processed yet, dates not counted.
+  /// Messages that meet a disabled log or a failing write stay counted.
+  [[nodiscard]] std::uint64_t bytesInQueue() const { return bytesInQueue_; }
+  void setBytesInQueue(std::uint64_t count) { bytesInQueue_ = count; }
+
+  [[nodiscard]] bool loggingDisabled() const { return loggingDisabled_; }
+  void setLoggingDisabled(bool disabled) { loggingDisabled_ = disabled; }
+
  private:
   friend foundation::ImmortalSingleton<TGLog>;
-  TGLog();
-  ~TGLog();
+  TGLog() = default;
+  ~TGLog() = default;
 
   static void appendFormatted(const Format& format, const FormatArguments& arguments);
   static void appendFormattedAndPrint(const Format& format, const FormatArguments& arguments);
+
+  void appendLogOnThread(const std::string& message);
+  void writeEntry(const std::string& message);
+  void rotateWhenFull();
+
+  void adoptName(const std::string& name);
+  void beginNewFile();
+  [[nodiscard]] bool rotate(const std::string& folder) const;
+  [[nodiscard]] std::string generationPath(const std::string& folder, int generation) const;
+  [[nodiscard]] std::optional<std::string> currentLogPath() const;
+  [[nodiscard]] FileHandle openCurrentLog();
+
+  /// Guards the fields that are no atomics while they are read and replaced, nothing more.
+  mutable std::mutex fields_;
+  std::string appName_;
+  FileHandle fileHandle_;
+  std::atomic<std::uint64_t> bytesWritten_ = 0;
+  std::atomic<std::uint64_t> bytesInQueue_ = 0;
+  std::atomic<bool> loggingDisabled_ = false;
+  WriteQueue writeQueue_;  ///< last, so that it is drained before what its operations use is gone
 };

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/foundation/Date.h"
 #include "platform/foundation/Result.h"
 
 namespace platform {
@@ -36,6 +37,14 @@ class FileQueries {
   /// regular file).
   [[nodiscard]] virtual foundation::Result<std::string> readFile(const std::string& path,
                                                                  std::uint64_t limit) = 0;
+
+  /// The same, but a symbolic link in the last component is an error (ELOOP): for files in a folder that
+  /// another account controls.
+  [[nodiscard]] virtual foundation::Result<std::string> readFileItself(const std::string& path,
+                                                                       std::uint64_t limit) = 0;
+
+  /// When the content last changed, or nullopt when nothing is there.
+  [[nodiscard]] virtual std::optional<foundation::Date> modificationDate(const std::string& path) = 0;
 };
 
 /// A file open for writing; closed by the destructor.

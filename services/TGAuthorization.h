@@ -24,10 +24,14 @@ class TGAuthorization : public foundation::ImmortalSingleton<TGAuthorization> {
   static TGAuthorization* sharedController();
   static TGAuthorization* sharedController(WithGUI withGUI);
 
-  [[nodiscard]] platform::AuthorizationRef authRef() const;
-  void setAuthRef(platform::AuthorizationRef reference);
-  [[nodiscard]] bool hasGUI() const;
-  void setHasGUI(bool hasGUI);
+  [[nodiscard]] platform::AuthorizationRef authRef() const { return authRef_; }
+  /// A plain assignment: the reference held before is not given back.
+  void setAuthRef(platform::AuthorizationRef reference) { authRef_ = reference; }
+  [[nodiscard]] bool hasGUI() const { return hasGUI_; }
+  void setHasGUI(bool hasGUI) { hasGUI_ = hasGUI; }
+
+  /// The home of the user that this object was made for; nullopt when root made it.
+  [[nodiscard]] const std::optional<std::string>& userDirectory() const { return userDirectory_; }
 
   /// Rights are held: as root, or with an authorization reference.
   [[nodiscard]] bool isAuthorized() const;
@@ -67,6 +71,12 @@ class TGAuthorization : public foundation::ImmortalSingleton<TGAuthorization> {
 
   TGAuthorization* init();
   TGAuthorization* initWithoutGUI();
+
+  std::int32_t executePrivileged(const std::string& path, const std::vector<std::string>& parameters,
+                                 Async async);
+  bool startTool(const std::string& path, const std::vector<std::string>& parameters);
+  [[nodiscard]] std::optional<std::string> trashDestination(const std::string& path) const;
+  [[nodiscard]] bool deletesOnRootAccount(DeleteOnRootAccount deleteOnRootAccount) const;
 
   platform::AuthorizationRef authRef_ = nullptr;
   bool hasGUI_ = false;

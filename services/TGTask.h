@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/Notifications.h"
 #include "platform/Subprocesses.h"
 
 /// Holds a subprocess for whoever may want to end it from another thread.
@@ -31,9 +32,16 @@ enum class StringEncoding { ascii = 1, utf8 = 4 };
 /// Termination code: the tool's exit status (the signal's number when a signal ended it), -1 when it could
 /// not be run. Output bytes: nullopt when it could not be run. A tool that writes anything to standard error
 /// yields that text instead of its output. Output text: "" when it could not be run; nullopt when the bytes
-/// are no text in the encoding asked for. Time-outs are cut to whole seconds. A path that is not executable,
-/// or a package, is reported on the system console and in the log as "Error: %@ is not executable". A tool
-/// that cannot be launched for another reason throws foundation::Exception.
+/// are no text in the encoding asked for (ASCII has no byte above 127). Time-outs are cut to whole seconds. A
+/// path that is not executable, a folder or a package is reported on the system console and in the log as
+/// "Error: %@ is not executable". A tool that cannot be launched for another reason throws
+/// foundation::Exception.
+///
+/// The static operations run on the caller's thread and may be called from any. No arguments (nullopt) run
+/// the tool without any.
+///
+/// An instance is needed for a time-out and for an asynchronous run. It belongs to its callers and to the
+/// threads that it has started, whoever ends last.
 class TGTask : public std::enable_shared_from_this<TGTask> {
  public:
   using Arguments = std::optional<std::vector<std::string>>;
@@ -44,7 +52,7 @@ class TGTask : public std::enable_shared_from_this<TGTask> {
   using Delegate = std::function<void(const std::string& data, TGTask& task, const std::any* object)>;
 
   [[nodiscard]] static std::shared_ptr<TGTask> create();
-  ~TGTask();
+  ~TGTask() = default;
   TGTask(const TGTask&) = delete;
   TGTask& operator=(const TGTask&) = delete;
 
@@ -57,11 +65,15 @@ class TGTask : public std::enable_shared_from_this<TGTask> {
                                      TGTaskSlot* task = nullptr);
   static int terminationCodeFromTask(const std::string& path, const Arguments& arguments, Interval timeout);
 
+  /// Captures what a tool writes until it has closed both streams; its exit is not waited for. Standard
+  /// output is read to its end before standard error is read at all: a tool that fills the pipe of its
+  /// standard error while its output is open waits for as long as the caller does.
   static std::optional<std::string> dataFromTask(const std::string& path, const Arguments& arguments,
                                                  TGTaskSlot* task);
   static std::optional<std::string> dataFromTask(const std::string& path, const Arguments& arguments,
                                                  Interval timeout);
 
+  /// The same as text; ASCII where no encoding is given.
   static std::optional<std::string> stringFromTask(const std::string& path, const Arguments& arguments,
                                                    StringEncoding encoding, TGTaskSlot* task);
   static std::optional<std::string> stringFromTask(const std::string& path, const Arguments& arguments,
@@ -73,4 +85,50 @@ class TGTask : public std::enable_shared_from_this<TGTask> {
 
   /// Starts a tool with its output discarded and returns at once; the tool may outlive the program.
   static void runTaskAndReturn(const std::string& path, const Arguments& arguments);
+
+  /// The subprocess currently run for this instance; nullptr when none is.
+  [[nodiscard]] std::shared_ptr<platform::Subprocess> theTask() const { return theTask_.load(); }
+  void setTheTask(std::shared_ptr<platform::Subprocess> task) { theTask_.store(std::move(task)); }
+
+  /// The instance's forms of runTask, terminationCodeFromTask and dataFromTask with a time-out, which a class
+  /// cannot name as it names its static ones. The tool that still runs after that many seconds is asked to
+  /// end, on the main thread, which must be serving its work for that; the run then returns as for any exit.
+  /// A timer cannot be called off: it holds the instance for the whole interval, and would end a later timed
+  /// run of the same instance. REQUIRES an instance made by create().
+  void runTimedTask(const std::string& path, const Arguments& arguments, Interval timeout);
+  int terminationCodeFromTimedTask(const std::string& path, const Arguments& arguments, Interval timeout);
+  std::optional<std::string> dataFromTimedTask(const std::string& path, const Arguments& arguments,
+                                               Interval timeout);
+
+  /// The timer: sleeps the whole interval, then performs timeout() on the main thread and waits for that.
+  void setupTimeout(std::chrono::seconds interval);
+
+  /// Asks a subprocess that still runs to end, and says so on the system console and in the log. REQUIRES the
+  /// main thread.
+  void timeout();
+
+  /// Starts a tool and returns at once; its output goes to the delegate piece by piece, its standard error to
+  /// the null device. The path is not checked; a tool that cannot be launched is logged and ends like one
+  /// that prints nothing. The instance can be used again when theTask() is nullptr. REQUIRES an instance made
+  /// by create() without an asynchronous run under way.
+  void asyncDataFromTask(const std::string& path, const Arguments& arguments, Delegate delegate,
+                         std::any object = {});
+
+  /// The steps of an asynchronous run, in order: launches theTask() and reads it to its end, hands over each
+  /// piece, and, after the empty one, closes the output, lets go of delegate and object, and asks the tool to
+  /// end, which may have closed its output without ending. A notification carries its piece under
+  /// "NSFileHandleNotificationDataItem"; it is handed straight over, not posted.
+  void launchAsyncTask();
+  void asyncTaskReturnData(const platform::LocalNotification& notification);
+  void terminateAsyncTask();
+
+ private:
+  TGTask() = default;
+
+  template <typename Run>
+  auto runUnderTimeout(Interval timeout, Run run);
+
+  TGTaskSlot theTask_;
+  Delegate delegate_;
+  std::any object_;
 };

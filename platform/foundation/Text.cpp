@@ -240,4 +240,13 @@ std::size_t characterCount(std::string_view utf8) {
   return count;
 }
 
+bool isUtf8(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const std::size_t length = sequenceLength(bytes);
+    if (length == 0) return false;
+    bytes.remove_prefix(length);
+  }
+  return true;
+}
+
 }  // namespace foundation

@@ -66,4 +66,7 @@ template <typename... Arguments>
 /// UTF-8 counts as one.
 [[nodiscard]] std::size_t characterCount(std::string_view utf8);
 
+/// Whether all the bytes are valid UTF-8 (RFC 3629).
+[[nodiscard]] bool isUtf8(std::string_view bytes);
+
 }  // namespace foundation

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -56,6 +57,22 @@ Result<UniqueDescriptor> openRegular(const std::string& path, int flags) {
   if (::fstat(descriptor.get(), &status) != 0) return systemError(errno, path);
   if (!S_ISREG(status.st_mode)) return systemError(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path);
   return descriptor;
+}
+
+/// The whole content of a regular file, opened with further flags.
+Result<std::string> readWhole(const std::string& path, std::uint64_t limit, int flags) {
+  auto descriptor = openRegular(path, O_RDONLY | flags);
+  if (!descriptor) return descriptor.error();
+  std::string bytes;
+  std::string piece(kReadSize, '\0');
+  while (true) {
+    const ssize_t length = ::read(descriptor.value().get(), piece.data(), piece.size());
+    if (length < 0 && errno == EINTR) continue;
+    if (length < 0) return systemError(errno, path);
+    if (length == 0) return bytes;
+    bytes.append(piece, 0, static_cast<std::size_t>(length));
+    if (bytes.size() > limit) return systemError(EFBIG, path);
+  }
 }
 
 /// A temporary file beside the one that it will replace; gone with the object unless it was renamed.
@@ -157,18 +174,19 @@ Result<std::vector<std::string>> PosixFileQueries::contentsOfDirectory(const std
 }
 
 Result<std::string> PosixFileQueries::readFile(const std::string& path, std::uint64_t limit) {
-  auto descriptor = openRegular(path, O_RDONLY);
-  if (!descriptor) return descriptor.error();
-  std::string bytes;
-  std::string piece(kReadSize, '\0');
-  while (true) {
-    const ssize_t length = ::read(descriptor.value().get(), piece.data(), piece.size());
-    if (length < 0 && errno == EINTR) continue;
-    if (length < 0) return systemError(errno, path);
-    if (length == 0) return bytes;
-    bytes.append(piece, 0, static_cast<std::size_t>(length));
-    if (bytes.size() > limit) return systemError(EFBIG, path);
-  }
+  return readWhole(path, limit, 0);
+}
+
+Result<std::string> PosixFileQueries::readFileItself(const std::string& path, std::uint64_t limit) {
+  return readWhole(path, limit, O_NOFOLLOW);
+}
+
+std::optional<foundation::Date> PosixFileQueries::modificationDate(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return std::nullopt;
+  const auto moment =
+      std::chrono::seconds(status.st_mtim.tv_sec) + std::chrono::nanoseconds(status.st_mtim.tv_nsec);
+  return foundation::Date(foundation::Date::TimePoint(moment));
 }
 
 Result<void> PosixFileChanges::createDirectory(const std::string& path) {

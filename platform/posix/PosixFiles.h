@@ -12,6 +12,8 @@ class PosixFileQueries : public FileQueries {
   bool isAccessible(const std::string& path, Access access) override;
   foundation::Result<std::vector<std::string>> contentsOfDirectory(const std::string& path) override;
   foundation::Result<std::string> readFile(const std::string& path, std::uint64_t limit) override;
+  foundation::Result<std::string> readFileItself(const std::string& path, std::uint64_t limit) override;
+  std::optional<foundation::Date> modificationDate(const std::string& path) override;
 };
 
 /// File changes by POSIX calls.

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+/// Performs operations one at a time, in the order they were added, on a thread of its own that is started
+/// with the first one. May be used from any thread.
+///
+/// Where the system grants no thread, operations are performed by the thread that adds them: still one at a
+/// time and in order.
+class SerialOperationQueue {
+ public:
+  using Operation = std::function<void()>;
+  /// Starts a thread that runs the work; throws std::system_error when there is none to be had.
+  using ThreadStarter = std::function<std::thread(Operation work)>;
+
+  SerialOperationQueue();
+  explicit SerialOperationQueue(ThreadStarter startThread);
+
+  /// Performs what is waiting, then ends the thread. REQUIRES that no operation of this queue destroys it. A
+  /// queue that lives until the process ends needs no destruction: exiting does not wait for its thread, so
+  /// call waitUntilAllOperationsAreFinished() first where the operations matter.
+  ~SerialOperationQueue();
+  SerialOperationQueue(const SerialOperationQueue&) = delete;
+  SerialOperationQueue& operator=(const SerialOperationQueue&) = delete;
+
+  /// Adds an operation, which must not throw. Those that an operation of this queue adds come next, in their
+  /// order and before all that wait.
+  void addOperation(Operation operation);
+
+  /// Blocks until nothing is being performed and nothing is waiting, operations included that are added
+  /// meanwhile. Called by an operation of this queue it returns at once: that one cannot finish before.
+  void waitUntilAllOperationsAreFinished();
+
+ private:
+  using Lock = std::unique_lock<std::mutex>;
+
+  void startThreadIfNeeded();
+  void runThread();
+  void performWaiting(Lock& lock);
+
+  const ThreadStarter startThread_;
+  std::mutex mutex_;
+  std::condition_variable added_;
+  std::condition_variable finished_;
+  std::deque<Operation> waiting_;
+  std::thread::id performer_;  ///< the thread that performs an operation now; none when idle
+  std::deque<Operation>::difference_type addedByOperation_ = 0;  ///< how many the one under way has added
+  bool ends_ = false;
+  std::thread thread_;
+};

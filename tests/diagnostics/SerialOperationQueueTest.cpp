@@ -1,0 +1,144 @@
+#include "diagnostics/SerialOperationQueue.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "tests/support/Gate.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+TEST(SerialOperationQueue, OperationsArePerformedInTheOrderTheyWereAdded) {
+  SerialOperationQueue queue;
+  std::vector<int> performed;
+  for (int number = 0; number < 1000; ++number) {
+    queue.addOperation([&performed, number] { performed.push_back(number); });
+  }
+  queue.waitUntilAllOperationsAreFinished();
+  ASSERT_EQ(performed.size(), 1000U);
+  EXPECT_TRUE(std::is_sorted(performed.begin(), performed.end()));
+}
+
+TEST(SerialOperationQueue, OperationsRunOnOneThreadThatIsNotTheCallers) {
+  SerialOperationQueue queue;
+  std::vector<std::thread::id> performers;
+  for (int number = 0; number < 2; ++number) {
+    queue.addOperation([&] { performers.push_back(std::this_thread::get_id()); });
+    queue.waitUntilAllOperationsAreFinished();
+  }
+  ASSERT_EQ(performers.size(), 2U);
+  EXPECT_EQ(performers[0], performers[1]);
+  EXPECT_NE(performers[0], std::this_thread::get_id());
+}
+
+TEST(SerialOperationQueue, NoThreadIsStartedBeforeTheFirstOperation) {
+  int started = 0;
+  SerialOperationQueue queue([&](SerialOperationQueue::Operation work) {
+    ++started;
+    return std::thread(std::move(work));
+  });
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(started, 0);
+  queue.addOperation([] {});
+  queue.addOperation([] {});
+  EXPECT_EQ(started, 1);
+}
+
+TEST(SerialOperationQueue, AddingDoesNotWaitForTheOperationUnderWay) {
+  Gate gate;
+  std::vector<int> performed;
+  SerialOperationQueue queue;
+  queue.addOperation(gate.wait());
+  queue.addOperation([&] { performed.push_back(1); });
+  EXPECT_TRUE(performed.empty());
+  gate.open();
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_THAT(performed, ElementsAre(1));
+}
+
+TEST(SerialOperationQueue, WaitingWithinAnOperationReturnsAtOnce) {
+  SerialOperationQueue queue;
+  bool returned = false;
+  queue.addOperation([&] {
+    queue.waitUntilAllOperationsAreFinished();
+    returned = true;
+  });
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_TRUE(returned);
+}
+
+TEST(SerialOperationQueue, WhatAnOperationAddsComesNextInItsOrder) {
+  Gate gate;
+  std::vector<std::string> performed;
+  SerialOperationQueue queue;
+  const auto note = [&](const char* name) { return [&performed, name] { performed.emplace_back(name); }; };
+  queue.addOperation([&, wait = gate.wait()] {
+    wait();
+    queue.addOperation(note("first child"));
+    queue.addOperation(note("second child"));
+  });
+  queue.addOperation([&] { queue.addOperation(note("child of the second")); });
+  queue.addOperation(note("third"));
+  gate.open();
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_THAT(performed, ElementsAre("first child", "second child", "child of the second", "third"));
+}
+
+TEST(SerialOperationQueue, WaitingIncludesWhatOperationsAddMeanwhile) {
+  SerialOperationQueue queue;
+  std::atomic<int> performed = 0;
+  queue.addOperation([&] { queue.addOperation([&] { queue.addOperation([&] { performed = 3; }); }); });
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(performed, 3);
+}
+
+TEST(SerialOperationQueue, DestructionPerformsWhatIsWaiting) {
+  int performed = 0;
+  {
+    SerialOperationQueue queue;
+    for (int number = 0; number < 100; ++number) queue.addOperation([&] { ++performed; });
+  }
+  EXPECT_EQ(performed, 100);
+}
+
+TEST(SerialOperationQueue, WithoutAThreadTheCallerPerformsTheOperations) {
+  SerialOperationQueue queue([](const SerialOperationQueue::Operation&) -> std::thread {
+    throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+  });
+  std::vector<std::string> performed;
+  queue.addOperation([&] {
+    queue.addOperation([&] { performed.emplace_back("child"); });
+    queue.waitUntilAllOperationsAreFinished();
+    performed.emplace_back("parent");
+  });
+  EXPECT_THAT(performed, ElementsAre("parent", "child"));
+  queue.addOperation([&] { performed.emplace_back("next"); });
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_THAT(performed, ElementsAre("parent", "child", "next"));
+}
+
+TEST(SerialOperationQueue, AThreadRefusedOnceIsAskedForAgain) {
+  int asked = 0;
+  SerialOperationQueue queue([&](SerialOperationQueue::Operation work) {
+    if (++asked == 1)
+      throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+    return std::thread(std::move(work));
+  });
+  std::vector<std::thread::id> performers;
+  for (int number = 0; number < 2; ++number) {
+    queue.addOperation([&] { performers.push_back(std::this_thread::get_id()); });
+    queue.waitUntilAllOperationsAreFinished();
+  }
+  ASSERT_EQ(performers.size(), 2U);
+  EXPECT_EQ(performers[0], std::this_thread::get_id());
+  EXPECT_NE(performers[1], std::this_thread::get_id());
+}
+
+}  // namespace
