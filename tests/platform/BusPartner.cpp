@@ -1,6 +1,7 @@
 #include <sdbus-c++/sdbus-c++.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <iostream>
@@ -16,16 +17,20 @@
 ///     bus_partner listen ADDRESS                          prints distributed notifications
 ///     bus_partner client ADDRESS NAME METHOD:SIGNATURE... a controlling client; prints the calls
 ///     bus_partner deaf ADDRESS NAME                       a client that answers nothing
-///     bus_partner server ADDRESS FATE CAPABILITY...       a notification server; prints what it shows; FATE
-///     is
-///                                                         click, other, expire, dismiss, close or stay
+///     bus_partner server ADDRESS FATE CAPABILITY...       a notification server; prints what it shows.
+///                                                         FATE: click, other, expire, dismiss, close,
+///                                                         lose or stay
 ///
-/// Each prints "ready", its user id and its unique name first.
+/// Each prints "ready", its user id and its unique name first. Line breaks in texts are printed as blanks.
 
 namespace {
 
 std::string shown(const std::string& text) {
-  if (text.size() <= 4096) return "'" + text + "'";
+  if (text.size() <= 4096) {
+    std::string line = text;
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    return "'" + line + "'";
+  }
   return std::to_string(text.size()) + " bytes, checksum " + std::to_string(checksum(text));
 }
 
