@@ -14,7 +14,7 @@ using foundation::Date;
 using foundation::PropertyList;
 
 constexpr std::size_t kLongestText = 16U << 20;
-constexpr int kDeepest = 16;
+constexpr int kDeepest = 16;  // below it there is only text
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 
 /// The kinds of a value, one byte each, in front of it.
@@ -102,7 +102,7 @@ class Reader {
   std::string_view remainder() { return take(rest_.size()); }
 
   PropertyList value(int depth = 0) {
-    if (depth > kDeepest) return fail();
+    if (depth > kDeepest + 1) return fail();
     switch (static_cast<Tag>(number<std::uint8_t>())) {
       case Tag::dictionary:
         return dictionary(depth);
@@ -205,17 +205,32 @@ Character characterAt(std::string_view text) {
   return {length, character != 0 && !isNoncharacter(character)};
 }
 
+bool isPlain(char byte) {
+  const auto value = static_cast<unsigned char>(byte);
+  return value > 0 && value < 0x80;
+}
+
+/// A run of plain characters, or one that is not: its length in the text, and what stands for it.
+std::pair<std::size_t, std::string_view> nextPiece(std::string_view text) {
+  std::size_t run = 0;
+  while (run < text.size() && isPlain(text[run])) ++run;
+  if (run > 0) return {run, text.substr(0, run)};
+  const Character character = characterAt(text);
+  return {character.length, character.isTransferable ? text.substr(0, character.length) : kReplacement};
+}
+
 }  // namespace
 
 std::string busText(std::string_view text) {
   std::string result;
   result.reserve(std::min(text.size(), kLongestText));
   while (!text.empty()) {
-    const Character character = characterAt(text);
-    const std::string_view added = character.isTransferable ? text.substr(0, character.length) : kReplacement;
-    if (result.size() + added.size() > kLongestText) break;
-    result.append(added);
-    text.remove_prefix(character.length);
+    const auto [length, added] = nextPiece(text);
+    const std::size_t room = kLongestText - result.size();
+    if (added.size() > room && !isPlain(added.front())) break;
+    result.append(added.substr(0, room));
+    if (added.size() > room) break;
+    text.remove_prefix(length);
   }
   return result;
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <initializer_list>
 #include <string_view>
 #include <utility>
 
@@ -41,16 +42,10 @@ std::chrono::milliseconds patience(const Request& request) {
   return std::max(request.timeLeft - milliseconds(150), milliseconds(1));
 }
 
-/// What an error of a call to a client says about the client. NoReply comes from the bus: the client left
-/// before it answered.
-Outcome outcomeOf(const sdbus::Error& error) {
-  const std::string& name = error.getName();
-  const auto isDBus = [&](std::string_view last) {
-    return name == std::string("org.freedesktop.DBus.Error.").append(last);
-  };
-  if (isDBus("ServiceUnknown") || isDBus("NameHasNoOwner") || isDBus("NoReply")) return Outcome::gone;
-  if (isDBus("Timeout") || name == "System.Error.ETIMEDOUT") return Outcome::unanswered;
-  return Outcome::absent;
+bool isError(const sdbus::Error& error, std::initializer_list<const char*> names) {
+  return std::any_of(names.begin(), names.end(), [&](const char* name) {
+    return error.getName() == std::string("org.freedesktop.DBus.Error.") + name;
+  });
 }
 
 }  // namespace
@@ -157,13 +152,21 @@ void Agent::askClient(const Request& request) {
   calls_.call(
       client, "Introspect", [](sdbus::MethodCall&) {}, patience(request),
       [this, request](sdbus::MethodReply& reply, const sdbus::Error* error) {
-        if (error != nullptr) return answer(request.number, outcomeOf(*error));
+        if (error != nullptr) return clientDidNotAnswer(request, *error);
         std::string document;
         reply >> document;
         const bool isThere =
             declaresMethod(document, text(request.fields, "interface"), text(request.fields, "method"));
         answer(request.number, isThere ? Outcome::done : Outcome::absent);
       });
+}
+
+void Agent::clientDidNotAnswer(const Request& request, const sdbus::Error& error) {
+  if (isError(error, {"ServiceUnknown", "NameHasNoOwner"})) return answer(request.number, Outcome::gone);
+  // Both for a client that left before it answered and for one that lets the time pass.
+  if (isError(error, {"NoReply", "Timeout", "TimedOut"}))
+    return answerByPresence(request, Outcome::unanswered);
+  answer(request.number, Outcome::absent);
 }
 
 void Agent::messageClient(const Request& request) {
@@ -176,12 +179,17 @@ void Agent::messageClient(const Request& request) {
                 for (const PropertyList& value : *values) append(call, value);
               });
   // Asked after the message: a client that is still there now was there to be given it.
+  answerByPresence(request, Outcome::done);
+}
+
+void Agent::answerByPresence(const Request& request, Outcome whenThere) {
+  const std::string connection = text(request.fields, "connection");
   calls_.call(
       busItself(), "NameHasOwner", [&](sdbus::MethodCall& call) { call << connection; }, patience(request),
-      [this, number = request.number](sdbus::MethodReply& reply, const sdbus::Error* error) {
+      [this, whenThere, number = request.number](sdbus::MethodReply& reply, const sdbus::Error* error) {
         bool isThere = false;
         if (error == nullptr) reply >> isThere;
-        answer(number, isThere ? Outcome::done : Outcome::gone);
+        answer(number, isThere ? whenThere : Outcome::gone);
       });
 }
 

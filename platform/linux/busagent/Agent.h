@@ -37,7 +37,11 @@ class Agent {
   void notify(const platform::bus::Request& request);
   void findClient(const platform::bus::Request& request);
   void askClient(const platform::bus::Request& request);
+  void clientDidNotAnswer(const platform::bus::Request& request, const sdbus::Error& error);
   void messageClient(const platform::bus::Request& request);
+
+  /// Answers so when the client is still on the bus, else that it has gone.
+  void answerByPresence(const platform::bus::Request& request, platform::bus::Outcome whenThere);
 
   void answer(std::uint32_t number, platform::bus::Outcome outcome, const std::string& text = {});
   void write(const platform::bus::Report& report);
