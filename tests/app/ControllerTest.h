@@ -46,8 +46,10 @@ class ControllerTest : public testing::Test {
     TGLog::finishWriting();
   }
 
-  /// The process runs as root, as a scheduler starts it.
+  /// The process runs as root, as a scheduler starts it. Root's log lies in the machine's Library, in a
+  /// folder that the program does not make.
   void becomeRoot() {
+    mac.files.makeFolder("/Library/Logs/Vordenworks");
     mac.users.user = 0;
     mac.users.name = "root";
     mac.users.home = "/var/root";
