@@ -37,6 +37,8 @@ inline constexpr const char* kHelpers = "/Applications/Quillmend.app/Contents/He
 class ControllerTest : public testing::Test {
  protected:
   ControllerTest() {
+    mac.files.makeFolder("/Users/alice/Library/Preferences");
+    mac.files.makeFile("/usr/sbin/chown");
     for (const char* helper : {"killtool", "trashtool", "chowntool", "chmodtool"}) {
       mac.files.makeFile(std::string(kHelpers) + helper);
     }
