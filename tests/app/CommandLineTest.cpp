@@ -71,7 +71,7 @@ TEST_F(CommandLineTest, HelpIsPrintedAsItStandsAndNothingElseIsDone) {
   EXPECT_EQ(run({"-help"}), 0);
   EXPECT_EQ(printout.text(), kHelp);
   EXPECT_EQ(recorded(), "");
-  EXPECT_FALSE(mac.files.exists("/Library/Logs"));
+  EXPECT_FALSE(mac.files.exists("/Library/Logs/Vordenworks/Quillmend.task.1.log"));
   EXPECT_FALSE(mac.files.exists("/Users/alice"));
 }
 

@@ -37,6 +37,8 @@ inline constexpr const char* kHelpers = "/Applications/Quillmend.app/Contents/He
 class ControllerTest : public testing::Test {
  protected:
   ControllerTest() {
+    mac.files.makeFolder("/Users/alice/Library/Preferences");
+    mac.files.makeFile("/usr/sbin/chown");
     for (const char* helper : {"killtool", "trashtool", "chowntool", "chmodtool"}) {
       mac.files.makeFile(std::string(kHelpers) + helper);
     }
@@ -46,8 +48,10 @@ class ControllerTest : public testing::Test {
     TGLog::finishWriting();
   }
 
-  /// The process runs as root, as a scheduler starts it.
+  /// The process runs as root, as a scheduler starts it. Root's log lies in the machine's Library, in a
+  /// folder that the program does not make.
   void becomeRoot() {
+    mac.files.makeFolder("/Library/Logs/Vordenworks");
     mac.users.user = 0;
     mac.users.name = "root";
     mac.users.home = "/var/root";

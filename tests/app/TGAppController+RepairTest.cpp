@@ -400,8 +400,7 @@ TEST_P(RepairInBothFormsTest, OneFlagStandsForPreferencesAndLayout) {
                               restarted({"4.0"}), ended(kSuccess)})));
   mac.recorder.clear();
   controller->startRepair(ShouldTrash::no, Silent::no);
-  EXPECT_THAT(mac.recorder.lines(),
-              testing::Not(testing::Contains(testing::HasSubstr("Resetting window layout..."))));
+  EXPECT_THAT(mac.recorder.lines(), testing::Not(testing::Contains("console Resetting window layout...")));
 }
 
 TEST_P(RepairInBothFormsTest, AMissingComputerNameIsSaidAndIsNoErrorOfTheRepair) {
