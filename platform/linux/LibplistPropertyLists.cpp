@@ -1,4 +1,4 @@
-    if (!std::isfinite(seconds)) return std::nullopt;#include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LibplistPropertyLists.h"
 
 #include <bit>
 #include <cerrno>
