@@ -112,7 +112,7 @@ std::vector<std::string> reportFolders() {
 /// at.
 OptionalText reportNewerThan(Date launch, const std::string& applicationName) {
   for (const std::string& folder : reportFolders()) {
-    const OptionalText report = lastReportIn(folder, applicationName);
+    OptionalText report = lastReportIn(folder, applicationName);
     if (!report) continue;
     const auto modified = platform::current().fileQueries.modificationDate(*report);
     if (modified && *modified > launch) return report;

@@ -2,9 +2,11 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -13,6 +15,8 @@
 #include <system_error>
 
 #include "platform/foundation/Paths.h"
+#include "platform/foundation/Text.h"
+#include "platform/posix/TreeCopy.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
@@ -51,11 +55,13 @@ class PosixWritableFile : public WritableFile {
 
 /// Opens a regular file; whatever else is there is refused without blocking on it.
 Result<UniqueDescriptor> openRegular(const std::string& path, int flags) {
+  struct stat status {};
+  // Looked at first, because opening a device can do something to it and opening a FIFO wakes its writers.
+  if (::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) return systemError(EINVAL, path);
   UniqueDescriptor descriptor(::open(path.c_str(), flags | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
   if (!descriptor) return systemError(errno, path);
-  struct stat status {};
   if (::fstat(descriptor.get(), &status) != 0) return systemError(errno, path);
-  if (!S_ISREG(status.st_mode)) return systemError(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path);
+  if (!S_ISREG(status.st_mode)) return systemError(EINVAL, path);
   return descriptor;
 }
 
@@ -75,69 +81,121 @@ Result<std::string> readWhole(const std::string& path, std::uint64_t limit, int 
   }
 }
 
+/// A folder held open, so that what is done in it stays in it whatever becomes of its path meanwhile, and the
+/// name of an item in it.
+struct Place {
+  UniqueDescriptor folder;
+  std::string name;
+};
+
+Result<Place> placeOf(const std::string& path) {
+  const std::string parent = foundation::deletingLastPathComponent(path);
+  const char* const folder = parent.empty() ? "." : parent.c_str();
+  Place place{UniqueDescriptor(::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+              foundation::lastPathComponent(path)};
+  // A folder may be writable and not readable; it only cannot be synchronised then.
+  if (!place.folder && errno == EACCES) place.folder.reset(::open(folder, O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!place.folder) return systemError(errno, path);
+  return place;
+}
+
+/// A name that nobody can guess and occupy beforehand, independent of the target's (which may be as long as a
+/// name can be).
+std::string temporaryName() {
+  std::array<unsigned char, 12> bytes{};
+  if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) return {};
+  std::string name = ".quillmend.";
+  for (const unsigned char byte : bytes) name += foundation::stringWithFormat("%02x", unsigned{byte});
+  return name;
+}
+
 /// A temporary file beside the one that it will replace; gone with the object unless it was renamed.
 class ReplacementFile {
  public:
-  explicit ReplacementFile(const std::string& target)
-      : path_(foundation::appendingPathComponent(foundation::deletingLastPathComponent(target),
-                                                 ".quillmend.XXXXXX")) {
-    descriptor_.reset(::mkostemp(path_.data(), O_CLOEXEC));
-  }
+  ReplacementFile(const Place& target, mode_t mode)
+      : target_(target),
+        name_(temporaryName()),
+        descriptor_(::openat(target.folder.get(), name_.c_str(),
+                             O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode)) {}
   ~ReplacementFile() {
-    if (descriptor_ && !renamed_) ::unlink(path_.c_str());
+    if (descriptor_ && !renamed_) ::unlinkat(target_.folder.get(), name_.c_str(), 0);
   }
   ReplacementFile(const ReplacementFile&) = delete;
   ReplacementFile& operator=(const ReplacementFile&) = delete;
 
   [[nodiscard]] bool isOpen() const { return static_cast<bool>(descriptor_); }
   [[nodiscard]] int descriptor() const { return descriptor_.get(); }
-  [[nodiscard]] bool renameTo(const std::string& target) {
-    renamed_ = ::rename(path_.c_str(), target.c_str()) == 0;
+  [[nodiscard]] bool replaceTarget() {
+    const int folder = target_.folder.get();
+    renamed_ = ::renameat(folder, name_.c_str(), folder, target_.name.c_str()) == 0;
     return renamed_;
   }
 
  private:
-  std::string path_;
+  const Place& target_;
+  std::string name_;
   UniqueDescriptor descriptor_;
   bool renamed_ = false;
 };
 
-mode_t currentUmask() {
-  const mode_t mask = ::umask(022);
-  ::umask(mask);
-  return mask;
-}
-
-/// Gives the replacement the owner and mode of the file that it replaces, or those of a new file.
-bool takeOverAttributes(int descriptor, const std::string& target) {
-  struct stat old {};
-  if (::lstat(target.c_str(), &old) != 0 || !S_ISREG(old.st_mode)) {
-    return ::fchmod(descriptor, 0644 & ~currentUmask()) == 0;
-  }
+/// Gives the replacement the owner and mode of the file that it replaces. Set-id bits are not taken over: as
+/// root that would put new content under a right that was given to the old.
+bool takeOverAttributes(int descriptor, const struct stat& old) {
   struct stat fresh {};
   if (::fstat(descriptor, &fresh) != 0) return false;
   const bool sameOwner = fresh.st_uid == old.st_uid && fresh.st_gid == old.st_gid;
   if (!sameOwner && ::fchown(descriptor, old.st_uid, old.st_gid) != 0) return false;
-  return ::fchmod(descriptor, old.st_mode & 07777) == 0;
+  return ::fchmod(descriptor, old.st_mode & 0777U) == 0;
 }
 
-/// Makes the renaming itself last through a power cut.
-void syncFolder(const std::string& folder) {
-  const UniqueDescriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (descriptor) ::fsync(descriptor.get());
+/// rename(2) that replaces nothing; 0 or an errno value.
+int renameExclusively(const Place& from, const Place& to) {
+  const char* const oldName = from.name.c_str();
+  const char* const newName = to.name.c_str();
+  if (::renameat2(from.folder.get(), oldName, to.folder.get(), newName, RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return errno;
+  // A file system that does not know the flag, or a folder moved into itself: look first, then rename.
+  struct stat status {};
+  if (::fstatat(to.folder.get(), newName, &status, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
+  return ::renameat(from.folder.get(), oldName, to.folder.get(), newName) == 0 ? 0 : errno;
 }
 
-Result<void> moveAcrossFileSystems(const std::string& from, const std::string& to) {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks, error);
-  if (error) {
-    std::error_code ignored;
-    fs::remove_all(to, ignored);
-    return systemError(error.value(), from);
+/// A folder that only this process's account can enter, in which a copy is made before it appears under its
+/// name; removed with what is left in it.
+class PrivateFolder {
+ public:
+  explicit PrivateFolder(const UniqueDescriptor& parent) : parent_(parent), name_(temporaryName()) {
+    if (::mkdirat(parent_.get(), name_.c_str(), 0700) != 0) return;
+    folder_.reset(::openat(parent_.get(), name_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   }
-  fs::remove_all(from, error);
-  if (error) return systemError(error.value(), from);
+  ~PrivateFolder() {
+    if (folder_) static_cast<void>(removeItem(parent_.get(), name_));
+  }
+  PrivateFolder(const PrivateFolder&) = delete;
+  PrivateFolder& operator=(const PrivateFolder&) = delete;
+
+  [[nodiscard]] bool isOpen() const { return static_cast<bool>(folder_); }
+  [[nodiscard]] Place placeFor(const std::string& name) const {
+    return {UniqueDescriptor(::fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0)), name};
+  }
+
+ private:
+  const UniqueDescriptor& parent_;
+  const std::string name_;
+  UniqueDescriptor folder_;
+};
+
+Result<void> moveAcrossFileSystems(const Place& from, const Place& to, const std::string& path) {
+  const PrivateFolder folder(to.folder);
+  if (!folder.isOpen()) return systemError(errno, path);
+  const Place copy = folder.placeFor(from.name);
+  auto copied = copyItem(from.folder.get(), from.name, copy.folder.get());
+  if (!copied) return systemError(copied.error().code, path);
+  if (const int reason = renameExclusively(copy, to); reason != 0) return systemError(reason, path);
+  ::fsync(to.folder.get());
+  if (auto removed = removeCopied(from.folder.get(), copied.value()); !removed) {
+    return systemError(removed.error().code, path);
+  }
   return {};
 }
 
@@ -197,16 +255,22 @@ Result<void> PosixFileChanges::createDirectory(const std::string& path) {
   const std::string parent = foundation::deletingLastPathComponent(path);
   if (reason != ENOENT || parent.empty() || parent == path) return systemError(reason, path);
   if (auto made = createDirectory(parent); !made) return made;
-  if (::mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) return systemError(errno, path);
-  return {};
+  if (::mkdir(path.c_str(), 0777) == 0) return {};
+  // Somebody else may have made it in the meantime.
+  const int secondReason = errno;
+  if (secondReason == EEXIST && ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return {};
+  return systemError(secondReason, path);
 }
 
 Result<void> PosixFileChanges::move(const std::string& from, const std::string& to) {
-  struct stat status {};
-  if (::lstat(to.c_str(), &status) == 0) return systemError(EEXIST, to);
-  if (::rename(from.c_str(), to.c_str()) == 0) return {};
-  if (errno != EXDEV) return systemError(errno, from);
-  return moveAcrossFileSystems(from, to);
+  const auto source = placeOf(from);
+  if (!source) return source.error();
+  const auto target = placeOf(to);
+  if (!target) return target.error();
+  const int reason = renameExclusively(source.value(), target.value());
+  if (reason == 0) return {};
+  if (reason == EXDEV) return moveAcrossFileSystems(source.value(), target.value(), from);
+  return systemError(reason, reason == EEXIST ? to : from);
 }
 
 Result<void> PosixFileChanges::remove(const std::string& path) {
@@ -218,21 +282,30 @@ Result<void> PosixFileChanges::remove(const std::string& path) {
 }
 
 Result<void> PosixFileChanges::writeAtomically(const std::string& path, std::string_view bytes) {
-  struct stat status {};
-  if (::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return systemError(EISDIR, path);
-  ReplacementFile replacement(path);
+  const auto place = placeOf(path);
+  if (!place) return place.error();
+  const Place& target = place.value();
+  struct stat old {};
+  const bool isThere = ::fstatat(target.folder.get(), target.name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
+  if (isThere && S_ISDIR(old.st_mode)) return systemError(EISDIR, path);
+  const bool replacesFile = isThere && S_ISREG(old.st_mode);
+  // What replaces a file may be as confidential as that; nobody else reads it before it has its mode.
+  ReplacementFile replacement(target, replacesFile ? 0600 : 0644);
   if (!replacement.isOpen()) return systemError(errno, path);
   if (auto written = writeAll(replacement.descriptor(), bytes, path); !written) return written;
-  if (!takeOverAttributes(replacement.descriptor(), path)) return systemError(errno, path);
+  if (replacesFile && !takeOverAttributes(replacement.descriptor(), old)) return systemError(errno, path);
   if (::fsync(replacement.descriptor()) != 0) return systemError(errno, path);
-  if (!replacement.renameTo(path)) return systemError(errno, path);
-  syncFolder(foundation::deletingLastPathComponent(path));
+  if (!replacement.replaceTarget()) return systemError(errno, path);
+  ::fsync(target.folder.get());  // makes the renaming itself last through a power cut
   return {};
 }
 
 Result<std::unique_ptr<WritableFile>> PosixFileChanges::openForWriting(const std::string& path) {
   auto descriptor = openRegular(path, O_WRONLY | O_NOFOLLOW);
   if (!descriptor) return descriptor.error();
+  struct stat status {};
+  if (::fstat(descriptor.value().get(), &status) != 0) return systemError(errno, path);
+  if (::geteuid() == 0 && status.st_nlink > 1) return systemError(EMLINK, path);
   return std::unique_ptr<WritableFile>(
       std::make_unique<PosixWritableFile>(std::move(descriptor).value(), path));
 }

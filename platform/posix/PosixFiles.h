@@ -17,6 +17,13 @@ class PosixFileQueries : public FileQueries {
 };
 
 /// File changes by POSIX calls.
+///
+/// They may be made by root in a folder that a user controls. What is moved to another file system is copied
+/// with owner, mode, times, extended attributes and hard links into a private folder, synchronised and
+/// compared, before it appears under its name; what TreeCopy.h says of devices and set-id bits holds here.
+/// Writing atomically replaces a link rather than what it leads to, and does not take set-id bits over. Root
+/// does not open a file for writing that has further names (EMLINK): one of them may be another program's
+/// file.
 class PosixFileChanges : public FileChanges {
  public:
   foundation::Result<void> createDirectory(const std::string& path) override;

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+
+namespace platform {
+
+/// An entry of the account database.
+struct Account {
+  std::string name;
+  uid_t user = 0;
+  gid_t group = 0;
+  std::string home;
+  std::string shell;
+};
+
+/// Entries of the account database, whatever sources nsswitch.conf(5) names: getpwnam_r(3), getpwuid_r(3).
+/// nullopt for an unknown account and when the database cannot be asked.
+[[nodiscard]] std::optional<Account> accountNamed(const std::string& name);
+[[nodiscard]] std::optional<Account> accountWithID(uid_t user);
+
+}  // namespace platform

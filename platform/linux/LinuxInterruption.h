@@ -1,0 +1,15 @@
+#pragma once
+
+#include "platform/ProcessInformation.h"
+
+namespace platform {
+
+/// SIGTERM, SIGINT and SIGHUP by sigaction(2); system calls under way are started again.
+class LinuxInterruption : public Interruption {
+ public:
+  void defer() override;
+  std::optional<int> requested() override;
+  void deliver() override;
+};
+
+}  // namespace platform

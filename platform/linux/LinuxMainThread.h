@@ -1,0 +1,50 @@
+#pragma once
+
+#include <deque>
+#include <mutex>
+
+#include "platform/MainThread.h"
+#include "platform/posix/UniqueDescriptor.h"
+
+namespace platform {
+
+/// An event loop that owns the main thread while a window is open.
+class EventLoop {
+ public:
+  virtual ~EventLoop() = default;
+
+  /// As MainThread::serveUntilReadable, handling the loop's own events too. It hears of queued work by
+  /// watching LinuxMainThread::workDescriptor() and does it by calling LinuxMainThread::serveQueued().
+  virtual bool runUntilReadable(int descriptor, std::optional<std::chrono::nanoseconds> interval) = 0;
+};
+
+/// The thread whose id is the process's; a queue, and an eventfd(2) that is readable while something is
+/// queued. Work that nobody waits for and that throws is reported on the system console and dropped.
+class LinuxMainThread : public MainThread {
+ public:
+  LinuxMainThread();
+  bool isCurrent() override;
+  void perform(std::function<void()> work, Wait wait) override;
+  bool serveUntilReadable(int descriptor, std::optional<std::chrono::nanoseconds> interval) override;
+
+  /// Readable while work is queued.
+  [[nodiscard]] int workDescriptor() const { return wake_.get(); }
+
+  /// REQUIRES isCurrent(). Runs what is queued now; what that work queues in turn waits for the next call.
+  void serveQueued();
+
+  /// REQUIRES isCurrent(). Hands waits on the main thread to an event loop, or with nullptr back to poll(2).
+  void setEventLoop(EventLoop* loop) { loop_ = loop; }
+
+ private:
+  void enqueue(std::function<void()> work);
+  std::function<void()> takeFirst();
+  [[nodiscard]] std::size_t queuedCount();
+
+  UniqueDescriptor wake_;  ///< counts the queue, so that a wait nested in served work sees the rest
+  EventLoop* loop_ = nullptr;
+  std::mutex mutex_;
+  std::deque<std::function<void()>> queue_;
+};
+
+}  // namespace platform

@@ -1,0 +1,103 @@
+#include <csignal>
+
+#include <fcntl.h>
+
+#include "platform/LocalNotificationCenter.h"
+#include "platform/Platform.h"
+#include "platform/linux/BusAgent.h"
+#include "platform/linux/BusClientConnections.h"
+#include "platform/linux/BusDesktopNotifications.h"
+#include "platform/linux/BusDistributedNotifications.h"
+#include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxAlerts.h"
+#include "platform/linux/LinuxApplications.h"
+#include "platform/linux/LinuxClock.h"
+#include "platform/linux/LinuxDesktopApplication.h"
+#include "platform/linux/LinuxInterruption.h"
+#include "platform/linux/LinuxMainBundle.h"
+#include "platform/linux/LinuxMainThread.h"
+#include "platform/linux/LinuxPreferences.h"
+#include "platform/linux/LinuxProcessInformation.h"
+#include "platform/linux/LinuxSubprocesses.h"
+#include "platform/linux/LinuxSystemConsole.h"
+#include "platform/linux/LinuxUsersAndFolders.h"
+#include "platform/linux/LinuxWorkspace.h"
+#include "platform/linux/SudoAuthorization.h"
+#include "platform/posix/PosixFiles.h"
+
+namespace platform {
+namespace {
+
+
+/// What every part of the backend counts on. Standard streams that the caller closed become the null device,
+/// so that no file opened later is taken for one; writing to a pipe without a reader is an error, not the
+/// end.
+struct ProcessSetUp {
+  ProcessSetUp() {
+    int lowest = 0;
+    do {
+      lowest = ::open("/dev/null", O_RDWR);
+    } while (lowest >= 0 && lowest <= STDERR_FILENO);
+    if (lowest >= 0) ::close(lowest);
+    ::signal(SIGPIPE, SIG_IGN);
+  }
+};
+
+/// The services, in the order in which they need each other. Making them opens and starts nothing; each does
+/// so when it is first asked.
+struct LinuxPlatform {
+  ProcessSetUp setUp;
+  LinuxClock clock;
+  LinuxMainThread mainThread;
+  LinuxUsersAndFolders usersAndFolders;
+  PosixFileQueries fileQueries;
+  PosixFileChanges fileChanges;
+  LibplistPropertyLists propertyLists;
+  LinuxMainBundle mainBundle{fileQueries, propertyLists};
+  LinuxProcessInformation processInformation{fileQueries, propertyLists};
+  LinuxSystemConsole systemConsole{clock, processInformation};
+  LinuxSubprocesses subprocesses{mainThread, mainBundle};
+  LinuxApplications applications;
+  LinuxWorkspace workspace;
+  SudoAuthorization authorization;
+  BusAgent busAgent;
+  BusDistributedNotifications distributedNotifications{busAgent};
+  LocalNotificationCenter localNotifications;
+  BusDesktopNotifications desktopNotifications{busAgent};
+  BusClientConnections clientConnections{busAgent};
+  LinuxPreferences preferences;
+  LinuxAlerts alerts;
+  LinuxInterruption interruption;
+  LinuxDesktopApplication desktopApplication;
+  Platform platform{clock,
+                    mainThread,
+                    usersAndFolders,
+                    fileQueries,
+                    fileChanges,
+                    subprocesses,
+                    applications,
+                    workspace,
+                    authorization,
+                    distributedNotifications,
+                    localNotifications,
+                    desktopNotifications,
+                    clientConnections,
+                    propertyLists,
+                    preferences,
+                    alerts,
+                    systemConsole,
+                    mainBundle,
+                    processInformation,
+                    interruption,
+                    desktopApplication};
+};
+
+}  // namespace
+
+Platform& native() {
+  // Never freed: threads may still use it while the process ends.
+  static auto* const services = new LinuxPlatform();
+  return services->platform;
+}
+
+}  // namespace platform

@@ -1,0 +1,58 @@
+#include "platform/unimplemented/UnimplementedPlatform.h"
+
+namespace platform {
+namespace {
+
+struct UnimplementedPlatform {
+  UnimplementedClock clock;
+  UnimplementedMainThread mainThread;
+  UnimplementedUsersAndFolders usersAndFolders;
+  UnimplementedFileQueries fileQueries;
+  UnimplementedFileChanges fileChanges;
+  UnimplementedSubprocesses subprocesses;
+  UnimplementedApplications applications;
+  UnimplementedWorkspace workspace;
+  UnimplementedAuthorization authorization;
+  UnimplementedDistributedNotifications distributedNotifications;
+  UnimplementedLocalNotifications localNotifications;
+  UnimplementedDesktopNotifications desktopNotifications;
+  UnimplementedClientConnections clientConnections;
+  UnimplementedPropertyLists propertyLists;
+  UnimplementedPreferences preferences;
+  UnimplementedAlerts alerts;
+  UnimplementedSystemConsole systemConsole;
+  UnimplementedMainBundle mainBundle;
+  UnimplementedProcessInformation processInformation;
+  UnimplementedInterruption interruption;
+  UnimplementedDesktopApplication desktopApplication;
+  Platform platform{clock,
+                    mainThread,
+                    usersAndFolders,
+                    fileQueries,
+                    fileChanges,
+                    subprocesses,
+                    applications,
+                    workspace,
+                    authorization,
+                    distributedNotifications,
+                    localNotifications,
+                    desktopNotifications,
+                    clientConnections,
+                    propertyLists,
+                    preferences,
+                    alerts,
+                    systemConsole,
+                    mainBundle,
+                    processInformation,
+                    interruption,
+                    desktopApplication};
+};
+
+}  // namespace
+
+Platform& native() {
+  static auto* const services = new UnimplementedPlatform();
+  return services->platform;
+}
+
+}  // namespace platform

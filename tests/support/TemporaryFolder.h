@@ -1,0 +1,54 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+namespace support {
+
+/// A folder of the test's own on the real disk, gone with the object; its path has no links in it.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() : TemporaryFolder(std::filesystem::temp_directory_path().string()) {}
+  explicit TemporaryFolder(const std::string& below) {
+    std::string pattern = std::filesystem::canonical(below).string() + "/quillmend-test-XXXXXX";
+    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder");
+    path_ = pattern;
+  }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] std::string operator/(const std::string& relative) const { return path_ + "/" + relative; }
+
+  void makeAccessibleToAll() const { ::chmod(path_.c_str(), 0755); }
+
+  /// Makes a folder, or a file with the folders above it; answers its path.
+  [[nodiscard]] std::string folder(const std::string& relative) const {
+    std::filesystem::create_directories(*this / relative);
+    return *this / relative;
+  }
+  std::string file(const std::string& relative, const std::string& content = "") const {
+    std::filesystem::create_directories(std::filesystem::path(*this / relative).parent_path());
+    std::ofstream(*this / relative, std::ios::binary) << content;
+    return *this / relative;
+  }
+  [[nodiscard]] std::string content(const std::string& relative) const {
+    std::ifstream stream(*this / relative, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
+
+ private:
+  std::string path_;
+};
+
+}  // namespace support
