@@ -138,6 +138,7 @@ std::vector<Presence> Comparison::topmost(const std::set<std::string>& paths) {
     ++tops[top];
   }
   std::vector<Presence> found;
+  found.reserve(tops.size());
   for (const auto& [path, things] : tops) found.push_back({path, things});
   return found;
 }

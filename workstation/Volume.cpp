@@ -23,7 +23,6 @@ using foundation::PropertyList;
 constexpr Ownership administrators{0, adminID, 0775};
 constexpr Ownership administratorsFile{0, adminID, 0664};
 constexpr Ownership aliceFolder{aliceID, staffID, 0755};
-constexpr Ownership alicePrivate{aliceID, staffID, 0700};
 constexpr Ownership aliceFile{aliceID, staffID, 0644};
 constexpr Ownership open{0, 0, 0777};
 constexpr Ownership everybodysFile{0, 0, 0666};

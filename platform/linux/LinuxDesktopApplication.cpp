@@ -12,6 +12,7 @@ namespace platform {
 namespace {
 
 using WindowMain = int(int argc, char** argv);
+using WindowTerminate = void();
 
 int complain(std::string what) {
   std::replace(what.begin(), what.end(), '\n', ' ');
@@ -44,11 +45,18 @@ int LinuxDesktopApplication::run(const std::vector<std::string>& arguments) {
   }
   const std::string path = current().mainBundle.path() + "/Contents/Frameworks/libQuillmendWindow.so";
   // Never unloaded: a toolkit leaves exit handlers behind.
-  void* const module = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (module == nullptr) return complain("no window module: " + loaderMessage());
-  auto* const windowMain = reinterpret_cast<WindowMain*>(::dlsym(module, "QuillmendWindowMain"));
+  module_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (module_ == nullptr) return complain("no window module: " + loaderMessage());
+  auto* const windowMain = reinterpret_cast<WindowMain*>(::dlsym(module_, "QuillmendWindowMain"));
   if (windowMain == nullptr) return complain("no window module: " + loaderMessage());
   return call(windowMain, arguments);
+}
+
+void LinuxDesktopApplication::terminate() {
+  if (module_ == nullptr) return;
+  auto* const windowTerminate =
+      reinterpret_cast<WindowTerminate*>(::dlsym(module_, "QuillmendWindowTerminate"));
+  if (windowTerminate != nullptr) windowTerminate();
 }
 
 }  // namespace platform

@@ -28,7 +28,6 @@
 namespace platform {
 namespace {
 
-
 /// What every part of the backend counts on. Standard streams that the caller closed become the null device,
 /// so that no file opened later is taken for one; writing to a pipe without a reader is an error, not the
 /// end.

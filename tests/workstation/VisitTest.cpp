@@ -254,7 +254,7 @@ TEST_F(VisitTest, AnUnknownUserOrBundleIsReported) {
 
 TEST_F(VisitTest, ASecondVisitAtTheSameTimeIsRefused) {
   const TemporaryVolume sample({});
-  Visit going(sample, {"/bin/sh", "-c", "echo ready; sleep 60"});
+  Visit going(sample, {"/bin/sh", "-c", "echo ready; exec sleep 60"});
   ASSERT_TRUE(going.waitForOutput("ready", 10s));
   const auto second = visit(sample, {"true"});
   EXPECT_EQ(second.status, 125);
