@@ -1,5 +1,6 @@
 #include "platform/foundation/Date.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
@@ -24,10 +25,13 @@ std::string format(const std::tm& parts, const char* calendarFormat) {
   }
 }
 
+/// The greatest whole number of seconds whose nanoseconds fit.
+constexpr double kFarthest = 9223372036.0;
+
 }  // namespace
 
 Date Date::fromUnixTime(double seconds) {
-  const std::chrono::duration<double> sinceEpoch(seconds);
+  const std::chrono::duration<double> sinceEpoch(std::clamp(seconds, -kFarthest, kFarthest));
   return Date(TimePoint(std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch)));
 }
 

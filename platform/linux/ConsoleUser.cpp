@@ -27,7 +27,8 @@ struct FreeText {
 };
 using OwnedText = std::unique_ptr<char, FreeText>;
 
-/// libsystemd's functions, by their documented signatures. Not unloaded: it may have registered exit handlers.
+/// libsystemd's functions, by their documented signatures. Not unloaded: it may have registered exit
+/// handlers.
 class SystemdLibrary {
  public:
   SystemdLibrary() : library_(dlopen("libsystemd.so.0", RTLD_LAZY | RTLD_LOCAL)) {}
@@ -100,7 +101,9 @@ int consoleRank(std::string_view line) {
   return 0;
 }
 
-bool isAlive(pid_t process) { return process <= 0 || kill(process, 0) == 0 || errno != ESRCH; }
+bool isAlive(pid_t process) {
+  return process <= 0 || kill(process, 0) == 0 || errno != ESRCH;
+}
 
 struct Login {
   int rank = 0;

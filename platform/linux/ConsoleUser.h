@@ -25,9 +25,9 @@ class LoginSeat {
   [[nodiscard]] virtual SeatState state() const = 0;
 };
 
-/// logind's "seat0", asked by sd-login(3): sd_seat_get_active, sd_session_get_class, sd_session_get_username or
-/// sd_session_get_uid. The library libsystemd.so.0 is loaded at the call, so that a program that never asks does
-/// not map it, and one on a system without it works.
+/// logind's "seat0", asked by sd-login(3): sd_seat_get_active, sd_session_get_class, sd_session_get_username
+/// or sd_session_get_uid. The library libsystemd.so.0 is loaded at the call, so that a program that never
+/// asks does not map it, and one on a system without it works.
 class LogindSeat : public LoginSeat {
  public:
   [[nodiscard]] SeatState state() const override;

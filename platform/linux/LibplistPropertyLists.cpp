@@ -1,12 +1,16 @@
 #include "platform/linux/LibplistPropertyLists.h"
 
-#include <plist/plist.h>
-
+#include <bit>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <memory>
 #include <optional>
+
+#include "platform/foundation/Text.h"
+#include "platform/linux/Libplist.h"
+#include "platform/linux/PropertyListNesting.h"
 
 namespace platform {
 namespace {
@@ -16,13 +20,16 @@ using foundation::PropertyList;
 using foundation::Result;
 using foundation::systemError;
 
-/// Deeper nesting than any application writes; what is deeper is taken for an attack.
-constexpr int kGreatestDepth = 512;
 /// Seconds from 1970 to 2001, where property-list dates begin.
-constexpr std::int64_t kReferenceDate = 978307200;
+constexpr double kReferenceDate = 978307200;
+
+// The object markers of the binary format.
+constexpr char kSixteenByteInteger = '\x14';
+constexpr char kDate = '\x33';
+constexpr std::size_t kFirstObject = 8;  ///< behind "bplist00"
 
 struct FreeNode {
-  void operator()(void* node) const { plist_free(node); }
+  void operator()(void* node) const { Libplist::shared()->free(node); }
 };
 using Node = std::unique_ptr<void, FreeNode>;
 
@@ -31,153 +38,218 @@ struct FreeBytes {
 };
 using Bytes = std::unique_ptr<char, FreeBytes>;
 
-std::optional<PropertyList> valueOf(plist_t node, int depth);
-
-std::optional<PropertyList> dictionaryOf(plist_t node, int depth) {
-  PropertyList::Dictionary dictionary;
-  plist_dict_iter position = nullptr;
-  plist_dict_new_iter(node, &position);
-  const Bytes owner(static_cast<char*>(position));
-  while (true) {
-    char* key = nullptr;
-    plist_t child = nullptr;
-    plist_dict_next_item(node, position, &key, &child);
-    const Bytes keyOwner(key);
-    if (child == nullptr) return PropertyList(std::move(dictionary));
-    auto value = valueOf(child, depth + 1);
-    if (!value || key == nullptr) return std::nullopt;
-    dictionary.emplace_back(key, std::move(*value));
-  }
+std::string bigEndian(std::uint64_t number) {
+  std::string bytes;
+  for (unsigned shift = 64; shift > 0; shift -= 8) bytes += static_cast<char>(number >> (shift - 8) & 0xFFU);
+  return bytes;
 }
 
-std::optional<PropertyList> arrayOf(plist_t node, int depth) {
-  PropertyList::Array array;
-  plist_array_iter position = nullptr;
-  plist_array_new_iter(node, &position);
-  const Bytes owner(static_cast<char*>(position));
-  while (true) {
-    plist_t child = nullptr;
-    plist_array_next_item(node, position, &child);
-    if (child == nullptr) return PropertyList(std::move(array));
-    auto value = valueOf(child, depth + 1);
-    if (!value) return std::nullopt;
-    array.push_back(std::move(*value));
-  }
+std::uint64_t fromBigEndian(std::string_view bytes) {
+  std::uint64_t number = 0;
+  for (const char byte : bytes) number = number << 8U | static_cast<unsigned char>(byte);
+  return number;
 }
 
-PropertyList dateOf(plist_t node) {
-  std::int32_t seconds = 0;
-  std::int32_t microseconds = 0;
-  plist_get_date_val(node, &seconds, &microseconds);
-  const auto moment =
-      std::chrono::seconds(kReferenceDate + seconds) + std::chrono::microseconds(microseconds);
-  return PropertyList(Date(Date::TimePoint(moment)));
+/// A single value as a binary property list's object: marker and content. The library's accessors give dates
+/// in 32 bits and do not tell large unsigned numbers from negative ones; its binary form has both whole.
+std::string objectOf(const Libplist& plist, plist_t node) {
+  char* bytes = nullptr;
+  std::uint32_t length = 0;
+  plist.to_bin(node, &bytes, &length);
+  const Bytes owner(bytes);
+  return bytes == nullptr || length < kFirstObject ? ""
+                                                   : std::string(bytes + kFirstObject, length - kFirstObject);
 }
 
-std::string textOf(plist_t node) {
-  char* text = nullptr;
-  plist_get_string_val(node, &text);
-  const Bytes owner(text);
-  return text == nullptr ? "" : text;
+plist_t nodeFromObject(const Libplist& plist, const std::string& object) {
+  std::string bytes = "bplist00" + object;
+  const std::size_t table = bytes.size();
+  bytes += static_cast<char>(kFirstObject);
+  bytes += std::string(6, '\0') + "\x01\x01" + bigEndian(1) + bigEndian(0) + bigEndian(table);
+  plist_t node = nullptr;
+  plist.from_bin(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &node);
+  return node;
 }
 
-std::optional<PropertyList> valueOf(plist_t node, int depth) {
-  if (depth > kGreatestDepth) return std::nullopt;
-  switch (plist_get_node_type(node)) {
-    case PLIST_DICT:
-      return dictionaryOf(node, depth);
-    case PLIST_ARRAY:
-      return arrayOf(node, depth);
-    case PLIST_STRING:
-      return PropertyList(textOf(node));
-    case PLIST_DATE:
-      return dateOf(node);
-    case PLIST_BOOLEAN: {
-      std::uint8_t flag = 0;
-      plist_get_bool_val(node, &flag);
-      return PropertyList(flag != 0);
-    }
-    case PLIST_UINT: {
-      std::uint64_t number = 0;
-      plist_get_uint_val(node, &number);
-      return PropertyList(static_cast<std::int64_t>(number));
-    }
-    case PLIST_REAL: {
-      double number = 0;
-      plist_get_real_val(node, &number);
-      return PropertyList(number);
-    }
-    case PLIST_DATA: {
-      std::uint64_t length = 0;
-      const char* const bytes = plist_get_data_ptr(node, &length);
-      return PropertyList(PropertyList::Data{bytes == nullptr ? "" : std::string(bytes, length)});
-    }
-    case PLIST_UID: {
-      std::uint64_t number = 0;
-      plist_get_uid_val(node, &number);
-      return PropertyList(PropertyList::Uid{number});
-    }
-    default:
-      return std::nullopt;
-  }
-}
+/// Turns the library's nodes into values. Nothing where a node is of no known kind.
+class Reader {
+ public:
+  explicit Reader(const Libplist& plist) : plist_(plist) {}
 
-plist_t nodeOf(const PropertyList& value);
+  // NOLINTNEXTLINE(misc-no-recursion): the depth is limited before
+  std::optional<PropertyList> value(plist_t node) const {
+    switch (plist_.get_node_type(node)) {
+      case PLIST_DICT:
+        return dictionary(node);
+      case PLIST_ARRAY:
+        return array(node);
+      case PLIST_STRING:
+        return PropertyList(text(node));
+      case PLIST_DATE:
+        return date(node);
+      case PLIST_BOOLEAN:
+        return PropertyList(scalar<std::uint8_t>(plist_.get_bool_val, node) != 0);
+      case PLIST_UINT:
+        return integer(node);
+      case PLIST_REAL:
+        return PropertyList(scalar<double>(plist_.get_real_val, node));
+      case PLIST_DATA:
+        return PropertyList(data(node));
+      case PLIST_UID:
+        return PropertyList(PropertyList::Uid{scalar<std::uint64_t>(plist_.get_uid_val, node)});
+      default:
+        return std::nullopt;
+    }
+  }
 
-struct NodeMaker {
-  plist_t operator()(const PropertyList::Dictionary& dictionary) const {
-    plist_t const node = plist_new_dict();
-    for (const auto& [key, value] : dictionary) plist_dict_set_item(node, key.c_str(), nodeOf(value));
-    return node;
+ private:
+  template <typename Scalar>
+  static Scalar scalar(void (*get)(plist_t, Scalar*), plist_t node) {
+    Scalar value{};
+    get(node, &value);
+    return value;
   }
-  plist_t operator()(const PropertyList::Array& array) const {
-    plist_t const node = plist_new_array();
-    for (const PropertyList& value : array) plist_array_append_item(node, nodeOf(value));
-    return node;
+
+  std::optional<PropertyList> dictionary(plist_t node) const {
+    PropertyList::Dictionary dictionary;
+    plist_dict_iter position = nullptr;
+    plist_.dict_new_iter(node, &position);
+    const Bytes owner(static_cast<char*>(position));
+    while (true) {
+      char* key = nullptr;
+      plist_t child = nullptr;
+      plist_.dict_next_item(node, position, &key, &child);
+      const Bytes keyOwner(key);
+      if (child == nullptr) return PropertyList(std::move(dictionary));
+      auto content = value(child);
+      if (!content || key == nullptr) return std::nullopt;
+      dictionary.emplace_back(key, std::move(*content));
+    }
   }
-  plist_t operator()(const std::string& text) const { return plist_new_string(text.c_str()); }
-  plist_t operator()(const PropertyList::Data& data) const {
-    return plist_new_data(data.bytes.data(), data.bytes.size());
+
+  std::optional<PropertyList> array(plist_t node) const {
+    PropertyList::Array array;
+    plist_array_iter position = nullptr;
+    plist_.array_new_iter(node, &position);
+    const Bytes owner(static_cast<char*>(position));
+    while (true) {
+      plist_t child = nullptr;
+      plist_.array_next_item(node, position, &child);
+      if (child == nullptr) return PropertyList(std::move(array));
+      auto content = value(child);
+      if (!content) return std::nullopt;
+      array.push_back(std::move(*content));
+    }
   }
-  plist_t operator()(bool flag) const { return plist_new_bool(flag ? 1 : 0); }
-  plist_t operator()(std::int64_t number) const { return plist_new_uint(static_cast<std::uint64_t>(number)); }
-  plist_t operator()(std::uint64_t number) const { return plist_new_uint(number); }
-  plist_t operator()(double number) const { return plist_new_real(number); }
-  plist_t operator()(Date date) const {
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(date.moment());
-    const auto rest = std::chrono::duration_cast<std::chrono::microseconds>(date.moment() - seconds);
-    return plist_new_date(static_cast<std::int32_t>(seconds.time_since_epoch().count() - kReferenceDate),
-                          static_cast<std::int32_t>(rest.count()));
+
+  [[nodiscard]] std::string text(plist_t node) const {
+    const char* const text = plist_.get_string_ptr(node, nullptr);
+    return text == nullptr ? "" : text;
   }
-  plist_t operator()(PropertyList::Uid uid) const { return plist_new_uid(uid.value); }
+
+  [[nodiscard]] std::optional<PropertyList> date(plist_t node) const {
+    const std::string object = objectOf(plist_, node);
+    if (object.size() < 9 || object[0] != kDate) return std::nullopt;
+    const auto seconds = std::bit_cast<double>(fromBigEndian(std::string_view(object).substr(1, 8)));
+    if (!std::isfinite(seconds)) return std::nullopt;
+    return PropertyList(Date::fromUnixTime(kReferenceDate + seconds));
+  }
+
+  [[nodiscard]] PropertyList integer(plist_t node) const {
+    const auto number = scalar<std::uint64_t>(plist_.get_uint_val, node);
+    const bool isLarge = number > static_cast<std::uint64_t>(INT64_MAX);
+    if (isLarge && objectOf(plist_, node).starts_with(kSixteenByteInteger)) return {number};
+    return {static_cast<std::int64_t>(number)};
+  }
+
+  [[nodiscard]] PropertyList::Data data(plist_t node) const {
+    std::uint64_t length = 0;
+    const char* const bytes = plist_.get_data_ptr(node, &length);
+    return {bytes == nullptr ? "" : std::string(bytes, length)};
+  }
+
+  const Libplist& plist_;
 };
 
-plist_t nodeOf(const PropertyList& value) {
-  return std::visit(NodeMaker{}, value.value());
-}
+/// Turns values into the library's nodes; nullptr for one that cannot be written.
+struct Writer {
+  const Libplist& plist;
+  PropertyListFormat format;
+  std::size_t depth = 0;
+
+  [[nodiscard]] Node node(const PropertyList& value) const {
+    if (depth > kGreatestNesting) return nullptr;
+    return Node(std::visit(*this, value.value()));
+  }
+  [[nodiscard]] Writer deeper() const { return {plist, format, depth + 1}; }
+
+  static bool canBeWritten(const std::string& text) {
+    return text.find('\0') == std::string::npos && foundation::isUtf8(text);
+  }
+
+  plist_t operator()(const PropertyList::Dictionary& dictionary) const {
+    Node container(plist.new_dict());
+    for (const auto& [key, value] : dictionary) {
+      Node child = deeper().node(value);
+      if (!child || !canBeWritten(key)) return nullptr;
+      plist.dict_set_item(container.get(), key.c_str(), child.release());
+    }
+    return container.release();
+  }
+  plist_t operator()(const PropertyList::Array& array) const {
+    Node container(plist.new_array());
+    for (const PropertyList& value : array) {
+      Node child = deeper().node(value);
+      if (!child) return nullptr;
+      plist.array_append_item(container.get(), child.release());
+    }
+    return container.release();
+  }
+  plist_t operator()(const std::string& text) const {
+    return canBeWritten(text) ? plist.new_string(text.c_str()) : nullptr;
+  }
+  plist_t operator()(const PropertyList::Data& data) const {
+    return plist.new_data(data.bytes.data(), data.bytes.size());
+  }
+  plist_t operator()(bool flag) const { return plist.new_bool(flag ? 1 : 0); }
+  plist_t operator()(std::int64_t number) const { return plist.new_uint(static_cast<std::uint64_t>(number)); }
+  plist_t operator()(std::uint64_t number) const {
+    if (number <= static_cast<std::uint64_t>(INT64_MAX)) return plist.new_uint(number);
+    return nodeFromObject(plist, kSixteenByteInteger + bigEndian(0) + bigEndian(number));
+  }
+  plist_t operator()(double number) const { return plist.new_real(number); }
+  plist_t operator()(Date date) const {
+    // XML cuts the fraction here: the library cuts it towards 2001, which would move earlier dates.
+    const double unixTime = format == PropertyListFormat::xml ? std::floor(date.unixTime()) : date.unixTime();
+    return nodeFromObject(plist, kDate + bigEndian(std::bit_cast<std::uint64_t>(unixTime - kReferenceDate)));
+  }
+  plist_t operator()(PropertyList::Uid uid) const { return plist.new_uid(uid.value); }
+};
 
 }  // namespace
 
 Result<PropertyList> LibplistPropertyLists::parse(std::string_view bytes) {
   if (bytes.size() > kLargestPropertyList) return systemError(EFBIG, "");
+  if (!isReasonablyNested(bytes)) return systemError(EINVAL, "");
+  const Libplist* const plist = Libplist::shared();
+  if (plist == nullptr) return systemError(ENOSYS, "libplist");
   plist_t root = nullptr;
-  plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
+  plist->from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
   const Node owner(root);
   if (root == nullptr) return systemError(EINVAL, "");
-  auto value = valueOf(root, 0);
+  auto value = Reader(*plist).value(root);
   if (!value) return systemError(EINVAL, "");
   return std::move(*value);
 }
 
 Result<std::string> LibplistPropertyLists::serialize(const PropertyList& value, PropertyListFormat format) {
-  const Node root(nodeOf(value));
+  const Libplist* const plist = Libplist::shared();
+  if (plist == nullptr) return systemError(ENOSYS, "libplist");
+  const Node root = Writer{*plist, format}.node(value);
+  if (!root) return systemError(EINVAL, "");
   char* bytes = nullptr;
   std::uint32_t length = 0;
-  if (format == PropertyListFormat::xml) {
-    plist_to_xml(root.get(), &bytes, &length);
-  } else {
-    plist_to_bin(root.get(), &bytes, &length);
-  }
+  (format == PropertyListFormat::xml ? plist->to_xml : plist->to_bin)(root.get(), &bytes, &length);
   const Bytes owner(bytes);
   if (bytes == nullptr) return systemError(EINVAL, "");
   return std::string(bytes, length);

@@ -78,7 +78,8 @@ std::string linkText(int folder, const char* name) {
   while (true) {
     const ssize_t length = readlinkat(folder, name, text.data(), text.size());
     if (length < 0) return "";
-    if (static_cast<std::size_t>(length) < text.size()) return text.substr(0, static_cast<std::size_t>(length));
+    if (static_cast<std::size_t>(length) < text.size())
+      return text.substr(0, static_cast<std::size_t>(length));
     text.resize(text.size() * 2);
   }
 }

@@ -19,7 +19,7 @@ struct ProcessInfo {
   pid_t parent = 0;
   uid_t realUser = 0;
   std::uint64_t startTime = 0;  ///< clock ticks since boot; with `pid` it names a process for good
-  char state = '?';             ///< as in /proc/PID/stat: 'R', 'S', 'T' (stopped), 'Z' (ended, not yet waited for)
+  char state = '?';  ///< as in /proc/PID/stat: 'R', 'S', 'T' (stopped), 'Z' (ended, not yet waited for)
 
   /// The program's path, byte for byte, without the " (deleted)" that the kernel adds to one that is gone.
   /// Empty for a kernel thread, an ended process, and where we have no right to see it.
@@ -52,7 +52,8 @@ class ProcessTable {
 class ProcessHandle {
  public:
   /// Opens the process that was seen. Once the pidfd is open the process is looked at again: another start
-  /// time or program means that the number has changed hands, and gives ESRCH, as does a process that is gone.
+  /// time or program means that the number has changed hands, and gives ESRCH, as does a process that is
+  /// gone.
   [[nodiscard]] static foundation::Result<ProcessHandle> open(const ProcessTable& table,
                                                               const ProcessInfo& seen);
 

@@ -1,0 +1,191 @@
+#include "platform/linux/PropertyListNesting.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace platform {
+namespace {
+
+constexpr std::string_view kBinaryMagic = "bplist00";
+constexpr std::size_t kTrailerSize = 32;
+
+/// Moves behind the next `closing`; answers whether there is one.
+bool skip(std::string_view& text, std::string_view closing) {
+  const std::size_t end = text.find(closing);
+  if (end == std::string_view::npos) return false;
+  text.remove_prefix(end + closing.size());
+  return true;
+}
+
+/// How much a tag, without its angle brackets, changes the depth.
+int depthChange(std::string_view tag) {
+  const bool isClosing = tag.starts_with('/');
+  if (isClosing) tag.remove_prefix(1);
+  const std::string_view name = tag.substr(0, tag.find_first_of(" \t\r\n/>"));
+  if (name != "array" && name != "dict") return 0;
+  if (tag.ends_with('/')) return 0;
+  return isClosing ? -1 : 1;
+}
+
+bool isXmlReasonablyNested(std::string_view text) {
+  int depth = 0;
+  while (true) {
+    text.remove_prefix(std::min(text.find('<'), text.size()));
+    if (text.empty()) return depth == 0;
+    if (text.starts_with("<!--")) {
+      if (!skip(text, "-->")) return false;
+    } else if (text.starts_with("<![CDATA[")) {
+      if (!skip(text, "]]>")) return false;
+    } else if (text.starts_with("<?")) {
+      if (!skip(text, "?>")) return false;
+    } else {
+      const std::string_view tag = text.substr(1, text.find('>') - 1);
+      if (!skip(text, ">")) return false;
+      depth += depthChange(tag);
+      if (depth < 0 || depth > static_cast<int>(kGreatestNesting)) return false;
+    }
+  }
+}
+
+/// The objects of a binary property list, as Apple's CFBinaryPList.c lays them out: a marker byte, whose
+/// upper half is the kind and whose lower half the count, or 15 and the count as an integer object; after an
+/// array's or dictionary's count the numbers of its elements (keys first, then values).
+class BinaryObjects {
+ public:
+  explicit BinaryObjects(std::string_view bytes) : bytes_(bytes) {
+    if (bytes.size() < kBinaryMagic.size() + kTrailerSize) return;
+    const std::size_t trailer = bytes.size() - kTrailerSize;
+    offsetSize_ = static_cast<unsigned char>(bytes[trailer + 6]);
+    referenceSize_ = static_cast<unsigned char>(bytes[trailer + 7]);
+    const auto count = number(trailer + 8, 8);
+    root_ = number(trailer + 16, 8).value_or(0);
+    table_ = number(trailer + 24, 8).value_or(0);
+    const bool sizesFit = offsetSize_ >= 1 && offsetSize_ <= 8 && referenceSize_ >= 1 && referenceSize_ <= 8;
+    if (!sizesFit || table_ > trailer || *count > (trailer - table_) / offsetSize_) return;
+    count_ = *count;
+  }
+
+  [[nodiscard]] std::size_t count() const { return count_; }
+  [[nodiscard]] std::size_t root() const { return root_; }
+
+  /// The numbers of what an object contains; nullopt when it does not lie within the bytes.
+  [[nodiscard]] std::optional<std::vector<std::size_t>> elementsOf(std::size_t object) const {
+    const auto at = number(table_ + object * offsetSize_, offsetSize_);
+    const auto marker = at ? number(*at, 1) : std::nullopt;
+    if (!marker) return std::nullopt;
+    const auto kind = *marker >> 4U;
+    if (kind != 0xA && kind != 0xC && kind != 0xD) return std::vector<std::size_t>();
+    std::size_t position = *at + 1;
+    auto length = std::optional<std::size_t>(*marker & 0xFU);
+    if (*length == 0xF) length = longCount(position);
+    if (!length || *length > bytes_.size()) return std::nullopt;
+    return references(position, kind == 0xD ? 2 * *length : *length);
+  }
+
+ private:
+  /// A big-endian number, or nothing where it does not lie within the bytes.
+  [[nodiscard]] std::optional<std::size_t> number(std::size_t at, std::size_t size) const {
+    if (at > bytes_.size() || size > bytes_.size() - at || size > 8) return std::nullopt;
+    std::size_t value = 0;
+    for (const char byte : bytes_.substr(at, size)) value = value << 8U | static_cast<unsigned char>(byte);
+    return value;
+  }
+
+  /// Reads a count that is an integer object, and moves behind it.
+  std::optional<std::size_t> longCount(std::size_t& position) const {
+    const auto marker = number(position, 1);
+    if (!marker || *marker >> 4U != 1) return std::nullopt;
+    const std::size_t size = std::size_t{1} << (*marker & 0xFU);
+    const auto value = number(position + 1, size);
+    position += 1 + size;
+    return value;
+  }
+
+  [[nodiscard]] std::optional<std::vector<std::size_t>> references(std::size_t at, std::size_t length) const {
+    std::vector<std::size_t> elements;
+    for (std::size_t index = 0; index < length; ++index) {
+      const auto element = number(at + index * referenceSize_, referenceSize_);
+      if (!element || *element >= count_) return std::nullopt;
+      elements.push_back(*element);
+    }
+    return elements;
+  }
+
+  std::string_view bytes_;
+  std::size_t offsetSize_ = 0;
+  std::size_t referenceSize_ = 0;
+  std::size_t count_ = 0;
+  std::size_t root_ = 0;
+  std::size_t table_ = 0;
+};
+
+/// Walks the objects from the root, each once, and finds out how deep each reaches and for how many values it
+/// stands.
+class BinaryWalk {
+ public:
+  explicit BinaryWalk(const BinaryObjects& objects) : objects_(objects), known_(objects.count()) {}
+
+  bool succeeds() {
+    if (objects_.root() >= objects_.count() || !enter(objects_.root())) return false;
+    while (!path_.empty()) {
+      if (!step()) return false;
+    }
+    return true;
+  }
+
+ private:
+  struct Object {
+    std::size_t height = 0;  ///< 0 while it is not known
+    std::size_t values = 0;
+    bool isOnPath = false;
+  };
+  struct Visit {
+    std::size_t object = 0;
+    std::vector<std::size_t> elements;
+    std::size_t next = 0;
+    Object sum{1, 1, true};
+  };
+
+  bool enter(std::size_t object) {
+    auto elements = objects_.elementsOf(object);
+    if (!elements || path_.size() > kGreatestNesting || known_[object].isOnPath) return false;
+    known_[object].isOnPath = true;
+    path_.push_back({object, std::move(*elements)});
+    return true;
+  }
+
+  bool step() {
+    Visit& visit = path_.back();
+    if (visit.next == visit.elements.size()) return leave();
+    const Object& element = known_[visit.elements[visit.next]];
+    if (element.height == 0) return enter(visit.elements[visit.next]);
+    ++visit.next;
+    visit.sum.height = std::max(visit.sum.height, element.height + 1);
+    visit.sum.values += element.values;
+    return visit.sum.values <= kMostValues && path_.size() + element.height <= kGreatestNesting + 1;
+  }
+
+  bool leave() {
+    Visit& visit = path_.back();
+    visit.sum.isOnPath = false;
+    known_[visit.object] = visit.sum;
+    path_.pop_back();
+    return true;
+  }
+
+  const BinaryObjects& objects_;
+  std::vector<Object> known_;
+  std::vector<Visit> path_;
+};
+
+}  // namespace
+
+bool isReasonablyNested(std::string_view bytes) {
+  if (!bytes.starts_with(kBinaryMagic)) return isXmlReasonablyNested(bytes);
+  const BinaryObjects objects(bytes);
+  return BinaryWalk(objects).succeeds();
+}
+
+}  // namespace platform
