@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cerrno>
 
+#include "platform/foundation/Paths.h"
+
 namespace platform {
 namespace {
 
@@ -26,6 +28,14 @@ PlatformScope::~PlatformScope() {
 
 void logToSystemConsole(const std::string& message) {
   current().systemConsole.write(message);
+}
+
+std::string expandingTildeInPath(const std::string& path) {
+  if (!path.starts_with('~')) return path;
+  auto& users = current().usersAndFolders;
+  const std::string name = path.substr(1, path.find('/') - 1);
+  const auto home = name.empty() ? users.homeDirectory() : users.homeDirectoryForUser(name);
+  return home ? foundation::appendingPathComponent(*home, path.substr(1 + name.size())) : path;
 }
 
 foundation::Result<foundation::PropertyList> readPropertyList(const std::string& path) {

@@ -56,4 +56,8 @@ class UsersAndFolders {
   [[nodiscard]] virtual std::string temporaryDirectory() = 0;
 };
 
+/// A path with a leading "~" (this process's own home folder) or "~name" (that account's) replaced. Every
+/// other path, and one of an account that is not known, is answered as it is.
+[[nodiscard]] std::string expandingTildeInPath(const std::string& path);
+
 }  // namespace platform

@@ -42,26 +42,35 @@ class TextView {
   virtual void setNeedsDisplay() = 0;
 };
 
-class Button {
+/// What an action is sent by.
+class Sender {
  public:
-  virtual ~Button() = default;
+  virtual ~Sender() = default;
+};
+
+class Button : public Sender {
+ public:
   virtual void setEnabled(bool isEnabled) = 0;
 };
 
 /// The states of a check box or a menu item.
 enum class State { off = 0, on = 1 };
 
-class CheckBox {
+/// A sender that has a state.
+class Switch : public Sender {
  public:
-  virtual ~CheckBox() = default;
-  [[nodiscard]] virtual State state() const = 0;
-};
-
-class MenuItem {
- public:
-  virtual ~MenuItem() = default;
   [[nodiscard]] virtual State state() const = 0;
   virtual void setState(State state) = 0;
+};
+
+class CheckBox : public Switch {};
+
+class MenuItem : public Switch {};
+
+/// A picture; nothing is asked of it.
+class ImageView {
+ public:
+  virtual ~ImageView() = default;
 };
 
 class Window {

@@ -44,7 +44,8 @@ void postInProcess(const char* name, const std::optional<foundation::Date>& clic
 void TGGrowl::postGrowlNotification(const std::string& title, const std::string& description,
                                     const std::optional<std::string>& icon) {
   if (isDisabled()) return;
-  static Callbacks callbacks;
+  // Never freed: a click may come in while the process ends.
+  static auto& callbacks = *new Callbacks;
   auto& system = platform::current();
   system.desktopNotifications.setDelegate(&callbacks);
   platform::DesktopNotification notification;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -52,52 +53,85 @@ const char* subfolder(SearchPathDirectory directory) {
 class FakeSubprocess : public platform::Subprocess {
  public:
   FakeSubprocess(Recorder& recorder, const std::string& path, std::string commandLine, ToolRun run,
-                 bool recordsWaits)
+                 bool recordsWaits, bool recordsPipes)
       : recorder_(recorder),
         path_(path),
         commandLine_(std::move(commandLine)),
         run_(std::move(run)),
-        recordsWaits_(recordsWaits) {}
+        recordsWaits_(recordsWaits),
+        recordsPipes_(recordsPipes) {}
 
   const std::string& launchPath() const override { return path_; }
   void launch() override {
     recorder_.add("run " + commandLine_);
     if (run_.launchFailure) throw *run_.launchFailure;
-    running_ = true;
+    setRunning(true);
+    if (run_.whenLaunched) run_.whenLaunched();
   }
-  bool isRunning() override { return running_; }
+  bool isRunning() override {
+    const std::scoped_lock lock(mutex_);
+    return running_;
+  }
   void waitUntilExit() override {
     if (recordsWaits_) recorder_.add("wait " + path_);
-    running_ = false;
+    waitForTermination();
+    setRunning(false);
   }
   int terminationStatus() override { return run_.status; }
   void terminate() override {
     recorder_.add("terminate " + path_);
-    running_ = false;
+    if (run_.runsUntilTerminated) run_.status = SIGTERM;
+    setRunning(false);
   }
-  std::string availableOutput() override { return std::exchange(run_.output, ""); }
-  std::string availableError() override { return std::exchange(run_.error, ""); }
-  void closeOutput() override {}
-  void closeError() override {}
+  std::string availableOutput() override {
+    recordPipe("read output ");
+    if (run_.output.empty()) waitForTermination();
+    return std::exchange(run_.output, "");
+  }
+  std::string availableError() override {
+    recordPipe("read error ");
+    return std::exchange(run_.error, "");
+  }
+  void closeOutput() override { recordPipe("close output "); }
+  void closeError() override { recordPipe("close error "); }
 
  private:
+  void recordPipe(const char* what) {
+    if (recordsPipes_) recorder_.add(what + path_);
+  }
+  void setRunning(bool running) {
+    const std::scoped_lock lock(mutex_);
+    running_ = running;
+    changed_.notify_all();
+  }
+  void waitForTermination() {
+    std::unique_lock lock(mutex_);
+    if (run_.runsUntilTerminated) changed_.wait(lock, [&] { return !running_; });
+  }
+
   Recorder& recorder_;
   std::string path_;
   std::string commandLine_;
   ToolRun run_;
   bool recordsWaits_;
+  bool recordsPipes_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
   bool running_ = false;
 };
 
 class FakePipe : public platform::CommunicationsPipe {
  public:
-  explicit FakePipe(std::string content) : content_(std::move(content)) {}
+  FakePipe(std::string content, std::size_t& charactersRead)
+      : content_(std::move(content)), charactersRead_(charactersRead) {}
   int getCharacter() override {
+    ++charactersRead_;
     return at_ < content_.size() ? static_cast<unsigned char>(content_[at_++]) : -1;
   }
 
  private:
   std::string content_;
+  std::size_t& charactersRead_;
   std::size_t at_ = 0;
 };
 
@@ -134,9 +168,24 @@ platform::AuthorizationRef anyReference() {
 
 }  // namespace
 
+void Recorder::add(std::string line) {
+  const std::scoped_lock lock(mutex_);
+  lines_.push_back(std::move(line));
+}
+
+std::vector<std::string> Recorder::lines() const {
+  const std::scoped_lock lock(mutex_);
+  return lines_;
+}
+
+void Recorder::clear() {
+  const std::scoped_lock lock(mutex_);
+  lines_.clear();
+}
+
 std::vector<std::string> Recorder::only(const std::vector<std::string>& firstWords) const {
   std::vector<std::string> kept;
-  for (const std::string& line : lines_) {
+  for (const std::string& line : lines()) {
     const std::string word = line.substr(0, line.find(' '));
     if (std::find(firstWords.begin(), firstWords.end(), word) != firstWords.end()) kept.push_back(line);
   }
@@ -153,12 +202,36 @@ std::string describeDuration(std::chrono::nanoseconds duration) {
 }
 
 foundation::Date FakeClock::now() {
-  return foundation::Date(start.moment() + uptime_);
+  return foundation::Date(start.moment() + uptime_.load());
 }
 
 void FakeClock::sleep(std::chrono::nanoseconds duration) {
+  if (const auto sleepers = sleepers_; sleepers && sleepers->wakeful != std::this_thread::get_id()) {
+    std::unique_lock lock(sleepers->mutex);
+    sleepers->durations.push_back(duration);
+    sleepers->changed.notify_all();
+    sleepers->changed.wait(lock, [&] { return sleepers->woken; });
+    return;
+  }
   recorder_.add("sleep " + describeDuration(duration));
-  uptime_ += duration;
+  uptime_ = uptime_.load() + duration;
+}
+
+void FakeClock::holdOtherThreads() {
+  sleepers_ = std::make_shared<Sleepers>();
+  sleepers_->wakeful = std::this_thread::get_id();
+}
+
+std::vector<std::chrono::nanoseconds> FakeClock::waitForSleepers(std::size_t count) {
+  std::unique_lock lock(sleepers_->mutex);
+  sleepers_->changed.wait(lock, [&] { return sleepers_->durations.size() >= count; });
+  return sleepers_->durations;
+}
+
+void FakeClock::wakeOtherThreads() {
+  const std::scoped_lock lock(sleepers_->mutex);
+  sleepers_->woken = true;
+  sleepers_->changed.notify_all();
 }
 
 void FakeMainThread::perform(std::function<void()> work, platform::Wait wait) {
@@ -166,6 +239,14 @@ void FakeMainThread::perform(std::function<void()> work, platform::Wait wait) {
   const bool was = std::exchange(current, true);
   work();
   current = was;
+  const std::scoped_lock lock(mutex_);
+  ++performed_;
+  changed_.notify_all();
+}
+
+void FakeMainThread::waitUntilPerformed(int count) {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return performed_ >= count; });
 }
 
 bool FakeMainThread::serveUntilReadable(int descriptor, std::optional<std::chrono::nanoseconds> interval) {
@@ -284,7 +365,8 @@ std::shared_ptr<platform::Subprocess> FakeSubprocesses::create(platform::Subproc
   } else if (const auto byPath = runs.find(options.launchPath); byPath != runs.end()) {
     run = byPath->second;
   }
-  return std::make_shared<FakeSubprocess>(recorder_, options.launchPath, commandLine, run, recordsWaits);
+  return std::make_shared<FakeSubprocess>(recorder_, options.launchPath, commandLine, run, recordsWaits,
+                                          recordsPipes);
 }
 
 bool FakeSubprocesses::isExecutableFile(const std::string& path) {
@@ -380,7 +462,7 @@ platform::AuthorizationStatus FakeAuthorization::executeWithPrivileges(
     platform::AuthorizationRef, const std::string& path, platform::AuthorizationFlags,
     const std::vector<std::string>& arguments, std::unique_ptr<platform::CommunicationsPipe>* pipe) {
   recorder_.add("privileged " + joined(path, arguments));
-  if (pipe != nullptr) *pipe = std::make_unique<FakePipe>(pipeContent);
+  if (pipe != nullptr) *pipe = std::make_unique<FakePipe>(pipeContent, charactersRead);
   return execution;
 }
 
@@ -439,6 +521,7 @@ void FakeAlerts::runPanel(const std::string& title, const std::string& message) 
 void FakeSystemConsole::write(const std::string& message) {
   const std::scoped_lock lock(mutex_);
   messages_.push_back(message);
+  if (recordsMessages) recorder_.add("console " + message);
 }
 
 std::vector<std::string> FakeSystemConsole::messages() const {

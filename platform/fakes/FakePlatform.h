@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <map>
@@ -8,6 +10,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/Platform.h"
@@ -23,13 +26,15 @@ namespace fakes {
 /// "run /usr/sbin/scutil --get ComputerName", "sleep 600us", "post tgQuillmendScanFinished".
 class Recorder {
  public:
-  void add(std::string line) { lines_.push_back(std::move(line)); }
-  [[nodiscard]] const std::vector<std::string>& lines() const { return lines_; }
+  /// May be called from any thread, as everything here.
+  void add(std::string line);
+  [[nodiscard]] std::vector<std::string> lines() const;
   /// The lines that begin with one of the words.
   [[nodiscard]] std::vector<std::string> only(const std::vector<std::string>& firstWords) const;
-  void clear() { lines_.clear(); }
+  void clear();
 
  private:
+  mutable std::mutex mutex_;
   std::vector<std::string> lines_;
 };
 
@@ -40,15 +45,33 @@ class FakeClock : public platform::Clock {
  public:
   explicit FakeClock(Recorder& recorder) : recorder_(recorder) {}
   foundation::Date now() override;
-  std::chrono::nanoseconds uptime() override { return uptime_; }
+  std::chrono::nanoseconds uptime() override { return uptime_.load(); }
   /// Advances both clocks by the duration.
   void sleep(std::chrono::nanoseconds duration) override;
+
+  /// From now on a thread other than the caller's really sleeps, unrecorded, until it is woken; one that is
+  /// never woken sleeps on, also when the clock is gone.
+  void holdOtherThreads();
+  /// Waits until that many threads have gone to sleep since; answers for how long they mean to, in the order
+  /// they went.
+  std::vector<std::chrono::nanoseconds> waitForSleepers(std::size_t count);
+  /// Wakes all that sleep now or go to sleep later.
+  void wakeOtherThreads();
 
   foundation::Date start = foundation::Date::fromUnixTime(1293876000);  ///< 2011-01-01 10:00:00 +0000
 
  private:
+  struct Sleepers {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::chrono::nanoseconds> durations;
+    bool woken = false;
+    std::thread::id wakeful;
+  };
+
   Recorder& recorder_;
-  std::chrono::nanoseconds uptime_{0};
+  std::atomic<std::chrono::nanoseconds> uptime_{std::chrono::nanoseconds(0)};
+  std::shared_ptr<Sleepers> sleepers_;
 };
 
 /// Runs work at once on the calling thread; "main (wait)" and "main (no wait)" are recorded when asked for.
@@ -59,11 +82,17 @@ class FakeMainThread : public platform::MainThread {
   void perform(std::function<void()> work, platform::Wait wait) override;
   bool serveUntilReadable(int descriptor, std::optional<std::chrono::nanoseconds> interval) override;
 
+  /// Waits until that much work has been done; what other threads handed over is then behind them.
+  void waitUntilPerformed(int count);
+
   bool current = true;
   bool recordsWork = false;
 
  private:
   Recorder& recorder_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int performed_ = 0;
 };
 
 class FakeUsersAndFolders : public platform::UsersAndFolders {
@@ -144,9 +173,15 @@ struct ToolRun {
   std::string output = {};
   std::string error = {};
   std::optional<foundation::Exception> launchFailure = std::nullopt;
+  /// It does not end by itself: what waits for it (or for the end of its output) waits until it is
+  /// terminated; its status is then 15.
+  bool runsUntilTerminated = false;
+  /// Called at the end of its launch.
+  std::function<void()> whenLaunched = nullptr;
 };
 
-/// Records "run PATH ARGUMENTS..." at launch, "wait PATH" when it is waited for and "terminate PATH".
+/// Records "run PATH ARGUMENTS..." at launch and "terminate PATH"; when asked for also "wait PATH" and
+/// "read output PATH", "read error PATH", "close output PATH", "close error PATH".
 class FakeSubprocesses : public platform::Subprocesses {
  public:
   FakeSubprocesses(Recorder& recorder, RootedFiles& files) : recorder_(recorder), files_(files) {}
@@ -160,6 +195,7 @@ class FakeSubprocesses : public platform::Subprocesses {
   /// The options of every child made, in order.
   std::vector<platform::SubprocessOptions> created;
   bool recordsWaits = false;
+  bool recordsPipes = false;
 
  private:
   Recorder& recorder_;
@@ -222,6 +258,8 @@ class FakeAuthorization : public platform::Authorization {
   platform::AuthorizationStatus rights = platform::errAuthorizationSuccess;
   platform::AuthorizationStatus execution = platform::errAuthorizationSuccess;
   std::string pipeContent;
+  /// How much was read of it, the end counted as one character.
+  std::size_t charactersRead = 0;
   /// References given out and not freed.
   int held = 0;
 
@@ -303,14 +341,18 @@ class FakeAlerts : public platform::Alerts {
   Recorder& recorder_;
 };
 
-/// Keeps the messages apart from the calls.
+/// Keeps the messages apart from the calls, unless asked to record "console MESSAGE" among them.
 class FakeSystemConsole : public platform::SystemConsole {
  public:
+  explicit FakeSystemConsole(Recorder& recorder) : recorder_(recorder) {}
   void write(const std::string& message) override;
   /// The messages written so far.
   [[nodiscard]] std::vector<std::string> messages() const;
 
+  bool recordsMessages = false;
+
  private:
+  Recorder& recorder_;
   mutable std::mutex mutex_;
   std::vector<std::string> messages_;
 };
@@ -376,6 +418,7 @@ class FakeDesktopApplication : public platform::DesktopApplication {
  public:
   explicit FakeDesktopApplication(Recorder& recorder) : recorder_(recorder) {}
   int run(const std::vector<std::string>& arguments) override;
+  void terminate() override { recorder_.add("terminate application"); }
 
   int result = 0;
 
@@ -418,7 +461,7 @@ class FakePlatform {
   FakeClientConnections clientConnections{recorder};
   FakePreferences preferences{recorder};
   FakeAlerts alerts{recorder};
-  FakeSystemConsole systemConsole;
+  FakeSystemConsole systemConsole{recorder};
   FakeMainBundle mainBundle{files};
   FakeProcessInformation processInformation;
   FakeInterruption interruption{recorder};

@@ -2,32 +2,31 @@
 
 #include <fcntl.h>
 
+#include "platform/LocalNotificationCenter.h"
 #include "platform/Platform.h"
+#include "platform/linux/BusAgent.h"
+#include "platform/linux/BusClientConnections.h"
+#include "platform/linux/BusDesktopNotifications.h"
+#include "platform/linux/BusDistributedNotifications.h"
 #include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxAlerts.h"
 #include "platform/linux/LinuxApplications.h"
 #include "platform/linux/LinuxClock.h"
+#include "platform/linux/LinuxDesktopApplication.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
 #include "platform/linux/LinuxMainThread.h"
+#include "platform/linux/LinuxPreferences.h"
 #include "platform/linux/LinuxProcessInformation.h"
 #include "platform/linux/LinuxSubprocesses.h"
 #include "platform/linux/LinuxSystemConsole.h"
 #include "platform/linux/LinuxUsersAndFolders.h"
 #include "platform/linux/LinuxWorkspace.h"
+#include "platform/linux/SudoAuthorization.h"
 #include "platform/posix/PosixFiles.h"
-#include "platform/unimplemented/UnimplementedPlatform.h"
 
 namespace platform {
 namespace {
-
-using SudoAuthorization = UnimplementedAuthorization;
-using LinuxPreferences = UnimplementedPreferences;
-using LinuxAlerts = UnimplementedAlerts;
-using LinuxDesktopApplication = UnimplementedDesktopApplication;
-using BusDistributedNotifications = UnimplementedDistributedNotifications;
-using BusDesktopNotifications = UnimplementedDesktopNotifications;
-using BusClientConnections = UnimplementedClientConnections;
-using LocalNotificationCenter = UnimplementedLocalNotifications;
 
 /// What every part of the backend counts on. Standard streams that the caller closed become the null device,
 /// so that no file opened later is taken for one; writing to a pipe without a reader is an error, not the
@@ -60,10 +59,11 @@ struct LinuxPlatform {
   LinuxApplications applications;
   LinuxWorkspace workspace;
   SudoAuthorization authorization;
-  BusDistributedNotifications distributedNotifications;
+  BusAgent busAgent;
+  BusDistributedNotifications distributedNotifications{busAgent};
   LocalNotificationCenter localNotifications;
-  BusDesktopNotifications desktopNotifications;
-  BusClientConnections clientConnections;
+  BusDesktopNotifications desktopNotifications{busAgent};
+  BusClientConnections clientConnections{busAgent};
   LinuxPreferences preferences;
   LinuxAlerts alerts;
   LinuxInterruption interruption;

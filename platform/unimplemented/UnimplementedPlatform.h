@@ -230,6 +230,7 @@ class UnimplementedInterruption : public Interruption {
 class UnimplementedDesktopApplication : public DesktopApplication {
  public:
   int run(const std::vector<std::string>&) override { return 1; }
+  void terminate() override {}
 };
 
 }  // namespace platform

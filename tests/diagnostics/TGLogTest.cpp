@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <sstream>
 #include <thread>
@@ -598,6 +600,39 @@ TEST_F(TGLogTest, ARotationThatFailsInTheMiddleGoesOnInTheFullFile) {
   EXPECT_THAT(messages(), ElementsAre("Unable to move file " + generation(1) + " to " + generation(2)));
   EXPECT_EQ(entries(generation(1)), entry(last) + entry("Log truncated at 500KB"));
   EXPECT_EQ(shared().bytesWritten(), entry("Log truncated at 500KB").size());
+}
+
+// --- the end of the process ---
+
+class TGLogExitTest : public TGLogTest {
+ protected:
+  void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+  /// Ends the process as the entry point does, with the log left as it is.
+  [[noreturn]] void exitWithoutTrace() {
+    std::filesystem::remove_all(fake.files.root());
+    std::exit(7);
+  }
+};
+
+TEST_F(TGLogExitTest, AnIdleLogDoesNotKeepTheProcessAlive) {
+  const auto logAndExit = [this] {
+    TGLog::createNewLog("Quillmend");
+    TGLog::appendLog("last words");
+    exitWithoutTrace();
+  };
+  EXPECT_EXIT(logAndExit(), testing::ExitedWithCode(7), "");
+}
+
+TEST_F(TGLogExitTest, NeitherDoesAWriteUnderWay) {
+  const auto logAndExit = [this] {
+    TGLog::createNewLog("Quillmend");
+    Gate gate;
+    block(gate);
+    TGLog::appendLog(std::string(100, 'x'));
+    exitWithoutTrace();
+  };
+  EXPECT_EXIT(logAndExit(), testing::ExitedWithCode(7), "");
 }
 
 // --- many threads ---

@@ -20,7 +20,14 @@ struct SingletonScope {
  private:
   static T* exchange(T* object) {
     const std::scoped_lock lock(ImmortalSingleton<T>::monitor());
-    return std::exchange(ImmortalSingleton<T>::instance(), object);
+    T* const replaced = std::exchange(ImmortalSingleton<T>::instance(), object);
+    left().push_back(replaced);
+    return replaced;
+  }
+  /// All that scopes have set aside, within the reach of leak checkers.
+  static std::vector<T*>& left() {
+    static auto* const objects = new std::vector<T*>();
+    return *objects;
   }
   static std::vector<T*>& leftAlone() {
     static auto& objects = *new std::vector<T*>;

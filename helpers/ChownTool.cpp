@@ -1,0 +1,54 @@
+#include "helpers/ChownTool.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "helpers/ToolPath.h"
+
+namespace helpers {
+namespace {
+
+bool isAlready(const FileStatus& status, const Ownership& ownership) {
+  return status.owner == ownership.owner.value_or(status.owner) &&
+         status.group == ownership.group.value_or(status.group);
+}
+
+}  // namespace
+
+ExitStatus ChownTool::run(const std::vector<std::string>& arguments) {
+  if (arguments.size() != 3 || arguments[0] != "-R" || !isAbsolutePath(arguments[2])) {
+    return report_.stop(ExitStatus::usage, "usage: chowntool -R owner[:group] absolute-path");
+  }
+  const std::optional<Ownership> ownership = ownershipNamed(arguments[1]);
+  if (!ownership) {
+    return report_.stop(ExitStatus::usage, "unknown owner or group: " + escaped(arguments[1]));
+  }
+  auto top = locateUnprotected(surroundings_, arguments[2]);
+  if (!top) return reportUnlocated(report_, top.error());
+  changeTree(top.value(), *ownership);
+  return report_.status();
+}
+
+void ChownTool::changeTree(const PathEntry& top, const Ownership& ownership) {
+  LinkedFiles linked(report_);
+  TreeWalk walk(report_, [&](const TreeVisit& visit) {
+    if (isAlready(visit.status, ownership)) return;
+    if (!visit.status.isFolder() && visit.status.links > 1) return linked.add(visit);
+    change(visit.descriptor, visit.path, ownership);
+  });
+  walk.onListed(listed_);
+  walk.walk(top);
+  linked.finish([&](int descriptor, const std::string& path) { change(descriptor, path, ownership); });
+}
+
+void ChownTool::change(int descriptor, const std::string& path, const Ownership& ownership) {
+  constexpr auto kLeave = static_cast<uid_t>(-1);
+  if (fchownat(descriptor, "", ownership.owner.value_or(kLeave), ownership.group.value_or(kLeave),
+               AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW) != 0) {
+    report_.failure(foundation::systemError(errno, path));
+  }
+}
+
+}  // namespace helpers

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string_view>
+
+#include "helpers/PathEntry.h"
+
+namespace helpers {
+
+/// Makes the open file or folder `to` like `from`: owner, group, extended attributes (access control lists
+/// are among them) and permissions. Both must be open for more than O_PATH.
+[[nodiscard]] foundation::Result<void> copyOwnerModeAndAttributes(int from, const FileStatus& fromStatus,
+                                                                  int to, std::string_view path);
+
+/// Sets the modification time of an entry, and the access time to the same.
+[[nodiscard]] foundation::Result<void> setModified(int folder, const std::string& name,
+                                                   const FileStatus& status, std::string_view path);
+
+}  // namespace helpers

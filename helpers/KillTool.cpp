@@ -1,0 +1,141 @@
+#include "helpers/KillTool.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+
+#include "helpers/HelperProcess.h"
+
+namespace helpers {
+namespace {
+
+using platform::ProcessHandle;
+using platform::ProcessInfo;
+using platform::ProcessTable;
+using std::chrono::milliseconds;
+using Deadline = std::chrono::steady_clock::time_point;
+
+constexpr milliseconds kBetweenLooksForStop{100};
+
+milliseconds until(Deadline deadline) {
+  const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now());
+  return std::max(left, milliseconds(0));
+}
+
+/// This process and all that it descends from: whoever started a repair must see its end.
+std::set<pid_t> ourLine(const ProcessTable& table) {
+  std::set<pid_t> line = {0, 1};
+  for (pid_t pid = getpid(); line.insert(pid).second;) {
+    const auto process = table.process(pid);
+    if (!process) break;
+    pid = process->parent;
+  }
+  return line;
+}
+
+bool isSameFolder(const std::string& one, const std::string& other) {
+  struct stat first {};
+  struct stat second {};
+  return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 &&
+         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+/// In slices, so that a request to stop is heard.
+bool waitForExit(const ProcessHandle& process, Deadline deadline) {
+  while (true) {
+    const milliseconds left = until(deadline);
+    if (process.waitForExit(std::min(left, kBetweenLooksForStop))) return true;
+    if (left.count() == 0 || stopRequested()) return false;
+  }
+}
+
+}  // namespace
+
+ExitStatus KillTool::run(const std::vector<std::string>& arguments) {
+  if (!arguments.empty()) return report_.stop(ExitStatus::usage, "usage: killtool (it takes no arguments)");
+  int slowness = 1;
+  for (int round = 0; round < settings_.rounds && !stopRequested(); ++round, slowness = 4) {
+    const std::vector<Target> targets = findTargets();
+    if (targets.empty()) return report_.status();
+    stopTargets(targets, slowness);
+  }
+  for (const Target& target : findTargets()) {
+    report_.failure(target.handle.info().executable, "still running");
+  }
+  return report_.status();
+}
+
+std::vector<KillTool::Target> KillTool::findTargets() {
+  const std::set<pid_t> spared = ourLine(table_);
+  std::vector<Target> targets;
+  for (const ProcessInfo& process : table_.processes()) {
+    const auto role = roleOf(process);
+    if (!role || spared.contains(process.pid)) continue;
+    auto handle = ProcessHandle::open(table_, process);
+    if (handle) {
+      targets.push_back({*role, std::move(handle).value()});
+    } else if (handle.error().code != ESRCH) {
+      report_.failure(handle.error());
+    }
+  }
+  return targets;
+}
+
+std::optional<QmasterRole> KillTool::roleOf(const ProcessInfo& process) const {
+  std::string_view path = process.executable;
+  if (process.state == 'Z' || !path.starts_with(settings_.rootFolder)) return std::nullopt;
+  path.remove_prefix(settings_.rootFolder.size());
+  const auto role = qmasterRole(path);
+  return role && isSeenByUs(process) ? role : std::nullopt;
+}
+
+bool KillTool::isSeenByUs(const ProcessInfo& process) const {
+  struct stat file {};
+  if (!process.executableDeleted && lstat(process.executable.c_str(), &file) == 0 &&
+      file.st_dev == process.executableDevice && file.st_ino == process.executableInode) {
+    return true;
+  }
+  return process.executableDeleted &&
+         isSameFolder(table_.procFolder() + "/" + std::to_string(process.pid) + "/root", "/");
+}
+
+void KillTool::stopTargets(const std::vector<Target>& targets, int slowness) {
+  const Deadline end = std::chrono::steady_clock::now() + settings_.askAll / slowness;
+  for (const QmasterRole role :
+       {QmasterRole::client, QmasterRole::controller, QmasterRole::queue, QmasterRole::daemon}) {
+    ask(targets, role, std::min(end, std::chrono::steady_clock::now() + settings_.askEach / slowness));
+  }
+  force(targets, settings_.force);
+}
+
+void KillTool::ask(const std::vector<Target>& targets, QmasterRole role, Deadline deadline) {
+  std::vector<const Target*> asked;
+  for (const Target& target : targets) {
+    if (target.role != role || stopRequested()) continue;
+    if (signal(target, SIGTERM) && signal(target, SIGCONT)) asked.push_back(&target);
+  }
+  for (const Target* target : asked) static_cast<void>(waitForExit(target->handle, deadline));
+}
+
+void KillTool::force(const std::vector<Target>& targets, Milliseconds patience) {
+  std::vector<const Target*> forced;
+  for (const Target& target : targets) {
+    if (stopRequested() || target.handle.waitForExit(Milliseconds(0))) continue;
+    if (signal(target, SIGKILL)) forced.push_back(&target);
+  }
+  const Deadline deadline = std::chrono::steady_clock::now() + patience;
+  for (const Target* target : forced) static_cast<void>(waitForExit(target->handle, deadline));
+}
+
+/// A process that has ended meanwhile is no failure, and needs no waiting.
+bool KillTool::signal(const Target& target, int number) {
+  if (onSignal_) onSignal_(target.handle.info(), number);
+  const auto sent = target.handle.signal(number);
+  if (!sent && sent.error().code != ESRCH) report_.failure(sent.error());
+  return sent.ok();
+}
+
+}  // namespace helpers

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "helpers/QmasterPrograms.h"
+#include "helpers/Report.h"
+#include "platform/linux/ProcessTable.h"
+
+namespace helpers {
+
+/// killtool: stops Qmaster and the applications that use it (qmasterRole says which programs those are).
+///
+/// One role after the other is asked to end (SIGTERM, and SIGCONT for one that is stopped) and waited for, up
+/// to `askEach` a role and `askAll` together; each wait ends as soon as all are gone. What is left then is
+/// ended by force (SIGKILL) and waited for up to `force`. Programs that were started meanwhile are treated
+/// the same way, up to `rounds` times, each further round with a quarter of the time.
+///
+/// Each process is held by a pidfd from the moment it is recognised. A process counts only if the file that
+/// it runs is the one that we see at that path too, so that a program of that path in another root folder is
+/// not ours; where the file has been replaced or removed, our root folder must be that process's. Never
+/// touched: this process and those that it descends from, process 1, and kernel threads. Ended processes that
+/// nobody has waited for are passed over.
+class KillTool {
+ public:
+  struct Settings {
+    std::string rootFolder;  ///< what lies before each path; empty for "/"
+    std::chrono::milliseconds askEach{1500};
+    std::chrono::milliseconds askAll{5000};
+    std::chrono::milliseconds force{1000};
+    int rounds = 3;
+  };
+
+  KillTool(platform::ProcessTable table, Settings settings, Report& report)
+      : table_(std::move(table)), settings_(std::move(settings)), report_(report) {}
+
+  /// `arguments` without the tool's name: there must be none. ExitStatus::failed where something still runs.
+  [[nodiscard]] ExitStatus run(const std::vector<std::string>& arguments);
+
+  /// Called before each signal.
+  using OnSignal = std::function<void(const platform::ProcessInfo& process, int signal)>;
+  void onSignal(OnSignal onSignal) { onSignal_ = std::move(onSignal); }
+
+ private:
+  struct Target {
+    QmasterRole role;
+    platform::ProcessHandle handle;
+  };
+  using Milliseconds = std::chrono::milliseconds;
+  using Deadline = std::chrono::steady_clock::time_point;
+
+  [[nodiscard]] std::vector<Target> findTargets();
+  [[nodiscard]] std::optional<QmasterRole> roleOf(const platform::ProcessInfo& process) const;
+  [[nodiscard]] bool isSeenByUs(const platform::ProcessInfo& process) const;
+  void stopTargets(const std::vector<Target>& targets, int slowness);
+  void ask(const std::vector<Target>& targets, QmasterRole role, Deadline deadline);
+  void force(const std::vector<Target>& targets, Milliseconds patience);
+  [[nodiscard]] bool signal(const Target& target, int number);
+
+  platform::ProcessTable table_;
+  Settings settings_;
+  Report& report_;
+  OnSignal onSignal_;
+};
+
+}  // namespace helpers

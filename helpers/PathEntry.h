@@ -1,0 +1,94 @@
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "helpers/Surroundings.h"
+#include "platform/foundation/Result.h"
+#include "platform/linux/Descriptor.h"
+
+/// Files held by descriptors. Every descriptor here is opened with O_PATH: nothing is ever opened for reading
+/// or writing by looking, so that a FIFO or a device cannot make a tool wait or do something.
+namespace helpers {
+
+/// What statx(2) tells about one file.
+struct FileStatus {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::uint64_t mount = 0;  ///< the mount that it was reached through; 0 where the kernel does not tell
+  mode_t mode = 0;          ///< type and permission bits
+  uid_t owner = 0;
+  gid_t group = 0;
+  std::uint64_t links = 0;
+  std::uint64_t size = 0;
+  std::uint64_t representedDevice = 0;  ///< of a device file, as makedev(3) forms it
+  timespec modified{};
+  timespec changed{};
+
+  [[nodiscard]] bool isFolder() const { return S_ISDIR(mode); }
+  [[nodiscard]] bool isSymbolicLink() const { return S_ISLNK(mode); }
+  [[nodiscard]] bool isRegular() const { return S_ISREG(mode); }
+  [[nodiscard]] bool isSameFile(const FileStatus& other) const {
+    return device == other.device && inode == other.inode;
+  }
+  /// Within one volume things can be renamed; a volume mounted in a folder of another is not part of it.
+  [[nodiscard]] bool isSameVolume(const FileStatus& other) const {
+    return device == other.device && mount == other.mount;
+  }
+  [[nodiscard]] mode_t permissions() const { return mode & static_cast<mode_t>(07777); }
+};
+
+/// The status of an open descriptor. `path` is for the error.
+[[nodiscard]] foundation::Result<FileStatus> statusOf(int descriptor, std::string_view path);
+
+/// Opens one entry of an open folder without following it: O_PATH and O_NOFOLLOW, and `flags`.
+[[nodiscard]] foundation::Result<platform::Descriptor> openEntry(int folder, const std::string& name,
+                                                                 std::string_view path, int flags = 0);
+
+/// The names in an open folder, "." and ".." left out. `most` limits how many are read; 0 reads all.
+[[nodiscard]] foundation::Result<std::vector<std::string>> namesIn(int folder, std::string_view path,
+                                                                   std::size_t most = 0);
+
+/// One component on the way from "/" to a path's end.
+struct PathLevel {
+  std::string name;  ///< empty for "/"
+  platform::Descriptor descriptor;
+  FileStatus status;
+  bool onlyRootCanChange = false;  ///< this folder and all above it: see locate()
+};
+
+/// An existing entry and all folders that lead to it. Has at least two levels: "/" itself is no entry.
+struct PathEntry {
+  std::vector<PathLevel> levels;
+  std::string path;  ///< the real path: links on the way, "..", "." and doubled slashes are resolved
+
+  [[nodiscard]] const PathLevel& self() const { return levels.back(); }
+  [[nodiscard]] const PathLevel& folder() const { return levels[levels.size() - 2]; }
+  [[nodiscard]] const std::string& name() const { return self().name; }
+  [[nodiscard]] const FileStatus& status() const { return self().status; }
+};
+
+enum class LastLink { keep, follow };
+
+/// Opens a path, one component at a time, so that nobody can turn it elsewhere by planting a symbolic link. A
+/// link on the way is followed only where none but root (or the user that this process acts as) can have put
+/// it there: link and folder belong to root, and neither the folder nor any above it can be written by others
+/// (by a group only where the sticky bit is set, as "/" is on some systems). /var on a Mac is such a link.
+/// Any other link on the way is refused. With LastLink::keep a link at the path's end is the entry itself;
+/// with `follow` the rule above holds for it.
+///
+/// Errors: ENOENT or ENOTDIR where there is no such entry; EPERM where it is refused, as "/" is, and a link
+/// as above; EINVAL for a path that does not begin with a slash or holds a zero byte; else what the system
+/// said.
+[[nodiscard]] foundation::Result<PathEntry> locate(const Surroundings& surroundings, std::string_view path,
+                                                   LastLink lastLink = LastLink::keep);
+
+/// Whether an error of locate() means that there is no such entry.
+[[nodiscard]] bool isMissing(const foundation::Error& error);
+
+}  // namespace helpers

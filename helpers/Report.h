@@ -1,0 +1,52 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/foundation/Result.h"
+
+namespace helpers {
+
+/// What the tools exit with. The numbers above 63 are those of sysexits.h.
+enum class ExitStatus {
+  done = 0,     ///< everything asked for is done, or there was nothing to do
+  failed = 1,   ///< something could not be done; each such entry has its line on standard error
+  usage = 64,   ///< wrong arguments, among them a relative path; nothing was touched
+  refused = 77  ///< what is asked for is never done, for example to a protected folder; nothing was touched
+};
+
+/// A text as part of one line: control characters, line ends of Unicode, marks that turn the writing
+/// direction, bytes that are not UTF-8 and the backslash come out as "\n", "\t", "\\" or three octal digits
+/// per byte.
+[[nodiscard]] std::string escaped(std::string_view text);
+
+/// Where a tool says what it could not do: one line an entry on a descriptor, standard error as a rule.
+/// A closed or broken descriptor never stops the work. Remembers whether anything failed.
+class Report {
+ public:
+  explicit Report(std::string toolName, int descriptor = 2)
+      : toolName_(std::move(toolName)), descriptor_(descriptor) {}
+
+  /// "tool: path: reason", with the path escaped.
+  void failure(std::string_view path, std::string_view reason);
+  void failure(const foundation::Error& error) { failure(error.path, reasonOf(error)); }
+
+  /// "tool: message" for a run that does nothing; returns the status for the caller to hand on.
+  ExitStatus stop(ExitStatus status, std::string_view message);
+
+  [[nodiscard]] bool anyFailure() const { return anyFailure_; }
+  [[nodiscard]] ExitStatus status() const { return anyFailure_ ? ExitStatus::failed : ExitStatus::done; }
+
+ private:
+  [[nodiscard]] static std::string reasonOf(const foundation::Error& error);
+  void writeLine(const std::string& text) const;
+
+  std::string toolName_;
+  int descriptor_;
+  bool anyFailure_ = false;
+};
+
+/// An error with a reason of our own rather than errno's text.
+[[nodiscard]] foundation::Error errorWithReason(int code, std::string_view path, std::string_view reason);
+
+}  // namespace helpers

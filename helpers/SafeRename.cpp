@@ -1,0 +1,83 @@
+#include "helpers/SafeRename.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "platform/linux/Descriptor.h"
+
+namespace helpers {
+namespace {
+
+using foundation::Result;
+using foundation::systemError;
+using platform::Descriptor;
+
+struct Move {
+  int fromFolder;
+  const char* fromName;
+  int toFolder;
+  const char* toName;
+};
+
+/// 0, or the errno value.
+int renameOverOurs(const Move& move, int removeFlags) {
+  if (renameat(move.fromFolder, move.fromName, move.toFolder, move.toName) == 0) return 0;
+  const int error = errno;
+  unlinkat(move.toFolder, move.toName, removeFlags);
+  return error;
+}
+
+int moveFolder(const Move& move) {
+  if (mkdirat(move.toFolder, move.toName, 0700) != 0) return errno;
+  const int error = renameOverOurs(move, AT_REMOVEDIR);
+  return error == ENOTEMPTY ? EEXIST : error;
+}
+
+int moveOntoEmptyFile(const Move& move) {
+  const Descriptor ours(openat(move.toFolder, move.toName, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  return ours.valid() ? renameOverOurs(move, 0) : errno;
+}
+
+bool lacksHardLinks(int error) {
+  return error == EPERM || error == EOPNOTSUPP || error == EMLINK;
+}
+
+int moveOther(const Move& move) {
+  if (linkat(move.fromFolder, move.fromName, move.toFolder, move.toName, 0) != 0) {
+    return lacksHardLinks(errno) ? moveOntoEmptyFile(move) : errno;
+  }
+  if (unlinkat(move.fromFolder, move.fromName, 0) == 0) return 0;
+  const int error = errno;
+  unlinkat(move.toFolder, move.toName, 0);
+  return error;
+}
+
+bool lacksFlags(int error) {
+  return error == EINVAL || error == ENOSYS;
+}
+
+int moveWithoutFlags(const Move& move) {
+  struct stat status {};
+  if (fstatat(move.fromFolder, move.fromName, &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
+  return S_ISDIR(status.st_mode) ? moveFolder(move) : moveOther(move);
+}
+
+}  // namespace
+
+Result<void> renameWithoutReplacing(int fromFolder, const std::string& fromName, int toFolder,
+                                    const std::string& toName, std::string_view path, RenameFlags flags) {
+  const Move move{fromFolder, fromName.c_str(), toFolder, toName.c_str()};
+  int error = EINVAL;
+  if (flags == RenameFlags::use) {
+    error = renameat2(fromFolder, move.fromName, toFolder, move.toName, RENAME_NOREPLACE) == 0 ? 0 : errno;
+  }
+  if (lacksFlags(error)) error = moveWithoutFlags(move);
+  if (error != 0) return systemError(error, path);
+  return {};
+}
+
+}  // namespace helpers

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "helpers/HelperProcess.h"
+#include "helpers/Report.h"
+
+namespace helpers {
+
+/// The main function of a tool: prepares the process, then runs the tool's object on its arguments, which
+/// come without the program's name (there may not even be one). Nothing is thrown out of it.
+template <typename Run>
+int toolMain(int count, char** values, const char* name, const Run& run) {
+  prepareHelperProcess();
+  Report report(name);
+  try {
+    const std::vector<std::string> arguments(values + (count > 0 ? 1 : 0), values + count);
+    return static_cast<int>(run(arguments, report));
+  } catch (const std::exception& exception) {
+    return static_cast<int>(report.stop(ExitStatus::failed, exception.what()));
+  }
+}
+
+}  // namespace helpers

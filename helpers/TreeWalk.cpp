@@ -1,0 +1,123 @@
+#include "helpers/TreeWalk.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+
+#include "helpers/HelperProcess.h"
+
+namespace helpers {
+namespace {
+
+using platform::Descriptor;
+
+constexpr std::size_t kMostOpenFolders = 128;
+constexpr std::size_t kMostLinkedFiles = 512;
+
+bool othersCanWrite(const FileStatus& folder) {
+  return !isTrustedOwner(folder.owner) || (folder.mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
+}  // namespace
+
+void TreeWalk::walk(const PathEntry& top) {
+  topPath_ = top.path;
+  const PathLevel& self = top.self();
+  visit(top.folder().status, self.descriptor.get(), self.status, self.name);
+  if (!self.status.isFolder()) return;
+  auto again = openEntry(self.descriptor.get(), ".", top.path, O_DIRECTORY);
+  if (!again) return report_.failure(again.error());
+  enter(self.name, std::move(again).value(), self.status);
+  while (!levels_.empty() && !stopRequested()) {
+    if (levels_.back().next < levels_.back().names.size()) {
+      visitNextEntry();
+    } else {
+      leave();
+    }
+  }
+}
+
+void TreeWalk::visit(const FileStatus& folder, int descriptor, const FileStatus& status,
+                     const std::string& name) {
+  const std::string path = levels_.empty() ? topPath_ : currentPath() + "/" + name;
+  visitor_(TreeVisit{descriptor, status, name, folder, path});
+}
+
+void TreeWalk::visitNextEntry() {
+  Level& level = levels_.back();
+  const std::string name = std::move(level.names[level.next++]);
+  const std::string path = currentPath() + "/" + name;
+  auto opened = openEntry(level.descriptor.get(), name, path);
+  if (!opened) {
+    if (!isMissing(opened.error())) report_.failure(opened.error());
+    return;
+  }
+  auto status = statusOf(opened.value().get(), path);
+  if (!status) return report_.failure(status.error());
+  if (!status.value().isSameVolume(level.status)) {
+    return report_.failure(path, "on another volume, left as it is");
+  }
+  visit(level.status, opened.value().get(), status.value(), name);
+  if (status.value().isFolder()) enter(name, std::move(opened).value(), status.value());
+}
+
+void TreeWalk::enter(std::string name, Descriptor descriptor, const FileStatus& status) {
+  // Owner and mode may just have been changed by the visit: what counts for links below is how they are now.
+  const auto now = statusOf(descriptor.get(), name);
+  levels_.push_back(Level{std::move(name), std::move(descriptor), now ? now.value() : status, {}, 0});
+  if (levels_.size() > kMostOpenFolders) levels_[levels_.size() - kMostOpenFolders - 1].descriptor.reset();
+  const std::string path = currentPath();
+  auto names = namesIn(levels_.back().descriptor.get(), path);
+  if (!names) {
+    if (!isMissing(names.error())) report_.failure(names.error());
+    return;
+  }
+  levels_.back().names = std::move(names).value();
+  if (listed_) listed_(path);
+}
+
+void TreeWalk::leave() {
+  const Descriptor below = std::move(levels_.back().descriptor);
+  levels_.pop_back();
+  if (levels_.empty() || levels_.back().descriptor.valid()) return;
+  const std::string path = currentPath();
+  auto parent = openEntry(below.get(), "..", path, O_DIRECTORY);
+  const auto status = parent ? statusOf(parent.value().get(), path) : parent.error();
+  if (!status || !status.value().isSameFile(levels_.back().status)) {
+    report_.failure(path, "moved while it was worked on, the rest is left as it is");
+    return levels_.clear();
+  }
+  levels_.back().descriptor = std::move(parent).value();
+}
+
+std::string TreeWalk::currentPath() const {
+  std::string path = topPath_;
+  for (std::size_t i = 1; i < levels_.size(); ++i) path += "/" + levels_[i].name;
+  return path;
+}
+
+void LinkedFiles::add(const TreeVisit& visit) {
+  File& file = files_[FileKey(visit.status.device, visit.status.inode)];
+  if (file.path.empty()) {
+    file.path = visit.path;
+    if (files_.size() <= kMostLinkedFiles) {
+      file.descriptor.reset(fcntl(visit.descriptor, F_DUPFD_CLOEXEC, 3));
+    }
+  }
+  if (othersCanWrite(visit.folder)) return;
+  file.names.emplace(visit.folder.device, visit.folder.inode, visit.name);
+}
+
+void LinkedFiles::finish(const Change& change) {
+  for (const auto& [key, file] : files_) {
+    const auto status = statusOf(file.descriptor.get(), file.path);
+    if (file.descriptor.valid() && status && status.value().links == file.names.size()) {
+      change(file.descriptor.get(), file.path);
+    } else {
+      report_.failure(file.path, "has further hard links, left as it is");
+    }
+  }
+  files_.clear();
+}
+
+}  // namespace helpers

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <tuple>
+
+#include "helpers/PathEntry.h"
+#include "helpers/Report.h"
+
+namespace helpers {
+
+/// One entry of a tree while it is being visited. The references are good only during the visit.
+struct TreeVisit {
+  int descriptor = -1;  ///< O_PATH, on the entry itself, also where it is a symbolic link
+  const FileStatus& status;
+  const std::string& name;
+  const FileStatus& folder;  ///< the folder that the entry was found in
+  std::string path;
+};
+
+/// Visits an entry and everything below it, a folder before what it holds. Symbolic links are visited and
+/// never followed; a folder that is exchanged for a link between being listed and being opened is met as that
+/// link. What lies on another volume, or is mounted in the tree, is left out and reported. Entries that
+/// vanish are passed over. An entry that cannot be opened or listed is reported and the walk goes on. Ends
+/// early when a stop is requested. Any depth: a bounded number of folders is held open, and one that was
+/// closed meanwhile is gone back to only if it is still the same.
+class TreeWalk {
+ public:
+  using Visitor = std::function<void(const TreeVisit&)>;
+  using Listed = std::function<void(const std::string& path)>;
+
+  TreeWalk(Report& report, Visitor visitor) : report_(report), visitor_(std::move(visitor)) {}
+
+  /// Called each time when a folder has been listed and none of its entries has been opened yet.
+  void onListed(Listed listed) { listed_ = std::move(listed); }
+
+  void walk(const PathEntry& top);
+
+ private:
+  struct Level {
+    std::string name;
+    platform::Descriptor descriptor;
+    FileStatus status;
+    std::vector<std::string> names;
+    std::size_t next = 0;
+  };
+
+  void visit(const FileStatus& folder, int descriptor, const FileStatus& status, const std::string& name);
+  void visitNextEntry();
+  void enter(std::string name, platform::Descriptor descriptor, const FileStatus& status);
+  void leave();
+  [[nodiscard]] std::string currentPath() const;
+
+  Report& report_;
+  Visitor visitor_;
+  Listed listed_;
+  std::string topPath_;
+  std::vector<Level> levels_;
+};
+
+/// Keeps files with several names (hard links) apart from the rest. A user may have given any file of the
+/// volume a second name inside the tree, /etc/shadow for one; a tool of root's must not change such a file
+/// because of that name. A file with several names is therefore changed only when all of its names have been
+/// found in the tree, each in a folder that only root (or the user that this process acts as) can write, so
+/// that nobody can have made one name look like two by renaming. All others are left as they are and
+/// reported.
+class LinkedFiles {
+ public:
+  using Change = std::function<void(int descriptor, const std::string& path)>;
+
+  explicit LinkedFiles(Report& report) : report_(report) {}
+
+  /// Takes note of an entry that is no folder and has more than one name.
+  void add(const TreeVisit& visit);
+
+  /// At the end of the walk: changes those whose names are all known, reports the others.
+  void finish(const Change& change);
+
+ private:
+  using FileKey = std::pair<std::uint64_t, std::uint64_t>;
+  struct File {
+    platform::Descriptor descriptor;
+    std::string path;
+    std::set<std::tuple<std::uint64_t, std::uint64_t, std::string>> names;
+  };
+
+  Report& report_;
+  std::map<FileKey, File> files_;
+};
+
+}  // namespace helpers

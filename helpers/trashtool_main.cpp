@@ -1,0 +1,10 @@
+#include "helpers/ToolMain.h"
+#include "helpers/TrashTool.h"
+#include "platform/linux/ConsoleUser.h"
+
+int main(int argc, char** argv) {
+  return helpers::toolMain(argc, argv, "trashtool", [](const auto& arguments, helpers::Report& report) {
+    const helpers::Surroundings surroundings = helpers::thisComputer([] { return platform::consoleUser(); });
+    return helpers::TrashTool(surroundings, report).run(arguments);
+  });
+}

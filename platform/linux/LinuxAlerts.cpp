@@ -1,0 +1,12 @@
+#include "platform/linux/LinuxAlerts.h"
+
+#include "platform/SystemConsole.h"
+
+namespace platform {
+
+void LinuxAlerts::runPanel(const std::string& title, const std::string& message) {
+  NSLog("%@", title);
+  if (!message.empty()) NSLog("%@", message);
+}
+
+}  // namespace platform

@@ -1,0 +1,146 @@
+#include "platform/linux/LinuxPreferences.h"
+
+#include <cctype>
+#include <cerrno>
+#include <string_view>
+#include <utility>
+
+#include "platform/Platform.h"
+#include "platform/foundation/Paths.h"
+#include "platform/foundation/Text.h"
+
+namespace platform {
+namespace {
+
+using foundation::PropertyList;
+
+constexpr std::size_t kMachineIdLength = 32;
+constexpr std::uint64_t kLongestMachineIdFile = 4096;
+
+std::string inCapitals(std::string text) {
+  for (char& letter : text) letter = static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
+  return text;
+}
+
+/// Where the computer has no number of its own, "localhost" stands for it.
+std::string computerIdentifier() {
+  const auto file = current().fileQueries.readFile("/etc/machine-id", kLongestMachineIdFile);
+  std::string id = file ? foundation::trimmed(file.value()) : "";
+  if (id.size() != kMachineIdLength || id.find_first_not_of("0123456789abcdef") != std::string::npos) {
+    return "localhost";
+  }
+  for (const std::size_t at : {20UL, 16UL, 12UL, 8UL}) id.insert(at, "-");
+  return inCapitals(std::move(id));
+}
+
+std::optional<PropertyList> valueInFile(const std::string& path, const std::string& key) {
+  const auto dictionary = readDictionary(path);
+  const PropertyList* const found = dictionary ? dictionary.value().find(key) : nullptr;
+  return found == nullptr ? std::nullopt : std::optional(*found);
+}
+
+std::optional<PropertyList> valueIn(const PropertyList& dictionary, const std::string& key) {
+  const PropertyList* const found = dictionary.find(key);
+  return found == nullptr ? std::nullopt : std::optional(*found);
+}
+
+bool isEmpty(const PropertyList& dictionary) {
+  const auto* const entries = dictionary.as<PropertyList::Dictionary>();
+  return entries == nullptr || entries->empty();
+}
+
+struct StoredFile {
+  PropertyList content;
+  PropertyListFormat format = PropertyListFormat::binary;
+};
+
+/// What is in the file now; nullopt when it is there and cannot be read.
+std::optional<StoredFile> storedFile(const std::string& path) {
+  const auto bytes = current().fileQueries.readFile(path, kLargestPropertyList);
+  if (!bytes) return bytes.error().code == ENOENT ? std::optional(StoredFile{}) : std::nullopt;
+  const bool isBinary = bytes.value().starts_with("bplist");
+  StoredFile file{{}, isBinary ? PropertyListFormat::binary : PropertyListFormat::xml};
+  auto content = current().propertyLists.parse(bytes.value());
+  if (content && content.value().as<PropertyList::Dictionary>() != nullptr) {
+    file.content = std::move(content).value();
+  }
+  return file;
+}
+
+bool store(const std::string& path, const PropertyList& changes) {
+  auto file = storedFile(path);
+  if (!file) return false;
+  for (const auto& [key, value] : *changes.as<PropertyList::Dictionary>()) file->content.set(key, value);
+  const std::string folder = foundation::deletingLastPathComponent(path);
+  return current().fileChanges.createDirectory(folder) &&
+         writePropertyList(path, file->content, file->format);
+}
+
+/// Stores the changes and forgets them; keeps them when that fails.
+bool storeChanges(const std::string& path, PropertyList& changes) {
+  if (isEmpty(changes)) return true;
+  if (!store(path, changes)) return false;
+  changes = PropertyList();
+  return true;
+}
+
+}  // namespace
+
+LinuxPreferences::LinuxPreferences(std::string domain) : domain_(std::move(domain)) {}
+
+std::optional<PropertyList> LinuxPreferences::value(const std::string& key) {
+  const std::scoped_lock lock(mutex_);
+  if (auto value = valueInFile(usersFileOnThisComputer(), key)) return value;
+  if (auto value = valueIn(usersChanges_, key)) return value;
+  if (auto value = valueInFile(usersFile(), key)) return value;
+  if (auto value = valueIn(everybodysChanges_, key)) return value;
+  if (auto value = valueInFile(everybodysFileOnThisComputer(), key)) return value;
+  if (auto value = valueInFile(everybodysFile(), key)) return value;
+  return valueIn(registered_, key);
+}
+
+void LinuxPreferences::registerDefaults(const PropertyList& dictionary) {
+  const auto* const entries = dictionary.as<PropertyList::Dictionary>();
+  if (entries == nullptr) return;
+  const std::scoped_lock lock(mutex_);
+  for (const auto& [key, value] : *entries) registered_.set(key, value);
+}
+
+void LinuxPreferences::setValue(const std::string& key, const PropertyList& value) {
+  const std::scoped_lock lock(mutex_);
+  usersChanges_.set(key, value);
+}
+
+void LinuxPreferences::setValueForAnyUserOnCurrentHost(const std::string& key, const PropertyList& value) {
+  const std::scoped_lock lock(mutex_);
+  everybodysChanges_.set(key, value);
+}
+
+bool LinuxPreferences::synchronize() {
+  const std::scoped_lock lock(mutex_);
+  const bool users = storeChanges(usersFile(), usersChanges_);
+  const bool everybodys = storeChanges(everybodysFileOnThisComputer(), everybodysChanges_);
+  return users && everybodys;
+}
+
+std::string LinuxPreferences::usersFolder() const {
+  return foundation::appendingPathComponent(current().usersAndFolders.homeDirectory(), "Library/Preferences");
+}
+
+std::string LinuxPreferences::usersFile() const {
+  return usersFolder() + "/" + domain_ + ".plist";
+}
+
+std::string LinuxPreferences::usersFileOnThisComputer() const {
+  return usersFolder() + "/ByHost/" + domain_ + "." + computerIdentifier() + ".plist";
+}
+
+std::string LinuxPreferences::everybodysFileOnThisComputer() const {
+  return "/Library/Preferences/" + domain_ + ".plist";
+}
+
+std::string LinuxPreferences::everybodysFile() const {
+  return "/Network/Library/Preferences/" + domain_ + ".plist";
+}
+
+}  // namespace platform

@@ -1,0 +1,121 @@
+#include "platform/linux/SpawnedProgram.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <thread>
+
+namespace platform {
+namespace {
+
+using foundation::Result;
+using foundation::systemError;
+
+class FileActions {
+ public:
+  FileActions() { ::posix_spawn_file_actions_init(&actions_); }
+  ~FileActions() { ::posix_spawn_file_actions_destroy(&actions_); }
+  FileActions(const FileActions&) = delete;
+  FileActions& operator=(const FileActions&) = delete;
+
+  void setStream(int stream, int descriptor) {
+    if (descriptor < 0) {
+      ::posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", O_RDWR, 0);
+    } else {
+      ::posix_spawn_file_actions_adddup2(&actions_, descriptor, stream);
+    }
+  }
+  void closeAllOthers() { ::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1); }
+  [[nodiscard]] const posix_spawn_file_actions_t* get() const { return &actions_; }
+
+ private:
+  posix_spawn_file_actions_t actions_{};
+};
+
+class Attributes {
+ public:
+  Attributes() {
+    ::posix_spawnattr_init(&attributes_);
+    ::posix_spawnattr_setflags(&attributes_,
+                               POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+    ::posix_spawnattr_setpgroup(&attributes_, 0);
+    sigset_t signals;
+    sigfillset(&signals);
+    ::posix_spawnattr_setsigdefault(&attributes_, &signals);
+    sigemptyset(&signals);
+    ::posix_spawnattr_setsigmask(&attributes_, &signals);
+  }
+  ~Attributes() { ::posix_spawnattr_destroy(&attributes_); }
+  Attributes(const Attributes&) = delete;
+  Attributes& operator=(const Attributes&) = delete;
+
+  [[nodiscard]] const posix_spawnattr_t* get() const { return &attributes_; }
+
+ private:
+  posix_spawnattr_t attributes_{};
+};
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+}  // namespace
+
+Result<pid_t> spawnProgram(const ProgramToSpawn& program) {
+  FileActions actions;
+  actions.setStream(STDIN_FILENO, program.standardInput);
+  actions.setStream(STDOUT_FILENO, program.standardOutput);
+  actions.setStream(STDERR_FILENO, program.standardError);
+  actions.closeAllOthers();
+  std::vector<std::string> command = program.command;
+  std::vector<std::string> environment = program.environment;
+  pid_t child = -1;
+  const int reason = ::posix_spawn(&child, command.front().c_str(), actions.get(), Attributes().get(),
+                                   pointersTo(command).data(), pointersTo(environment).data());
+  if (reason != 0) return systemError(reason, program.command.front());
+  return child;
+}
+
+int waitForProgram(pid_t child) {
+  int status = -1;
+  while (::waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) return -1;
+  }
+  return status;
+}
+
+void reapWhenEnded(pid_t child) {
+  std::thread([child] { waitForProgram(child); }).detach();
+}
+
+UniqueDescriptor raisedDescriptor(UniqueDescriptor descriptor) {
+  if (!descriptor || descriptor.get() > STDERR_FILENO) return descriptor;
+  return UniqueDescriptor(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+std::pair<UniqueDescriptor, UniqueDescriptor> makePipe() {
+  int ends[2] = {-1, -1};
+  if (::pipe2(ends, O_CLOEXEC) != 0) return {};
+  UniqueDescriptor reading = raisedDescriptor(UniqueDescriptor(ends[0]));
+  UniqueDescriptor writing = raisedDescriptor(UniqueDescriptor(ends[1]));
+  if (!reading || !writing) return {};
+  return {std::move(reading), std::move(writing)};
+}
+
+std::vector<std::string> currentEnvironment() {
+  std::vector<std::string> variables;
+  for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+    variables.emplace_back(*variable);
+  }
+  return variables;
+}
+
+}  // namespace platform

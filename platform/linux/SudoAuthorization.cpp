@@ -1,0 +1,305 @@
+#include "platform/linux/SudoAuthorization.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <thread>
+#include <tuple>
+
+#include "platform/Platform.h"
+#include "platform/linux/SpawnedProgram.h"
+
+namespace platform {
+
+class AuthorizationReference {};
+
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+/// A line of input that sudo would cut is refused instead; it also fits into a pipe before anybody reads.
+constexpr std::size_t kLongestPassword = 1000;
+
+/// How a sudo has ended, and what it said in English.
+struct SudoAnswer {
+  bool started = false;
+  int status = -1;
+  std::string message;
+
+  [[nodiscard]] bool says(std::string_view words) const { return message.find(words) != std::string::npos; }
+};
+
+/// Ours, with the messages in English because they are read.
+Arguments environmentForAnswers(const std::string& askpass) {
+  Arguments environment = currentEnvironment();
+  std::erase_if(environment, [](const std::string& variable) {
+    return variable.starts_with("LC_ALL=") || variable.starts_with("LANGUAGE=") ||
+           variable.starts_with("SUDO_ASKPASS=");
+  });
+  environment.emplace_back("LC_ALL=C");
+  if (!askpass.empty()) environment.push_back("SUDO_ASKPASS=" + askpass);
+  return environment;
+}
+
+std::string beginningOf(int file) {
+  std::string text(16UL << 10, '\0');
+  const ssize_t count = ::pread(file, text.data(), text.size(), 0);
+  text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+  return text;
+}
+
+struct SudoInput {
+  int descriptor = -1;  ///< -1: the null device
+  std::string askpass = {};
+};
+
+/// Runs sudo to its end. Its messages go to a file in memory: a pipe would stay open as long as anything that
+/// an askpass program has started.
+SudoAnswer runSudo(const std::string& sudo, const Arguments& arguments, const SudoInput& input = {}) {
+  const UniqueDescriptor messages = raisedDescriptor(UniqueDescriptor(::memfd_create("sudo", MFD_CLOEXEC)));
+  ProgramToSpawn program{.command = {sudo},
+                         .environment = environmentForAnswers(input.askpass),
+                         .standardInput = input.descriptor,
+                         .standardError = messages.get()};
+  program.command.insert(program.command.end(), arguments.begin(), arguments.end());
+  const auto child = spawnProgram(program);
+  if (!child) return {};
+  const int status = waitForProgram(child.value());
+  return {true, status, messages ? beginningOf(messages.get()) : ""};
+}
+
+/// sudo exits with 1 for every refusal; a dialog that was closed without an answer is told by its words.
+AuthorizationStatus statusOf(const SudoAnswer& answer) {
+  if (!answer.started || !WIFEXITED(answer.status)) return errAuthorizationInternal;
+  if (WEXITSTATUS(answer.status) == 0) return errAuthorizationSuccess;
+  if (WEXITSTATUS(answer.status) != 1) return errAuthorizationInternal;
+  const bool nothingGiven = answer.says("no password was provided");
+  const bool wrongBefore = answer.says("incorrect password attempt");
+  return nothingGiven && !wrongBefore ? errAuthorizationCanceled : errAuthorizationDenied;
+}
+
+bool isProgram(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && ::access(path.c_str(), X_OK) == 0;
+}
+
+std::string askpassProgram() {
+  std::string own = current().mainBundle.path() + "/Contents/SharedSupport/askpass";
+  if (isProgram(own)) return own;
+  const char* const named = std::getenv("SUDO_ASKPASS");  // NOLINT(concurrency-mt-unsafe): never set here
+  return named != nullptr && named[0] == '/' && isProgram(named) ? named : "";
+}
+
+/// Root may reach what this user cannot look at, so only what is certainly no program counts as missing.
+bool isMissing(const std::string& path) {
+  if (!path.starts_with('/') || path.find('\0') != std::string::npos) return true;
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return errno != EACCES;
+  return !S_ISREG(status.st_mode) || (status.st_mode & 0111U) == 0;
+}
+
+/// A pipe that holds one line and ends; wiped where the line was put together.
+UniqueDescriptor pipeWithLine(const std::string& line) {
+  auto [reading, writing] = makePipe();
+  if (!reading) return {};
+  std::array<char, kLongestPassword + 1> bytes{};
+  std::copy(line.begin(), line.end(), bytes.begin());
+  bytes.at(line.size()) = '\n';
+  const ssize_t length = static_cast<ssize_t>(line.size() + 1);
+  const bool written = ::write(writing.get(), bytes.data(), line.size() + 1) == length;
+  ::explicit_bzero(bytes.data(), bytes.size());
+  if (!written) return {};
+  return std::move(reading);
+}
+
+bool isOneLine(const std::string& password) {
+  return password.size() <= kLongestPassword && password.find('\n') == std::string::npos &&
+         password.find('\0') == std::string::npos;
+}
+
+void readToTheEnd(int descriptor) {
+  std::array<char, 4096> piece{};
+  ssize_t count = 0;
+  do {
+    count = ::read(descriptor, piece.data(), piece.size());
+  } while (count > 0 || (count < 0 && errno == EINTR));
+}
+
+class ProgramOutput : public CommunicationsPipe {
+ public:
+  explicit ProgramOutput(UniqueDescriptor descriptor) : descriptor_(std::move(descriptor)) {}
+  ~ProgramOutput() override {
+    if (ended_) return;
+    std::thread([descriptor = std::move(descriptor_)] { readToTheEnd(descriptor.get()); }).detach();
+  }
+  ProgramOutput(const ProgramOutput&) = delete;
+  ProgramOutput& operator=(const ProgramOutput&) = delete;
+
+  int getCharacter() override {
+    if (next_ == filled_ && !fill()) return -1;
+    return static_cast<unsigned char>(buffer_.at(next_++));
+  }
+
+ private:
+  bool fill() {
+    ssize_t count = -1;
+    while (!ended_ && count < 0) {
+      count = ::read(descriptor_.get(), buffer_.data(), buffer_.size());
+      ended_ = count == 0 || (count < 0 && errno != EINTR);
+    }
+    next_ = 0;
+    filled_ = count > 0 ? static_cast<std::size_t>(count) : 0;
+    return filled_ > 0;
+  }
+
+  UniqueDescriptor descriptor_;
+  std::array<char, 4096> buffer_{};
+  std::size_t next_ = 0;
+  std::size_t filled_ = 0;
+  bool ended_ = false;
+};
+
+/// Our own standard error, or -1 in a process that has none.
+int ownStandardError() {
+  return ::fcntl(STDERR_FILENO, F_GETFD) < 0 ? -1 : STDERR_FILENO;
+}
+
+Arguments withCommand(Arguments options, const std::string& path, const Arguments& arguments) {
+  options.emplace_back("--");
+  options.push_back(path);
+  options.insert(options.end(), arguments.begin(), arguments.end());
+  return options;
+}
+
+}  // namespace
+
+SudoAuthorization::SudoAuthorization(std::string sudo) : sudo_(std::move(sudo)) {}
+
+SudoAuthorization::~SudoAuthorization() = default;
+
+AuthorizationStatus SudoAuthorization::copyPrivilegedReference(AuthorizationFlags /*flags*/,
+                                                               AuthorizationRef* reference) {
+  *reference = nullptr;
+  return errAuthorizationInvalidRef;
+}
+
+AuthorizationStatus SudoAuthorization::create(const std::optional<AuthorizationEnvironment>& /*environment*/,
+                                              AuthorizationFlags /*flags*/, AuthorizationRef* reference) {
+  auto made = std::make_unique<AuthorizationReference>();
+  *reference = made.get();
+  const std::scoped_lock lock(mutex_);
+  references_.emplace(*reference, std::pair(std::move(made), Origin::none));
+  return errAuthorizationSuccess;
+}
+
+AuthorizationStatus SudoAuthorization::copyRights(AuthorizationRef reference, const Arguments& rights,
+                                                  const std::optional<AuthorizationEnvironment>& environment,
+                                                  AuthorizationFlags flags) {
+  if (!isKnown(reference)) return errAuthorizationInvalidRef;
+  for (const std::string& right : rights) {
+    if (right != kAuthorizationRightAdmin) return errAuthorizationDenied;
+  }
+  if (environment) {
+    const AuthorizationStatus status = validateByPassword(*environment);
+    if (status == errAuthorizationSuccess) setOrigin(reference, Origin::givenPassword);
+    return status;
+  }
+  AuthorizationStatus status = validate();
+  if (status != errAuthorizationDenied) return status;
+  if ((flags & kAuthorizationFlagInteractionAllowed) == 0) return errAuthorizationInteractionNotAllowed;
+  status = validateByDialog();
+  if (status == errAuthorizationSuccess) setOrigin(reference, Origin::dialog);
+  return status;
+}
+
+AuthorizationStatus SudoAuthorization::free(AuthorizationRef reference, AuthorizationFlags /*flags*/) {
+  {
+    const std::scoped_lock lock(mutex_);
+    if (references_.erase(reference) == 0) return errAuthorizationInvalidRef;
+  }
+  return statusOf(runSudo(sudo_, {"-k"}));
+}
+
+AuthorizationStatus SudoAuthorization::executeWithPrivileges(AuthorizationRef reference,
+                                                             const std::string& path,
+                                                             AuthorizationFlags /*flags*/,
+                                                             const Arguments& arguments,
+                                                             std::unique_ptr<CommunicationsPipe>* pipe) {
+  if (!isKnown(reference)) return errAuthorizationInvalidRef;
+  if (isMissing(path)) return errAuthorizationToolExecuteFailure;
+  AuthorizationStatus status = validate();
+  if (status == errAuthorizationDenied && mayAskAgain(reference)) status = validateByDialog();
+  if (status != errAuthorizationSuccess) return status;
+  status = statusOf(runSudo(sudo_, withCommand({"-n", "-l"}, path, arguments)));
+  if (status != errAuthorizationSuccess) return status;
+  return start(path, arguments, pipe);
+}
+
+bool SudoAuthorization::isKnown(AuthorizationRef reference) {
+  const std::scoped_lock lock(mutex_);
+  return references_.contains(reference);
+}
+
+void SudoAuthorization::setOrigin(AuthorizationRef reference, Origin origin) {
+  const std::scoped_lock lock(mutex_);
+  const auto found = references_.find(reference);
+  if (found != references_.end()) found->second.second = origin;
+}
+
+bool SudoAuthorization::mayAskAgain(AuthorizationRef reference) {
+  const std::scoped_lock lock(mutex_);
+  const auto found = references_.find(reference);
+  return found != references_.end() && found->second.second == Origin::dialog;
+}
+
+AuthorizationStatus SudoAuthorization::validate() {
+  return statusOf(runSudo(sudo_, {"-n", "-v"}));
+}
+
+AuthorizationStatus SudoAuthorization::validateByDialog() {
+  const std::string askpass = askpassProgram();
+  if (askpass.empty()) return errAuthorizationInteractionNotAllowed;
+  return statusOf(runSudo(sudo_, {"-A", "-v"}, {.askpass = askpass}));
+}
+
+AuthorizationStatus SudoAuthorization::validateByPassword(const AuthorizationEnvironment& environment) {
+  if (environment.username != current().usersAndFolders.userName()) return errAuthorizationDenied;
+  if (!isOneLine(environment.password)) return errAuthorizationDenied;
+  // Not "-k" together with "-v": then sudo would not keep what it has found out.
+  if (const auto dropped = statusOf(runSudo(sudo_, {"-k"})); dropped != errAuthorizationSuccess)
+    return dropped;
+  const UniqueDescriptor input = pipeWithLine(environment.password);
+  if (!input) return errAuthorizationInternal;
+  const auto status = statusOf(runSudo(sudo_, {"-S", "-v", "-p", ""}, {.descriptor = input.get()}));
+  return status == errAuthorizationCanceled ? errAuthorizationDenied : status;
+}
+
+AuthorizationStatus SudoAuthorization::start(const std::string& path, const Arguments& arguments,
+                                             std::unique_ptr<CommunicationsPipe>* pipe) {
+  UniqueDescriptor reading;
+  UniqueDescriptor writing;
+  if (pipe != nullptr) {
+    std::tie(reading, writing) = makePipe();
+    if (!reading) return errAuthorizationInternal;
+  }
+  ProgramToSpawn program{.command = withCommand({sudo_, "-n"}, path, arguments),
+                         .environment = currentEnvironment(),
+                         .standardOutput = writing.get(),
+                         .standardError = ownStandardError()};
+  const auto child = spawnProgram(program);
+  if (!child) return errAuthorizationInternal;
+  reapWhenEnded(child.value());
+  if (pipe != nullptr) *pipe = std::make_unique<ProgramOutput>(std::move(reading));
+  return errAuthorizationSuccess;
+}
+
+}  // namespace platform

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "platform/fakes/FakePlatform.h"
+#include "ui/Outlets.h"
+
+/// The parts of a window, for tests: each records its calls as one line of text.
+namespace fakes {
+
+/// A console that keeps its text. Records "console [bold] [red] TEXT" when a text gets its colour, and every
+/// call ("view insert bold 12 TEXT") when asked for.
+class FakeTextView : public outlets::TextView {
+ public:
+  explicit FakeTextView(Recorder& recorder) : recorder_(recorder) {}
+  void setEditable(bool isEditable) override { note(isEditable ? "editable" : "read-only"); }
+  std::size_t length() const override { return text.size(); }
+  void setString(const std::string& string) override {
+    recorder_.add("console := '" + string + "'");
+    text = string;
+  }
+  void setSelectedRange(outlets::Range range) override {
+    selection_ = range;
+    note("select " + describe(range));
+  }
+  void insertText(const std::string& added, outlets::Font font) override {
+    note(std::string("insert ") + (font.isBold ? "bold " : "regular ") + describeSize(font) + " " + added);
+    text.replace(selection_.location, selection_.length, added);
+    selection_ = {selection_.location + added.size(), 0};
+    font_ = font;
+  }
+  void insertHyperlink(const outlets::Hyperlink& link) override {
+    note("link " + link.text + " -> " + link.address);
+    text.insert(selection_.location, link.text);
+  }
+  void setTextColor(outlets::Color color, outlets::Range range) override {
+    const std::string name = color == outlets::Color::red ? "red" : "black";
+    note("color " + name + " " + describe(range));
+    if (recordsCalls) return;
+    recorder_.add(std::string("console ") + (font_.isBold ? "[bold] " : "") +
+                  (color == outlets::Color::red ? "[red] " : "") + text.substr(range.location, range.length));
+  }
+  void scrollRangeToVisible(outlets::Range range) override { note("scroll to " + describe(range)); }
+  void setNeedsDisplay() override { note("display"); }
+
+  bool recordsCalls = false;
+  std::string text;
+
+ private:
+  static std::string describe(outlets::Range range) {
+    return std::to_string(range.location) + "+" + std::to_string(range.length);
+  }
+  static std::string describeSize(outlets::Font font) {
+    return foundation::stringWithFormat("%0.1f", font.size);
+  }
+  void note(const std::string& call) {
+    if (recordsCalls) recorder_.add("view " + call);
+  }
+
+  Recorder& recorder_;
+  outlets::Range selection_;
+  outlets::Font font_;
+};
+
+class FakeButton : public outlets::Button {
+ public:
+  explicit FakeButton(Recorder& recorder) : recorder_(recorder) {}
+  void setEnabled(bool isEnabled) override {
+    recorder_.add(isEnabled ? "button enabled" : "button disabled");
+    if (isEnabled && whenEnabled) whenEnabled();
+  }
+
+  std::function<void()> whenEnabled;
+
+ private:
+  Recorder& recorder_;
+};
+
+/// A check box or a menu item.
+template <typename Outlet>
+class FakeSwitch : public Outlet {
+ public:
+  explicit FakeSwitch(Recorder& recorder) : recorder_(recorder) {}
+  outlets::State state() const override {
+    if (failure) throw *failure;
+    return current;
+  }
+  void setState(outlets::State state) override {
+    recorder_.add(state == outlets::State::on ? "switch on" : "switch off");
+    current = state;
+  }
+
+  outlets::State current = outlets::State::off;
+  std::optional<foundation::Exception> failure;
+
+ private:
+  Recorder& recorder_;
+};
+
+class FakeWindow : public outlets::Window {
+ public:
+  explicit FakeWindow(Recorder& recorder) : recorder_(recorder) {}
+  void beginAlertSheet(const std::string& message, const std::string& informativeText) override {
+    recorder_.add("sheet " + message + ": " + informativeText);
+  }
+
+ private:
+  Recorder& recorder_;
+};
+
+}  // namespace fakes

@@ -1,0 +1,185 @@
+#include <stdexcept>
+
+#include "tests/app/ControllerTest.h"
+
+namespace {
+
+constexpr const char* kMenu =
+    "/Library/PreferencePanes/Apple Qmaster.prefPane/Contents/Resources/QmasterStatusMenu.app";
+
+class MenuTest : public ControllerTest {
+ protected:
+  void SetUp() override {
+    mac.files.makeFile("/usr/sbin/qmasterprefs");
+    mac.files.makeFile("/bin/launchctl");
+    mac.files.makeFile("/Library/StartupItems/Qmaster/Qmaster");
+    mac.files.makeFolder(kMenu);
+  }
+  static Lines asked() {
+    return {"authorization create flags 0", "authorization rights system.privilege.admin flags 19"};
+  }
+  static Lines startSteps(const std::string& how) {
+    return {how + " /bin/launchctl load /Library/LaunchDaemons/com.apple.qmaster.qmasterd.plist",
+            "sleep 1s",
+            how + " /Library/StartupItems/Qmaster/Qmaster start",
+            how + " /Library/StartupItems/Qmaster/Qmaster restart",
+            how + " /usr/sbin/qmasterprefs -restart",
+            how + " /usr/sbin/qmasterprefs -startSharing",
+            "sleep 600us",
+            "run /usr/bin/open -a " + std::string(kMenu) + "/Contents/MacOS/QmasterStatusMenu",
+            "alert Qmaster started: Qmaster started successfully."};
+  }
+  static Lines stopSteps(const std::string& how) {
+    return {how + " /usr/sbin/qmasterprefs -stopSharing",
+            "sleep 1s",
+            how + " /bin/launchctl unload /Library/LaunchDaemons/com.apple.qmaster.qmasterd.plist",
+            "sleep 1s",
+            how + " /bin/launchctl remove com.apple.qmaster.qmasterd",
+            how + " " + kHelpers + "killtool",
+            "sleep 1500us",
+            "alert Qmaster stopped: Qmaster stopped successfully."};
+  }
+};
+
+/// The password switch.
+class ToggleTest : public ControllerTest {
+ protected:
+  void SetUp() override { startWithGUI(); }
+  void toggleTo(outlets::State state) {
+    passwordItem.current = state;
+    controller->prefsToggleAdminPass(&passwordItem);
+  }
+};
+
+}  // namespace
+
+TEST_F(MenuTest, RestartingQmasterAsksThenTakesItsStepsInOrder) {
+  startWithGUI();
+  controller->menuRestartQmaster();
+  EXPECT_EQ(recorded(), text(all({asked(), startSteps("privileged")})));
+}
+
+TEST_F(MenuTest, StoppingQmasterAsksThenTakesItsStepsInOrder) {
+  startWithGUI();
+  controller->menuStopQmaster();
+  EXPECT_EQ(recorded(), text(all({asked(), stopSteps("privileged")})));
+}
+
+TEST_F(MenuTest, RightsThatAreHeldAreNotAskedFor) {
+  startWithGUI();
+  controller->menuStopQmaster();
+  mac.recorder.clear();
+  controller->menuRestartQmaster();
+  EXPECT_EQ(recorded(), text(startSteps("privileged")));
+}
+
+TEST_F(MenuTest, ARefusalEndsBothActionsWithoutAWord) {
+  mac.authorization.rights = platform::errAuthorizationCanceled;
+  startWithGUI();
+  controller->menuRestartQmaster();
+  controller->menuStopQmaster();
+  const Lines refused = all({asked(), {"authorization free flags 0"}});
+  EXPECT_EQ(recorded(), text(all({refused, refused})));
+}
+
+TEST_F(MenuTest, AsRootThereIsNoDialog) {
+  becomeRoot();
+  startWithGUI();
+  controller->menuRestartQmaster();
+  controller->menuStopQmaster();
+  EXPECT_EQ(recorded(), text(all({startSteps("run"), stopSteps("run")})));
+}
+
+TEST_F(MenuTest, QmasterIsSaidToBeStartedWhateverIsThere) {
+  for (const char* path : {"/usr/sbin/qmasterprefs", "/Library/StartupItems/Qmaster/Qmaster"}) {
+    std::filesystem::remove(mac.files.real(path));
+  }
+  startWithGUI();
+  controller->menuRestartQmaster();
+  EXPECT_EQ(mac.recorder.lines().back(), "alert Qmaster started: Qmaster started successfully.");
+  EXPECT_EQ(console.text, "");  // the missing startup item is not told here
+}
+
+TEST_F(MenuTest, HelpOpensTheManualOfTheBundle) {
+  startWithGUI();
+  controller->helpManual();
+  EXPECT_EQ(recorded(),
+            text({"open /Applications/Quillmend.app/Contents/Resources/Quillmend User Manual.pdf"}));
+}
+
+TEST_F(MenuTest, HelpOpensTheMakersPages) {
+  startWithGUI();
+  controller->helpCareplex();
+  controller->helpHome();
+  controller->helpReportBug();
+  controller->helpSuggestFeature();
+  controller->helpTGHome();
+  const std::string site = "browse https://www.vordenworks.com";
+  EXPECT_EQ(recorded(), text({site + "/Careplex/", site + "/quillmend.htm",
+                              site + "/software_bugreport.htm?app=quillmend&version=2.1",
+                              site + "/software_featurerequest.htm?app=quillmend", site}));
+}
+
+TEST_F(MenuTest, TheBugReportsVersionIsNotEscaped) {
+  mac.mainBundle.info.set("CFBundleShortVersionString", "2.1 beta&3");
+  startWithGUI();
+  controller->helpReportBug();
+  EXPECT_TRUE(mac.recorder.lines().back().ends_with("?app=quillmend&version=2.1 beta&3"));
+}
+
+TEST_F(MenuTest, WithoutAVersionTheBugReportsEndsWithItsKey) {
+  mac.mainBundle.info = {};
+  startWithGUI();
+  controller->helpReportBug();
+  EXPECT_TRUE(mac.recorder.lines().back().ends_with("&version="));
+}
+
+TEST_F(ToggleTest, SwitchingOnNeedsNoRights) {
+  toggleTo(outlets::State::on);
+  EXPECT_EQ(recorded(), text({"preference of any user on this host requireAdminPassword = 1"}));
+}
+
+TEST_F(ToggleTest, SwitchingOffTakesAnAdministrator) {
+  toggleTo(outlets::State::off);
+  EXPECT_EQ(recorded(),
+            text({"authorization create flags 0", "authorization rights system.privilege.admin flags 19",
+                  "preference of any user on this host requireAdminPassword = 0"}));
+}
+
+TEST_F(ToggleTest, ARefusedSwitchGoesBackAndNothingIsStored) {
+  mac.authorization.rights = platform::errAuthorizationCanceled;
+  toggleTo(outlets::State::off);
+  EXPECT_EQ(mac.recorder.lines().back(), "switch on");
+  EXPECT_EQ(passwordItem.current, outlets::State::on);
+  EXPECT_EQ(mac.preferences.values.find("requireAdminPassword"), nullptr);
+}
+
+TEST_F(ToggleTest, TheStateIsStoredAsANumber) {
+  toggleTo(outlets::State::on);
+  const auto* value = mac.preferences.values.find("requireAdminPassword");
+  ASSERT_NE(value, nullptr);
+  EXPECT_NE(value->as<std::int64_t>(), nullptr);
+}
+
+TEST_F(ToggleTest, ASenderWithoutAStateIsIgnored) {
+  controller->prefsToggleAdminPass(&button);
+  controller->prefsToggleAdminPass(nullptr);
+  EXPECT_EQ(recorded(), "");
+}
+
+TEST_F(ToggleTest, AnExceptionIsLogged) {
+  passwordItem.failure = foundation::Exception("NSGenericException", "lost");
+  controller->prefsToggleAdminPass(&passwordItem);
+  EXPECT_EQ(windowLog(), Lines{"Exception in -[TGAppController prefsToggleAdminPass:]. NSGenericException - "
+                               "lost."});
+}
+
+TEST_F(ToggleTest, AnythingElseThatIsThrownGoesOn) {
+  class FailingSwitch : public fakes::FakeSwitch<outlets::MenuItem> {
+   public:
+    using FakeSwitch::FakeSwitch;
+    outlets::State state() const override { throw std::runtime_error("other"); }
+  };
+  FailingSwitch failing(mac.recorder);
+  EXPECT_THROW(controller->prefsToggleAdminPass(&failing), std::runtime_error);
+}

@@ -1,0 +1,242 @@
+#include "helpers/ChownTool.h"
+
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/sysmacros.h>
+#include <sys/un.h>
+
+#include "tests/helpers/TestVolume.h"
+
+namespace helpers {
+namespace {
+
+using ::testing::HasSubstr;
+
+class ChownToolTest : public ::testing::Test {
+ protected:
+  ExitStatus run(const std::vector<std::string>& arguments) {
+    const Surroundings surroundings = volume_.surroundings();
+    ChownTool tool(surroundings, report_);
+    tool.onListed(listed_);
+    return tool.run(arguments);
+  }
+  uid_t owner(const std::string& place) { return volume_.status(place).st_uid; }
+
+  TestVolume volume_;
+  RecordedReport report_;
+  TreeWalk::Listed listed_;
+};
+
+TEST_F(ChownToolTest, ChangesAFolderAndEverythingBelow) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFile("tree/a/b/c");
+  EXPECT_EQ(run({"-R", "4301:4302", "/tree"}), ExitStatus::done);
+  for (const char* place : {"tree", "tree/a", "tree/a/b", "tree/a/b/c"}) {
+    EXPECT_EQ(owner(place), 4301U) << place;
+    EXPECT_EQ(volume_.status(place).st_gid, 4302U) << place;
+  }
+}
+
+TEST_F(ChownToolTest, AFileWorksAsWell) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFile("usr/sbin/qmasterprefs");
+  EXPECT_EQ(run({"-R", "4301", "/usr/sbin/qmasterprefs"}), ExitStatus::done);
+  EXPECT_EQ(owner("usr/sbin/qmasterprefs"), 4301U);
+}
+
+TEST_F(ChownToolTest, ALinkIsGivenAwayItselfAndNotItsTarget) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFile("outside/secret");
+  volume_.makeFolder("tree");
+  volume_.makeLink("/outside/secret", "tree/link");
+  volume_.makeLink("../outside", "tree/folderLink");
+  EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::done);
+  EXPECT_EQ(owner("tree/link"), 4301U);
+  EXPECT_EQ(owner("tree/folderLink"), 4301U);
+  EXPECT_EQ(owner("outside"), 0U);
+  EXPECT_EQ(owner("outside/secret"), 0U);
+}
+
+TEST_F(ChownToolTest, AFolderExchangedForALinkAfterBeingListedIsNotFollowed) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFile("outside/secret");
+  volume_.makeFile("tree/folder/file");
+  listed_ = [this](const std::string& path) {
+    if (path != "/tree") return;
+    rename(volume_.path("tree/folder").c_str(), volume_.path("aside").c_str());
+    volume_.makeLink(volume_.path("outside"), "tree/folder");
+  };
+  EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::done);
+  EXPECT_EQ(owner("outside"), 0U);
+  EXPECT_EQ(owner("outside/secret"), 0U);
+  EXPECT_EQ(owner("tree/folder"), 4301U);
+}
+
+TEST_F(ChownToolTest, FifosSocketsAndDevicesAreChangedWithoutBeingOpened) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFolder("tree");
+  ASSERT_EQ(mkfifo(volume_.path("tree/fifo").c_str(), 0600), 0);
+  ASSERT_EQ(mknod(volume_.path("tree/tape").c_str(), S_IFCHR | 0600, makedev(9, 0)), 0);
+  const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  volume_.path("tree/socket").copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  close(listener);
+  EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::done);
+  for (const char* place : {"tree/fifo", "tree/tape", "tree/socket"}) EXPECT_EQ(owner(place), 4301U) << place;
+}
+
+TEST_F(ChownToolTest, AnotherVolumeInTheTreeIsLeftAndReported) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.mountVolume("tree/mounted");
+  volume_.makeFile("tree/mounted/file");
+  volume_.makeFile("tree/other");
+  EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::failed);
+  EXPECT_EQ(owner("tree/mounted"), 0U);
+  EXPECT_EQ(owner("tree/mounted/file"), 0U);
+  EXPECT_EQ(owner("tree/other"), 4301U);
+  EXPECT_THAT(report_.text(), HasSubstr("/tree/mounted: on another volume"));
+}
+
+TEST_F(ChownToolTest, AFolderBoundIntoTheTreeIsLeftAndReported) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.mountVolume("Volumes/Disk/x");
+  volume_.makeFile("Volumes/Disk/x/outside/secret");
+  volume_.makeFolder("Volumes/Disk/x/tree/bound");
+  const std::string bound = volume_.path("Volumes/Disk/x/tree/bound");
+  ASSERT_EQ(mount(volume_.path("Volumes/Disk/x/outside").c_str(), bound.c_str(), nullptr, MS_BIND, nullptr),
+            0);
+  EXPECT_EQ(run({"-R", "4301", "/Volumes/Disk/x/tree"}), ExitStatus::failed);
+  EXPECT_EQ(owner("Volumes/Disk/x/outside/secret"), 0U);
+  umount2(bound.c_str(), MNT_DETACH);
+}
+
+TEST_F(ChownToolTest, AFileWithAHardLinkOutsideIsLeftAndReported) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFile("outside/secret");
+  volume_.makeFile("tree/plain");
+  ASSERT_EQ(link(volume_.path("outside/secret").c_str(), volume_.path("tree/innocent").c_str()), 0);
+  EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::failed);
+  EXPECT_EQ(owner("outside/secret"), 0U);
+  EXPECT_EQ(owner("tree/plain"), 4301U);
+  EXPECT_THAT(report_.text(), HasSubstr("/tree/innocent: has further hard links"));
+}
+
+TEST_F(ChownToolTest, AFileWhoseHardLinksAreAllInTheTreeIsChanged) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFile("tree/one");
+  volume_.makeFolder("tree/sub");
+  ASSERT_EQ(link(volume_.path("tree/one").c_str(), volume_.path("tree/sub/two").c_str()), 0);
+  EXPECT_EQ(run({"-R", "0:4302", "/tree"}), ExitStatus::done) << report_.text();
+  EXPECT_EQ(volume_.status("tree/one").st_gid, 4302U);
+}
+
+TEST_F(ChownToolTest, HardLinksInAFolderThatOthersCanWriteAreNotCounted) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFile("tree/one");
+  volume_.makeFolder("tree/sub", 0777);
+  ASSERT_EQ(link(volume_.path("tree/one").c_str(), volume_.path("tree/sub/two").c_str()), 0);
+  EXPECT_EQ(run({"-R", "0:4302", "/tree"}), ExitStatus::failed);
+  EXPECT_EQ(volume_.status("tree/one").st_gid, 0U);
+}
+
+TEST_F(ChownToolTest, ANameRenamedDuringTheWalkDoesNotCountTwice) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFile("outside/secret");
+  volume_.makeFolder("tree/first");
+  volume_.makeFolder("tree/second");
+  ASSERT_EQ(link(volume_.path("outside/secret").c_str(), volume_.path("tree/first/name").c_str()), 0);
+  // The folder with the planted name is renamed to every other folder's name as soon as it has been seen.
+  listed_ = [this, moved = false](const std::string& path) mutable {
+    if (moved || path == "/tree") return;
+    const std::string other = path == "/tree/first" ? "tree/second" : "tree/first";
+    if (path == "/tree/second") return;
+    moved = rename(volume_.path("tree/first").c_str(), volume_.path(other).c_str()) == 0;
+  };
+  EXPECT_EQ(run({"-R", "0:4302", "/tree"}), ExitStatus::failed);
+  EXPECT_EQ(volume_.status("outside/secret").st_gid, 0U);
+}
+
+TEST_F(ChownToolTest, AFileThatHasTheOwnerAlreadyIsNotTouched) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFile("tree/tool", "x", 04755);
+  volume_.makeFile("outside/other");
+  ASSERT_EQ(link(volume_.path("outside/other").c_str(), volume_.path("tree/linked").c_str()), 0);
+  EXPECT_EQ(run({"-R", "root:wheel", "/tree"}), ExitStatus::done) << report_.text();
+  EXPECT_EQ(volume_.mode("tree/tool"), 04755U);
+}
+
+TEST_F(ChownToolTest, SetIdBitsAreNotCarriedToTheNewOwner) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFile("tree/tool");
+  volume_.own("tree/tool", TestVolume::kBob);
+  chmod(volume_.path("tree/tool").c_str(), 06755);
+  EXPECT_EQ(run({"-R", "root:wheel", "/tree"}), ExitStatus::done);
+  EXPECT_EQ(volume_.mode("tree/tool"), 0755U);
+}
+
+TEST_F(ChownToolTest, AVeryDeepTreeIsWalkedToItsEnd) {
+  QUILLMEND_NEEDS_ROOT();
+  constexpr int kDepth = 1500;
+  volume_.makeFolder("tree");
+  int folder = open(volume_.path("tree").c_str(), O_PATH | O_DIRECTORY);
+  for (int i = 0; i < kDepth; ++i) {
+    ASSERT_EQ(mkdirat(folder, "d", 0755), 0);
+    const int next = openat(folder, "d", O_PATH | O_DIRECTORY);
+    close(folder);
+    folder = next;
+  }
+  EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::done) << report_.text();
+  struct stat deepest {};
+  ASSERT_EQ(fstat(folder, &deepest), 0);
+  EXPECT_EQ(deepest.st_uid, 4301U);
+  close(folder);
+}
+
+TEST_F(ChownToolTest, TheWalkComesBackFromADeepTreeToTheRest) {
+  QUILLMEND_NEEDS_ROOT();
+  std::string place = "tree";
+  for (int i = 0; i < 300; ++i) place += "/d";
+  volume_.makeFolder(place);
+  volume_.makeFile("tree/zz");
+  volume_.makeFile("tree/d/zz");
+  EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::done) << report_.text();
+  EXPECT_EQ(owner("tree/zz"), 4301U);
+  EXPECT_EQ(owner("tree/d/zz"), 4301U);
+  EXPECT_EQ(owner(place), 4301U);
+}
+
+TEST_F(ChownToolTest, ProtectedFoldersAreRefusedAndNothingChanges) {
+  volume_.makeFile("Users/alice/Library/file");
+  for (const char* path : {"/", "/Users", "/Users/alice", "/Users/alice/Library/../Library/"}) {
+    EXPECT_EQ(run({"-R", "4301", path}), ExitStatus::refused) << path;
+  }
+  EXPECT_EQ(owner("Users/alice/Library/file"), geteuid());
+}
+
+TEST_F(ChownToolTest, WrongArgumentsAreRefused) {
+  volume_.makeFile("tree/file");
+  const std::vector<std::vector<std::string>> wrong = {
+      {},
+      {"-R"},
+      {"-R", "4301"},
+      {"4301", "/tree"},
+      {"-r", "4301", "/tree"},
+      {"-R", "4301", "/tree", "/tree"},
+      {"-R", "4301", "tree"},
+      {"-R", "4301", ""},
+      {"-R", "nobody-of-that-name", "/tree"},
+      {"/tree", "4301", "-R"},
+  };
+  for (const auto& arguments : wrong) EXPECT_EQ(run(arguments), ExitStatus::usage);
+  EXPECT_EQ(owner("tree/file"), geteuid());
+  EXPECT_EQ(report_.lines(), static_cast<long>(wrong.size()));
+}
+
+TEST_F(ChownToolTest, AMissingPathIsAFailure) {
+  EXPECT_EQ(run({"-R", "4301", "/nothing"}), ExitStatus::failed);
+}
+
+}  // namespace
+}  // namespace helpers

@@ -1,0 +1,180 @@
+#include "helpers/KillTool.h"
+
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <tuple>
+
+#include "tests/helpers/RunningProgram.h"
+#include "tests/helpers/TestVolume.h"
+
+namespace helpers {
+namespace {
+
+using platform::ProcessInfo;
+using std::chrono::milliseconds;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+constexpr const char* kDaemon = "usr/sbin/qmasterd";
+constexpr const char* kQueue = "usr/sbin/qmasterqd";
+constexpr const char* kAgent = "usr/sbin/qmasterca";
+constexpr const char* kClient = "Applications/Compressor.app/Contents/MacOS/Compressor";
+
+class KillToolTest : public ::testing::Test {
+ protected:
+  KillToolTest() {
+    settings_.rootFolder = volume_.path("").substr(0, volume_.path("").size() - 1);
+    settings_.askEach = milliseconds(3000);
+  }
+
+  std::string install(const std::string& place) {
+    std::filesystem::create_directories(std::filesystem::path(volume_.path(place)).parent_path());
+    std::filesystem::copy_file(TARGET_PROGRAM, volume_.path(place),
+                               std::filesystem::copy_options::overwrite_existing);
+    return volume_.path(place);
+  }
+  RunningProgram& start(const std::string& place, const std::vector<std::string>& arguments = {"polite"}) {
+    programs_.push_back(std::make_unique<RunningProgram>(install(place), arguments));
+    return *programs_.back();
+  }
+  ExitStatus run() {
+    KillTool tool(platform::ProcessTable(), settings_, report_);
+    tool.onSignal(onSignal_);
+    return tool.run({});
+  }
+
+  TestVolume volume_;
+  RecordedReport report_;
+  KillTool::Settings settings_;
+  KillTool::OnSignal onSignal_;
+  std::vector<std::unique_ptr<RunningProgram>> programs_;
+};
+
+bool endedPolitely(int status) {
+  return WIFEXITED(status) && WEXITSTATUS(status) == 7;
+}
+bool wasKilled(int status) {
+  return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+}
+
+TEST_F(KillToolTest, AsksEveryProgramOfQmasterToEnd) {
+  for (const char* place :
+       {kDaemon, kQueue, kAgent, kClient, "Library/Application Support/Apple Qmaster/controller",
+        "Library/PreferencePanes/Apple "
+        "Qmaster.prefPane/Contents/Resources/QmasterStatusMenu.app/Contents/MacOS/x"}) {
+    start(place);
+  }
+  EXPECT_EQ(run(), ExitStatus::done) << report_.text();
+  for (const auto& program : programs_) EXPECT_TRUE(endedPolitely(program->wait()));
+}
+
+TEST_F(KillToolTest, ThePreferencesToolAndStrangersOfTheSameNameLive) {
+  start("usr/sbin/qmasterprefs");
+  start("elsewhere/qmasterd");
+  start("usr/bin/Compressor");
+  EXPECT_EQ(run(), ExitStatus::done);
+  for (const auto& program : programs_) EXPECT_FALSE(program->hasEnded());
+}
+
+TEST_F(KillToolTest, ClientsGoFirstAndTheDaemonLast) {
+  for (const char* place : {kDaemon, kQueue, kAgent, kClient}) start(place);
+  std::vector<std::string> asked;
+  onSignal_ = [&](const ProcessInfo& process, int signal) {
+    if (signal == SIGTERM) asked.push_back(std::filesystem::path(process.executable).filename());
+  };
+  EXPECT_EQ(run(), ExitStatus::done);
+  EXPECT_THAT(asked, ElementsAre("Compressor", "qmasterca", "qmasterqd", "qmasterd"));
+}
+
+TEST_F(KillToolTest, WhoDoesNotEndIsEndedByForce) {
+  settings_.askEach = milliseconds(50);
+  RunningProgram& stubborn = start(kDaemon, {"stubborn"});
+  EXPECT_EQ(run(), ExitStatus::done) << report_.text();
+  EXPECT_TRUE(wasKilled(stubborn.wait()));
+}
+
+TEST_F(KillToolTest, AllWaitsTogetherAreBounded) {
+  settings_.askEach = milliseconds(200);
+  settings_.askAll = milliseconds(250);
+  for (const char* place : {kDaemon, kQueue, kAgent, kClient}) start(place, {"stubborn"});
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(run(), ExitStatus::done);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(700));
+}
+
+TEST_F(KillToolTest, AStoppedProcessCanStillEndPolitely) {
+  RunningProgram& stopped = start(kDaemon);
+  kill(stopped.pid(), SIGSTOP);
+  EXPECT_EQ(run(), ExitStatus::done);
+  EXPECT_TRUE(endedPolitely(stopped.wait()));
+}
+
+TEST_F(KillToolTest, AProgramWhoseFileIsGoneOrReplacedIsStopped) {
+  RunningProgram& removed = start(kDaemon);
+  RunningProgram& replaced = start(kQueue);
+  std::filesystem::remove(volume_.path(kDaemon));
+  std::filesystem::remove(volume_.path(kQueue));
+  install(kQueue);
+  EXPECT_EQ(run(), ExitStatus::done);
+  EXPECT_TRUE(endedPolitely(removed.wait()));
+  EXPECT_TRUE(endedPolitely(replaced.wait()));
+}
+
+TEST_F(KillToolTest, WhatIsStartedMeanwhileIsStoppedToo) {
+  start(kClient);
+  onSignal_ = [this](const ProcessInfo&, int) {
+    if (programs_.size() == 1) start(kDaemon);
+  };
+  EXPECT_EQ(run(), ExitStatus::done);
+  ASSERT_EQ(programs_.size(), 2U);
+  for (const auto& program : programs_) EXPECT_TRUE(endedPolitely(program->wait()));
+}
+
+TEST_F(KillToolTest, WhoIsStartedAgainForEverIsReportedInTheEnd) {
+  start(kDaemon);
+  onSignal_ = [this](const ProcessInfo&, int signal) {
+    if (signal == SIGTERM) programs_.push_back(std::make_unique<RunningProgram>(volume_.path(kDaemon)));
+  };
+  EXPECT_EQ(run(), ExitStatus::failed);
+  EXPECT_EQ(programs_.size(), 4U);
+  EXPECT_THAT(report_.text(), HasSubstr("qmasterd: still running"));
+}
+
+TEST_F(KillToolTest, ThoseThatItDescendsFromAreSpared) {
+  const std::string killer = install("elsewhere/killer");
+  RunningProgram& parent = start(kDaemon, {"run", killer, "kill", settings_.rootFolder});
+  const int status = parent.wait();
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST_F(KillToolTest, AProgramOfThatPathInAnotherRootIsNotOurs) {
+  QUILLMEND_NEEDS_ROOT();
+  const std::string ours = install(kDaemon);
+  const std::string other = install("elsewhere/qmasterd");
+  RunningProgram stranger(ours, {"polite"}, [&] {
+    if (unshare(CLONE_NEWNS) != 0 || mount(other.c_str(), ours.c_str(), nullptr, MS_BIND, nullptr) != 0)
+      _exit(1);
+  });
+  EXPECT_EQ(run(), ExitStatus::done);
+  EXPECT_FALSE(stranger.hasEnded());
+}
+
+TEST_F(KillToolTest, ItTakesNoArguments) {
+  RunningProgram& daemon = start(kDaemon);
+  KillTool tool(platform::ProcessTable(), settings_, report_);
+  EXPECT_EQ(tool.run({"-9"}), ExitStatus::usage);
+  EXPECT_EQ(tool.run({""}), ExitStatus::usage);
+  EXPECT_FALSE(daemon.hasEnded());
+}
+
+TEST_F(KillToolTest, WhereNothingRunsItEndsAtOnce) {
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(run(), ExitStatus::done);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(500));
+  EXPECT_EQ(report_.text(), "");
+}
+
+}  // namespace
+}  // namespace helpers

@@ -1,0 +1,49 @@
+// A program for killtool's tests to be copied to a made-up place and run there. It says "r" on standard
+// output when it is ready.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <string_view>
+
+#include "helpers/KillTool.h"
+
+namespace {
+
+void endPolitely(int /*signal*/) {
+  _exit(7);
+}
+
+int killBelow(const char* rootFolder) {
+  helpers::Report report("killtool");
+  helpers::KillTool::Settings settings;
+  settings.rootFolder = rootFolder;
+  return static_cast<int>(helpers::KillTool(platform::ProcessTable(), settings, report).run({}));
+}
+
+int runAndWait(char** arguments) {
+  const pid_t child = fork();
+  if (child == 0) {
+    execv(arguments[0], arguments);
+    _exit(127);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 126;
+}
+
+}  // namespace
+
+/// target_program polite | stubborn | kill ROOT | run PROGRAM ARGUMENT...
+int main(int argc, char** argv) {
+  const std::string_view role = argc > 1 ? argv[1] : "polite";
+  if (role == "kill") return killBelow(argv[2]);
+  std::signal(SIGTERM, role == "polite" ? endPolitely : SIG_IGN);
+  if (write(1, "r", 1) != 1) return 1;
+  if (role == "run") {
+    std::signal(SIGTERM, SIG_DFL);
+    return runAndWait(argv + 2);
+  }
+  while (true) pause();
+}

@@ -1,0 +1,4 @@
+/// A module without the window's entry.
+extern "C" int somethingElse() {
+  return 0;
+}

@@ -1,0 +1,140 @@
+#include "platform/linux/LinuxPreferences.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "platform/fakes/FakePlatform.h"
+
+namespace platform {
+namespace {
+
+using foundation::PropertyList;
+using Dictionary = PropertyList::Dictionary;
+
+constexpr const char* kUsers = "/Users/alice/Library/Preferences/com.vordenworks.Quillmend.plist";
+constexpr const char* kUsersByHost =
+    "/Users/alice/Library/Preferences/ByHost/"
+    "com.vordenworks.Quillmend.01234567-89AB-CDEF-0123-456789ABCDEF.plist";
+constexpr const char* kEverybodys = "/Library/Preferences/com.vordenworks.Quillmend.plist";
+constexpr const char* kNetwork = "/Network/Library/Preferences/com.vordenworks.Quillmend.plist";
+
+class LinuxPreferencesTest : public ::testing::Test {
+ protected:
+  LinuxPreferencesTest() { fake.files.makeFile("/etc/machine-id", "0123456789abcdef0123456789abcdef\n"); }
+
+  void store(const std::string& path, const Dictionary& content,
+             PropertyListFormat format = PropertyListFormat::xml) {
+    fake.files.makeFile(path, fake.propertyLists.serialize(content, format).value());
+  }
+  std::string bytes(const std::string& path) { return fake.files.readFile(path, 1 << 20).value(); }
+
+  fakes::FakePlatform fake;
+  LinuxPreferences preferences;
+};
+
+TEST_F(LinuxPreferencesTest, NearestPlaceDecides) {
+  EXPECT_EQ(preferences.value("key"), std::nullopt);
+  preferences.registerDefaults(Dictionary{{"key", "registered"}, {"other", 1}});
+  EXPECT_EQ(preferences.value("key"), PropertyList("registered"));
+  store(kNetwork, {{"key", "network"}});
+  EXPECT_EQ(preferences.value("key"), PropertyList("network"));
+  store(kEverybodys, {{"key", "everybody"}});
+  EXPECT_EQ(preferences.value("key"), PropertyList("everybody"));
+  store(kUsers, {{"key", "user"}}, PropertyListFormat::binary);
+  EXPECT_EQ(preferences.value("key"), PropertyList("user"));
+  store(kUsersByHost, {{"key", "user here"}});
+  EXPECT_EQ(preferences.value("key"), PropertyList("user here"));
+  EXPECT_EQ(preferences.value("other"), PropertyList(1));
+}
+
+TEST_F(LinuxPreferencesTest, LaterDefaultsReplaceEarlierOnesKeyByKey) {
+  preferences.registerDefaults(Dictionary{{"a", 1}, {"b", 1}});
+  preferences.registerDefaults(Dictionary{{"b", 2}});
+  EXPECT_EQ(preferences.value("a"), PropertyList(1));
+  EXPECT_EQ(preferences.value("b"), PropertyList(2));
+}
+
+TEST_F(LinuxPreferencesTest, DefaultsAreNotStored) {
+  preferences.registerDefaults(Dictionary{{"a", 1}});
+  EXPECT_TRUE(preferences.synchronize());
+  EXPECT_FALSE(fake.files.exists(kUsers));
+}
+
+TEST_F(LinuxPreferencesTest, ValueThatIsSetIsSeenAtOnceAndStoredBySynchronizing) {
+  preferences.setValue("key", 1);
+  EXPECT_EQ(preferences.value("key"), PropertyList(1));
+  EXPECT_FALSE(fake.files.exists(kUsers));
+  EXPECT_TRUE(preferences.synchronize());
+  EXPECT_EQ(LinuxPreferences().value("key"), PropertyList(1));
+  EXPECT_TRUE(bytes(kUsers).starts_with("bplist00"));
+}
+
+TEST_F(LinuxPreferencesTest, ValueForAnyUserIsStoredInTheLocalLibrary) {
+  preferences.setValueForAnyUserOnCurrentHost("requireAdminPassword", 1);
+  EXPECT_EQ(preferences.value("requireAdminPassword"), PropertyList(1));
+  EXPECT_TRUE(preferences.synchronize());
+  EXPECT_EQ(*readDictionary(kEverybodys).value().find("requireAdminPassword"), PropertyList(1));
+  EXPECT_FALSE(fake.files.exists(kUsers));
+}
+
+TEST_F(LinuxPreferencesTest, KeysOfOthersAndTheFormOfTheFileStay) {
+  store(kUsers, {{"theirs", Dictionary{{"deep", 2.5}}}, {"ours", 0}});
+  preferences.setValue("ours", 1);
+  EXPECT_TRUE(preferences.synchronize());
+  EXPECT_EQ(readDictionary(kUsers).value(),
+            PropertyList(Dictionary{{"theirs", Dictionary{{"deep", 2.5}}}, {"ours", 1}}));
+  EXPECT_TRUE(bytes(kUsers).starts_with("<?xml"));
+}
+
+TEST_F(LinuxPreferencesTest, WhatIsStoredIsNotWrittenAgain) {
+  preferences.setValue("key", 1);
+  EXPECT_TRUE(preferences.synchronize());
+  store(kUsers, {{"key", 2}});
+  EXPECT_TRUE(preferences.synchronize());
+  EXPECT_EQ(preferences.value("key"), PropertyList(2));
+}
+
+TEST_F(LinuxPreferencesTest, MalformedFileCountsAsEmptyAndIsReplaced) {
+  fake.files.makeFile(kUsers, "no property list");
+  EXPECT_EQ(preferences.value("key"), std::nullopt);
+  preferences.setValue("key", 1);
+  EXPECT_TRUE(preferences.synchronize());
+  EXPECT_EQ(readDictionary(kUsers).value(), PropertyList(Dictionary{{"key", 1}}));
+}
+
+TEST_F(LinuxPreferencesTest, FileThatCannotBeReadIsNotReplaced) {
+  fake.files.makeFolder(kUsers);
+  preferences.setValue("key", 1);
+  EXPECT_FALSE(preferences.synchronize());
+  EXPECT_TRUE(fake.files.isDirectory(kUsers));
+}
+
+TEST_F(LinuxPreferencesTest, ValueThatCouldNotBeStoredIsStoredAtTheNextTry) {
+  fake.files.beforeChange = [](const std::string& change, const std::string& path) {
+    return change.starts_with("write") ? std::optional(foundation::systemError(ENOSPC, path)) : std::nullopt;
+  };
+  preferences.setValue("key", 1);
+  EXPECT_FALSE(preferences.synchronize());
+  EXPECT_EQ(preferences.value("key"), PropertyList(1));
+  fake.files.beforeChange = nullptr;
+  EXPECT_TRUE(preferences.synchronize());
+  EXPECT_EQ(LinuxPreferences().value("key"), PropertyList(1));
+}
+
+TEST_F(LinuxPreferencesTest, OnePlaceThatFailsDoesNotKeepTheOtherFromBeingStored) {
+  fake.files.makeFolder(kUsers);
+  preferences.setValue("key", 1);
+  preferences.setValueForAnyUserOnCurrentHost("key", 2);
+  EXPECT_FALSE(preferences.synchronize());
+  EXPECT_TRUE(fake.files.exists(kEverybodys));
+}
+
+TEST_F(LinuxPreferencesTest, ComputerWithoutANumberIsTheLocalHost) {
+  fake.files.makeFile("/etc/machine-id", "uninitialized\n");
+  store("/Users/alice/Library/Preferences/ByHost/com.vordenworks.Quillmend.localhost.plist", {{"key", 1}});
+  EXPECT_EQ(preferences.value("key"), PropertyList(1));
+}
+
+}  // namespace
+}  // namespace platform

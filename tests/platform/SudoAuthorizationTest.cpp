@@ -1,0 +1,350 @@
+#include "platform/linux/SudoAuthorization.h"
+
+#include <dirent.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include "platform/fakes/FakePlatform.h"
+#include "platform/linux/ProcessTable.h"
+#include "tests/support/AsUser.h"
+#include "tests/support/EnvironmentVariable.h"
+#include "tests/support/ProgramRun.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestAccount.h"
+
+namespace platform {
+namespace {
+
+using support::AsUser;
+using support::EnvironmentVariable;
+using support::runProgram;
+using support::TemporaryFolder;
+using support::TestAccount;
+
+constexpr const char* kPassword = "pass word'\"$";
+constexpr const char* kEverything = "ALL=(ALL:ALL) ALL";
+constexpr AuthorizationFlags kAsking = 19;
+constexpr AuthorizationFlags kNotAsking = 18;
+
+const std::vector<std::string>& administrator() {
+  static const std::vector<std::string> rights = {kAuthorizationRightAdmin};
+  return rights;
+}
+
+std::string readAll(CommunicationsPipe& pipe) {
+  std::string text;
+  for (int byte = pipe.getCharacter(); byte != -1; byte = pipe.getCharacter()) {
+    text.push_back(static_cast<char>(byte));
+  }
+  return text;
+}
+
+/// Whether this process gets rid of its children, ended ones included, within a few seconds.
+bool hasNoChildrenSoon() {
+  for (int attempt = 0; attempt < 500; ++attempt) {
+    bool any = false;
+    for (const ProcessInfo& process : ProcessTable().processes()) any = any || process.parent == getpid();
+    if (!any) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
+}
+
+/// The service as the test's account uses it, with a real sudo.
+class SudoAuthorizationTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (getuid() != 0) GTEST_SKIP() << "needs root, to make an account";
+    if (access("/usr/bin/sudo", X_OK) != 0) GTEST_SKIP() << "needs sudo";
+    folder.makeAccessibleToAll();
+    account = std::make_unique<TestAccount>(kPassword);
+    fake.users.name = account->name();
+    fake.mainBundle.bundlePath = folder / "Quillmend.app";
+  }
+
+  void asAccount(const std::function<void()>& part) const { AsUser::run(account->id(), part); }
+
+  /// A shell script that everybody may run.
+  std::string script(const std::string& name, const std::string& text) const {
+    const std::string path = folder.file(name, "#!/bin/sh\n" + text + "\n");
+    EXPECT_EQ(chmod(path.c_str(), 0755), 0);
+    return path;
+  }
+  AuthorizationRef reference() {
+    AuthorizationRef made = nullptr;
+    EXPECT_EQ(sudo.create(std::nullopt, kAuthorizationFlagDefaults, &made), errAuthorizationSuccess);
+    EXPECT_NE(made, nullptr);
+    return made;
+  }
+  AuthorizationStatus give(AuthorizationRef to, const std::string& password) {
+    return sudo.copyRights(to, administrator(), AuthorizationEnvironment{account->name(), password},
+                           kNotAsking);
+  }
+  AuthorizationStatus ask(AuthorizationRef to) {
+    return sudo.copyRights(to, administrator(), std::nullopt, kAsking);
+  }
+  AuthorizationStatus run(AuthorizationRef with, const std::string& path,
+                          const std::vector<std::string>& arguments,
+                          std::unique_ptr<CommunicationsPipe>* pipe = nullptr) {
+    return sudo.executeWithPrivileges(with, path, kAuthorizationFlagDefaults, arguments, pipe);
+  }
+  std::string outputOf(AuthorizationRef with, const std::string& path,
+                       const std::vector<std::string>& arguments) {
+    std::unique_ptr<CommunicationsPipe> pipe;
+    EXPECT_EQ(run(with, path, arguments, &pipe), errAuthorizationSuccess);
+    return pipe ? readAll(*pipe) : "nothing";
+  }
+
+  fakes::FakePlatform fake;
+  TemporaryFolder folder;
+  std::unique_ptr<TestAccount> account;
+  SudoAuthorization sudo;
+};
+
+TEST_F(SudoAuthorizationTest, RightPasswordGivesRightsToRunProgramsAsRoot) {
+  account->allow(kEverything);
+  asAccount([this] {
+    const auto held = reference();
+    EXPECT_EQ(give(held, kPassword), errAuthorizationSuccess);
+    EXPECT_EQ(outputOf(held, "/usr/bin/id", {"-u"}), "0\n");
+    EXPECT_EQ(outputOf(held, "/usr/bin/id", {"-u"}), "0\n") << "the rights stay";
+    EXPECT_TRUE(hasNoChildrenSoon());
+  });
+}
+
+TEST_F(SudoAuthorizationTest, WrongPasswordIsDeniedAlsoWhenRightsAreHeld) {
+  account->allow(kEverything);
+  asAccount([this] {
+    const auto held = reference();
+    EXPECT_EQ(give(held, kPassword), errAuthorizationSuccess);
+    EXPECT_EQ(give(held, "wrong"), errAuthorizationDenied);
+    EXPECT_EQ(run(held, "/bin/true", {}), errAuthorizationDenied);
+  });
+}
+
+TEST_F(SudoAuthorizationTest, PasswordThatIsNotOneLineIsDenied) {
+  account->allow(kEverything);
+  asAccount([this] {
+    const auto held = reference();
+    EXPECT_EQ(give(held, std::string("wrong\n") + kPassword), errAuthorizationDenied);
+    EXPECT_EQ(give(held, std::string(2000, 'x')), errAuthorizationDenied);
+    EXPECT_EQ(give(held, ""), errAuthorizationDenied);
+  });
+}
+
+TEST_F(SudoAuthorizationTest, AccountThatSudoersDoesNotListIsDenied) {
+  asAccount([this] { EXPECT_EQ(give(reference(), kPassword), errAuthorizationDenied); });
+}
+
+TEST_F(SudoAuthorizationTest, AnotherUsersNameAndOtherRightsAreDenied) {
+  account->allow(kEverything);
+  asAccount([this] {
+    const auto held = reference();
+    EXPECT_EQ(sudo.copyRights(held, administrator(), AuthorizationEnvironment{"root", kPassword}, kNotAsking),
+              errAuthorizationDenied);
+    EXPECT_EQ(sudo.copyRights(held, {"system.preferences"},
+                              AuthorizationEnvironment{account->name(), kPassword}, kNotAsking),
+              errAuthorizationDenied);
+  });
+}
+
+TEST_F(SudoAuthorizationTest, FreeingEndsTheRights) {
+  account->allow(kEverything);
+  asAccount([this] {
+    const auto first = reference();
+    EXPECT_EQ(give(first, kPassword), errAuthorizationSuccess);
+    EXPECT_EQ(sudo.free(first, kAuthorizationFlagDefaults), errAuthorizationSuccess);
+    EXPECT_EQ(run(first, "/bin/true", {}), errAuthorizationInvalidRef);
+    EXPECT_EQ(run(reference(), "/bin/true", {}), errAuthorizationDenied);
+    EXPECT_EQ(sudo.copyRights(reference(), administrator(), std::nullopt, kNotAsking),
+              errAuthorizationInteractionNotAllowed);
+    EXPECT_EQ(sudo.free(first, kAuthorizationFlagDefaults), errAuthorizationInvalidRef);
+  });
+}
+
+TEST_F(SudoAuthorizationTest, RightsThatAreLostMeanwhileAreToldFromAProgramThatFails) {
+  account->allow(kEverything);
+  asAccount([this] {
+    const auto held = reference();
+    EXPECT_EQ(give(held, kPassword), errAuthorizationSuccess);
+    EXPECT_EQ(run(held, "/bin/false", {}), errAuthorizationSuccess);
+    EXPECT_EQ(runProgram({"/usr/bin/sudo", "-K"}).status, 0);
+    EXPECT_EQ(run(held, "/bin/true", {}), errAuthorizationDenied);
+  });
+}
+
+TEST_F(SudoAuthorizationTest, ArgumentsArriveByteForByte) {
+  account->allow(kEverything);
+  asAccount([this] {
+    const auto held = reference();
+    EXPECT_EQ(give(held, kPassword), errAuthorizationSuccess);
+    const std::string printer = "/usr/bin/printf";
+    EXPECT_EQ(outputOf(held, printer, {"[%s]", "", "a b ", "\"'\n\t\\$HOME*", "\xFF\xC3", "A=B", "-n", "--"}),
+              "[][a b ][\"'\n\t\\$HOME*][\xFF\xC3][A=B][-n][--]");
+  });
+}
+
+TEST_F(SudoAuthorizationTest, OutputIsReadToItsEnd) {
+  account->allow(kEverything);
+  asAccount([this] {
+    const auto held = reference();
+    EXPECT_EQ(give(held, kPassword), errAuthorizationSuccess);
+    const auto text =
+        outputOf(held, "/bin/sh", {"-c", "head -c 300000 /dev/zero; sleep 0.1; printf '\\377end'"});
+    EXPECT_EQ(text.size(), 300'004U);
+    EXPECT_TRUE(
+        text.ends_with("\xFF"
+                       "end"));
+  });
+}
+
+TEST_F(SudoAuthorizationTest, ProgramIsNotWaitedForAndEndsAlsoWhenItsOutputIsNotRead) {
+  account->allow(kEverything);
+  asAccount([this] {
+    const auto held = reference();
+    EXPECT_EQ(give(held, kPassword), errAuthorizationSuccess);
+    const std::string done = folder / "done";
+    std::unique_ptr<CommunicationsPipe> pipe;
+    EXPECT_EQ(run(held, "/bin/sh", {"-c", "sleep 0.3; head -c 300000 /dev/zero && touch " + done}, &pipe),
+              errAuthorizationSuccess);
+    EXPECT_FALSE(std::filesystem::exists(done));
+    pipe.reset();
+    EXPECT_TRUE(hasNoChildrenSoon());
+    EXPECT_TRUE(std::filesystem::exists(done));
+  });
+}
+
+TEST_F(SudoAuthorizationTest, MissingProgramsAreNotStarted) {
+  account->allow(kEverything);
+  const std::string noProgram = folder.file("text");
+  asAccount([&] {
+    const auto held = reference();
+    EXPECT_EQ(give(held, kPassword), errAuthorizationSuccess);
+    for (const std::string& path : {std::string("/no/such/program"), std::string("true"), std::string(),
+                                    std::string("/usr/bin"), noProgram}) {
+      EXPECT_EQ(run(held, path, {}), errAuthorizationToolExecuteFailure) << path;
+    }
+  });
+}
+
+TEST_F(SudoAuthorizationTest, ProgramThatSudoersDoesNotAllowIsDenied) {
+  account->allow("ALL=(ALL:ALL) /usr/bin/id");
+  asAccount([this] {
+    const auto held = reference();
+    EXPECT_EQ(give(held, kPassword), errAuthorizationSuccess);
+    EXPECT_EQ(outputOf(held, "/usr/bin/id", {"-u"}), "0\n");
+    EXPECT_EQ(run(held, "/bin/true", {}), errAuthorizationDenied);
+  });
+}
+
+TEST_F(SudoAuthorizationTest, AskpassProgramOfTheBundleIsAskedFirst) {
+  account->allow(kEverything);
+  const auto fromBundle =
+      script("Quillmend.app/Contents/SharedSupport/askpass",
+             "echo asked >> " + folder.path() + "/log; cat " + folder.path() + "/password");
+  ASSERT_EQ(chmod(folder.path().c_str(), 0777), 0);
+  folder.file("password", std::string(kPassword) + "\n");
+  const EnvironmentVariable other("SUDO_ASKPASS", "/bin/false");
+  asAccount([this] {
+    const auto held = reference();
+    EXPECT_EQ(ask(held), errAuthorizationSuccess);
+    EXPECT_EQ(ask(held), errAuthorizationSuccess);
+    EXPECT_EQ(folder.content("log"), "asked\n") << "what is held is not asked for again";
+    EXPECT_EQ(outputOf(held, "/usr/bin/id", {"-u"}), "0\n");
+    EXPECT_EQ(runProgram({"/usr/bin/sudo", "-K"}).status, 0);
+    EXPECT_EQ(outputOf(held, "/usr/bin/id", {"-u"}), "0\n");
+    EXPECT_EQ(folder.content("log"), "asked\nasked\n") << "rights that ran out are asked for again";
+  });
+}
+
+TEST_F(SudoAuthorizationTest, AskpassProgramOfTheEnvironmentIsAskedElse) {
+  account->allow(kEverything);
+  const EnvironmentVariable named("SUDO_ASKPASS", script("ask", "cat " + (folder / "password")));
+  folder.file("password", std::string(kPassword) + "\n");
+  asAccount([this] { EXPECT_EQ(ask(reference()), errAuthorizationSuccess); });
+}
+
+TEST_F(SudoAuthorizationTest, DialogThatIsCancelledIsTold) {
+  account->allow(kEverything);
+  const EnvironmentVariable named("SUDO_ASKPASS", script("ask", "exit 1"));
+  const EnvironmentVariable language("LC_ALL", "de_DE.UTF-8");
+  asAccount([this] { EXPECT_EQ(ask(reference()), errAuthorizationCanceled); });
+}
+
+TEST_F(SudoAuthorizationTest, WrongPasswordInTheDialogIsDenied) {
+  account->allow(kEverything);
+  const EnvironmentVariable named("SUDO_ASKPASS", script("ask", "echo wrong"));
+  asAccount([this] { EXPECT_EQ(ask(reference()), errAuthorizationDenied); });
+}
+
+TEST_F(SudoAuthorizationTest, NothingIsAskedWithoutAnAskpassProgramOrTheFlag) {
+  account->allow(kEverything);
+  {
+    const EnvironmentVariable none("SUDO_ASKPASS", std::nullopt);
+    asAccount([this] { EXPECT_EQ(ask(reference()), errAuthorizationInteractionNotAllowed); });
+  }
+  const EnvironmentVariable named("SUDO_ASKPASS", script("ask", "cat " + (folder / "password")));
+  folder.file("password", std::string(kPassword) + "\n");
+  asAccount([this] {
+    EXPECT_EQ(sudo.copyRights(reference(), administrator(), std::nullopt, kNotAsking),
+              errAuthorizationInteractionNotAllowed);
+  });
+}
+
+TEST_F(SudoAuthorizationTest, NothingIsAskedOfAnAccountThatNeedsNoPassword) {
+  account->allow("ALL=(ALL:ALL) NOPASSWD: ALL");
+  const EnvironmentVariable named("SUDO_ASKPASS", std::nullopt);
+  asAccount([this] {
+    const auto held = reference();
+    EXPECT_EQ(ask(held), errAuthorizationSuccess);
+    EXPECT_EQ(outputOf(held, "/usr/bin/id", {"-u"}), "0\n");
+  });
+}
+
+TEST_F(SudoAuthorizationTest, ThePasswordIsInNoArgumentAndNoEnvironment) {
+  const std::string recorder =
+      script("sudo", "{ tr '\\0' '\\n' < /proc/$$/cmdline; tr '\\0' '\\n' < /proc/$$/environ; } >> " +
+                         (folder / "seen") + "; cat >> " + (folder / "input"));
+  ASSERT_EQ(chmod(folder.path().c_str(), 0777), 0);
+  asAccount([&] {
+    SudoAuthorization recorded(recorder);
+    AuthorizationRef made = nullptr;
+    EXPECT_EQ(recorded.create(std::nullopt, 0, &made), errAuthorizationSuccess);
+    EXPECT_EQ(recorded.copyRights(made, administrator(),
+                                  AuthorizationEnvironment{account->name(), "very secret"}, kNotAsking),
+              errAuthorizationSuccess);
+  });
+  EXPECT_EQ(folder.content("input"), "very secret\n");
+  EXPECT_THAT(folder.content("seen"), ::testing::HasSubstr("-S"));
+  EXPECT_THAT(folder.content("seen"), ::testing::Not(::testing::HasSubstr("secret")));
+}
+
+TEST(SudoAuthorization, MissingSudoIsAnInternalError) {
+  fakes::FakePlatform fake;
+  SudoAuthorization sudo("/no/such/sudo");
+  AuthorizationRef made = nullptr;
+  ASSERT_EQ(sudo.create(std::nullopt, kAuthorizationFlagDefaults, &made), errAuthorizationSuccess);
+  EXPECT_EQ(sudo.copyRights(made, administrator(), std::nullopt, kAsking), errAuthorizationInternal);
+  EXPECT_EQ(sudo.copyRights(made, administrator(), AuthorizationEnvironment{"alice", "x"}, kNotAsking),
+            errAuthorizationInternal);
+  EXPECT_EQ(sudo.executeWithPrivileges(made, "/bin/true", 0, {}, nullptr), errAuthorizationInternal);
+}
+
+TEST(SudoAuthorization, NothingIsInheritedFromAParentAndUnknownReferencesAreRefused) {
+  SudoAuthorization sudo("/no/such/sudo");
+  int anything = 0;
+  AuthorizationRef reference = reinterpret_cast<AuthorizationRef>(&anything);
+  EXPECT_EQ(sudo.copyRights(reference, administrator(), std::nullopt, kAsking), errAuthorizationInvalidRef);
+  EXPECT_EQ(sudo.executeWithPrivileges(nullptr, "/bin/true", 0, {}, nullptr), errAuthorizationInvalidRef);
+  EXPECT_EQ(sudo.copyPrivilegedReference(0, &reference), errAuthorizationInvalidRef);
+  EXPECT_EQ(reference, nullptr);
+}
+
+}  // namespace
+}  // namespace platform
