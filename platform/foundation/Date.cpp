@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 
@@ -26,17 +27,22 @@ std::string format(const std::tm& parts, const char* calendarFormat) {
 }
 
 /// The greatest whole number of seconds whose nanoseconds fit.
-constexpr double kFarthest = 9223372036.0;
+constexpr double kFarthest = 9223372035.0;
 
 }  // namespace
 
 Date Date::fromUnixTime(double seconds) {
-  const std::chrono::duration<double> sinceEpoch(std::clamp(seconds, -kFarthest, kFarthest));
-  return Date(TimePoint(std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch)));
+  // Whole seconds and the rest apart: a double that counts nanoseconds since 1970 is 128 of them coarse.
+  const double whole = std::floor(std::clamp(seconds, -kFarthest, kFarthest));
+  const double rest = std::clamp(seconds - whole, 0.0, 1.0);
+  return Date(TimePoint(std::chrono::seconds(std::llround(whole)) +
+                        std::chrono::nanoseconds(std::llround(rest * 1e9))));
 }
 
 double Date::unixTime() const {
-  return std::chrono::duration<double>(moment_.time_since_epoch()).count();
+  const auto whole = std::chrono::floor<std::chrono::seconds>(moment_);
+  return static_cast<double>(whole.time_since_epoch().count()) +
+         std::chrono::duration<double>(moment_ - whole).count();
 }
 
 std::string Date::description() const {

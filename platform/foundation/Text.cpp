@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cctype>
+#include <cmath>
 #include <cstdio>
 
 #include "platform/foundation/PropertyList.h"
@@ -16,6 +17,7 @@ struct Directive {
   std::string flags;
   std::optional<std::size_t> width;
   std::optional<std::size_t> precision;
+  bool isLong = false;  ///< a length modifier asks for more than an int
   char letter = 0;
   std::size_t length = 0;  ///< characters of the format it takes, from its percent sign on; 0 when it is none
 };
@@ -42,7 +44,10 @@ Directive readDirective(std::string_view text) {
     ++at;
     directive.precision = readNumber(text, at).value_or(0);
   }
-  while (at < text.size() && std::string_view("hlqzjt").find(text[at]) != std::string_view::npos) ++at;
+  while (at < text.size() && std::string_view("hlqzjt").find(text[at]) != std::string_view::npos) {
+    directive.isLong = directive.isLong || text[at] != 'h';
+    ++at;
+  }
   if (at < text.size() && std::string_view("@sdiuxXoDUfFeEgGcCp%").find(text[at]) != std::string_view::npos) {
     directive.letter = text[at];
     directive.length = at + 1;
@@ -101,7 +106,7 @@ struct ArgumentPrinter {
       case 'p':
         // A directive for unsigned numbers shows the 32-bit two's complement of a negative int, as printf
         // does.
-        if (number < 0 && number >= INT32_MIN)
+        if (number < 0 && number >= INT32_MIN && !directive.isLong)
           return (*this)(std::uint64_t{static_cast<std::uint32_t>(number)});
         return (*this)(static_cast<std::uint64_t>(number));
       default:
@@ -118,8 +123,10 @@ struct ArgumentPrinter {
                        static_cast<unsigned long long>(number));
   }
   std::string operator()(double number) const {
-    const char letter = isRealNumberLetter(directive.letter) ? directive.letter : 'g';
-    return printNumber(directive, std::string(1, letter), number);
+    if (std::isnan(number)) return padded(directive, "nan");
+    if (isRealNumberLetter(directive.letter)) return printNumber(directive, {&directive.letter, 1}, number);
+    // Its own natural form: as many digits as tell it from its neighbours for a person.
+    return printNumber(directive, directive.precision ? "g" : ".16g", number);
   }
 };
 

@@ -151,8 +151,7 @@ class Reader {
     const std::string object = objectOf(plist_, node);
     if (object.size() < 9 || object[0] != kDate) return std::nullopt;
     const auto seconds = std::bit_cast<double>(fromBigEndian(std::string_view(object).substr(1, 8)));
-    // Beyond these years a date in nanoseconds has no number.
-    if (!std::isfinite(seconds) || std::abs(seconds) > 8e9) return std::nullopt;
+    if (!std::isfinite(seconds)) return std::nullopt;
     return PropertyList(Date::fromUnixTime(kReferenceDate + seconds));
   }
 

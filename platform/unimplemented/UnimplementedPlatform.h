@@ -57,7 +57,7 @@ class UnimplementedFileQueries : public FileQueries {
   foundation::Result<std::string> readFileItself(const std::string& path, std::uint64_t) override {
     return notImplemented(path);
   }
-  std::optional<foundation::Date> modificationDate(const std::string&) override { return std::nullopt; }
+  std::optional<foundation::Date> modificationDate(const std::string&) override { return {}; }
 };
 
 class UnimplementedFileChanges : public FileChanges {

@@ -1,0 +1,76 @@
+#include "platform/linux/LinuxMainBundle.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "platform/linux/LibplistPropertyLists.h"
+#include "platform/posix/PosixFiles.h"
+#include "tests/platform/TemporaryFolder.h"
+
+namespace platform {
+namespace {
+
+namespace fs = std::filesystem;
+using foundation::PropertyList;
+
+class LinuxMainBundleTest : public ::testing::Test {
+ protected:
+  tests::TemporaryFolder folder;
+  PosixFileQueries files;
+  LibplistPropertyLists lists;
+
+  LinuxMainBundle bundleOf(const std::string& executable) { return {files, lists, folder.path(executable)}; }
+};
+
+TEST_F(LinuxMainBundleTest, TheBundleIsWhatHoldsContentsMacOS) {
+  auto bundle = bundleOf("Quillmend.app/Contents/MacOS/Quillmend");
+  EXPECT_EQ(bundle.path(), folder.path("Quillmend.app"));
+  EXPECT_EQ(bundle.executablePath(), folder.path("Quillmend.app/Contents/MacOS/Quillmend"));
+}
+
+TEST_F(LinuxMainBundleTest, AToolOutsideABundleHasItsFolder) {
+  EXPECT_EQ(bundleOf("bin/tool").path(), folder.path("bin"));
+  EXPECT_EQ(bundleOf("MacOS/tool").path(), folder.path("MacOS"));
+  EXPECT_EQ(bundleOf("X.app/Contents/Helpers/tool").path(), folder.path("X.app/Contents/Helpers"));
+}
+
+TEST_F(LinuxMainBundleTest, TheRunningExecutableIsFoundThroughEveryLink) {
+  LinuxMainBundle bundle(files, lists);
+  EXPECT_EQ(bundle.executablePath(), fs::read_symlink("/proc/self/exe").string());
+  EXPECT_EQ(bundle.path(), fs::read_symlink("/proc/self/exe").parent_path().string());
+}
+
+TEST_F(LinuxMainBundleTest, TheInfoDictionaryIsEmptyUnlessItIsADictionary) {
+  auto bundle = bundleOf("A.app/Contents/MacOS/A");
+  EXPECT_EQ(bundle.infoDictionary(), PropertyList());
+  folder.makeFile("A.app/Contents/Info.plist", "garbage");
+  EXPECT_EQ(bundle.infoDictionary(), PropertyList());
+  folder.makeFile("A.app/Contents/Info.plist", "<plist><string>x</string></plist>");
+  EXPECT_EQ(bundle.infoDictionary(), PropertyList());
+  folder.makeFile("A.app/Contents/Info.plist",
+                  "<plist><dict><key>CFBundleIdentifier</key><string>com.example.A</string></dict></plist>");
+  EXPECT_EQ(bundle.infoDictionary(),
+            PropertyList(PropertyList::Dictionary{{"CFBundleIdentifier", "com.example.A"}}));
+}
+
+TEST_F(LinuxMainBundleTest, OnlyItsOwnIdentifierIsLoaded) {
+  auto bundle = bundleOf("A.app/Contents/MacOS/A");
+  EXPECT_EQ(bundle.pathForIdentifier("com.example.A"), std::nullopt);
+  folder.makeFile("A.app/Contents/Info.plist",
+                  "<plist><dict><key>CFBundleIdentifier</key><string>com.example.A</string></dict></plist>");
+  EXPECT_EQ(bundle.pathForIdentifier("com.example.A"), folder.path("A.app"));
+  EXPECT_EQ(bundle.pathForIdentifier("com.example.a"), std::nullopt);
+}
+
+TEST_F(LinuxMainBundleTest, AResourceIsFoundByNameAndType) {
+  auto bundle = bundleOf("A.app/Contents/MacOS/A");
+  EXPECT_EQ(bundle.pathForResource("Manual", "pdf"), std::nullopt);
+  folder.makeFile("A.app/Contents/Resources/Manual.pdf");
+  folder.makeFile("A.app/Contents/Resources/README");
+  EXPECT_EQ(bundle.pathForResource("Manual", "pdf"), folder.path("A.app/Contents/Resources/Manual.pdf"));
+  EXPECT_EQ(bundle.pathForResource("README", ""), folder.path("A.app/Contents/Resources/README"));
+}
+
+}  // namespace
+}  // namespace platform

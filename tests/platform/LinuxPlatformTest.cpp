@@ -1,0 +1,101 @@
+#include <gmock/gmock.h>
+
+#include <csignal>
+
+#include "platform/Platform.h"
+#include "platform/linux/LinuxSubprocesses.h"
+#include "tests/platform/TemporaryFolder.h"
+
+namespace platform {
+namespace {
+
+using ::testing::HasSubstr;
+
+const char* const kProbe = SUBPROCESS_PROBE;
+
+/// Runs the probe through the real platform.
+std::shared_ptr<Subprocess> startProbe(const std::string& program, std::vector<std::string> arguments) {
+  SubprocessOptions options;
+  options.launchPath = program;
+  options.arguments = std::move(arguments);
+  options.standardOutput = Stream::pipe;
+  options.standardError = Stream::pipe;
+  auto child = native().subprocesses.create(std::move(options));
+  child->launch();
+  return child;
+}
+
+pid_t onlyChild() {
+  pid_t child = 0;
+  std::ifstream("/proc/self/task/" + std::to_string(::getpid()) + "/children") >> child;
+  return child;
+}
+
+TEST(LinuxPlatform, ThereIsOneForTheProcess) {
+  EXPECT_EQ(&native(), &native());
+  EXPECT_EQ(&current(), &native());
+}
+
+TEST(LinuxPlatform, ABrokenPipeDoesNotEndTheProgram) {
+  static_cast<void>(native());
+  struct sigaction action {};
+  ::sigaction(SIGPIPE, nullptr, &action);
+  EXPECT_EQ(action.sa_handler, SIG_IGN);
+}
+
+TEST(LinuxPlatform, AProgramStartedThroughALinkFindsItsBundle) {
+  const tests::TemporaryFolder folder;
+  std::filesystem::create_directories(folder.path("Probe.app/Contents/MacOS"));
+  std::filesystem::copy_file(kProbe, folder.path("Probe.app/Contents/MacOS/Probe"));
+  std::filesystem::create_symlink("Probe.app/Contents/MacOS/Probe", folder.path("link"));
+  const auto child = startProbe(folder.path("link"), {"information"});
+  EXPECT_EQ(child->availableOutput(), std::to_string(folder.path("link").size()) + ":" + folder.path("link") +
+                                          "\n11:information\nlink\n" + folder.path("Probe.app") + "\n");
+}
+
+TEST(LinuxPlatform, MessagesOfTheConsoleComeFromTheProgram) {
+  const auto child = startProbe(kProbe, {"console", "1", "3"});
+  const std::string text = child->availableError();
+  EXPECT_THAT(text, HasSubstr(" subprocess_probe["));
+  EXPECT_THAT(text, HasSubstr("] xxx\n"));
+}
+
+class LinuxInterruptionTest : public ::testing::TestWithParam<int> {};
+
+INSTANTIATE_TEST_SUITE_P(Signals, LinuxInterruptionTest, ::testing::Values(SIGTERM, SIGINT, SIGHUP));
+
+TEST_P(LinuxInterruptionTest, ASignalIsNotedAndEndsTheProcessWhenDelivered) {
+  const auto child = startProbe(kProbe, {"interruption"});
+  ASSERT_EQ(child->availableOutput(), "deferred\n");
+  ASSERT_EQ(::kill(onlyChild(), GetParam()), 0);
+  EXPECT_EQ(child->availableOutput(), std::to_string(GetParam()) + "\n");
+  child->waitUntilExit();
+  EXPECT_EQ(child->terminationStatus(), GetParam());
+}
+
+TEST(LinuxInterruption, ASignalThatWasIgnoredStaysIgnored) {
+  const auto child = startProbe("/bin/sh", {"-c", "trap '' TERM; exec \"$0\" interruption", kProbe});
+  ASSERT_EQ(child->availableOutput(), "deferred\n");
+  ASSERT_EQ(::kill(onlyChild(), SIGTERM), 0);
+  ASSERT_EQ(::kill(onlyChild(), SIGHUP), 0);
+  EXPECT_EQ(child->availableOutput(), std::to_string(SIGHUP) + "\n");
+}
+
+TEST(LinuxInterruption, TheFirstSignalCounts) {
+  auto& interruption = native().interruption;
+  EXPECT_EQ(interruption.requested(), std::nullopt);
+  interruption.deliver();
+  interruption.defer();
+  ASSERT_EQ(::raise(SIGHUP), 0);
+  ASSERT_EQ(::raise(SIGTERM), 0);
+  EXPECT_EQ(interruption.requested(), SIGHUP);
+  EXPECT_EXIT(interruption.deliver(), ::testing::KilledBySignal(SIGHUP), "");
+  // Deliver with the noted signal ignored, so that this process goes on.
+  static_cast<void>(std::signal(SIGHUP, SIG_IGN));
+  interruption.deliver();
+  EXPECT_EQ(interruption.requested(), std::nullopt);
+  static_cast<void>(std::signal(SIGHUP, SIG_DFL));
+}
+
+}  // namespace
+}  // namespace platform
