@@ -150,7 +150,7 @@ std::string Writer::changeText(const SnapshotEntry& before, const SnapshotEntry&
   }
   if (before.target != after.target) parts.push_back("leads to " + after.target);
   std::string text;
-  for (const auto& part : parts) text += (text.empty() ? "" : "; ") + part;
+  for (const auto& part : parts) text.append(text.empty() ? "" : "; ").append(part);
   return text;
 }
 
