@@ -19,6 +19,7 @@
 #include <system_error>
 
 #include "workstation/Accounts.h"
+#include "workstation/ArgumentVector.h"
 #include "workstation/Components.h"
 #include "workstation/Layout.h"
 #include "workstation/MountPoints.h"
@@ -225,7 +226,8 @@ void Enclosure::addSession(const VisitOptions& options, int control) {
   add({"--patience", std::to_string(options.patience.count()), "--control", std::to_string(control)});
   for (const auto& name : options.withoutCapabilities)
     add({"--drop", std::to_string(capabilityNumber(name))});
-  for (const auto& [name, text] : options.environment) add({"--setenv", name + '=' + text});
+  for (const auto& [name, text] : options.environment)
+    add({"--setenv", std::string(name).append("=").append(text)});
 }
 
 std::vector<std::string> Enclosure::arguments(const std::vector<std::string>& command,
@@ -350,9 +352,7 @@ void Visit::State::becomeEnclosure(char* const* arguments, Output kind) const {
 
 void Visit::State::startEnclosure(const std::vector<std::string>& arguments, Output kind) {
   auto words = arguments;
-  std::vector<char*> pointers;
-  for (auto& word : words) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
+  const auto pointers = argumentVector(words);
   enclosure = ::fork();
   if (enclosure == 0) becomeEnclosure(pointers.data(), kind);
   output.closeWrite();
