@@ -68,7 +68,7 @@ void Installer::manyFiles(const std::string& path, std::string_view prefix, std:
   if (folder < 0) fail(place);
   constexpr std::string_view content = "segment\n";
   for (std::size_t i = 0; i < count; ++i) {
-    std::array<char, 16> number{};
+    std::array<char, 32> number{};
     std::snprintf(number.data(), number.size(), "%06zu", i);
     const auto name = std::string(prefix) + number.data() + ".segment";
     const int file = ::openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, ownership.mode);
