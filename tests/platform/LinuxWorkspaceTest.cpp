@@ -27,7 +27,7 @@ class LinuxWorkspaceTest : public ::testing::Test {
     fake.subprocesses.executables.insert(computer / (relative + "/Contents/MacOS/" + program));
     return computer / relative;
   }
-  [[nodiscard]] const std::vector<std::string>& calls() const { return fake.recorder.lines(); }
+  [[nodiscard]] std::vector<std::string> calls() const { return fake.recorder.lines(); }
 
   fakes::FakePlatform fake;
   TemporaryFolder computer;
