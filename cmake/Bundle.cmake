@@ -1,8 +1,11 @@
 # Programs of the bundle. They start often and run as root, so they carry the C++ library in themselves:
 # starting one maps the C library and nothing else that they do not need.
+add_custom_target(bundle)
+
 function(quillmend_bundle_program target folder)
   set_target_properties(${target} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${QUILLMEND_BUNDLE}/Contents/${folder})
+  add_dependencies(bundle ${target})
   if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
     target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
   endif()

@@ -86,4 +86,19 @@ std::vector<std::string> preferenceFiles(bool compressorFour) {
           "com.apple.BatchMonitor.plist"};
 }
 
+std::vector<std::string> standInPlaces(const Volume& volume) {
+  std::vector<std::string> places{"/bin/launchctl", "/usr/bin/open", "/usr/sbin/scutil",
+                                  std::string(startupItem) + "/Qmaster"};
+  for (const char* tool : {"qmasterca", "qmasterd", "qmasterprefs", "qmasterqd"}) {
+    places.push_back(std::string("/usr/sbin/") + tool);
+    for (const char* compressor :
+         {"/Applications/Compressor.app/", "/Applications/Final Cut Studio/Compressor.app/"}) {
+      places.push_back(compressor + std::string(kitFolder) + '/' + tool);
+    }
+  }
+  std::erase_if(places,
+                [&](const std::string& place) { return !std::filesystem::exists(volume.host(place)); });
+  return places;
+}
+
 }  // namespace workstation

@@ -4,6 +4,8 @@
 #include <string_view>
 #include <vector>
 
+#include "workstation/Volume.h"
+
 /// What the installers of Compressor and Qmaster put where.
 namespace workstation {
 
@@ -48,5 +50,9 @@ inline constexpr std::string_view startupItem = "/Library/StartupItems/Qmaster";
 
 /// The folder inside a Compressor 4 bundle that holds its own qmasterprefs and daemons.
 inline constexpr std::string_view kitFolder = "Contents/PlugIns/Compressor/CompressorKit.bundle";
+
+/// Where on a volume, as far as there is something, the tools lie that there are stand-ins for, those inside
+/// the Compressors of the Applications folder included.
+[[nodiscard]] std::vector<std::string> standInPlaces(const Volume& volume);
 
 }  // namespace workstation

@@ -68,7 +68,11 @@ void Installer::manyFiles(const std::string& path, std::string_view prefix, std:
   if (folder < 0) fail(place);
   constexpr std::string_view content = "segment\n";
   for (std::size_t i = 0; i < count; ++i) {
+<<<<<<< HEAD
     std::array<char, 24> number{};
+=======
+    std::array<char, 32> number{};
+>>>>>>> wip-workstation
     std::snprintf(number.data(), number.size(), "%06zu", i);
     const auto name = std::string(prefix) + number.data() + ".segment";
     const int file = ::openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, ownership.mode);

@@ -150,7 +150,7 @@ std::string Writer::changeText(const SnapshotEntry& before, const SnapshotEntry&
   }
   if (before.target != after.target) parts.push_back("leads to " + after.target);
   std::string text;
-  for (const auto& part : parts) text += (text.empty() ? "" : "; ") + part;
+  for (const auto& part : parts) text.append(text.empty() ? "" : "; ").append(part);
   return text;
 }
 
@@ -279,9 +279,9 @@ void Writer::changedValues(const Snapshot& before, const Snapshot& after) {
   all.insert(after.values.begin(), after.values.end());
   std::string rows;
   for (const auto& [key, ignored] : all) {
-    const auto then = textAt(before.values, key);
+    auto then = textAt(before.values, key);
     const auto now = textAt(after.values, key);
-    if (then != now) rows += row(valueName(key), then + " became " + now);
+    if (then != now) rows += row(valueName(key), then.append(" became ").append(now));
   }
   section("The workstation's state", rows);
 }

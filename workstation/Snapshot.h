@@ -19,7 +19,7 @@ struct SnapshotEntry {
   uid_t user = 0;
   gid_t group = 0;
   std::uintmax_t size = 0;  ///< of a file
-  std::string target = {};       ///< of a link
+  std::string target = {};  ///< of a link
   std::uint64_t hash = 0;   ///< of a file's content
   /// Tells whether two entries are one and the same thing, under whatever names: device, inode and time of
   /// birth. A thing that is copied gets another.

@@ -4,10 +4,13 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utmp.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -16,6 +19,8 @@
 #include <system_error>
 
 #include "workstation/Accounts.h"
+#include "workstation/ArgumentVector.h"
+#include "workstation/Components.h"
 #include "workstation/Layout.h"
 #include "workstation/MountPoints.h"
 #include "workstation/RecordLine.h"
@@ -69,14 +74,45 @@ std::string hostNameOf(const Volume& volume) {
   return name.empty() ? "localhost" : name;
 }
 
-/// A script or an executable that this system can run, unlike those of a Mac.
-bool runsHere(const fs::path& program) {
+/// A program in the Mac's own format, of one or of several processors.
+bool isMacProgram(const fs::path& program) {
+  constexpr std::array<std::string_view, 3> formats{"\xce\xfa\xed\xfe", "\xcf\xfa\xed\xfe",
+                                                    "\xca\xfe\xba\xbe"};
   if (!fs::is_regular_file(program)) return false;
   const int file = ::open(program.c_str(), O_RDONLY | O_CLOEXEC);
   std::array<char, 4> magic{};
   const bool read = file >= 0 && ::read(file, magic.data(), magic.size()) == 4;
   if (file >= 0) ::close(file);
-  return read && (std::memcmp(magic.data(), "\177ELF", 4) == 0 || std::memcmp(magic.data(), "#!", 2) == 0);
+  return read && std::find(formats.begin(), formats.end(), std::string_view(magic.data(), magic.size())) !=
+                     formats.end();
+}
+
+/// A file that exists in memory only.
+int memoryFile(const std::string& bytes) {
+  const int file = ::memfd_create("workstation", MFD_CLOEXEC);
+  const bool written = file >= 0 &&
+                       ::write(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) &&
+                       ::lseek(file, 0, SEEK_SET) == 0;
+  if (!written) throw std::system_error(errno, std::generic_category(), "memfd_create");
+  return file;
+}
+
+/// The volume's passwd file with those added who have a home in Users and are not in it: a Mac keeps its
+/// people in a directory service of its own.
+std::string completedPasswd(const Volume& volume) {
+  auto text = contentsOf(volume.host("/etc/passwd")).value_or("");
+  const auto known = parseAccounts(text);
+  if (!fs::is_directory(volume.host("/Users"))) return text;
+  for (const auto& home : fs::directory_iterator(volume.host("/Users"))) {
+    const auto name = home.path().filename().string();
+    struct stat status {};
+    const bool isPerson = name != "Shared" && !name.starts_with('.') &&
+                          ::lstat(home.path().c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+                          status.st_uid != 0;
+    if (!isPerson || findAccount(known, name)) continue;
+    text += passwdLine({name, status.st_uid, status.st_gid, name, "/Users/" + name, "/bin/sh"});
+  }
+  return text;
 }
 
 const char* wordFor(NotificationAnswer answer) {
@@ -94,7 +130,8 @@ const char* wordFor(NotificationAnswer answer) {
 /// The arguments of bwrap(1), and the mount points that they need.
 class Enclosure {
  public:
-  Enclosure(const Volume& volume, MountPoints& mountPoints) : volume_(volume), mountPoints_(mountPoints) {}
+  Enclosure(const Volume& volume, MountPoints& mountPoints, std::vector<int>& handedOn)
+      : volume_(volume), mountPoints_(mountPoints), handedOn_(handedOn) {}
 
   std::vector<std::string> arguments(const std::vector<std::string>& command, const VisitOptions& options,
                                      int control);
@@ -104,13 +141,16 @@ class Enclosure {
   void mountFolder(const char* how, const fs::path& place, const std::string& inside);
   void mountFile(const fs::path& place, const std::string& inside);
   void mountHost();
+  void mountBytes(const std::string& bytes, const std::string& inside);
   void mountTools();
+  void mountPeople(const VisitOptions& options);
   void mountCallers(const VisitOptions& options);
   void addSession(const VisitOptions& options, int control);
 
   const Volume& volume_;
   MountPoints& mountPoints_;
   std::vector<std::string> words_;
+  std::vector<int>& handedOn_;
 };
 
 void Enclosure::mountFolder(const char* how, const fs::path& place, const std::string& inside) {
@@ -139,11 +179,29 @@ void Enclosure::mountHost() {
   add({"--ro-bind", programsFolder().string(), std::string(programsMount)});
 }
 
+void Enclosure::mountBytes(const std::string& bytes, const std::string& inside) {
+  mountPoints_.needFile(inside);
+  handedOn_.push_back(memoryFile(bytes));
+  add({"--perms", "0644", "--ro-bind-data", std::to_string(handedOn_.back()), inside});
+}
+
 void Enclosure::mountTools() {
   for (const auto& [name, place] : hostTools()) {
     const auto tool = fs::path("/usr/bin") / name;
-    if (fs::exists(tool) && !runsHere(volume_.host(place))) mountFile(tool, std::string(place));
+    const auto there = volume_.host(place);
+    const bool wanted = !fs::exists(fs::symlink_status(there)) || isMacProgram(there);
+    if (fs::exists(tool) && wanted) mountFile(tool, std::string(place));
   }
+  for (const auto& place : standInPlaces(volume_)) {
+    if (isMacProgram(volume_.host(place))) mountFile(programsFolder() / "stand-in", place);
+  }
+}
+
+/// Done last: until then the volume's own files are looked at.
+void Enclosure::mountPeople(const VisitOptions& options) {
+  const auto passwd = completedPasswd(volume_);
+  if (passwd != contentsOf(volume_.host("/etc/passwd"))) mountBytes(passwd, "/private/etc/passwd");
+  if (options.consoleUser) mountBytes(utmpFor(*options.consoleUser), "/private/var/run/utmp");
 }
 
 void Enclosure::mountCallers(const VisitOptions& options) {
@@ -162,13 +220,14 @@ void Enclosure::mountCallers(const VisitOptions& options) {
 
 void Enclosure::addSession(const VisitOptions& options, int control) {
   add({"--", std::string(programsMount) + "/session", "--user", options.user, "--console",
-       consoleUserOf(volume_)});
+       options.consoleUser.value_or(consoleUserOf(volume_))});
   add({"--session-bus", options.sessionBus ? "yes" : "no", "--system-bus", options.systemBus ? "yes" : "no"});
   add({"--notifications", wordFor(options.notifications)});
   add({"--patience", std::to_string(options.patience.count()), "--control", std::to_string(control)});
   for (const auto& name : options.withoutCapabilities)
     add({"--drop", std::to_string(capabilityNumber(name))});
-  for (const auto& [name, text] : options.environment) add({"--setenv", name + '=' + text});
+  for (const auto& [name, text] : options.environment)
+    add({"--setenv", std::string(name).append("=").append(text)});
 }
 
 std::vector<std::string> Enclosure::arguments(const std::vector<std::string>& command,
@@ -179,6 +238,7 @@ std::vector<std::string> Enclosure::arguments(const std::vector<std::string>& co
   mountHost();
   mountTools();
   mountCallers(options);
+  mountPeople(options);
   addSession(options, control);
   add({"--"});
   words_.insert(words_.end(), command.begin(), command.end());
@@ -231,6 +291,7 @@ struct Visit::State {
   Pipe control;
   Pipe output;
   Pipe error;
+  std::vector<int> handedOn;  ///< files in memory, for the enclosure alone
   int lock = -1;
   pid_t enclosure = -1;
   steady_clock::time_point start = steady_clock::now();
@@ -262,7 +323,7 @@ void Visit::State::begin(const std::vector<std::string>& command, const VisitOpt
   }
   lockVolume();
   mountPoints.emplace(volume);
-  Enclosure plan(volume, *mountPoints);
+  Enclosure plan(volume, *mountPoints, handedOn);
   startEnclosure(plan.arguments(command, options, control.read), options.output);
 }
 
@@ -283,6 +344,7 @@ void Visit::State::becomeEnclosure(char* const* arguments, Output kind) const {
   // A terminal's or a caller's signal is for the command, which gets it from process 1; it must not end the
   // enclosure around it.
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) ::signal(number, SIG_IGN);
+  for (const int file : handedOn) ::fcntl(file, F_SETFD, 0);
   ::fcntl(control.read, F_SETFD, 0);
   ::execv(arguments[0], arguments);
   ::_exit(failedStatus);
@@ -290,9 +352,7 @@ void Visit::State::becomeEnclosure(char* const* arguments, Output kind) const {
 
 void Visit::State::startEnclosure(const std::vector<std::string>& arguments, Output kind) {
   auto words = arguments;
-  std::vector<char*> pointers;
-  for (auto& word : words) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
+  const auto pointers = argumentVector(words);
   enclosure = ::fork();
   if (enclosure == 0) becomeEnclosure(pointers.data(), kind);
   output.closeWrite();
@@ -339,6 +399,7 @@ Visit::State::~State() {
     ::kill(enclosure, SIGKILL);
     ::waitpid(enclosure, nullptr, 0);
   }
+  for (const int file : handedOn) ::close(file);
   mountPoints.reset();
   if (lock >= 0) ::close(lock);
 }

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -26,6 +27,10 @@
 /// are told of it (DBUS_SESSION_BUS_ADDRESS, XDG_RUNTIME_DIR): a scheduler's root is not. Every signal and
 /// every notification is recorded. What the volume says that runs on it is started before the command.
 ///
+/// On the volume of a real Mac, people who have a home in Users and are in no passwd file are added to it,
+/// and programs in a Mac's format are covered: host tools by the host's, and those that there are stand-ins
+/// for by the stand-ins.
+///
 /// Needs root and bubblewrap (bwrap). Two visits to one volume at a time are refused.
 namespace workstation {
 
@@ -33,7 +38,11 @@ enum class Output { capture, inherit };
 enum class NotificationAnswer { keep, click, expire };
 
 struct VisitOptions {
-  std::string user = "root";          ///< one of the volume's users
+  std::string user = "root";  ///< one of the volume's users
+
+  /// Who sits at the console; absent: who the volume's utmp file says does. For volumes of real Macs.
+  std::optional<std::string> consoleUser = {};
+
   std::filesystem::path bundle = {};  ///< an application bundle, read-only at bundleMount; empty: none
   std::vector<std::pair<std::filesystem::path, std::string>> readOnly =
       {};  ///< further places of the host's,
@@ -102,8 +111,8 @@ struct HostTool {
   std::string_view place;  ///< inside
 };
 
-/// The tools of the host that a visit brings along. A place that already holds a program of this system's (a
-/// script, or an executable of its format) keeps it.
+/// The tools of the host that a visit brings along. A place that already holds something keeps it, unless
+/// that is a program in a Mac's format.
 [[nodiscard]] const std::vector<HostTool>& hostTools();
 
 }  // namespace workstation

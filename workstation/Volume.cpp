@@ -331,10 +331,10 @@ void Making::launchdJobFile() const {
 void Making::caches() const {
   for (const bool four : {false, true}) {
     if (!plan_.caches || !hasFamily(four)) continue;
-    const std::string support(four ? userSupport : localSupport);
+    const std::string folder = std::string(four ? userSupport : localSupport) + '/';
     for (const auto& name : cacheFiles()) {
-      put_.propertyList(support + '/' + name, PropertyList::Dictionary{{"cached", true}}, Encoding::xml,
-                        four ? aliceFile : administratorsFile);
+      put_.propertyList(std::string(folder).append(name), PropertyList::Dictionary{{"cached", true}},
+                        Encoding::xml, four ? aliceFile : administratorsFile);
     }
   }
 }
@@ -447,7 +447,7 @@ fs::path Volume::host(std::string_view inside) const {
   constexpr std::string_view privateFolders[] = {"/etc", "/var", "/tmp"};
   std::string path(inside);
   for (const auto folder : privateFolders) {
-    if (path == folder || path.starts_with(std::string(folder) + '/')) path = "/private" + path;
+    if (path == folder || path.starts_with(std::string(folder) + '/')) path.insert(0, "/private");
   }
   return path == "/" ? folder_ : folder_ / path.substr(1);
 }

@@ -14,6 +14,6 @@ inline constexpr const char* kCrashAnalysisApplication = "com.vordenworks.Stella
 inline constexpr const char* kBugReporterApplication = "com.vordenworks.BugReporter";
 
 /// The maker's web site, without a slash at its end.
-inline constexpr const char* kWebSite = "https://www.vordenworks.com";
+inline constexpr const char* kWebSite = "https://www.vordenworks.example";
 
 }  // namespace identifiers

@@ -167,7 +167,8 @@ std::vector<std::string> applicationsInFolder(const std::string& folder) {
     }
     if (hasPackageExtension(name)) continue;
     for (const std::string& inner : sortedNames(path)) {
-      if (inner.ends_with(".app") && isFolder(path + "/" + inner)) below.push_back(path + "/" + inner);
+      std::string innerPath = foundation::appendingPathComponent(path, inner);
+      if (inner.ends_with(".app") && isFolder(innerPath)) below.push_back(std::move(innerPath));
     }
   }
   append(here, below);

@@ -25,7 +25,7 @@ std::optional<std::string> variable(const char* name) {
 /// nobody's.
 std::optional<std::string> consoleAccount() {
   if (::geteuid() != 0) return std::nullopt;
-  const auto user = current().usersAndFolders.consoleUser();
+  auto user = current().usersAndFolders.consoleUser();
   if (user == "root") return std::nullopt;
   if (!user || user == "loginwindow") return "";
   return user;

@@ -56,6 +56,7 @@ class SpawnSettings {
 std::optional<pid_t> spawned(std::vector<std::string> command, int standardInput) {
   const SpawnSettings settings(standardInput);
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (std::string& argument : command) arguments.push_back(argument.data());
   arguments.push_back(nullptr);
   char* environment[] = {nullptr};

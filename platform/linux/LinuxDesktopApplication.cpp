@@ -32,6 +32,7 @@ std::string loaderMessage() {
 
 int call(WindowMain* windowMain, std::vector<std::string> arguments) {
   std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
   return windowMain(static_cast<int>(arguments.size()), pointers.data());

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <thread>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -101,13 +102,12 @@ UniqueDescriptor raisedDescriptor(UniqueDescriptor descriptor) {
   return UniqueDescriptor(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
 }
 
-std::pair<UniqueDescriptor, UniqueDescriptor> makePipe() {
+Pipe makePipe() {
   int ends[2] = {-1, -1};
   if (::pipe2(ends, O_CLOEXEC) != 0) return {};
-  UniqueDescriptor reading = raisedDescriptor(UniqueDescriptor(ends[0]));
-  UniqueDescriptor writing = raisedDescriptor(UniqueDescriptor(ends[1]));
-  if (!reading || !writing) return {};
-  return {std::move(reading), std::move(writing)};
+  Pipe pipe{raisedDescriptor(UniqueDescriptor(ends[0])), raisedDescriptor(UniqueDescriptor(ends[1]))};
+  if (!pipe.reading || !pipe.writing) return {};
+  return pipe;
 }
 
 std::vector<std::string> currentEnvironment() {

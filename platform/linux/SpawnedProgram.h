@@ -3,7 +3,6 @@
 #include <sys/types.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/foundation/Result.h"
@@ -34,9 +33,14 @@ void reapWhenEnded(pid_t child);
 /// A descriptor above the three standard ones, also in a process that was started with one of them closed.
 [[nodiscard]] UniqueDescriptor raisedDescriptor(UniqueDescriptor descriptor);
 
-/// The two ends of a pipe, reading end first; neither is one of the three standard descriptors, and no child
-/// inherits them. Both are empty on failure.
-[[nodiscard]] std::pair<UniqueDescriptor, UniqueDescriptor> makePipe();
+struct Pipe {
+  UniqueDescriptor reading;
+  UniqueDescriptor writing;
+};
+
+/// A new pipe. Neither end is one of the three standard descriptors, and no child inherits them. Both are
+/// empty on failure.
+[[nodiscard]] Pipe makePipe();
 
 /// This process's environment as "NAME=value".
 [[nodiscard]] std::vector<std::string> currentEnvironment();

@@ -13,7 +13,6 @@
 #include <cstring>
 #include <string_view>
 #include <thread>
-#include <tuple>
 
 #include "platform/Platform.h"
 #include "platform/linux/SpawnedProgram.h"
@@ -109,16 +108,16 @@ bool isMissing(const std::string& path) {
 
 /// A pipe that holds one line and ends; wiped where the line was put together.
 UniqueDescriptor pipeWithLine(const std::string& line) {
-  auto [reading, writing] = makePipe();
-  if (!reading) return {};
+  Pipe pipe = makePipe();
+  if (!pipe.reading) return {};
   std::array<char, kLongestPassword + 1> bytes{};
   std::copy(line.begin(), line.end(), bytes.begin());
   bytes.at(line.size()) = '\n';
   const ssize_t length = static_cast<ssize_t>(line.size() + 1);
-  const bool written = ::write(writing.get(), bytes.data(), line.size() + 1) == length;
+  const bool written = ::write(pipe.writing.get(), bytes.data(), line.size() + 1) == length;
   ::explicit_bzero(bytes.data(), bytes.size());
   if (!written) return {};
-  return std::move(reading);
+  return std::move(pipe.reading);
 }
 
 bool isOneLine(const std::string& password) {
@@ -285,20 +284,16 @@ AuthorizationStatus SudoAuthorization::validateByPassword(const AuthorizationEnv
 
 AuthorizationStatus SudoAuthorization::start(const std::string& path, const Arguments& arguments,
                                              std::unique_ptr<CommunicationsPipe>* pipe) {
-  UniqueDescriptor reading;
-  UniqueDescriptor writing;
-  if (pipe != nullptr) {
-    std::tie(reading, writing) = makePipe();
-    if (!reading) return errAuthorizationInternal;
-  }
+  Pipe output = pipe == nullptr ? Pipe{} : makePipe();
+  if (pipe != nullptr && !output.reading) return errAuthorizationInternal;
   ProgramToSpawn program{.command = withCommand({sudo_, "-n"}, path, arguments),
                          .environment = currentEnvironment(),
-                         .standardOutput = writing.get(),
+                         .standardOutput = output.writing.get(),
                          .standardError = ownStandardError()};
   const auto child = spawnProgram(program);
   if (!child) return errAuthorizationInternal;
   reapWhenEnded(child.value());
-  if (pipe != nullptr) *pipe = std::make_unique<ProgramOutput>(std::move(reading));
+  if (pipe != nullptr) *pipe = std::make_unique<ProgramOutput>(std::move(output.reading));
   return errAuthorizationSuccess;
 }
 

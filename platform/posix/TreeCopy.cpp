@@ -12,6 +12,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/foundation/Paths.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
@@ -247,7 +248,7 @@ class TreeCopy {
     if (!names) return names.error();
     std::vector<CopiedItem> children;
     for (const std::string& name : names.value()) {
-      auto child = copy(from, name, to, path + "/" + name);
+      auto child = copy(from, name, to, foundation::appendingPathComponent(path, name));
       if (!child) return child.error();
       children.push_back(std::move(child).value());
     }

@@ -63,6 +63,7 @@ class ControllerTest : public testing::Test {
     controller = TGAppController::initWithoutGUI();
     mac.systemConsole.recordsMessages = true;
     mac.recorder.clear();
+    mac.subprocesses.created.clear();
   }
   void startWithGUI() {
     controller = TGAppController::init();

@@ -114,7 +114,7 @@ TEST_F(MenuTest, HelpOpensTheMakersPages) {
   controller->helpReportBug();
   controller->helpSuggestFeature();
   controller->helpTGHome();
-  const std::string site = "browse https://www.vordenworks.com";
+  const std::string site = "browse https://www.vordenworks.example";
   EXPECT_EQ(recorded(), text({site + "/Careplex/", site + "/quillmend.htm",
                               site + "/software_bugreport.htm?app=quillmend&version=2.1",
                               site + "/software_featurerequest.htm?app=quillmend", site}));

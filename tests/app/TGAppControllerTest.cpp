@@ -14,7 +14,7 @@ class LifeTest : public ControllerTest {
   static Lines offer() {
     return {"view editable", "view select 0+0", "view insert regular 12.0 \n\n",
             "view link Get Stellate Toolbox for even more features -> "
-            "https://www.vordenworks.com/stellatetoolbox",
+            "https://www.vordenworks.example/stellatetoolbox",
             "view read-only"};
   }
 };

@@ -26,7 +26,11 @@ class BusFixture : public testing::Test {
   /// Debian's account without rights, present everywhere.
   static constexpr uid_t kNobody = 65534;
 
-  BusFixture() { system.users.console = "root"; }
+  BusFixture() {
+    system.users.console = "root";
+    // Those of the tests before may still be ending where all tests run in one process.
+    EXPECT_TRUE(becomesTrue([] { return children().empty(); }));
+  }
 
   /// Tries nothing but what lies in the test's folder.
   [[nodiscard]] platform::BusAgentOptions options() const {

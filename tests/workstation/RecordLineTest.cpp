@@ -36,6 +36,7 @@ TEST(RecordLine, LinesOfManyWritersAreAllThereAndWhole) {
   constexpr int writers = 4;
   constexpr int linesEach = 200;
   std::vector<std::thread> threads;
+  threads.reserve(writers);
   for (int i = 0; i < writers; ++i) {
     threads.emplace_back([&file] {
       for (int j = 0; j < linesEach; ++j)

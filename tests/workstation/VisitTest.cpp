@@ -263,13 +263,35 @@ TEST_F(VisitTest, ASecondVisitAtTheSameTimeIsRefused) {
   EXPECT_EQ(going.wait().status, 128 + SIGTERM);
 }
 
-TEST_F(VisitTest, AMacsOwnProgramsAreCoveredByTheHosts) {
+TEST_F(VisitTest, AMacsPlainToolsAreCoveredByTheHosts) {
   const TemporaryVolume sample({});
   std::ofstream(sample.volume().host("/bin/cp")) << "\xcf\xfa\xed\xfe a program of a Mac's";
   const auto size = fs::file_size(sample.volume().host("/bin/cp"));
   EXPECT_EQ(shell(sample, "/bin/cp /etc/group /private/tmp/copy").error, "");
   EXPECT_TRUE(fs::exists(sample.volume().host("/private/tmp/copy")));
   EXPECT_EQ(fs::file_size(sample.volume().host("/bin/cp")), size);
+}
+
+TEST_F(VisitTest, AMacsToolsAreCoveredByTheirStandIns) {
+  const TemporaryVolume sample({});
+  std::ofstream(sample.volume().host("/usr/sbin/qmasterprefs")) << "\xca\xfe\xba\xbe a program of a Mac's";
+  EXPECT_EQ(shell(sample, "/usr/sbin/qmasterprefs -reset").error, "");
+  EXPECT_EQ(value(sample, "qmaster.resets"), "1");
+}
+
+TEST_F(VisitTest, ADamagedToolIsNotCovered) {
+  const TemporaryVolume sample(
+      {.compressors = {{"3.5.3"}}, .damage = {{"garbage", "/usr/sbin/qmasterprefs"}}});
+  EXPECT_EQ(visit(sample, {"/usr/sbin/qmasterprefs", "-reset"}).status, 126);
+}
+
+TEST_F(VisitTest, PeopleOfARealMacAreKnownByTheirHomes) {
+  const TemporaryVolume sample({.consoleUser = ""});
+  std::ofstream(sample.volume().host("/etc/passwd")) << "root:*:0:0:System Administrator:/var/root:/bin/sh\n";
+  const VisitOptions options{.user = "alice", .consoleUser = "alice"};
+  EXPECT_THAT(visit(sample, {"/usr/bin/id"}, options).output, StartsWith("uid=501(alice) gid=20(staff)"));
+  EXPECT_EQ(shell(sample, postSignal, options).error, "");
+  EXPECT_THAT(heardSignals(sample), SizeIs(1));
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "workstation/ArgumentVector.h"
 #include "workstation/Layout.h"
 
 namespace workstation::session {
@@ -19,19 +20,13 @@ namespace {
 
 constexpr int readyPatience = 5000;
 
-std::vector<char*> pointersTo(std::vector<std::string>& words) {
-  std::vector<char*> pointers;
-  for (auto& word : words) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
 /// Where the program lies, as a shell would find it; the name itself when it is nowhere.
 std::string located(const std::string& name) {
   if (name.find('/') != std::string::npos) return name;
   for (const auto& folder : {std::string("/usr/bin"), std::string("/bin"), std::string("/usr/sbin"),
                              std::string("/sbin"), std::string(hostToolsFolder)}) {
-    const auto path = folder + '/' + name;
+    auto path = folder;
+    path.append("/").append(name);
     if (::access(path.c_str(), X_OK) == 0) return path;
   }
   return name;
@@ -77,9 +72,10 @@ pid_t launch(const Program& program) {
   auto words = program.command;
   words[0] = located(words[0]);
   std::vector<std::string> settings;
-  for (const auto& [name, text] : program.environment) settings.push_back(name + '=' + text);
-  const auto arguments = pointersTo(words);
-  const auto environment = pointersTo(settings);
+  for (const auto& [name, text] : program.environment)
+    settings.push_back(std::string(name).append("=").append(text));
+  const auto arguments = argumentVector(words);
+  const auto environment = argumentVector(settings);
   const pid_t child = ::fork();
   if (child == 0) run(program, arguments.data(), environment.data());
   return child;

@@ -210,6 +210,9 @@ void Session::prepareFolders() const {
   ::mkdir("/private/var/db", 0755);
   ::mkdir(state.c_str(), 0777);
   ::chmod(state.c_str(), 0777);
+  const std::string valuesPlace(valuesFolder);
+  ::mkdir(valuesPlace.c_str(), 0777);
+  ::chmod(valuesPlace.c_str(), 0777);
   if (options_.console.empty()) return;
   const auto user = account(options_.console);
   ::mkdir(runtimeFolder().c_str(), 0700);

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "workstation/ArgumentVector.h"
 #include "workstation/Layout.h"
 #include "workstation/standin/Knowledge.h"
 
@@ -63,13 +64,6 @@ bool waitUntilEnded(const std::string& executable) {
 
 void signalAll(const std::string& executable, int signal) {
   for (const auto process : processesOf(executable)) ::kill(process, signal);
-}
-
-std::vector<char*> vectorOf(std::vector<std::string>& words) {
-  std::vector<char*> pointers;
-  for (auto& word : words) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
-  return pointers;
 }
 
 void pointStandardStreamsAtNull() {
@@ -148,7 +142,7 @@ bool startResident(const std::string& executable, const std::vector<std::string>
   if (::pipe2(ready.data(), O_CLOEXEC) != 0) return false;
   std::vector<std::string> words{executable};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  const auto pointers = vectorOf(words);
+  const auto pointers = argumentVector(words);
   const int handedOn = ::fcntl(ready[1], F_DUPFD, 10);  // this one stays open across the start
   ::setenv(readyDescriptorVariable, std::to_string(handedOn).c_str(), 1);
   const pid_t child = ::fork();

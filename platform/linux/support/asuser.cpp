@@ -106,6 +106,7 @@ std::vector<std::string> environmentOf(const Account& account) {
 
 [[noreturn]] void become(char** command, std::vector<std::string> environment) {
   std::vector<char*> variables;
+  variables.reserve(environment.size() + 1);
   for (std::string& variable : environment) variables.push_back(variable.data());
   variables.push_back(nullptr);
   ::execve(command[0], command, variables.data());
