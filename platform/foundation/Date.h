@@ -14,8 +14,8 @@ class Date {
   Date() = default;
   explicit Date(TimePoint moment) : moment_(moment) {}
 
-  /// The moment that many seconds after 1970-01-01 00:00:00 UTC. Moments before 1677-09-21 and after 2262-04-11
-  /// become those. REQUIRES a number.
+  /// The moment that many seconds after 1970-01-01 00:00:00 UTC. Moments before 1677-09-21 and after
+  /// 2262-04-11 become those. REQUIRES a number.
   [[nodiscard]] static Date fromUnixTime(double seconds);
 
   [[nodiscard]] TimePoint moment() const { return moment_; }

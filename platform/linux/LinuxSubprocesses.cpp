@@ -108,6 +108,7 @@ class SpawnAttributes {
 /// Strings as exec takes them; they outlive it.
 std::vector<char*> pointersTo(std::vector<std::string>& strings) {
   std::vector<char*> pointers;
+  pointers.reserve(strings.size() + 1);
   for (std::string& text : strings) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   return pointers;
@@ -125,12 +126,12 @@ void keepExitStatuses() {
   ::sigaction(SIGCHLD, &action, nullptr);
 }
 
-class LinuxSubprocess : public Subprocess {
+class LinuxSubprocess final : public Subprocess {
  public:
   LinuxSubprocess(SubprocessOptions options, std::string executable, MainThread& mainThread)
       : options_(std::move(options)), executable_(std::move(executable)), mainThread_(mainThread) {}
   ~LinuxSubprocess() override {
-    if (isRunning()) reapWhenEnded(std::move(pidfd_));
+    if (LinuxSubprocess::isRunning()) reapWhenEnded(std::move(pidfd_));
   }
   LinuxSubprocess(const LinuxSubprocess&) = delete;
   LinuxSubprocess& operator=(const LinuxSubprocess&) = delete;

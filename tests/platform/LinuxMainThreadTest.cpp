@@ -137,7 +137,7 @@ TEST_F(LinuxMainThreadTest, WorkFromManyThreadsIsAllDone) {
   for (int number = 0; number < 8; ++number) {
     threads.emplace_back([&] {
       for (int count = 0; count < 100; ++count) {
-        mainThread.perform([&] { order.push_back(count); }, count % 2 == 0 ? Wait::yes : Wait::no);
+        mainThread.perform([this, count] { order.push_back(count); }, count % 2 == 0 ? Wait::yes : Wait::no);
       }
     });
   }

@@ -161,7 +161,9 @@ class OwnerChange {
     int failed = 0;
     while (const dirent* const entry = ::readdir(entries.get())) {
       const std::string name = entry->d_name;
-      if (name != "." && name != "..") failed |= changeEntry(folder, name, path + "/" + name, depth);
+      if (name != "." && name != "..") {
+        failed |= changeEntry(folder, name, foundation::appendingPathComponent(path, name), depth);
+      }
     }
     return failed;
   }

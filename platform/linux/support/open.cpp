@@ -71,6 +71,7 @@ std::optional<std::string> executableOf(const std::string& application) {
 /// Starts a program that runs on by itself, in a session of its own; 0 or an errno value.
 int startDetached(std::vector<std::string> command) {
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (std::string& argument : command) arguments.push_back(argument.data());
   arguments.push_back(nullptr);
   posix_spawn_file_actions_t streams;
