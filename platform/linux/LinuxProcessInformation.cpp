@@ -44,7 +44,13 @@ std::string kernelRelease() {
 }  // namespace
 
 std::vector<std::string> LinuxProcessInformation::arguments() {
-  return {argumentStrings, argumentStrings + argumentCount};
+  std::vector<std::string> strings;
+  for (int at = 0; at < argumentCount; ++at) {
+    // A program may take the arguments that it has dealt with out of main's list.
+    if (argumentStrings[at] == nullptr) break;
+    strings.emplace_back(argumentStrings[at]);
+  }
+  return strings;
 }
 
 std::string LinuxProcessInformation::processName() {
