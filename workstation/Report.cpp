@@ -182,7 +182,7 @@ void Writer::moveRows(const std::vector<Move>& moves, std::map<std::string, std:
       if (move->things > 1) remark += ", with " + withThousands(move->things - 1) + " inside";
       const auto change = changeText(move->before, move->after);
       if (!change.empty()) remark += " (" + change + ')';
-      rows += row(trash ? trash->second : move->to, remark);
+      rows += row(trash ? trashOf(move->to)->second : move->to, remark);
     }
   }
 }
@@ -331,7 +331,9 @@ void Writer::messages() {
   rows.clear();
   for (const auto& heard : heardSignals(volume_)) {
     rows += row(heard.interface + '.' + heard.member, "on the " + heard.bus + " bus");
-    for (const auto& [place, text] : heard.values) rows += "      " + place + ": " + indented(text) + '\n';
+    for (const auto& [place, text] : heard.values) {
+      if (!text.empty()) rows += "      " + place + ": " + indented(text) + '\n';
+    }
   }
   section("Signals heard", rows);
 }
@@ -364,13 +366,22 @@ std::string valueRows(const Snapshot& snapshot) {
 }  // namespace
 
 std::string visitReport(const Volume& volume, const Snapshot& before, const Snapshot& after) {
-  const auto difference = compare(before, after);
+  auto difference = compare(before, after);
+  // A folder that was moved away whole, with a fresh one in its place, is an emptied folder to its user.
+  const auto firstNew =
+      std::partition(difference.created.begin(), difference.created.end(), [&](const Presence& presence) {
+        const auto then = before.entries.find(presence.path);
+        return then != before.entries.end() && then->second.type == after.entries.at(presence.path).type;
+      });
+  const std::vector<Presence> emptied(difference.created.begin(), firstNew);
+  difference.created.erase(difference.created.begin(), firstNew);
   Writer writer(volume);
   writer.moves(difference);
+  writer.presences("Emptied", emptied, after);
   writer.presences("Created", difference.created, after);
   writer.changes(difference);
   writer.presences("Removed", difference.removed, before);
-  if (difference.empty()) writer.section("No file or folder has changed", "\n");
+  if (difference.empty() && emptied.empty()) writer.section("No file or folder has changed", "\n");
   writer.calledTools();
   writer.changedValues(before, after);
   writer.processes(before, after);

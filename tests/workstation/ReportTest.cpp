@@ -30,6 +30,22 @@ TEST_F(ReportTest, TellsInWhoseTrashThingsLie) {
                         "/Users/alice/Documents\n"));
 }
 
+TEST_F(ReportTest, EachThingInATrashIsToldByItsOwnName) {
+  const auto report = after({.compressors = {{"3.5.3"}}},
+                            "cd /Users/alice/Library/Preferences && "
+                            "mv com.apple.BatchMonitor.plist com.apple.compressor.Compressor.plist "
+                            "/Users/alice/.Trash/");
+  EXPECT_THAT(report, HasSubstr("    com.apple.BatchMonitor.plist "));
+  EXPECT_THAT(report, HasSubstr("    com.apple.compressor.Compressor.plist "));
+}
+
+TEST_F(ReportTest, AFolderExchangedForAFreshOneIsEmptied) {
+  const auto report = after({.compressors = {{"3.5.3"}}},
+                            "cd /private/var/spool && mv qmaster /Users/alice/.Trash/ && mkdir qmaster");
+  EXPECT_THAT(report, HasSubstr("Emptied\n    /private/var/spool/qmaster "));
+  EXPECT_THAT(report, Not(HasSubstr("Created")));
+}
+
 TEST_F(ReportTest, ManyFilesOfAFolderTakeOneLine) {
   const auto report = after({.compressors = {{"3.5.3"}}, .spoolFiles = 1200},
                             "mkdir /Users/alice/.Trash/qmaster && cd /private/var/spool/qmaster && "
