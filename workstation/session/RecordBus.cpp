@@ -1,6 +1,6 @@
 /// Listens on a bus as a user's program does and writes down every signal that it hears. On the session bus
-/// it also is the desktop's notification service (Desktop Notifications Specification 1.2) and writes down
-/// what it is asked to show.
+/// it also is the desktop's notification service (Desktop Notifications 1.2 of freedesktop.org) and writes
+/// down what it is asked to show.
 ///
 ///     record-bus session|system ADDRESS FILE keep|click|expire
 ///
