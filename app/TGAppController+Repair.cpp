@@ -290,7 +290,9 @@ void RepairRun::checkComputerName() {
 
 void RepairRun::restartQmaster() {
   if (signal_ && stoppedVersions_.empty()) return;
-  platform::current().clock.sleep(250us);  // microseconds, on purpose
+  // Microseconds, on purpose. An interrupted repair may come straight from the stop, though, and killtool,
+  // which nobody waits for, must not meet what is started now.
+  platform::current().clock.sleep(signal_ ? std::chrono::nanoseconds(2s) : 250us);
   line("Attempting to start Qmaster...");
   startQmaster(stoppedVersions_);
   line("Relaunching menu bar icon...");

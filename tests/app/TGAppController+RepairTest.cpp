@@ -214,8 +214,9 @@ class RepairTest : public ControllerTest {
                 {tool(prefs + " -reset"), version == "4.0" ? "sleep 600us" : "sleep 2s",
                  tool(prefs + " -startSharing"), "sleep 600us"}});
   }
-  Lines restarted(const Lines& versions, bool hasMenu = true) const {
-    Lines lines = all({{"sleep 250us"}, say("Attempting to start Qmaster...")});
+  Lines restarted(const Lines& versions, bool hasMenu = true,
+                  const std::string& pause = "sleep 250us") const {
+    Lines lines = all({{pause}, say("Attempting to start Qmaster...")});
     for (const std::string& version : versions) lines = all({lines, startSequence(version)});
     lines = all({lines, say("Relaunching menu bar icon...")});
     if (hasMenu) {
@@ -712,7 +713,7 @@ TEST_F(InterruptedRepairTest, EndsBehindTheStepUnderWayAndStartsWhatItStopped) {
     if (looks < kFirstLookAfterStop) {
       expected = all({expected, interrupted("Qmaster was not touched; run the repair again.")});
     } else {
-      expected = all({expected, restarted({"3.5"}, false),
+      expected = all({expected, restarted({"3.5"}, false, "sleep 2s"),
                       interrupted("Qmaster was started again; run the repair again to finish it.")});
     }
     EXPECT_EQ(seen(), text(expected));

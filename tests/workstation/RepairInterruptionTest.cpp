@@ -23,11 +23,12 @@ class RepairInterruptionTest : public RootTest {
 
   /// A repair that gets a signal once it has said that line.
   static Outcome runUntil(const std::string& line, int number, const Volume& volume,
-                          const std::vector<std::string>& arguments = {"-repair"}) {
+                          const std::vector<std::string>& arguments = {"-repair"},
+                          const VisitOptions& options = programVisit()) {
     auto before = takeSnapshot(volume);
     std::vector<std::string> command{quillmend};
     command.insert(command.end(), arguments.begin(), arguments.end());
-    Visit going(volume, command, programVisit());
+    Visit going(volume, command, options);
     EXPECT_TRUE(going.waitForOutput(line, 20s));
     going.signal(number);
     return outcomeOf(volume, going.wait(), std::move(before));
@@ -58,14 +59,25 @@ TEST_F(RepairInterruptionTest, WhileQmasterStopsItIsStartedAgainAndNothingWasMov
   EXPECT_EQ(value(sample, "qmaster.sharing"), "on");
 }
 
-TEST_F(RepairInterruptionTest, ByTheKeyboardInThePermissionCheckEndsIt) {
-  const TemporaryVolume sample({.compressors = {{"3.0.5"}}, .logFolder = true});
-  const auto outcome = runUntil("Checking file permissions...", SIGINT, sample, {"-repair", "-trash"});
-  RepairScript script({.trash = true, .layout = true});
-  script.begun().detected("3.0", "Detected Compressor 3.0.x.").stopped3().trashed().checked();
-  script.starting().started30();
+TEST_F(RepairInterruptionTest, ByTheKeyboardInThePermissionCheckEndsAfterTheMendUnderWay) {
+  const std::string qmaster = std::string(localSupport) + "/Apple Qmaster/";
+  const std::string services = qmaster + "qmasterservices.plist";
+  const TemporaryVolume sample(
+      {.compressors = {{"3.5.3"}},
+       .consoleUser = "root",
+       .logFolder = true,
+       .damage = {{"unwritable", services}, {"unwritable", qmaster + "qmasterconfig"}}});
+  auto options = programVisit();
+  options.withoutCapabilities = {"dac_override", "dac_read_search"};  // held to modes as others are
+  const std::string mending = services + " is not writable... attempting fix.";
+  const auto outcome = runUntil(mending, SIGINT, sample, {"-repair"}, options);
+  RepairScript script;
+  script.begun().detected("3.5", "Detected Compressor 3.5.x.").stopped3().checked({mending});
+  script.starting().started35();
   expectEndedBy(SIGINT, sample, outcome, script.ended(interrupted(SIGINT, startedAgain)));
-  EXPECT_EQ(movedInto(outcome, aliceTrash).size(), 4U) << "preferences and layout, whole, and nothing else";
+  EXPECT_EQ(describe(outcome.after, services), "f 0:80 666");
+  EXPECT_EQ(describe(outcome.after, qmaster + "qmasterconfig"), "f 0:80 444");
+  EXPECT_THAT(outcome.difference.moved, IsEmpty());
   EXPECT_THAT(outcome.running, Contains("root /usr/sbin/qmasterd"));
 }
 

@@ -1,0 +1,107 @@
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bench/Ratio.h"
+#include "workstation/Layout.h"
+#include "workstation/Records.h"
+#include "workstation/TemporaryVolume.h"
+#include "workstation/Visit.h"
+
+namespace {
+
+using std::chrono::duration;
+using std::chrono::microseconds;
+using Seconds = duration<double>;
+using namespace std::chrono_literals;
+
+constexpr std::size_t spoolFiles = 100'000;
+constexpr int times = 5;
+
+struct Pause {
+  const char* after;
+  microseconds length;
+};
+
+/// The pauses of a repair of 3.5 and 4.0 in good order, with no Compressor open, in the order of the run.
+/// They are the repair's only way of giving the tools that it starts their time.
+constexpr Pause pauses[] = {
+    {"3.5: cancelling the jobs", 600us}, {"3.5: stopping sharing", 1s},   {"3.5: killtool", 1500us},
+    {"4.0: cancelling the jobs", 600us}, {"4.0: stopping sharing", 1s},   {"4.0: killtool", 1500us},
+    {"the computer's name", 250us},      {"3.5: loading the daemon", 1s}, {"3.5: the reset", 2s},
+    {"3.5: starting sharing", 600us},    {"4.0: loading the daemon", 1s}, {"4.0: the reset", 600us},
+    {"4.0: starting sharing", 600us}};
+
+Seconds prescribed() {
+  Seconds sum{0};
+  for (const Pause& pause : pauses) sum += pause.length;
+  return sum;
+}
+
+/// From the start of the program's process to its end.
+Seconds wallTime(const workstation::Volume& volume) {
+  std::chrono::nanoseconds begin{0};
+  std::chrono::nanoseconds end{0};
+  for (const auto& line : workstation::records(volume, workstation::visitsFile)) {
+    if (line.kind == "begin") begin = line.monotonic;
+    if (line.kind == "exit") end = line.monotonic;
+  }
+  if (end <= begin) throw std::runtime_error("the repair left no record of its time");
+  return end - begin;
+}
+
+bool isEmptied(const workstation::Volume& volume) {
+  return std::filesystem::is_empty(volume.host("/private/var/spool/qmaster"));
+}
+
+/// One repair of a fresh workstation.
+double repair(const std::string& bundle) {
+  const workstation::TemporaryVolume sample(
+      {.compressors = {{"3.5.3"}, {"4.0.7"}}, .logFolder = true, .spoolFiles = spoolFiles});
+  workstation::VisitOptions options;
+  options.bundle = bundle;
+  options.notifications = workstation::NotificationAnswer::expire;
+  ::sync();  // what was written to make the sample is not the repair's to wait for
+  const auto visit = workstation::visit(
+      sample, {"/Applications/Quillmend.app/Contents/MacOS/Quillmend", "-repair"}, options);
+  if (visit.status != 0) throw std::runtime_error("the repair failed: " + visit.error);
+  if (!isEmptied(sample)) throw std::runtime_error("the repair left spool files: " + visit.error);
+  return wallTime(sample).count();
+}
+
+void print(double wall) {
+  for (const Pause& pause : pauses) {
+    std::printf("  %-28s %9.4f s\n", pause.after, Seconds(pause.length).count());
+  }
+  std::printf("pauses, together               %9.4f s\n", prescribed().count());
+  std::printf("repair, %zu spool files    %9.4f s\n", spoolFiles, wall);
+  std::printf("ratio                          %9.4f    (median of %d, at most 1.05)\n",
+              wall / prescribed().count(), times);
+}
+
+}  // namespace
+
+/// usage: spool_ratio QUILLMEND.app
+/// How long a repair of Compressor 3.5 and 4.0 with 100,000 spool files takes against the pauses that it
+/// cannot do without. Needs root, and bubblewrap. Ends with 2 where the ratio is over its limit.
+int main(int argc, char** argv) try {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: spool_ratio QUILLMEND.app\n");
+    return 64;
+  }
+  std::vector<double> walls;
+  for (int round = 0; round < times; ++round) walls.push_back(repair(std::filesystem::absolute(argv[1])));
+  const double wall = bench::median(walls);
+  print(wall);
+  constexpr double limit = 1.05;
+  return wall / prescribed().count() <= limit ? 0 : 2;
+} catch (const std::exception& failure) {
+  std::fprintf(stderr, "%s\n", failure.what());
+  return 1;
+}
