@@ -20,8 +20,8 @@ class RepairRun {
   /// How a version of Compressor is treated.
   enum class VersionCode { unsupported = 0, compressor30 = 1, compressor35 = 2, compressor4 = 3 };
 
-  /// Fetched once for each version. nullopt where the system has no such folder: there is nothing to repair
-  /// in it then.
+  /// Fetched once for each version. nullopt where the system has no such folder: what must be in it is
+  /// missing then, and there is nothing of it to clean.
   struct BaseFolders {
     std::optional<std::string> adminApps;
     std::optional<std::string> userAppSupport;
@@ -72,8 +72,12 @@ class RepairRun {
   // The check of the components, in TGAppController+Permissions.cpp.
   [[nodiscard]] std::vector<Component> components() const;
   void checkComponent(const Component& component);
+  /// The path of a component that is there; one that is not is reported, by its name alone where the system
+  /// has not its base folder.
+  std::optional<std::string> existingPath(const Component& component);
   void checkReadable(const std::string& path);
   void checkWritable(const std::string& path);
+  [[nodiscard]] bool isInLibrary(const std::string& path, const std::string& folder) const;
   void checkOpenable(const std::string& path);
   void checkStartupItem();
   void checkLaunchDaemon();

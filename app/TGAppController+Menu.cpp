@@ -1,5 +1,6 @@
 #include "app/TGAppController.h"
 #include "diagnostics/TGException.h"
+#include "diagnostics/TGLog.h"
 #include "platform/Platform.h"
 #include "platform/foundation/Identifiers.h"
 #include "platform/foundation/Paths.h"
@@ -29,8 +30,10 @@ void toggleAdminPass(outlets::Switch& sender) {
     sender.setState(outlets::State::on);
     return;
   }
-  platform::current().preferences.setValueForAnyUserOnCurrentHost("requireAdminPassword",
-                                                                  static_cast<int>(state));
+  auto& preferences = platform::current().preferences;
+  preferences.setValueForAnyUserOnCurrentHost("requireAdminPassword", static_cast<int>(state));
+  // At once: an end that nobody planned must not lift the requirement.
+  if (!preferences.synchronize()) TGLog::appendLog("Unable to store the preference requireAdminPassword");
 }
 
 }  // namespace

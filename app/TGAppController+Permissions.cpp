@@ -97,16 +97,20 @@ void RepairRun::checkPermissions() {
 }
 
 void RepairRun::checkComponent(const Component& component) {
-  const std::string path =
-      component.base ? appendingPathComponent(*component.base, component.name) : component.name;
-  if (!component.base || !TGFileManager::fileExistsAtPath(path)) {
-    reportMissing(path);
-    return;
-  }
+  const auto path = existingPath(component);
+  if (!path) return;
   // Each on its own: one component can need all three mends.
-  checkReadable(path);
-  checkWritable(path);
-  checkOpenable(path);
+  checkReadable(*path);
+  checkWritable(*path);
+  checkOpenable(*path);
+}
+
+std::optional<std::string> RepairRun::existingPath(const Component& component) {
+  std::string path =
+      component.base ? appendingPathComponent(*component.base, component.name) : component.name;
+  if (component.base && TGFileManager::fileExistsAtPath(path)) return path;
+  reportMissing(path);
+  return std::nullopt;
 }
 
 // Which paths are left alone differs from check to check, on purpose: each mends only what is safe to change
@@ -125,15 +129,17 @@ void RepairRun::checkReadable(const std::string& path) {
 }
 
 void RepairRun::checkWritable(const std::string& path) {
-  const std::string library = folders_.localLibrary.value_or("/Library");
   if (isAccessible(path, Access::write) || path.ends_with(".framework") || path.ends_with(".prefPane") ||
-      path.starts_with("/usr") || path.starts_with(appendingPathComponent(library, "StartupItems")) ||
-      path.starts_with(appendingPathComponent(library, "LaunchDaemons"))) {
+      path.starts_with("/usr") || isInLibrary(path, "StartupItems") || isInLibrary(path, "LaunchDaemons")) {
     return;
   }
   errorsFound_ = true;
   errorLine(stringWithFormat("%@ is not writable... attempting fix.", path));
   controller_.chmod(path, "ugo+w");
+}
+
+bool RepairRun::isInLibrary(const std::string& path, const std::string& folder) const {
+  return folders_.localLibrary && path.starts_with(appendingPathComponent(*folders_.localLibrary, folder));
 }
 
 void RepairRun::checkOpenable(const std::string& path) {
@@ -156,20 +162,15 @@ void RepairRun::checkStartupItem() {
 }
 
 void RepairRun::repairStartupItemFile(const std::string& name, const std::string& mode) {
-  const std::string path = appendingPathComponent(folders_.localLibrary.value_or("/Library"), name);
-  if (!TGFileManager::fileExistsAtPath(path)) {
-    reportMissing(path);
-    return;
-  }
-  controller_.chown(path, "root:wheel");
-  controller_.chmod(path, mode);
+  const auto path = existingPath({folders_.localLibrary, name});
+  if (!path) return;
+  controller_.chown(*path, "root:wheel");
+  controller_.chmod(*path, mode);
 }
 
 /// Only looked for: launchd refuses a job file whose owner or mode somebody has changed.
 void RepairRun::checkLaunchDaemon() {
-  const std::string path = appendingPathComponent(folders_.localLibrary.value_or("/Library"),
-                                                  "LaunchDaemons/com.apple.qmaster.qmasterd.plist");
-  if (!TGFileManager::fileExistsAtPath(path)) reportMissing(path);
+  existingPath({folders_.localLibrary, "LaunchDaemons/com.apple.qmaster.qmasterd.plist"});
 }
 
 void RepairRun::reportMissing(const std::string& path) {

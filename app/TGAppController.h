@@ -44,6 +44,8 @@ class TGAppController {
   [[nodiscard]] static std::unique_ptr<TGAppController> initWithoutGUI();
 
   /// Stamps the clean exit, always in the user defaults, also when the launch was stamped in a file.
+  /// REQUIRES that no worker thread of a repair runs any more: it works on this object to its end, and
+  /// repair() leaves nothing to wait for it by. The desktop application keeps its controller until it exits.
   ~TGAppController();
 
   TGAppController(const TGAppController&) = delete;
@@ -97,9 +99,12 @@ class TGAppController {
   [[nodiscard]] std::optional<std::string> versionFromPath(const std::string& path);
   [[nodiscard]] std::string currentBundlePath();
   [[nodiscard]] std::string currentExePath();
-  /// The computer has a computer name and a local host name.
+  /// The computer has a computer name and a local host name. A name counts as missing when the tool that is
+  /// asked for it fails; a tool that cannot be launched at all has said nothing against the name, which then
+  /// counts as there, on purpose.
   [[nodiscard]] bool checkComputerName();
-  /// The standard output of a tool that failed; nullopt for one that ended well or could not be run.
+  /// The standard output of a tool that failed; nullopt for one that ended well or could not be run. The
+  /// bytes come back as the tool wrote them, also where they are not valid UTF-8.
   [[nodiscard]] std::optional<std::string> returnTaskOutput(const std::string& tool,
                                                             const std::vector<std::string>& arguments);
 
@@ -184,9 +189,13 @@ class TGAppController {
   /// @name Menu and help (main thread)
   /// @{
 
+  /// Both let out what the daemon and sharing operations throw for a tool that cannot be launched; the steps
+  /// behind it are not taken then, and no alert is shown.
   void menuRestartQmaster();
   void menuStopQmaster();
-  /// Stores the sender's state as "requireAdminPassword"; switching it off takes an administrator.
+  /// Stores the sender's state as "requireAdminPassword", at once; switching it off takes an administrator. A
+  /// state that cannot be stored is logged and holds until the application ends. Lets out what is no
+  /// foundation::Exception.
   void prefsToggleAdminPass(outlets::Sender* sender);
   void helpManual();
   void helpCareplex();

@@ -22,11 +22,13 @@ class Preferences {
   /// Sets the user's value, in memory until synchronize().
   virtual void setValue(const std::string& key, const foundation::PropertyList& value) = 0;
 
-  /// Sets everybody's value on this computer (CFPreferencesSetValue for any user and the current host).
+  /// Sets everybody's value on this computer (CFPreferencesSetValue for any user and the current host), in
+  /// memory until synchronize().
   virtual void setValueForAnyUserOnCurrentHost(const std::string& key,
                                                const foundation::PropertyList& value) = 0;
 
-  /// Writes what was set; answers whether it could be stored.
+  /// Writes what was set; answers whether all of it could be stored. What could not stays in memory for the
+  /// next call. Everybody's values take the right to write in the machine's Library.
   virtual bool synchronize() = 0;
 };
 

@@ -21,7 +21,7 @@ struct Range {
   bool operator==(const Range&) const = default;
 };
 
-/// A text that leads to an address when clicked; see hyperlinkFromString.
+/// A text that leads to an address when clicked.
 struct Hyperlink {
   std::string text;
   std::string address;

@@ -511,7 +511,7 @@ void FakePreferences::setValueForAnyUserOnCurrentHost(const std::string& key, co
 
 bool FakePreferences::synchronize() {
   recorder_.add("synchronize preferences");
-  return true;
+  return canStore;
 }
 
 void FakeAlerts::runPanel(const std::string& title, const std::string& message) {

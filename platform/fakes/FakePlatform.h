@@ -327,6 +327,8 @@ class FakePreferences : public platform::Preferences {
 
   foundation::PropertyList values;
   foundation::PropertyList registered;
+  /// What synchronize answers.
+  bool canStore = true;
 
  private:
   Recorder& recorder_;

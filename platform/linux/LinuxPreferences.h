@@ -23,7 +23,8 @@ namespace platform {
 /// Files are read at each question and written by synchronize() alone: keys that others have set there
 /// meanwhile stay, a file stays XML or binary (a new one is binary), and each is replaced in one step. A file
 /// that holds no dictionary holds nothing worth keeping and is replaced; one that cannot be read is not
-/// touched, and its values stay in memory for the next try. May be called from any thread.
+/// touched. Values that could not be stored, as everybody's by a user who may not write in /Library, stay in
+/// memory for the next try, and are lost with the process. May be called from any thread.
 class LinuxPreferences : public Preferences {
  public:
   explicit LinuxPreferences(std::string domain = "com.vordenworks.Quillmend");

@@ -74,6 +74,12 @@ TEST_F(CommandLineTest, HelpIsPrintedAsItStandsAndNothingElseIsDone) {
   EXPECT_FALSE(mac.files.exists("/Library/Logs/Vordenworks/Quillmend.task.1.log"));
 }
 
+TEST(HelpTest, TheProgramsOwnPathIsAnArgumentToo) {
+  Printout printout;
+  EXPECT_EQ(runCommandLine({"-help"}, printout.stream()), 0);
+  EXPECT_EQ(printout.text(), kHelp);
+}
+
 TEST(HelpTest, NeedsNoPlatform) {
   Printout printout;
   EXPECT_EQ(runCommandLine({kProgram, "-help"}, printout.stream()), 0);  // native() would throw

@@ -4,18 +4,28 @@
 #include <string>
 
 #include "platform/fakes/FakePlatform.h"
+#include "platform/foundation/Text.h"
 #include "ui/Outlets.h"
 
 /// The parts of a window, for tests: each records its calls as one line of text.
 namespace fakes {
 
-/// A console that keeps its text. Records "console [bold] [red] TEXT" when a text gets its colour, and every
-/// call ("view insert bold 12 TEXT") when asked for.
+/// Where in a text the character of that number begins, in bytes.
+inline std::size_t byteOffset(const std::string& text, std::size_t characters) {
+  // From the end: a beginning that stops inside a character counts its bytes one by one.
+  for (std::size_t bytes = text.size(); bytes > 0; --bytes) {
+    if (foundation::characterCount(text.substr(0, bytes)) == characters) return bytes;
+  }
+  return 0;
+}
+
+/// A console that keeps its text; positions count UTF-16 units, as the window's. Records "console [bold]
+/// [red] TEXT" when a text gets its colour, and every call ("view insert bold 12 TEXT") when asked for.
 class FakeTextView : public outlets::TextView {
  public:
   explicit FakeTextView(Recorder& recorder) : recorder_(recorder) {}
   void setEditable(bool isEditable) override { note(isEditable ? "editable" : "read-only"); }
-  std::size_t length() const override { return text.size(); }
+  std::size_t length() const override { return foundation::characterCount(text); }
   void setString(const std::string& string) override {
     recorder_.add("console := '" + string + "'");
     text = string;
@@ -26,20 +36,22 @@ class FakeTextView : public outlets::TextView {
   }
   void insertText(const std::string& added, outlets::Font font) override {
     note(std::string("insert ") + (font.isBold ? "bold " : "regular ") + describeSize(font) + " " + added);
-    text.replace(selection_.location, selection_.length, added);
-    selection_ = {selection_.location + added.size(), 0};
+    const std::size_t from = byteOffset(text, selection_.location);
+    const std::size_t to = byteOffset(text, selection_.location + selection_.length);
+    text.replace(from, to - from, added);
+    selection_ = {selection_.location + foundation::characterCount(added), 0};
     font_ = font;
   }
   void insertHyperlink(const outlets::Hyperlink& link) override {
     note("link " + link.text + " -> " + link.address);
-    text.insert(selection_.location, link.text);
+    text.insert(byteOffset(text, selection_.location), link.text);
   }
   void setTextColor(outlets::Color color, outlets::Range range) override {
     const std::string name = color == outlets::Color::red ? "red" : "black";
     note("color " + name + " " + describe(range));
     if (recordsCalls) return;
     recorder_.add(std::string("console ") + (font_.isBold ? "[bold] " : "") +
-                  (color == outlets::Color::red ? "[red] " : "") + text.substr(range.location, range.length));
+                  (color == outlets::Color::red ? "[red] " : "") + characters(range));
   }
   void scrollRangeToVisible(outlets::Range range) override { note("scroll to " + describe(range)); }
   void setNeedsDisplay() override { note("display"); }
@@ -48,6 +60,10 @@ class FakeTextView : public outlets::TextView {
   std::string text;
 
  private:
+  std::string characters(outlets::Range range) const {
+    const std::size_t from = byteOffset(text, range.location);
+    return text.substr(from, byteOffset(text, range.location + range.length) - from);
+  }
   static std::string describe(outlets::Range range) {
     return std::to_string(range.location) + "+" + std::to_string(range.length);
   }

@@ -35,6 +35,17 @@ TEST_F(ConsoleTest, LengthsAreThoseOfCharactersNotOfBytes) {
   EXPECT_THAT(mac.recorder.lines(), testing::Contains("view color black 0+3"));
 }
 
+TEST_F(ConsoleTest, ALineBehindTextBeyondAsciiBeginsWhereThatTextEnds) {
+  makeWindow();
+  controller->insertText("\xC3\xA9\xF0\x9F\x99\x82");
+  mac.recorder.clear();
+  controller->insertText("\xC3\xA9!");
+  EXPECT_EQ(recorded(),
+            text({"view select 3+0", "view insert regular 12.0 \n\n", "view insert regular 12.0 \xC3\xA9!",
+                  "view color black 5+2", "view scroll to 5+2", "view display"}));
+  EXPECT_EQ(console.text, "\xC3\xA9\xF0\x9F\x99\x82\n\n\xC3\xA9!");
+}
+
 TEST_F(ConsoleTest, ErrorLinesAreRedAndNeverBold) {
   startWithGUI();
   controller->insertErrorText("plain");

@@ -100,6 +100,15 @@ TEST_F(MenuTest, QmasterIsSaidToBeStartedWhateverIsThere) {
   EXPECT_EQ(console.text, "");  // the missing startup item is not told here
 }
 
+TEST_F(MenuTest, ADaemonToolThatCannotBeLaunchedEndsTheActionWithItsException) {
+  becomeRoot();
+  startWithGUI();
+  mac.subprocesses.runs["/bin/launchctl"].launchFailure = foundation::Exception("NSGenericException", "lost");
+  EXPECT_THROW(controller->menuRestartQmaster(), foundation::Exception);
+  EXPECT_THROW(controller->menuStopQmaster(), foundation::Exception);
+  EXPECT_THAT(mac.recorder.lines(), testing::Not(testing::Contains(testing::StartsWith("alert"))));
+}
+
 TEST_F(MenuTest, HelpOpensTheManualOfTheBundle) {
   startWithGUI();
   controller->helpManual();
@@ -136,14 +145,16 @@ TEST_F(MenuTest, WithoutAVersionTheBugReportsEndsWithItsKey) {
 
 TEST_F(ToggleTest, SwitchingOnNeedsNoRights) {
   toggleTo(outlets::State::on);
-  EXPECT_EQ(recorded(), text({"preference of any user on this host requireAdminPassword = 1"}));
+  EXPECT_EQ(recorded(), text({"preference of any user on this host requireAdminPassword = 1",
+                              "synchronize preferences"}));
 }
 
 TEST_F(ToggleTest, SwitchingOffTakesAnAdministrator) {
   toggleTo(outlets::State::off);
-  EXPECT_EQ(recorded(),
-            text({"authorization create flags 0", "authorization rights system.privilege.admin flags 19",
-                  "preference of any user on this host requireAdminPassword = 0"}));
+  EXPECT_EQ(
+      recorded(),
+      text({"authorization create flags 0", "authorization rights system.privilege.admin flags 19",
+            "preference of any user on this host requireAdminPassword = 0", "synchronize preferences"}));
 }
 
 TEST_F(ToggleTest, ARefusedSwitchGoesBackAndNothingIsStored) {
@@ -159,6 +170,18 @@ TEST_F(ToggleTest, TheStateIsStoredAsANumber) {
   const auto* value = mac.preferences.values.find("requireAdminPassword");
   ASSERT_NE(value, nullptr);
   EXPECT_NE(value->as<std::int64_t>(), nullptr);
+}
+
+TEST_F(ToggleTest, AStateThatCannotBeStoredIsLoggedAndStays) {
+  mac.preferences.canStore = false;
+  toggleTo(outlets::State::on);
+  EXPECT_EQ(windowLog(), Lines{"Unable to store the preference requireAdminPassword"});
+  EXPECT_EQ(passwordItem.current, outlets::State::on);
+}
+
+TEST_F(ToggleTest, AStateThatIsStoredIsNotLogged) {
+  toggleTo(outlets::State::on);
+  EXPECT_EQ(windowLog(), Lines{});
 }
 
 TEST_F(ToggleTest, ASenderWithoutAStateIsIgnored) {

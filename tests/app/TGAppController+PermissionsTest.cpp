@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <map>
 
 #include "platform/foundation/Paths.h"
 #include "tests/app/ControllerTest.h"
@@ -40,6 +41,15 @@ class PermissionsTest : public ControllerTest {
   void deny(const std::string& path, const std::vector<Access>& accesses) {
     for (const Access access : accesses) mac.files.denied.insert({path, access});
   }
+  /// The machine's folder of that kind lies there; nullopt: there is none.
+  void useFolder(platform::SearchPathDirectory kind, const std::optional<std::string>& path) {
+    folders[kind] = path ? Lines{*path} : Lines{};
+    mac.users.searchPathsOverride = [this](auto directory, auto domain) {
+      const auto found = folders.find(directory);
+      const bool isOverridden = domain == platform::SearchPathDomain::local && found != folders.end();
+      return isOverridden ? std::optional(found->second) : std::nullopt;
+    };
+  }
   void denyAll(const std::string& path) { deny(path, {Access::read, Access::write, Access::execute}); }
 
   /// What the check of a version says and does; the changes to the startup item, which every 3.0 gets, are
@@ -74,19 +84,28 @@ class PermissionsTest : public ControllerTest {
     return all({{"console [red] " + path + " is not openable... attempting fix."},
                 change("chmodtool ugo+x " + path)});
   }
+  static Lines told(const Lines& paths) {
+    Lines lines;
+    for (const std::string& path : paths) lines.push_back("console [red] '" + path + kReinstall);
+    return lines;
+  }
+  static std::string trashedMark() {
+    return "privileged " + std::string(kHelpers) + "trashtool StartupItems/Qmaster/.disabled";
+  }
   static Lines startupItemChanges() {
     const std::string item = "/Library/StartupItems/Qmaster/";
     return all({change("chowntool -R root:wheel " + item + "Qmaster"),
                 change("chmodtool -R 755 " + item + "Qmaster"),
                 change("chowntool -R root:wheel " + item + "StartupParameters.plist"),
                 change("chmodtool -R 644 " + item + "StartupParameters.plist"),
-                {"privileged " + std::string(kHelpers) + "trashtool StartupItems/Qmaster/.disabled"}});
+                {trashedMark()}});
   }
   bool errorsWereFound() const {
     return console.text.ends_with("Processing complete. Errors were found during processing.");
   }
 
   Lines missing;
+  std::map<platform::SearchPathDirectory, Lines> folders;
 };
 
 }  // namespace
@@ -194,13 +213,113 @@ TEST_F(PermissionsTest, AMissingStartupItemIsToldAndItsMarkTrashedAllTheSame) {
   EXPECT_TRUE(errorsWereFound());
 }
 
+TEST_F(PermissionsTest, WhatIsMissingOf30IsToldInTheOrderOfItsList) {
+  missing = {"/Applications/Utilities",
+             "/Library/Application Support",
+             "/Library/PreferencePanes",
+             "/Library/Frameworks",
+             "/Library/StartupItems",
+             "/System/Library",
+             "/usr"};
+  EXPECT_EQ(check("3.0"), text(all({told({"/Applications/Utilities/Batch Monitor.app",
+                                          "/Library/Application Support/Apple Qmaster",
+                                          "/Library/Application Support/Apple Qmaster/qmasterservices.plist",
+                                          "/Library/Application Support/Apple Qmaster/qmasterconfig",
+                                          "/Library/PreferencePanes/Apple Qmaster.prefPane",
+                                          "/Library/Frameworks/AECore.framework",
+                                          "/Library/Frameworks/Compressor.framework",
+                                          "/Library/Frameworks/MediaServerAPI.framework",
+                                          "/Library/Frameworks/Qmaster.framework",
+                                          "/Library/StartupItems/Qmaster",
+                                          "/System/Library/PrivateFrameworks/BrowserKit.framework",
+                                          "/System/Library/PrivateFrameworks/Helium.framework",
+                                          "/System/Library/PrivateFrameworks/ProKit.framework",
+                                          "/usr/local/lib/libhelium_mac.a",
+                                          "/usr/sbin/qmasterca",
+                                          "/usr/sbin/qmasterd",
+                                          "/usr/sbin/qmasterprefs",
+                                          "/usr/sbin/qmasterqd",
+                                          "/Library/StartupItems/Qmaster/Qmaster",
+                                          "/Library/StartupItems/Qmaster/StartupParameters.plist"}),
+                                    {trashedMark()}})));
+}
+
+TEST_F(PermissionsTest, WhatIsMissingOf35IsToldInTheOrderOfItsList) {
+  missing = {"/Applications/Utilities",  "/Library/Application Support",
+             "/Library/PreferencePanes", "/Library/Frameworks",
+             "/Library/StartupItems",    "/System/Library",
+             "/Library/LaunchDaemons",   "/usr"};
+  EXPECT_EQ(
+      check("3.5"),
+      text(told({"/Applications/Utilities/Batch Monitor.app", "/Library/Application Support/Apple Qmaster",
+                 "/Library/Application Support/Apple Qmaster/qmasterservices.plist",
+                 "/Library/Application Support/Apple Qmaster/qmasterconfig",
+                 "/Library/Application Support/ProMediaIO", "/Library/PreferencePanes/Apple Qmaster.prefPane",
+                 "/Library/Frameworks/AECore.framework", "/Library/Frameworks/Compressor.framework",
+                 "/Library/Frameworks/MediaServerAPI.framework", "/Library/Frameworks/Qmaster.framework",
+                 "/System/Library/PrivateFrameworks/BrowserKit.framework",
+                 "/System/Library/PrivateFrameworks/ProKit.framework", "/usr/sbin/qmasterca",
+                 "/usr/sbin/qmasterd", "/usr/sbin/qmasterprefs", "/usr/sbin/qmasterqd",
+                 "/Library/LaunchDaemons/com.apple.qmaster.qmasterd.plist"})));
+}
+
+TEST_F(PermissionsTest, WithoutALocalLibraryAllThatLiesInItIsMissing) {
+  useFolder(platform::SearchPathDirectory::library, std::nullopt);
+  const Lines missingOfBoth = {"PreferencePanes/Apple Qmaster.prefPane", "Frameworks/AECore.framework",
+                               "Frameworks/Compressor.framework", "Frameworks/MediaServerAPI.framework",
+                               "Frameworks/Qmaster.framework"};
+  const Lines missingOf30 = {"StartupItems/Qmaster", "StartupItems/Qmaster/Qmaster",
+                             "StartupItems/Qmaster/StartupParameters.plist"};
+  deny("/Library/Application Support/Apple Qmaster", {Access::write});
+  EXPECT_EQ(check("3.0"), text(all({fixedWriting("/Library/Application Support/Apple Qmaster"),
+                                    told(missingOfBoth),
+                                    told(missingOf30),
+                                    {trashedMark()}})));
+  controller.reset();
+  mac.recorder.clear();
+  EXPECT_EQ(check("3.5"),
+            text(all({fixedWriting("/Library/Application Support/Apple Qmaster"), told(missingOfBoth),
+                      told({"LaunchDaemons/com.apple.qmaster.qmasterd.plist"})})));
+}
+
+// A local Library on another volume. Whether a startup item may be made readable goes by the usual place of
+// startup items; what may be made writable goes by the Library that the system names.
+
+TEST_F(PermissionsTest, AStartupItemOfALibraryElsewhereIsMadeReadableAndNotWritable) {
+  useFolder(platform::SearchPathDirectory::library, "/Volumes/L/Library");
+  const std::string item = "/Volumes/L/Library/StartupItems/Qmaster";
+  mac.files.makeFolder(item);
+  denyAll(item);
+  const std::string lines = check("3.0");
+  EXPECT_THAT(lines, testing::HasSubstr(text(all({fixedReading(item), fixedOpening(item)}))));
+  EXPECT_THAT(lines, testing::Not(testing::HasSubstr(item + " is not writable")));
+}
+
+TEST_F(PermissionsTest, TheUsualPlaceOfStartupItemsIsNotMadeReadableWhereverTheLibraryIs) {
+  useFolder(platform::SearchPathDirectory::library, "/Volumes/L/Library");
+  useFolder(platform::SearchPathDirectory::adminApplication, "/Library/StartupItems");
+  const std::string path = "/Library/StartupItems/Batch Monitor.app";
+  mac.files.makeFolder(path);
+  denyAll(path);
+  EXPECT_THAT(check(),
+              testing::StartsWith(text(all({unfixedReading(path), fixedWriting(path), fixedOpening(path)}))));
+}
+
+TEST_F(PermissionsTest, OnlyTheLaunchDaemonsOfTheLibraryItselfAreNotMadeWritable) {
+  useFolder(platform::SearchPathDirectory::library, "/Volumes/L/Library");
+  useFolder(platform::SearchPathDirectory::adminApplication, "/Library/LaunchDaemons");
+  useFolder(platform::SearchPathDirectory::applicationSupport, "/Volumes/L/Library/LaunchDaemons");
+  mac.files.makeFolder("/Library/LaunchDaemons/Batch Monitor.app");
+  mac.files.makeFolder("/Volumes/L/Library/LaunchDaemons/ProMediaIO");
+  deny("/Library/LaunchDaemons/Batch Monitor.app", {Access::write});
+  deny("/Volumes/L/Library/LaunchDaemons/ProMediaIO", {Access::write});
+  const std::string lines = check();
+  EXPECT_THAT(lines, testing::StartsWith(text(fixedWriting("/Library/LaunchDaemons/Batch Monitor.app"))));
+  EXPECT_THAT(lines, testing::Not(testing::HasSubstr("ProMediaIO")));
+}
+
 TEST_F(PermissionsTest, AFolderThatTheSystemHasNotIsAMissingComponent) {
-  mac.users.searchPathsOverride = [](platform::SearchPathDirectory directory,
-                                     platform::SearchPathDomain domain) {
-    const bool isNone = directory == platform::SearchPathDirectory::adminApplication &&
-                        domain == platform::SearchPathDomain::local;
-    return isNone ? std::optional(std::vector<std::string>{}) : std::nullopt;
-  };
+  useFolder(platform::SearchPathDirectory::adminApplication, std::nullopt);
   EXPECT_EQ(check(), text({"console [red] 'Batch Monitor.app" + std::string(kReinstall)}));
 }
 

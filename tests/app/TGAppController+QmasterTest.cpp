@@ -250,6 +250,67 @@ TEST_F(QmasterTest, ACancelledPasswordDialogIsLoggedWithItsStatusAsASignedNumber
   EXPECT_EQ(mac.recorder.lines().back(), "sleep 1500us");
 }
 
+TEST_F(QmasterTest, StopAllLogsAnExceptionUnderItsName) {
+  becomeRoot();
+  startWithoutGUI();
+  mac.subprocesses.runs[std::string(kHelpers) + "killtool"].launchFailure =
+      foundation::Exception("NSGenericException", "lost");
+  controller->stopAll();
+  EXPECT_EQ(taskLog(), (Lines{"Stopping apps...",
+                              "Exception in -[TGAppController stopAll]. NSGenericException - lost."}));
+}
+
+TEST_F(QmasterTest, StartingTheDaemonLogsAnExceptionUnderItsName) {
+  installTools();
+  becomeRoot();
+  startWithoutGUI();
+  mac.subprocesses.runs[kStartupItem].launchFailure = foundation::Exception("NSGenericException", "lost");
+  controller->qmasterdStart(Silent::no);
+  EXPECT_EQ(taskLog(), Lines{"Exception in -[TGAppController qmasterdStart:]. NSGenericException - lost."});
+}
+
+TEST_F(QmasterTest, TheDaemonsOperationsLetAnExceptionThrough) {
+  installTools();
+  becomeRoot();
+  startWithoutGUI();
+  mac.subprocesses.runs["/bin/launchctl"].launchFailure = foundation::Exception("NSGenericException", "lost");
+  EXPECT_THROW(controller->loadQmasterDaemon(), foundation::Exception);
+  EXPECT_THROW(controller->unloadQmasterDaemon(), foundation::Exception);
+}
+
+TEST_F(QmasterTest, WithTheLibraryElsewhereOnlySomePathsFollowIt) {
+  const std::string menu = "PreferencePanes/Apple Qmaster.prefPane/Contents/Resources/QmasterStatusMenu.app";
+  installTools();
+  mac.files.makeFile("/Volumes/L/Library/StartupItems/Qmaster/Qmaster");
+  mac.files.makeFolder("/Volumes/L/Library/" + menu);
+  mac.users.searchPathsOverride = [](auto directory, auto domain) {
+    const bool isLocalLibrary =
+        directory == platform::SearchPathDirectory::library && domain == platform::SearchPathDomain::local;
+    return isLocalLibrary ? std::optional(Lines{"/Volumes/L/Library"}) : std::nullopt;
+  };
+  startWithRights();
+  controller->qmasterdStart(Silent::no);
+  controller->qmasterStart();
+  controller->loadQmasterDaemon();
+  controller->qmasterMenuLaunch();
+  EXPECT_EQ(
+      recorded(),
+      text({"privileged /Library/StartupItems/Qmaster/Qmaster start",
+            "privileged /Volumes/L/Library/StartupItems/Qmaster/Qmaster restart",
+            "privileged /bin/launchctl load "
+            "/Volumes/L/Library/LaunchDaemons/com.apple.qmaster.qmasterd.plist",
+            "sleep 1s", "run /usr/bin/open -a /Library/" + menu + "/Contents/MacOS/QmasterStatusMenu"}));
+  std::filesystem::remove(mac.files.real(kStartupItem));
+  std::filesystem::remove_all(mac.files.real("/Volumes/L/Library"));
+  mac.files.makeFolder("/Library/" + menu);
+  mac.recorder.clear();
+  controller->qmasterdStart(Silent::no);
+  controller->qmasterStart();
+  controller->qmasterMenuLaunch();
+  EXPECT_EQ(recorded(), text({"console [red] Critical error: /Library/StartupItems/Qmaster/Qmaster cannot be "
+                              "found. Please reinstall Qmaster."}));
+}
+
 namespace {
 
 struct TrashCase {

@@ -85,6 +85,12 @@ class RepairTest : public ControllerTest {
     mac.files.makeFile(kStartupItem);
     mac.files.makeFile("/Library/StartupItems/Qmaster/StartupParameters.plist");
   }
+  /// All but the tool, without which the start of Qmaster would be another.
+  void removeComponents(const Lines& paths) {
+    for (const std::string& path : paths) {
+      if (path != kTool) std::filesystem::remove_all(mac.files.real(path));
+    }
+  }
   void install35(const std::string& path = kOldCompressor) {
     makeVersionFile(path, "3.5.3");
     makeComponents(kComponents35);
@@ -151,6 +157,13 @@ class RepairTest : public ControllerTest {
           tool(std::string(kTool4) + " -stopSharing"), "sleep 1s", helper("killtool"), "sleep 1500us"}});
   }
   Lines checked35() const { return say("Checking file permissions..."); }
+  Lines toldMissing(const Lines& components) const {
+    Lines told;
+    for (const std::string& path : components) {
+      if (path != kTool) told = all({told, sayError(missing(path))});
+    }
+    return told;
+  }
   Lines changed(const std::string& helperLine) const { return {helper(helperLine), "sleep 1s"}; }
   Lines checked30() const {
     return all({say("Checking file permissions..."),
@@ -369,6 +382,23 @@ TEST_P(RepairInBothFormsTest, TrashesThePreferencesOfEachVersionWhenAsked) {
                               restarted({"3.5", "4.0"}), ended(kSuccess)})));
 }
 
+TEST_P(RepairInBothFormsTest, AnUnsupportedVersionHasThePreferencesOfCompressor3Trashed) {
+  install4("4.1");
+  mac.files.makeFile(kTool);
+  // The file that a Compressor 4 is known by is there and decides nothing.
+  for (const char* name : {"com.apple.BatchMonitor.plist", "com.apple.Compressor.plist"}) {
+    mac.files.makeFile(std::string("/Users/alice/Library/Preferences/") + name);
+  }
+  start();
+  repair(ShouldTrash::yes);
+  const Lines trashed = all(
+      {say("Trashing preferences..."),
+       {"recycle /Users/alice/Library/Preferences -> /Users/alice/.Trash: com.apple.BatchMonitor.plist"}});
+  EXPECT_EQ(seen(),
+            text(all({started(), stopped3("Unsupported Compressor version... running in limited mode."),
+                      trashed, cleaned3(), nameChecked(), restarted({}), ended(kSuccess)})));
+}
+
 TEST_P(RepairInBothFormsTest, ResetsTheLayoutWhenAsked) {
   install4();
   const std::string layouts = std::string(kUserSupport) + "/Compressor/Layouts";
@@ -415,24 +445,37 @@ TEST_P(RepairInBothFormsTest, AMissingComputerNameIsSaidAndIsNoErrorOfTheRepair)
   EXPECT_EQ(seen(), text(all({started(), nameChecked(), told, restarted({}, false), ended(kSuccess)})));
 }
 
-TEST_P(RepairInBothFormsTest, EveryMissingComponentIsToldAndEveryStageStillRuns) {
+TEST_P(RepairInBothFormsTest, EveryMissingComponentOf30IsToldAndEveryStageStillRuns) {
+  install30();
+  removeComponents(kComponents30);
+  start();
+  repair();
+  const Lines told = all({toldMissing(kComponents30),
+                          sayError(missing(kStartupItem)),
+                          sayError(missing("/Library/StartupItems/Qmaster/StartupParameters.plist")),
+                          {helper("trashtool StartupItems/Qmaster/.disabled")}});
+  const Lines restarted30 =
+      all({{"sleep 250us"},
+           say("Attempting to start Qmaster..."),
+           sayError("Critical error: /Library/StartupItems/Qmaster/Qmaster cannot be found. Please reinstall "
+                    "Qmaster."),
+           {tool(std::string(kTool) + " -reset"), "sleep 2s", tool(std::string(kTool) + " -startSharing"),
+            "sleep 600us"},
+           say("Relaunching menu bar icon...")});
+  EXPECT_EQ(seen(),
+            text(all({started(), stopped3("Detected Compressor 3.0.x."), say("Checking file permissions..."),
+                      told, cleaned3(), nameChecked(), restarted30, ended(kErrors)})));
+}
+
+TEST_P(RepairInBothFormsTest, EveryMissingComponentOf35IsToldAndEveryStageStillRuns) {
   install35();
-  for (const std::string& path : kComponents35) {
-    if (path != kTool) std::filesystem::remove_all(mac.files.real(path));
-  }
-  mac.files.makeFolder(kMenu);
+  removeComponents(kComponents35);
   std::filesystem::remove(mac.files.real(kDaemonFile));
   start();
   repair();
-  // The menu application lies in the preference pane, so the pane is there again.
-  Lines told;
-  for (const std::string& path : kComponents35) {
-    if (path == kTool || path.ends_with(".prefPane")) continue;
-    told = all({told, sayError(missing(path))});
-  }
-  told = all({told, sayError(missing(kDaemonFile))});
+  const Lines told = all({toldMissing(kComponents35), sayError(missing(kDaemonFile))});
   EXPECT_EQ(seen(), text(all({started(), stopped3("Detected Compressor 3.5.x."), checked35(), told,
-                              cleaned3(), nameChecked(), restarted({"3.5"}), ended(kErrors)})));
+                              cleaned3(), nameChecked(), restarted({"3.5"}, false), ended(kErrors)})));
 }
 
 TEST_P(RepairInBothFormsTest, AWhollyDamagedFolderIsMendedInThreeWays) {
@@ -530,12 +573,20 @@ TEST_P(RepairInBothFormsTest, OnlyTheCompressorThatRanIsReopened) {
 
 TEST_P(RepairInBothFormsTest, ACompressorThatWillNotQuitHoldsTheRepairUpAndNotOff) {
   mac.applications.launched = {{"com.apple.Compressor"}};
+  mac.applications.paths = {{"com.apple.compressor.Compressor", kOldCompressor},
+                            {"com.apple.Compressor", kCompressor}};
   start();
   repair();
   Lines waited = {"quit Compressor"};
   waited.insert(waited.end(), std::size_t{21} * 3, "sleep 1s");
-  EXPECT_EQ(seen(), text(all({started(), sayBold("Waiting for Compressor 4 to exit..."), waited,
-                              nameChecked(), restarted({}, false), ended(kSuccess)})));
+  // It was running, so it is opened: that brings it to the front.
+  EXPECT_EQ(seen(), text(all({started(),
+                              sayBold("Waiting for Compressor 4 to exit..."),
+                              waited,
+                              nameChecked(),
+                              restarted({}, false),
+                              ended(kSuccess),
+                              {"open " + std::string(kCompressor)}})));
 }
 
 TEST_F(RepairTest, ASilentRunWithoutAWindowSaysNothingAndPostsItsEnd) {
@@ -549,7 +600,18 @@ TEST_F(RepairTest, ASilentRunWithoutAWindowSaysNothingAndPostsItsEnd) {
                               nameChecked(),
                               restarted({"3.5"}),
                               {"post tgQuillmendScanFinished"}})));
-  EXPECT_EQ(postedOutput(), "(nothing)");
+  EXPECT_EQ(controller->outputString(), std::nullopt);
+  EXPECT_EQ(mac.distributedNotifications.posted.back().userInfo, std::nullopt);
+}
+
+TEST_F(RepairTest, AnEmptyOutputIsNotPosted) {
+  start(Form::commandLine);
+  controller->insertText("before");
+  controller->clearErrorText();
+  repair(ShouldTrash::no, ShouldResetLayout::no, Silent::yes);
+  EXPECT_EQ(controller->outputString(), "");
+  ASSERT_EQ(mac.distributedNotifications.posted.size(), 1U);
+  EXPECT_EQ(mac.distributedNotifications.posted.back().userInfo, std::nullopt);
 }
 
 TEST_F(RepairTest, ASilentRunInTheWindowStillShowsItsAlert) {
@@ -650,6 +712,23 @@ TEST_F(RepairTest, AnExceptionEndsTheRunAndIsLogged) {
   repair();
   EXPECT_EQ(mac.recorder.lines().back(),
             "console Exception in -[TGAppController startRepair:shouldResetLayout:isSilent:]. "
+            "NSInvalidArgumentException - launch path not accessible.");
+  EXPECT_TRUE(mac.distributedNotifications.posted.empty());
+}
+
+TEST_F(RepairTest, AnExceptionEndsTheWindowsRunWithoutAWordAndEnablesTheButton) {
+  install4();
+  becomeRoot();
+  startWithGUI();
+  mac.subprocesses.runs[std::string(kTool4) + " -stopSharing"].launchFailure =
+      foundation::Exception(foundation::kInvalidArgumentException, "launch path not accessible");
+  controller->threadedRepair({});
+  EXPECT_EQ(recorded(), text({"button disabled", "console := ''", "console [bold] Starting repair...",
+                              "console Detected Compressor 4.x.", "console Stopping Qmaster...",
+                              "run " + std::string(kTool4) + " -resetCluster cancelJobs", "sleep 600us",
+                              "run " + std::string(kTool4) + " -stopSharing", "button enabled"}));
+  EXPECT_EQ(logLines("/Library/Logs/Vordenworks/Quillmend.1.log").back(),
+            "Exception in -[TGAppController startRepair:shouldResetLayout:isSilent:]. "
             "NSInvalidArgumentException - launch path not accessible.");
   EXPECT_TRUE(mac.distributedNotifications.posted.empty());
 }
@@ -800,7 +879,19 @@ TEST_F(RepairTest, TheButtonIsEnabledAgainWhenTheRepairIsRefused) {
   EXPECT_EQ(mac.recorder.lines().back(), "button enabled");
 }
 
-TEST_F(RepairTest, TheCheckBoxesDecideWhatTheThreadDoes) {
+TEST_F(RepairTest, TheBoxOfThePreferencesDoesNotResetTheLayout) {
+  install4();
+  start(Form::window);
+  layoutBox.current = outlets::State::off;
+  qmasterBox.current = outlets::State::off;
+  trashBox.current = outlets::State::on;
+  controller->repairThread().join();
+  EXPECT_THAT(mac.recorder.lines(), testing::Contains("console Trashing preferences..."));
+  EXPECT_THAT(mac.recorder.lines(), testing::Not(testing::Contains("console Resetting window layout...")));
+  EXPECT_THAT(mac.recorder.lines(), testing::Contains("console Attempting to start Qmaster..."));
+}
+
+TEST_F(RepairTest, TheBoxOfTheLayoutDoesNotTrashThePreferences) {
   install4();
   start(Form::window);
   mac.mainThread.recordsWork = true;

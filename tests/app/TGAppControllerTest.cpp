@@ -4,12 +4,18 @@
 
 namespace {
 
+const std::string kLogs = "/Users/alice/Library/Logs/Vordenworks/";
+
 class LifeTest : public ControllerTest {
  protected:
   /// A window's controller that has not been woken, with its console recording every call.
   void makeWindow() {
     startWithGUI();
     console.recordsCalls = true;
+  }
+  /// A report of a crash that came after any launch that a test may have stamped.
+  void makeCrashReport(const std::string& name) {
+    mac.files.makeFile("/Users/alice/Library/Logs/DiagnosticReports/" + name, "crash");
   }
   static Lines offer() {
     return {"view editable", "view select 0+0", "view insert regular 12.0 \n\n",
@@ -111,6 +117,35 @@ TEST_F(LifeTest, TheApplicationsEndIsStamped) {
   controller = TGAppController::init();
   TGAppController::applicationWillTerminate();
   EXPECT_NE(mac.preferences.values.find("exit"), nullptr);
+}
+
+// The crash watch comes before the log is begun, so its word goes to the end of the log that is there, which
+// bears the executable's name.
+
+TEST_F(LifeTest, TheWindowTellsACrashInTheLogOfTheRunBefore) {
+  mac.mainBundle.info.set("CFBundleName", "Another");
+  makeCrashReport("Another_1.crash");
+  mac.preferences.values.set("launch", foundation::Date::fromUnixTime(1));
+  mac.files.makeFile(kLogs + "Quillmend.1.log");
+  controller = TGAppController::init();
+  EXPECT_EQ(logLines(kLogs + "Quillmend.2.log"), Lines{"Application crashed on last launch"});
+  EXPECT_EQ(windowLog(), Lines{});
+}
+
+TEST_F(LifeTest, WithoutGUIACrashIsLookedForUnderTheApplicationsOwnName) {
+  mac.mainBundle.info.set("CFBundleName", "Another");
+  makeCrashReport("Quillmend_1.crash");
+  const foundation::PropertyList stamps =
+      foundation::PropertyList::Dictionary{{"launch", foundation::Date::fromUnixTime(1)}};
+  ASSERT_TRUE(platform::writePropertyList("/Users/alice/Library/Preferences/com.vordenworks.Quillmend.plist",
+                                          stamps, platform::PropertyListFormat::xml)
+                  .ok());
+  mac.files.makeFile(kLogs + "Quillmend.1.log");
+  mac.files.makeFile(kLogs + "Quillmend.task.1.log");
+  controller = TGAppController::initWithoutGUI();
+  EXPECT_EQ(logLines(kLogs + "Quillmend.1.log"), Lines{"Application crashed on last launch"});
+  EXPECT_EQ(taskLog(), Lines{});
+  EXPECT_EQ(logLines(kLogs + "Quillmend.task.2.log"), Lines{});
 }
 
 TEST_F(LifeTest, ClosingTheWindowQuits) {

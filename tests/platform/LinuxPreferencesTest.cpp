@@ -73,9 +73,25 @@ TEST_F(LinuxPreferencesTest, ValueThatIsSetIsSeenAtOnceAndStoredBySynchronizing)
 TEST_F(LinuxPreferencesTest, ValueForAnyUserIsStoredInTheLocalLibrary) {
   preferences.setValueForAnyUserOnCurrentHost("requireAdminPassword", 1);
   EXPECT_EQ(preferences.value("requireAdminPassword"), PropertyList(1));
+  EXPECT_FALSE(fake.files.exists(kEverybodys));
   EXPECT_TRUE(preferences.synchronize());
   EXPECT_EQ(*readDictionary(kEverybodys).value().find("requireAdminPassword"), PropertyList(1));
   EXPECT_FALSE(fake.files.exists(kUsers));
+}
+
+TEST_F(LinuxPreferencesTest, ValueForAnyUserIsStoredOnceThereIsTheRightTo) {
+  bool isAllowed = false;
+  fake.files.beforeChange = [&](const std::string&, const std::string& path) {
+    const bool isRefused = !isAllowed && path.starts_with("/Library");
+    return isRefused ? std::optional(foundation::systemError(EACCES, path)) : std::nullopt;
+  };
+  preferences.setValueForAnyUserOnCurrentHost("key", 1);
+  EXPECT_FALSE(preferences.synchronize());
+  EXPECT_EQ(preferences.value("key"), PropertyList(1));
+  EXPECT_EQ(LinuxPreferences().value("key"), std::nullopt);
+  isAllowed = true;
+  EXPECT_TRUE(preferences.synchronize());
+  EXPECT_EQ(LinuxPreferences().value("key"), PropertyList(1));
 }
 
 TEST_F(LinuxPreferencesTest, KeysOfOthersAndTheFormOfTheFileStay) {
