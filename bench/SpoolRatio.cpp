@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bench/Ratio.h"
+#include "workstation/Components.h"
 #include "workstation/Layout.h"
 #include "workstation/Records.h"
 #include "workstation/TemporaryVolume.h"
@@ -57,7 +58,12 @@ Seconds wallTime(const workstation::Volume& volume) {
 }
 
 bool isEmptied(const workstation::Volume& volume) {
-  return std::filesystem::is_empty(volume.host("/private/var/spool/qmaster"));
+  for (const bool four : {false, true}) {
+    for (const auto& folder : workstation::spoolFolders(four)) {
+      if (!std::filesystem::is_empty(volume.host(folder))) return false;
+    }
+  }
+  return true;
 }
 
 /// One repair of a fresh workstation.
@@ -96,6 +102,7 @@ int main(int argc, char** argv) try {
     return 64;
   }
   std::vector<double> walls;
+  walls.reserve(times);
   for (int round = 0; round < times; ++round) walls.push_back(repair(std::filesystem::absolute(argv[1])));
   const double wall = bench::median(walls);
   print(wall);

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <optional>
 
 #include "tests/workstation/RepairScript.h"
 #include "tests/workstation/RootTest.h"
@@ -16,7 +17,6 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 using ::testing::Not;

@@ -18,9 +18,6 @@ namespace fs = std::filesystem;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::IsSupersetOf;
-using ::testing::Not;
-using ::testing::SizeIs;
 
 class RepairFilesTest : public RootTest {
  protected:

@@ -94,6 +94,7 @@ bool isNamedAfter(const std::string& inTrash, const std::string& name) {
 template <typename Items>
 std::vector<std::string> pathsOf(const Items& items) {
   std::vector<std::string> paths;
+  paths.reserve(items.size());
   for (const auto& item : items) paths.push_back(item.path);
   std::sort(paths.begin(), paths.end());
   return paths;

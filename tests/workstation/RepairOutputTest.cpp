@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <optional>
 
 #include "tests/workstation/RepairScript.h"
 #include "tests/workstation/RootTest.h"
@@ -21,7 +22,6 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
-using ::testing::Not;
 using ::testing::StartsWith;
 
 /// That a Compressor 4 was repaired and it was announced, whatever became of the console and the log.

@@ -10,12 +10,10 @@ namespace workstation {
 namespace {
 
 using namespace std::chrono_literals;
-using ::testing::AllOf;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
-using ::testing::IsSupersetOf;
 using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::StartsWith;

@@ -10,13 +10,9 @@ namespace workstation {
 namespace {
 
 using namespace std::chrono_literals;
-using ::testing::AllOf;
 using ::testing::Contains;
-using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
-using ::testing::Ge;
 using ::testing::IsEmpty;
-using ::testing::Lt;
 using ::testing::UnorderedElementsAre;
 
 class RepairVersionsTest : public RootTest {};
