@@ -250,6 +250,14 @@ TEST_F(QmasterTest, ACancelledPasswordDialogIsLoggedWithItsStatusAsASignedNumber
   EXPECT_EQ(mac.recorder.lines().back(), "sleep 1500us");
 }
 
+TEST_F(QmasterTest, AMissingKilltoolIsLoggedAsMinusTwo) {
+  std::filesystem::remove(mac.files.real(std::string(kHelpers) + "killtool"));
+  startWithRights();
+  controller->stopAll();
+  EXPECT_EQ(windowLog(), (Lines{"Stopping apps...", "Error stopping Qmaster: -2"}));
+  EXPECT_EQ(recorded(), text({"sleep 1500us"}));
+}
+
 namespace {
 
 struct TrashCase {
