@@ -131,6 +131,7 @@ OptionalText reportOfLastLaunch(const OptionalText& name, const OptionalText& pl
 void openWithBugReporter(const std::string& report) {
   platform::Platform& platform = platform::current();
   OptionalText reporter = platform.mainBundle.pathForResource("Bug Reporter", "app");
+  // The workspace opens by path: looking the identifier up first is the same, and tells where there is none.
   if (!reporter) reporter = platform.applications.pathForIdentifier(identifiers::kBugReporterApplication);
   if (reporter) platform.workspace.openFile(report, *reporter);
 }

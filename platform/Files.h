@@ -29,7 +29,8 @@ class FileQueries {
   /// The process may access the path that way, by its effective user id: faccessat(2) with AT_EACCESS.
   [[nodiscard]] virtual bool isAccessible(const std::string& path, Access access) = 0;
 
-  /// The names in a folder without "." and "..", in the system's listing order.
+  /// The names in a folder without "." and "..", sorted by their bytes whatever the volume and the locale:
+  /// which report is the last one, and in what order things are trashed, is not left to chance.
   [[nodiscard]] virtual foundation::Result<std::vector<std::string>> contentsOfDirectory(
       const std::string& path) = 0;
 

@@ -55,7 +55,7 @@ class Subprocess {
 };
 
 /// Makes children. A tool that is called by a Mac path which this system lacks (/usr/sbin/scutil,
-/// /usr/bin/ditto, /usr/bin/open, /usr/sbin/chown) is looked for among the backend's own equivalents.
+/// /usr/bin/open, /usr/sbin/chown) is looked for among the backend's own equivalents.
 class Subprocesses {
  public:
   virtual ~Subprocesses() = default;

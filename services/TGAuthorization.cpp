@@ -124,8 +124,8 @@ bool TGAuthorization::authStart() {
   return false;
 }
 
-bool TGAuthorization::authStart(const std::optional<std::string>& user,
-                                const std::optional<std::string>& password) {
+bool TGAuthorization::authStartWithUser(const std::optional<std::string>& user,
+                                        const std::optional<std::string>& password) {
   if (isRoot()) return true;
   if (!user || !password) return false;
   authEnd();  // rights held until now would be out of everybody's reach

@@ -43,7 +43,7 @@ class TGAuthorization : public foundation::ImmortalSingleton<TGAuthorization> {
   bool authStart();
 
   /// Obtains administrator rights from a user name and password, without a dialog.
-  bool authStart(const std::optional<std::string>& user, const std::optional<std::string>& password);
+  bool authStartWithUser(const std::optional<std::string>& user, const std::optional<std::string>& password);
 
   /// Gives the rights back.
   void authEnd();

@@ -186,16 +186,22 @@ void TGTask::runTaskAndReturn(const std::string& path, const Arguments& argument
 
 /// The timer is let go of, and not called off either: it sleeps its interval to the end and finds the slot
 /// empty. It touches nothing but the instance that it holds and the platform, which is never freed, so that
-/// the program can end meanwhile.
+/// the program can end meanwhile. A system that has no thread left for it is no reason not to run the tool.
+void TGTask::startTimer(std::chrono::seconds interval) {
+  guarded("-[TGTask setupTimeout:]", [&] {
+    std::thread([self = shared_from_this(), interval] {
+      guarded("-[TGTask setupTimeout:]", [&] { self->setupTimeout(interval); });
+    }).detach();
+  });
+}
+
 template <typename Run>
 auto TGTask::runUnderTimeout(Interval timeout, Run run) {
   struct Clearing {
     TGTaskSlot& slot;
     ~Clearing() { slot.store(nullptr); }
   };
-  std::thread([self = shared_from_this(), interval = wholeSeconds(timeout)] {
-    guarded("-[TGTask setupTimeout:]", [&] { self->setupTimeout(interval); });
-  }).detach();
+  startTimer(wholeSeconds(timeout));
   theTask_.store(nullptr);
   const Clearing clearing{theTask_};
   return run();

@@ -94,7 +94,8 @@ class TGTask : public std::enable_shared_from_this<TGTask> {
   /// cannot name as it names its static ones. The tool that still runs after that many seconds is asked to
   /// end, on the main thread, which must be serving its work for that; the run then returns as for any exit.
   /// A timer cannot be called off: it holds the instance for the whole interval, and would end a later timed
-  /// run of the same instance. REQUIRES an instance made by create().
+  /// run of the same instance. Where no thread can be had for the timer, that is
+  /// logged and the run has no time-out. REQUIRES an instance made by create().
   void runTimedTask(const std::string& path, const Arguments& arguments, Interval timeout);
   int terminationCodeFromTimedTask(const std::string& path, const Arguments& arguments, Interval timeout);
   std::optional<std::string> dataFromTimedTask(const std::string& path, const Arguments& arguments,
@@ -125,6 +126,7 @@ class TGTask : public std::enable_shared_from_this<TGTask> {
  private:
   TGTask() = default;
 
+  void startTimer(std::chrono::seconds interval);
   template <typename Run>
   auto runUnderTimeout(Interval timeout, Run run);
 

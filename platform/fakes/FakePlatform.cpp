@@ -314,9 +314,7 @@ bool RootedFiles::isAccessible(const std::string& path, platform::Access access)
 }
 
 Result<std::vector<std::string>> RootedFiles::contentsOfDirectory(const std::string& path) {
-  auto names = queries_.contentsOfDirectory(real(path));
-  if (names) std::sort(names.value().begin(), names.value().end());
-  return names;
+  return queries_.contentsOfDirectory(real(path));
 }
 
 Result<std::string> RootedFiles::readFile(const std::string& path, std::uint64_t limit) {

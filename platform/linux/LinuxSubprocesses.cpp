@@ -27,6 +27,7 @@ namespace {
 constexpr int kPipeSize = 1 << 20;
 constexpr std::size_t kReadSize = 64UL << 10;
 constexpr int kFirstFreeDescriptor = 3;
+constexpr const char* kOpener = "/usr/bin/open";
 
 [[noreturn]] void refuse(const std::string& path, int reason) {
   throw foundation::Exception(foundation::kInvalidArgumentException,
@@ -274,17 +275,25 @@ bool mayBeExecuted(const std::string& path) {
 }
 
 bool hasEquivalent(const std::string& path) {
-  return path == "/usr/sbin/scutil" || path == "/usr/bin/ditto" || path == "/usr/bin/open" ||
-         path == "/usr/sbin/chown";
+  return path == "/usr/sbin/scutil" || path == kOpener || path == "/usr/sbin/chown";
+}
+
+bool isSymbolicLink(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
 }  // namespace
 
 std::string LinuxSubprocesses::executableFor(const std::string& path) {
-  if (!hasEquivalent(path) || mayBeExecuted(path)) return path;
+  if (!hasEquivalent(path)) return path;
+  std::string own = root_ + path;
+  // Desktops link this name to an opener of their own, which does not take the Mac's arguments.
+  const bool isAnother = path == kOpener && isSymbolicLink(own);
+  if (mayBeExecuted(own) && !isAnother) return own;
   std::string equivalent = foundation::appendingPathComponent(
       mainBundle_.path(), "Contents/SharedSupport/" + foundation::lastPathComponent(path));
-  return mayBeExecuted(equivalent) ? equivalent : path;
+  return mayBeExecuted(equivalent) ? equivalent : own;
 }
 
 std::shared_ptr<Subprocess> LinuxSubprocesses::create(SubprocessOptions options) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+#include <utility>
+
 #include "platform/MainBundle.h"
 #include "platform/MainThread.h"
 #include "platform/Subprocesses.h"
@@ -17,12 +20,17 @@ namespace platform {
 /// back to its default then. terminationStatus() of a child whose status somebody else took is -1, and it
 /// throws foundation::Exception (NSInvalidArgumentException) for one that has not ended.
 ///
+/// The Mac's tools that this system may lack are taken from the bundle's Contents/SharedSupport then. A
+/// /usr/bin/open that is a symbolic link leads to some desktop's opener, which is another program: it counts
+/// as lacking.
+///
 /// Arguments with a zero byte in them cannot be passed; launch() refuses them rather than cut them.
 class LinuxSubprocesses : public Subprocesses {
  public:
-  /// Both outlive this object and every child that it makes.
-  LinuxSubprocesses(MainThread& mainThread, MainBundle& mainBundle)
-      : mainThread_(mainThread), mainBundle_(mainBundle) {}
+  /// Both outlive this object and every child that it makes. `root` is the folder below which the system's
+  /// own form of the Mac's tools is looked for; "" is the system's.
+  LinuxSubprocesses(MainThread& mainThread, MainBundle& mainBundle, std::string root = "")
+      : mainThread_(mainThread), mainBundle_(mainBundle), root_(std::move(root)) {}
 
   std::shared_ptr<Subprocess> create(SubprocessOptions options) override;
   bool isExecutableFile(const std::string& path) override;
@@ -33,6 +41,7 @@ class LinuxSubprocesses : public Subprocesses {
 
   MainThread& mainThread_;
   MainBundle& mainBundle_;
+  std::string root_;
 };
 
 }  // namespace platform

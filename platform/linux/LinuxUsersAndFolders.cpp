@@ -13,18 +13,23 @@ namespace {
 
 using Paths = std::vector<std::string>;
 
+/// "/" stays as it is.
+std::string withoutTrailingSlashes(std::string path) {
+  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
+  return path;
+}
+
 /// An environment variable that holds an absolute path, without trailing slashes; "" for anything else.
 std::string pathFromEnvironment(const char* variable) {
   const char* const value = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe): never set while it runs
   std::string path = value == nullptr ? "" : value;
   if (!path.starts_with('/')) return "";
-  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
-  return path;
+  return withoutTrailingSlashes(std::move(path));
 }
 
 std::string homeInDatabase(uid_t user) {
   const auto account = accountWithID(user);
-  return account && account->home.starts_with('/') ? account->home : "/";
+  return account && account->home.starts_with('/') ? withoutTrailingSlashes(account->home) : "/";
 }
 
 bool isDirectory(const std::string& path) {
@@ -98,7 +103,7 @@ std::optional<std::string> LinuxUsersAndFolders::homeDirectoryForUser(
   if (!name) return homeDirectory();
   auto account = accountNamed(*name);
   if (!account || !account->home.starts_with('/')) return std::nullopt;
-  return std::move(account->home);
+  return withoutTrailingSlashes(std::move(account->home));
 }
 
 std::optional<std::string> LinuxUsersAndFolders::consoleUser() {

@@ -13,6 +13,7 @@ namespace platform {
 /// Home: root's is the account database's; anybody else's is $HOME when that is an absolute path, else the
 /// account database's, else "/". The folder lookup presents root's own home as "/var/root", as on a Mac,
 /// because the callers that re-root user folders look for that prefix.
+/// No home ends with a slash, however it is written where it comes from.
 ///
 /// Temporary folder: $TMPDIR when it is an absolute path of a folder, else "/tmp". Root does not trust
 /// $TMPDIR: it takes "/private/tmp" when that is a folder of root's own in which users cannot touch each

@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <thread>
 #include <utility>
 
 namespace platform {
@@ -91,10 +90,6 @@ int waitForProgram(pid_t child) {
     if (errno != EINTR) return -1;
   }
   return status;
-}
-
-void reapWhenEnded(pid_t child) {
-  std::thread([child] { waitForProgram(child); }).detach();
 }
 
 UniqueDescriptor raisedDescriptor(UniqueDescriptor descriptor) {

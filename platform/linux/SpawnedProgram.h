@@ -27,9 +27,6 @@ struct ProgramToSpawn {
 /// Waits for a child to end and answers its wait status (waitpid(2)); -1 when it is no child of ours.
 int waitForProgram(pid_t child);
 
-/// Reaps a child when it ends, without anybody waiting for that.
-void reapWhenEnded(pid_t child);
-
 /// A descriptor above the three standard ones, also in a process that was started with one of them closed.
 [[nodiscard]] UniqueDescriptor raisedDescriptor(UniqueDescriptor descriptor);
 

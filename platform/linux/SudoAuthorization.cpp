@@ -286,13 +286,16 @@ AuthorizationStatus SudoAuthorization::start(const std::string& path, const Argu
                                              std::unique_ptr<CommunicationsPipe>* pipe) {
   Pipe output = pipe == nullptr ? Pipe{} : makePipe();
   if (pipe != nullptr && !output.reading) return errAuthorizationInternal;
-  ProgramToSpawn program{.command = withCommand({sudo_, "-n"}, path, arguments),
+  // "-b" ends once the program is allowed and passed on: nothing that is given back after that, as by free,
+  // can take the program's rights away before it runs.
+  ProgramToSpawn program{.command = withCommand({sudo_, "-n", "-b"}, path, arguments),
                          .environment = currentEnvironment(),
                          .standardOutput = output.writing.get(),
                          .standardError = ownStandardError()};
   const auto child = spawnProgram(program);
   if (!child) return errAuthorizationInternal;
-  reapWhenEnded(child.value());
+  const AuthorizationStatus status = statusOf({true, waitForProgram(child.value()), ""});
+  if (status != errAuthorizationSuccess) return status;
   if (pipe != nullptr) *pipe = std::make_unique<ProgramOutput>(std::move(output.reading));
   return errAuthorizationSuccess;
 }

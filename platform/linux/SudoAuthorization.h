@@ -32,12 +32,14 @@ namespace platform {
 /// not list errAuthorizationDenied, a missing or broken sudo errAuthorizationInternal.
 /// The one right that exists is kAuthorizationRightAdmin; others are denied.
 ///
-/// executeWithPrivileges runs `sudo -n`. When the ticket has run out meanwhile, rights that were got from a
-/// dialog are asked for again, as on a Mac; others are lost (errAuthorizationDenied), as is a program that
-/// sudoers does not allow. A path that is not absolute, or where no program is, is
-/// errAuthorizationToolExecuteFailure. Standard error is this process's own, standard input the null device.
-/// The program is reaped when it ends and may outlive this process; a pipe that is given back before its end
-/// is read out behind the scenes, so that the program is not stopped by it.
+/// executeWithPrivileges runs `sudo -n -b`, which returns once sudo has checked the rights and taken the
+/// program over: rights that are given back from then on, by free at once for example, are not missed by it.
+/// When the ticket has run out meanwhile, rights that were got from a dialog are asked for again, as on a
+/// Mac; others are lost (errAuthorizationDenied), as is a program that sudoers does not allow. A path that is
+/// not absolute, or where no program is, is errAuthorizationToolExecuteFailure. Standard error is this
+/// process's own, standard input the null device. The program is no child of this process, which neither
+/// reaps nor waits for it, and may outlive it; a pipe that is given back before its end is read out behind
+/// the scenes, so that the program is not stopped by it.
 ///
 /// free is `sudo -k`. There is no privileged parent to inherit from: copyPrivilegedReference answers
 /// errAuthorizationInvalidRef. May be called from any thread.

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -228,6 +229,7 @@ Result<std::vector<std::string>> PosixFileQueries::contentsOfDirectory(const std
     if (name != "." && name != "..") names.push_back(std::move(name));
   }
   if (errno != 0) return systemError(errno, path);
+  std::sort(names.begin(), names.end());
   return names;
 }
 

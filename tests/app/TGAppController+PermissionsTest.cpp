@@ -346,3 +346,13 @@ TEST_F(PermissionsTest, AMissingToolIsWaitedForAllTheSame) {
   controller->chmod("/a", "755");
   EXPECT_EQ(recorded(), text({"sleep 1s"}));
 }
+
+TEST_F(PermissionsTest, AMissingToolIsNotLogged) {
+  for (const char* tool : {"chowntool", "chmodtool"}) remove(std::string(kHelpers) + tool);
+  startWithGUI();
+  controller->chown("/a", "root:wheel");
+  controller->chmod("/a", "755");
+  controller->chmodNoRecursive("/a", "ugo+x");
+  TGLog::appendLog("after");
+  EXPECT_EQ(windowLog(), Lines{"after"});
+}

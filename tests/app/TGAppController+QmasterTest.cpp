@@ -311,6 +311,14 @@ TEST_F(QmasterTest, WithTheLibraryElsewhereOnlySomePathsFollowIt) {
                               "found. Please reinstall Qmaster."}));
 }
 
+TEST_F(QmasterTest, AMissingKilltoolIsLoggedAsMinusTwo) {
+  std::filesystem::remove(mac.files.real(std::string(kHelpers) + "killtool"));
+  startWithRights();
+  controller->stopAll();
+  EXPECT_EQ(windowLog(), (Lines{"Stopping apps...", "Error stopping Qmaster: -2"}));
+  EXPECT_EQ(recorded(), text({"sleep 1500us"}));
+}
+
 namespace {
 
 struct TrashCase {

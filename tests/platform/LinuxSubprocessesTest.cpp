@@ -423,6 +423,32 @@ TEST_F(LinuxSubprocessesTest, AToolThatTheSystemLacksIsTheBundlesEquivalent) {
   EXPECT_FALSE(subprocesses.isExecutableFile("/elsewhere/scutil"));
 }
 
+TEST_F(LinuxSubprocessesTest, AnOpenerThatIsALinkToAnotherProgramIsPassedOver) {
+  const tests::TemporaryFolder folder;
+  bundle.folder = folder.path();
+  const auto makeTool = [&folder](const std::string& name, const std::string& says) {
+    const std::string tool = folder.makeFile(name, "#!/bin/sh\necho \"" + says + " $*\"\n");
+    std::filesystem::permissions(tool, std::filesystem::perms::all);
+    return tool;
+  };
+  makeTool("Contents/SharedSupport/open", "equivalent");
+  const std::string another = makeTool("root/usr/bin/another-open", "another");
+  const std::string link = folder.path("root/usr/bin/open");
+  std::filesystem::create_symlink(another, link);
+  LinuxSubprocesses rooted(mainThread, bundle, folder.path("root"));
+  const auto opening = [&rooted] {
+    const auto child = rooted.create(
+        {.launchPath = "/usr/bin/open", .arguments = {"-a", "Menu"}, .standardOutput = Stream::pipe});
+    child->launch();
+    child->waitUntilExit();
+    return child->availableOutput();
+  };
+  EXPECT_EQ(opening(), "equivalent -a Menu\n");
+  std::filesystem::remove(link);
+  makeTool("root/usr/bin/open", "own");
+  EXPECT_EQ(opening(), "own -a Menu\n");
+}
+
 TEST(ChildEnvironment, AnUsersChildGetsItUnchanged) {
   const std::vector<const char*> environment = {"LD_PRELOAD=x.so", "PATH=/home/alice/bin", "A=b", nullptr};
   EXPECT_THAT(childEnvironment(environment.data(), false),

@@ -11,6 +11,7 @@
 #include "tests/support/AsUser.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestAccount.h"
 
 namespace platform {
 namespace {
@@ -19,6 +20,7 @@ using support::AsUser;
 using support::EnvironmentVariable;
 using support::kNobody;
 using support::TemporaryFolder;
+using support::TestAccount;
 using ::testing::ElementsAre;
 using Kind = SearchPathDirectory;
 using In = SearchPathDomain;
@@ -103,6 +105,19 @@ TEST(LinuxUsersAndFolders, HomeOfANamedUserIsTheDatabasesAndAnUnknownNameHasNone
   EXPECT_EQ(LinuxUsersAndFolders().homeDirectoryForUser("daemon"), getpwnam("daemon")->pw_dir);
   EXPECT_EQ(LinuxUsersAndFolders().homeDirectoryForUser("no such user"), std::nullopt);
   EXPECT_EQ(LinuxUsersAndFolders().homeDirectoryForUser(""), std::nullopt);
+}
+
+TEST(LinuxUsersAndFolders, ASlashAtTheEndOfTheDatabasesHomeIsLeftOut) {
+  if (getuid() != 0) GTEST_SKIP() << "needs root, to make an account";
+  const TestAccount account("secret", "/Users/bob//");
+  ASSERT_EQ(getpwnam(account.name().c_str())->pw_dir, std::string("/Users/bob//"));
+  EXPECT_EQ(LinuxUsersAndFolders().homeDirectoryForUser(account.name()), "/Users/bob");
+  AsUser::run(account.id(), [] {
+    const EnvironmentVariable home("HOME", std::nullopt);
+    EXPECT_EQ(LinuxUsersAndFolders().homeDirectory(), "/Users/bob");
+    EXPECT_THAT(LinuxUsersAndFolders().searchPaths(Kind::library, In::user),
+                ElementsAre("/Users/bob/Library"));
+  });
 }
 
 TEST(LinuxUsersAndFolders, SettingTheUserTellsWhetherItWasGranted) {

@@ -9,6 +9,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <thread>
 
@@ -119,6 +120,21 @@ TEST_F(PosixFilesTest, ListsNamesOfAnyBytes) {
   const auto names = queries.contentsOfDirectory(folder.path());
   ASSERT_TRUE(names.ok());
   EXPECT_THAT(names.value(), UnorderedElementsAre(".hidden", "-dash \n", "\xFF\xFE", std::string(255, 'x')));
+}
+
+TEST_F(PosixFilesTest, ListsNamesInTheOrderOfTheirBytes) {
+  const std::vector<std::string> sorted = {"10", "9", "B", "_", "a", "b", "\xC3\xA4", "\xFF"};
+  std::vector<std::string> shuffled;
+  for (int number = 0; number < 200; ++number) shuffled.push_back("n" + std::to_string(number * 7919 % 200));
+  shuffled.insert(shuffled.end(), sorted.rbegin(), sorted.rend());
+  for (const std::string& name : shuffled) folder.makeFile(name);
+  const auto names = queries.contentsOfDirectory(folder.path());
+  ASSERT_TRUE(names.ok());
+  EXPECT_EQ(names.value().size(), shuffled.size());
+  std::vector<std::string> others = names.value();
+  std::erase_if(others, [](const std::string& name) { return name.starts_with('n'); });
+  EXPECT_EQ(others, sorted);
+  EXPECT_TRUE(std::is_sorted(names.value().begin(), names.value().end()));
 }
 
 TEST_F(PosixFilesTest, ListingWhatIsNoFolderFails) {

@@ -159,8 +159,8 @@ TEST_F(TGAuthorizationTest, AuthStartWithoutGUICannotAsk) {
 TEST_F(TGAuthorizationTest, RootNeedsNoAuthorization) {
   auto& authorization = byRoot();
   EXPECT_TRUE(authorization.authStart());
-  EXPECT_TRUE(authorization.authStart("carol", "secret"));
-  EXPECT_TRUE(authorization.authStart(std::nullopt, std::nullopt));
+  EXPECT_TRUE(authorization.authStartWithUser("carol", "secret"));
+  EXPECT_TRUE(authorization.authStartWithUser(std::nullopt, std::nullopt));
   authorization.authEnd();
   EXPECT_THAT(calls(), IsEmpty());
   EXPECT_THAT(messages(), IsEmpty());
@@ -169,7 +169,7 @@ TEST_F(TGAuthorizationTest, RootNeedsNoAuthorization) {
 
 TEST_F(TGAuthorizationTest, APasswordIsUsedWithoutADialog) {
   auto& authorization = *TGAuthorization::sharedController(WithGUI::no);
-  EXPECT_TRUE(authorization.authStart("carol", "secret"));
+  EXPECT_TRUE(authorization.authStartWithUser("carol", "secret"));
   EXPECT_EQ(calls(), kRightsByPassword);
   EXPECT_TRUE(authorization.isAuthorized());
   EXPECT_EQ(fakes_.authorization.held, 1);
@@ -177,8 +177,8 @@ TEST_F(TGAuthorizationTest, APasswordIsUsedWithoutADialog) {
 
 TEST_F(TGAuthorizationTest, WithoutAUserOrAPasswordNothingIsTried) {
   auto& authorization = *TGAuthorization::sharedController();
-  EXPECT_FALSE(authorization.authStart("carol", std::nullopt));
-  EXPECT_FALSE(authorization.authStart(std::nullopt, "secret"));
+  EXPECT_FALSE(authorization.authStartWithUser("carol", std::nullopt));
+  EXPECT_FALSE(authorization.authStartWithUser(std::nullopt, "secret"));
   EXPECT_THAT(calls(), IsEmpty());
   EXPECT_THAT(messages(), IsEmpty());
 }
@@ -186,7 +186,7 @@ TEST_F(TGAuthorizationTest, WithoutAUserOrAPasswordNothingIsTried) {
 TEST_F(TGAuthorizationTest, AWrongPasswordIsToldOnTheConsoleAndInTheLog) {
   fakes_.authorization.rights = platform::errAuthorizationDenied;
   auto& authorization = *TGAuthorization::sharedController();
-  EXPECT_FALSE(authorization.authStart("carol", "wrong"));
+  EXPECT_FALSE(authorization.authStartWithUser("carol", "wrong"));
   EXPECT_EQ(calls(), with(kRightsByPassword, {kFree}));
   EXPECT_EQ(authorization.authRef(), nullptr);
   EXPECT_EQ(fakes_.authorization.held, 0);
@@ -197,7 +197,7 @@ TEST_F(TGAuthorizationTest, AWrongPasswordIsToldOnTheConsoleAndInTheLog) {
 TEST_F(TGAuthorizationTest, AReferenceThatCannotBeMadeIsToldWithItsStatus) {
   fakes_.authorization.creation = platform::errAuthorizationInternal;
   auto& authorization = *TGAuthorization::sharedController();
-  EXPECT_FALSE(authorization.authStart("carol", "secret"));
+  EXPECT_FALSE(authorization.authStartWithUser("carol", "secret"));
   EXPECT_THAT(calls(), ElementsAre("authorization create for carol flags 0"));
   EXPECT_EQ(authorization.authRef(), nullptr);
   EXPECT_THAT(messages(), ElementsAre("Unable to create authRef - error -60008"));
@@ -206,7 +206,7 @@ TEST_F(TGAuthorizationTest, AReferenceThatCannotBeMadeIsToldWithItsStatus) {
 
 TEST_F(TGAuthorizationTest, ANewPasswordGivesTheOldRightsBackFirst) {
   auto& authorization = authorized();
-  EXPECT_TRUE(authorization.authStart("carol", "secret"));
+  EXPECT_TRUE(authorization.authStartWithUser("carol", "secret"));
   EXPECT_EQ(calls(), with({kFree}, kRightsByPassword));
   EXPECT_EQ(fakes_.authorization.held, 1);
 }

@@ -1,5 +1,7 @@
 #include "services/TGTask.h"
 
+#include <pthread.h>
+
 #include <atomic>
 #include <cmath>
 #include <csignal>
@@ -313,6 +315,50 @@ TEST_F(TGTaskTest, ATimedRunThatCannotBeLaunchedLeavesNoTask) {
   fakes_.subprocesses.runs[kTool].launchFailure = foundation::Exception("NSInvalidArgumentException", "no");
   const auto task = TGTask::create();
   EXPECT_THROW(task->runTimedTask(kTool, std::nullopt, 5s), foundation::Exception);
+  EXPECT_EQ(task->theTask(), nullptr);
+  fakes_.clock.waitForSleepers(1);
+}
+
+/// While it lives no thread can be started: none finds room for its stack.
+class NoMoreThreads {
+ public:
+  NoMoreThreads() {
+    ::pthread_getattr_default_np(&usual_);
+    pthread_attr_t huge;
+    ::pthread_attr_init(&huge);
+    ::pthread_attr_setstacksize(&huge, std::size_t{1} << 50U);
+    EXPECT_EQ(::pthread_setattr_default_np(&huge), 0);
+    ::pthread_attr_destroy(&huge);
+  }
+  ~NoMoreThreads() {
+    EXPECT_EQ(::pthread_setattr_default_np(&usual_), 0);
+    ::pthread_attr_destroy(&usual_);
+  }
+  NoMoreThreads(const NoMoreThreads&) = delete;
+  NoMoreThreads& operator=(const NoMoreThreads&) = delete;
+
+ private:
+  pthread_attr_t usual_{};
+};
+
+TEST_F(TGTaskTest, AToolIsRunWithoutATimeoutWhereNoTimerCanBeStarted) {
+  fakes_.subprocesses.runs[kTool].status = 3;
+  const auto task = TGTask::create();
+  TGLog::appendLog("before");  // the log's own thread runs
+  {
+    const NoMoreThreads limit;
+    EXPECT_EQ(task->terminationCodeFromTimedTask(kTool, {{"x"}}, 5s), 3);
+  }
+  EXPECT_THAT(calls(), ElementsAre("run /usr/bin/tool x"));
+  EXPECT_THAT(logEntries(),
+              ElementsAre("before", ::testing::StartsWith("Exception in -[TGTask setupTimeout:]. ")));
+}
+
+TEST_F(TGTaskTest, ATimedRunThatIsRefusedForgetsTheTaskOfTheRunBefore) {
+  fakes_.clock.holdOtherThreads();
+  const auto task = TGTask::create();
+  task->setTheTask(fakes_.subprocesses.create({.launchPath = kTool}));
+  EXPECT_EQ(task->terminationCodeFromTimedTask("/missing", std::nullopt, 5s), -1);
   EXPECT_EQ(task->theTask(), nullptr);
   fakes_.clock.waitForSleepers(1);
 }

@@ -21,11 +21,11 @@ namespace support {
 /// Tests that make accounts wait for one another.
 class TestAccount {
  public:
-  explicit TestAccount(const std::string& password)
+  explicit TestAccount(const std::string& password, const std::string& home = "/home/quillmend-test")
       : lock_(::open("/run/quillmend-test-accounts.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0600)),
         name_("qmtest" + std::to_string(::getpid())) {
     ::flock(lock_.get(), LOCK_EX);
-    if (runProgram({"/usr/sbin/useradd", "-M", "-N", "-s", "/bin/sh", name_}).status != 0) {
+    if (runProgram({"/usr/sbin/useradd", "-M", "-N", "-d", home, "-s", "/bin/sh", name_}).status != 0) {
       throw std::runtime_error("cannot make an account");
     }
     setPassword(password);
