@@ -44,6 +44,8 @@ struct FileStatus {
     return mountsAreTold ? mount == other.mount : device == other.device;
   }
   [[nodiscard]] mode_t permissions() const { return mode & static_cast<mode_t>(07777); }
+  /// Those less the set-ID bits.
+  [[nodiscard]] mode_t unprivilegedPermissions() const { return mode & static_cast<mode_t>(01777); }
 };
 
 /// The status of an open descriptor. `path` is for the error.
