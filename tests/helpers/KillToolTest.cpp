@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <memory>
+#include <set>
 #include <tuple>
 
 #include "tests/helpers/RunningProgram.h"
@@ -56,6 +57,12 @@ bool endedPolitely(int status) {
 }
 bool wasKilled(int status) {
   return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+}
+
+/// Also one that its new parent has not yet waited for.
+bool hasVanished(pid_t pid) {
+  const auto process = platform::ProcessTable().process(pid);
+  return !process || process->state == 'Z';
 }
 
 TEST_F(KillToolTest, AsksEveryProgramOfQmasterToEnd) {
@@ -121,24 +128,37 @@ TEST_F(KillToolTest, AProgramWhoseFileIsGoneOrReplacedIsStopped) {
   EXPECT_TRUE(endedPolitely(replaced.wait()));
 }
 
-TEST_F(KillToolTest, WhatIsStartedMeanwhileIsStoppedToo) {
+TEST_F(KillToolTest, AChildThatATargetStartsMeanwhileIsStoppedToo) {
+  settings_.askEach = milliseconds(500);
+  RunningProgram& parent = start(kDaemon, {"parent"});
+  std::set<pid_t> asked;
+  onSignal_ = [&](const ProcessInfo& process, int) { asked.insert(process.pid); };
+  EXPECT_EQ(run(), ExitStatus::done) << report_.text();
+  EXPECT_TRUE(wasKilled(parent.wait()));
+  ASSERT_EQ(asked.size(), 2U);
+  for (const pid_t pid : asked) EXPECT_TRUE(hasVanished(pid));
+}
+
+TEST_F(KillToolTest, ADaemonStartedFromOutsideMeanwhileIsSpared) {
   start(kClient);
   onSignal_ = [this](const ProcessInfo&, int) {
     if (programs_.size() == 1) start(kDaemon);
   };
-  EXPECT_EQ(run(), ExitStatus::done);
+  EXPECT_EQ(run(), ExitStatus::done) << report_.text();
   ASSERT_EQ(programs_.size(), 2U);
-  for (const auto& program : programs_) EXPECT_TRUE(endedPolitely(program->wait()));
+  EXPECT_TRUE(endedPolitely(programs_[0]->wait()));
+  EXPECT_FALSE(programs_[1]->hasEnded());
 }
 
-TEST_F(KillToolTest, WhoIsStartedAgainForEverIsReportedInTheEnd) {
-  start(kDaemon);
-  onSignal_ = [this](const ProcessInfo&, int signal) {
-    if (signal == SIGTERM) programs_.push_back(std::make_unique<RunningProgram>(volume_.path(kDaemon)));
-  };
+TEST_F(KillToolTest, WhoStartsItselfAgainForEverIsReportedInTheEnd) {
+  RunningProgram first(install(kDaemon), {"reborn"}, [] { setpgid(0, 0); });
+  const pid_t group = first.pid();
+  int asked = 0;
+  onSignal_ = [&asked](const ProcessInfo&, int signal) { asked += signal == SIGTERM ? 1 : 0; };
   EXPECT_EQ(run(), ExitStatus::failed);
-  EXPECT_EQ(programs_.size(), 4U);
+  EXPECT_EQ(asked, settings_.rounds);
   EXPECT_THAT(report_.text(), HasSubstr("qmasterd: still running"));
+  kill(-group, SIGKILL);
 }
 
 TEST_F(KillToolTest, ThoseThatItDescendsFromAreSpared) {
