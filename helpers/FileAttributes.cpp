@@ -44,15 +44,18 @@ Result<void> copyAttribute(int from, int to, const std::string& name, std::strin
 
 }  // namespace
 
-Result<void> copyOwnerModeAndAttributes(int from, const FileStatus& fromStatus, int to,
-                                        std::string_view path) {
+Result<void> copyOwnerModeAndAttributes(int from, const FileStatus& fromStatus, int to, std::string_view path,
+                                        CopiedRights rights) {
+  const bool all = rights == CopiedRights::all;
   if (fchown(to, fromStatus.owner, fromStatus.group) != 0) return systemError(errno, path);
   const auto names = attributeNames(from, path);
   if (!names) return names.error();
   for (const std::string& name : names.value()) {
+    if (!all && name.starts_with("security.")) continue;
     if (auto copied = copyAttribute(from, to, name, path); !copied) return copied;
   }
-  if (fchmod(to, fromStatus.permissions()) != 0) return systemError(errno, path);
+  if (fchmod(to, all ? fromStatus.permissions() : fromStatus.unprivilegedPermissions()) != 0)
+    return systemError(errno, path);
   return {};
 }
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 
@@ -56,6 +57,7 @@ bool waitForExit(const ProcessHandle& process, Deadline deadline) {
 
 ExitStatus KillTool::run(const std::vector<std::string>& arguments) {
   if (!arguments.empty()) return report_.stop(ExitStatus::usage, "usage: killtool (it takes no arguments)");
+  if (const auto self = table_.process(getpid())) ownStart_ = self->startTime;
   int slowness = 1;
   for (int round = 0; round < settings_.rounds && !stopRequested(); ++round, slowness = 4) {
     const std::vector<Target> targets = findTargets();
@@ -68,12 +70,47 @@ ExitStatus KillTool::run(const std::vector<std::string>& arguments) {
   return report_.status();
 }
 
+KillTool::Processes KillTool::look() const {
+  Processes seen;
+  for (ProcessInfo& process : table_.processes()) seen.emplace(process.pid, std::move(process));
+  return seen;
+}
+
+/// A number that another process bears by now is not the family's any more.
+bool KillTool::isOfFamily(pid_t pid, const Processes& seen) const {
+  const auto known = family_.find(pid);
+  if (known == family_.end()) return false;
+  const auto now = seen.find(pid);
+  return now == seen.end() || now->second.startTime == known->second;
+}
+
+/// The parent of a process whose parent has ended is somebody else; its group and session tell still.
+bool KillTool::descendsFromTarget(const ProcessInfo& process, const Processes& seen) const {
+  const std::array<pid_t, 3> ancestors = {process.parent, process.processGroup, process.session};
+  return std::any_of(ancestors.begin(), ancestors.end(),
+                     [&](pid_t pid) { return pid != process.pid && isOfFamily(pid, seen); });
+}
+
+void KillTool::noteDescendants(const Processes& seen) {
+  for (bool grown = true; grown;) {
+    grown = false;
+    for (const auto& [pid, process] : seen) {
+      if (isOfFamily(pid, seen) || !descendsFromTarget(process, seen)) continue;
+      family_[pid] = process.startTime;
+      grown = true;
+    }
+  }
+}
+
 std::vector<KillTool::Target> KillTool::findTargets() {
   const std::set<pid_t> spared = ourLine(table_);
+  const Processes seen = look();
+  noteDescendants(seen);
   std::vector<Target> targets;
-  for (const ProcessInfo& process : table_.processes()) {
+  for (const auto& [pid, process] : seen) {
     const auto role = roleOf(process);
-    if (!role || spared.contains(process.pid)) continue;
+    if (!role || spared.contains(pid)) continue;
+    if (!firstRound_ && process.startTime > ownStart_ && !isOfFamily(pid, seen)) continue;
     auto handle = ProcessHandle::open(table_, process);
     if (handle) {
       targets.push_back({*role, std::move(handle).value()});
@@ -81,6 +118,8 @@ std::vector<KillTool::Target> KillTool::findTargets() {
       report_.failure(handle.error());
     }
   }
+  for (const Target& target : targets) family_[target.handle.info().pid] = target.handle.info().startTime;
+  firstRound_ = false;
   return targets;
 }
 
@@ -107,6 +146,7 @@ void KillTool::stopTargets(const std::vector<Target>& targets, int slowness) {
   for (const QmasterRole role :
        {QmasterRole::client, QmasterRole::controller, QmasterRole::queue, QmasterRole::daemon}) {
     ask(targets, role, std::min(end, std::chrono::steady_clock::now() + settings_.askEach / slowness));
+    noteDescendants(look());  // the last moment when a parent is still known
   }
   force(targets, settings_.force);
 }

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,8 +18,10 @@ namespace helpers {
 ///
 /// One role after the other is asked to end (SIGTERM, and SIGCONT for one that is stopped) and waited for, up
 /// to `askEach` a role and `askAll` together; each wait ends as soon as all are gone. What is left then is
-/// ended by force (SIGKILL) and waited for up to `force`. Programs that were started meanwhile are treated
-/// the same way, up to `rounds` times, each further round with a quarter of the time.
+/// ended by force (SIGKILL) and waited for up to `force`. The same is done up to
+/// `rounds` times, each further round with a quarter of the time and only for what descends from an earlier
+/// target, or runs since before this process. A daemon that the system or a repair has started meanwhile is
+/// meant to stay.
 ///
 /// Each process is held by a pidfd from the moment it is recognised. A process counts only if the file that
 /// it runs is the one that we see at that path too, so that a program of that path in another root folder is
@@ -52,7 +56,13 @@ class KillTool {
   using Milliseconds = std::chrono::milliseconds;
   using Deadline = std::chrono::steady_clock::time_point;
 
+  using Processes = std::map<pid_t, platform::ProcessInfo>;
+
+  [[nodiscard]] Processes look() const;
   [[nodiscard]] std::vector<Target> findTargets();
+  [[nodiscard]] bool isOfFamily(pid_t pid, const Processes& seen) const;
+  [[nodiscard]] bool descendsFromTarget(const platform::ProcessInfo& process, const Processes& seen) const;
+  void noteDescendants(const Processes& seen);
   [[nodiscard]] std::optional<QmasterRole> roleOf(const platform::ProcessInfo& process) const;
   [[nodiscard]] bool isSeenByUs(const platform::ProcessInfo& process) const;
   void stopTargets(const std::vector<Target>& targets, int slowness);
@@ -64,6 +74,10 @@ class KillTool {
   Settings settings_;
   Report& report_;
   OnSignal onSignal_;
+  bool firstRound_ = true;
+  std::uint64_t ownStart_ = 0;
+  std::map<pid_t, std::uint64_t>
+      family_;  ///< start times of the targets and of what was seen to descend from them
 };
 
 }  // namespace helpers

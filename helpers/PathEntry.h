@@ -36,11 +36,16 @@ struct FileStatus {
   [[nodiscard]] bool isSameFile(const FileStatus& other) const {
     return device == other.device && inode == other.inode;
   }
-  /// Within one volume things can be renamed; a volume mounted in a folder of another is not part of it.
+  /// Reached through the same mount: a volume mounted in a folder of another is not part of it. The device
+  /// counts only where the kernel does not tell mounts apart: on an overlay of several file systems files
+  /// have another one than their folder.
   [[nodiscard]] bool isSameVolume(const FileStatus& other) const {
-    return device == other.device && mount == other.mount;
+    const bool mountsAreTold = mount != 0 && other.mount != 0;
+    return mountsAreTold ? mount == other.mount : device == other.device;
   }
   [[nodiscard]] mode_t permissions() const { return mode & static_cast<mode_t>(07777); }
+  /// Those less the set-ID bits.
+  [[nodiscard]] mode_t unprivilegedPermissions() const { return mode & static_cast<mode_t>(01777); }
 };
 
 /// The status of an open descriptor. `path` is for the error.

@@ -1,11 +1,18 @@
 #include "helpers/Report.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <system_error>
+
+#include "platform/linux/Descriptor.h"
 
 namespace helpers {
 namespace {
@@ -64,6 +71,17 @@ bool changesTheLine(std::uint32_t code) {
          (code >= 0x2066 && code <= 0x2069);
 }
 
+/// A pipe or terminal opened once more, without blocking: O_NONBLOCK set on the descriptor itself would be
+/// set for all that share it. Nothing else is: opening a device can do something.
+platform::Descriptor openedWithoutBlocking(int descriptor) {
+  struct stat status {};
+  const bool writable = (fcntl(descriptor, F_GETFL) & O_ACCMODE) != O_RDONLY;
+  if (!writable || fstat(descriptor, &status) != 0) return {};
+  if (!S_ISFIFO(status.st_mode) && isatty(descriptor) == 0) return {};
+  const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+  return platform::Descriptor(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+}
+
 }  // namespace
 
 std::string escaped(std::string_view text) {
@@ -105,11 +123,38 @@ std::string Report::reasonOf(const foundation::Error& error) {
   return error.description;
 }
 
-void Report::writeLine(const std::string& text) const {
-  ssize_t count = -1;
-  do {
-    count = write(descriptor_, text.data(), text.size());
-  } while (count < 0 && errno == EINTR);
+/// poll(2) answers at once for a descriptor that is closed or broken: then the write says so.
+bool Report::hasRoom(std::chrono::milliseconds patience) const {
+  pollfd watched{descriptor_, POLLOUT, 0};
+  return descriptor_ < 0 || poll(&watched, 1, static_cast<int>(patience.count())) != 0;
+}
+
+/// As write(2), EAGAIN where it would block. What could not be opened again gets no more than fits for sure.
+ssize_t Report::writeSome(int reopened, std::string_view text) const {
+  if (reopened >= 0) return write(reopened, text.data(), text.size());
+  if (!hasRoom(std::chrono::milliseconds(0))) {
+    errno = EAGAIN;
+    return -1;
+  }
+  return write(descriptor_, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
+}
+
+void Report::writeLine(const std::string& text) {
+  using std::chrono::milliseconds;
+  using std::chrono::steady_clock;
+  const auto deadline = steady_clock::now() + (isStuck_ ? milliseconds(0) : patience_);
+  const platform::Descriptor reopened = openedWithoutBlocking(descriptor_);
+  std::string_view rest = text;
+  isStuck_ = false;
+  while (!rest.empty() && !isStuck_) {
+    const ssize_t count = writeSome(reopened.get(), rest);
+    if (count < 0 && errno != EINTR && errno != EAGAIN) return;
+    if (count < 0 && errno == EAGAIN) {
+      const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+      isStuck_ = !hasRoom(std::max(left, milliseconds(0)));
+    }
+    rest.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  }
 }
 
 foundation::Error errorWithReason(int code, std::string_view path, std::string_view reason) {

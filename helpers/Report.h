@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -21,11 +24,16 @@ enum class ExitStatus {
 [[nodiscard]] std::string escaped(std::string_view text);
 
 /// Where a tool says what it could not do: one line an entry on a descriptor, standard error as a rule.
-/// A closed or broken descriptor never stops the work. Remembers whether anything failed.
+/// A closed or broken descriptor never stops the work. Nor does a pipe or terminal that nobody reads: a line
+/// waits for room for `patience`, then lines are dropped without waiting until one gets through again.
+/// Remembers whether anything failed.
 class Report {
  public:
-  explicit Report(std::string toolName, int descriptor = 2)
-      : toolName_(std::move(toolName)), descriptor_(descriptor) {}
+  /// How long a write waits for room, at most.
+  static constexpr std::chrono::milliseconds kPatience{1000};
+
+  explicit Report(std::string toolName, int descriptor = 2, std::chrono::milliseconds patience = kPatience)
+      : toolName_(std::move(toolName)), descriptor_(descriptor), patience_(patience) {}
 
   /// "tool: path: reason", with the path escaped.
   void failure(std::string_view path, std::string_view reason);
@@ -39,11 +47,15 @@ class Report {
 
  private:
   [[nodiscard]] static std::string reasonOf(const foundation::Error& error);
-  void writeLine(const std::string& text) const;
+  void writeLine(const std::string& text);
+  [[nodiscard]] bool hasRoom(std::chrono::milliseconds patience) const;
+  [[nodiscard]] ssize_t writeSome(int reopened, std::string_view text) const;
 
   std::string toolName_;
   int descriptor_;
+  std::chrono::milliseconds patience_;
   bool anyFailure_ = false;
+  bool isStuck_ = false;  ///< nobody reads: the next line does not wait
 };
 
 /// An error with a reason of our own rather than errno's text.

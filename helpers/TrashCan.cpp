@@ -221,13 +221,17 @@ Result<std::string> TrashCan::take(int folder, const std::string& name, const st
 Result<std::string> TrashCan::takeByCopy(int folder, const std::string& name, const std::string& path,
                                          const TrashName& names) {
   const std::string growing = ".copying-" + std::to_string(getpid()) + "-" + std::to_string(time(nullptr));
+  auto staging = StagingFolder::make(folder_.get(), growing, path);
+  if (!staging) return staging.error();
+  const int inside = staging.value().descriptor();
   VolumeCopy copy(*report_);
-  if (auto copied = copy.copy(folder, name, folder_.get(), growing, path); !copied) return copied.error();
-  Result<std::string> named = rename(folder_.get(), growing, path, names);
+  copy.onMade(onCopyMade_);
+  if (auto copied = copy.copy(folder, name, inside, "copy", path); !copied) return copied.error();
+  Result<std::string> named = rename(inside, "copy", path, names);
   if (named) {
     copy.removeOriginals(folder, name, path);
   } else {
-    removeTree(folder_.get(), growing);
+    removeTree(inside, "copy");
   }
   return named;
 }

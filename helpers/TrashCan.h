@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "helpers/PathEntry.h"
@@ -41,6 +42,8 @@ class TrashCan {
   [[nodiscard]] const FileStatus& status() const { return status_; }
   [[nodiscard]] const std::string& path() const { return path_; }
   void setRenameFlags(RenameFlags flags) { renameFlags_ = flags; }
+  /// Called at VolumeCopy::onMade.
+  void onCopyMade(std::function<void()> onCopyMade) { onCopyMade_ = std::move(onCopyMade); }
 
  private:
   TrashCan(platform::Descriptor folder, FileStatus status, std::string path, Report& report);
@@ -55,6 +58,7 @@ class TrashCan {
   std::string path_;
   std::size_t longestName_;
   RenameFlags renameFlags_ = RenameFlags::use;
+  std::function<void()> onCopyMade_;
   Report* report_;
 };
 

@@ -113,13 +113,27 @@ Result<void> copySymbolicLink(int from, int toFolder, const std::string& toName,
   return {};
 }
 
-/// FIFOs, sockets and devices: made anew, never opened.
+/// FIFOs and sockets: made anew, never opened. A device in a folder of a user's own would be a way to the
+/// hardware that its administrator has not given.
 Result<void> makeSpecialFile(const FileStatus& status, int toFolder, const std::string& toName,
                              const std::string& path) {
-  if (mknodat(toFolder, toName.c_str(), status.mode, status.representedDevice) != 0) {
+  if (S_ISCHR(status.mode) || S_ISBLK(status.mode)) {
+    return errorWithReason(EPERM, path, "a device is not copied to another volume");
+  }
+  if (mknodat(toFolder, toName.c_str(), (status.mode & static_cast<mode_t>(S_IFMT)) | 0600U, 0) != 0) {
     return systemError(errno, path);
   }
   return {};
+}
+
+/// Whether what was opened is what was just made: before anything is given away.
+Result<void> requireOurs(int made, mode_t mode, const std::string& path) {
+  const auto status = statusOf(made, path);
+  if (!status) return status.error();
+  const FileStatus& found = status.value();
+  const bool ours = found.owner == geteuid() && ((found.mode ^ mode) & S_IFMT) == 0;
+  if (ours && (found.isFolder() || found.links == 1)) return {};
+  return errorWithReason(EBUSY, path, "the copy was exchanged while it was made");
 }
 
 /// Owner and mode of what cannot be opened for more than O_PATH.
@@ -127,11 +141,12 @@ Result<void> copyOwnerAndMode(const FileStatus& status, int toFolder, const std:
                               const std::string& path) {
   auto made = openEntry(toFolder, toName, path);
   if (!made) return made.error();
+  if (auto ours = requireOurs(made.value().get(), status.mode, path); !ours) return ours;
   if (fchownat(made.value().get(), "", status.owner, status.group, AT_EMPTY_PATH) != 0) {
     return systemError(errno, path);
   }
   if (status.isSymbolicLink()) return {};
-  return setPermissions(made.value().get(), status.permissions(), path);
+  return setPermissions(made.value().get(), status.unprivilegedPermissions(), path);
 }
 
 Result<void> copyRegularFile(int folder, const std::string& name, const FileStatus& status, int toFolder,
@@ -142,13 +157,15 @@ Result<void> copyRegularFile(int folder, const std::string& name, const FileStat
       openat(toFolder, toName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!to.valid()) return systemError(errno, path);
   if (auto copied = copyBytes(from.value().get(), to.get(), path); !copied) return copied;
-  return copyOwnerModeAndAttributes(from.value().get(), status, to.get(), path);
+  return copyOwnerModeAndAttributes(from.value().get(), status, to.get(), path,
+                                    CopiedRights::withoutPrivileges);
 }
 
 Result<void> copyOther(int from, const FileStatus& status, int toFolder, const std::string& toName,
-                       const std::string& path) {
+                       const std::string& path, const VolumeCopy::OnMade& onMade) {
   auto made = status.isSymbolicLink() ? copySymbolicLink(from, toFolder, toName, path)
                                       : makeSpecialFile(status, toFolder, toName, path);
+  if (made && onMade) onMade();
   return made ? copyOwnerAndMode(status, toFolder, toName, path) : made;
 }
 
@@ -189,6 +206,22 @@ void removeBelow(int folder, const std::string& name, const std::string& path, c
 
 }  // namespace
 
+Result<StagingFolder> StagingFolder::make(int parent, const std::string& name, const std::string& path) {
+  if (mkdirat(parent, name.c_str(), 0700) != 0) return systemError(errno, path);
+  auto made = openEntry(parent, name, path, O_DIRECTORY);
+  if (!made) return made.error();
+  const auto status = statusOf(made.value().get(), path);
+  if (!status) return status.error();
+  if (status.value().owner != geteuid() || (status.value().mode & 0777U) != 0700U) {
+    return errorWithReason(EBUSY, path, "the folder for its copy was exchanged");
+  }
+  return StagingFolder(parent, name, std::move(made).value());
+}
+
+StagingFolder::~StagingFolder() {
+  if (descriptor_.valid()) unlinkat(parent_, name_.c_str(), AT_REMOVEDIR);
+}
+
 Result<void> VolumeCopy::copy(int fromFolder, const std::string& fromName, int toFolder,
                               const std::string& toName, const std::string& path) {
   copied_.clear();
@@ -214,7 +247,7 @@ Result<void> VolumeCopy::copyEntry(const Place& from, const Place& to, const std
   Result<void> copied = status.isFolder() ? copyFolder(entry.value().get(), status, to, path, depth)
                         : status.isRegular()
                             ? copyRegularFile(from.folder, from.name, status, to.folder, to.name, path)
-                            : copyOther(entry.value().get(), status, to.folder, to.name, path);
+                            : copyOther(entry.value().get(), status, to.folder, to.name, path, onMade_);
   if (!copied) return copied;
   copied_[FileKey(status.device, status.inode)] = status;
   return setModified(to.folder, to.name, status, path);
@@ -227,6 +260,7 @@ Result<void> VolumeCopy::copyFolder(int from, const FileStatus& status, const Pl
   if (mkdirat(to.folder, to.name.c_str(), 0700) != 0) return systemError(errno, path);
   const Descriptor made(openat(to.folder, to.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!made.valid()) return systemError(errno, path);
+  if (auto ours = requireOurs(made.get(), status.mode, path); !ours) return ours;
   const auto names = namesIn(from, path);
   if (!names) return names.error();
   for (const std::string& name : names.value()) {
@@ -234,7 +268,8 @@ Result<void> VolumeCopy::copyFolder(int from, const FileStatus& status, const Pl
                             depth + 1);
     if (!copied) return copied;
   }
-  return copyOwnerModeAndAttributes(readable.get(), status, made.get(), path);
+  return copyOwnerModeAndAttributes(readable.get(), status, made.get(), path,
+                                    CopiedRights::withoutPrivileges);
 }
 
 Result<void> VolumeCopy::compareEntry(const Place& from, const Place& to, const std::string& path) {

@@ -1,28 +1,60 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 
 #include "helpers/PathEntry.h"
 #include "helpers/Report.h"
+#include "platform/linux/Descriptor.h"
 
 namespace helpers {
+
+/// A folder that copies grow in: mode 0700 and this process's own, so that in a folder of somebody else's
+/// nobody can exchange what is being made before it has its owner. Removed with the object if it is empty
+/// then.
+class StagingFolder {
+ public:
+  [[nodiscard]] static foundation::Result<StagingFolder> make(int parent, const std::string& name,
+                                                              const std::string& path);
+  ~StagingFolder();
+  StagingFolder(StagingFolder&&) = default;
+  StagingFolder& operator=(StagingFolder&&) = delete;
+  StagingFolder(const StagingFolder&) = delete;
+  StagingFolder& operator=(const StagingFolder&) = delete;
+
+  [[nodiscard]] int descriptor() const { return descriptor_.get(); }
+
+ private:
+  StagingFolder(int parent, std::string name, platform::Descriptor descriptor)
+      : parent_(parent), name_(std::move(name)), descriptor_(std::move(descriptor)) {}
+
+  int parent_;
+  std::string name_;
+  platform::Descriptor descriptor_;
+};
 
 /// Moves an entry with all that is below it to another volume: copies, syncs, compares, gives the copy its
 /// name, and only then removes the originals, each only if it has not changed since it was compared.
 ///
 /// The copy has the contents, kinds, owners, modes, extended attributes and modification times of the
-/// originals; holes stay holes; hard links become files of their own. It grows under a hidden name, so that
-/// an interrupted run leaves either a hidden part of a copy and all originals, or a whole copy and the
-/// originals that are not yet removed. A tree in which something is mounted, or that is deeper than 200
-/// folders, is not moved.
+/// originals, but no privileges: set-ID bits and attributes of security.* (file capabilities among them) stay
+/// behind, and a device, or a tree that holds one, is not moved; holes stay holes; hard links become files of
+/// their own. It grows under a hidden name, so that an interrupted run leaves either a hidden part of a copy
+/// and all originals, or a whole copy and the originals that are not yet removed. A tree in which something
+/// is mounted, or that is deeper than 200 folders, is not moved.
 class VolumeCopy {
  public:
   explicit VolumeCopy(Report& report) : report_(report) {}
 
-  /// Makes the copy `toName`, whole and compared, or nothing. `toName` must not exist.
+  /// Makes the copy `toName`, whole and compared, or nothing. `toName` must not exist. `toFolder`
+  /// should be a StagingFolder.
   [[nodiscard]] foundation::Result<void> copy(int fromFolder, const std::string& fromName, int toFolder,
                                               const std::string& toName, const std::string& path);
+
+  /// Called when a link, FIFO or socket has been made and is not yet its owner's.
+  using OnMade = std::function<void()>;
+  void onMade(OnMade onMade) { onMade_ = std::move(onMade); }
 
   /// Removes what was copied; what has changed since, or come later, stays and is reported.
   void removeOriginals(int fromFolder, const std::string& fromName, const std::string& path);
@@ -42,6 +74,7 @@ class VolumeCopy {
   [[nodiscard]] bool isUnchanged(const FileStatus& status) const;
 
   Report& report_;
+  OnMade onMade_;
   FileStatus top_;
   std::map<FileKey, FileStatus> copied_;
 };

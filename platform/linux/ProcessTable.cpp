@@ -54,14 +54,16 @@ bool parse(std::string_view text, Number& number) {
   return std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc();
 }
 
-/// State, parent and start time are fields 3, 4 and 22 of the line; the name, field 2, ends at the last ')'.
+/// State, parent, process group, session and start time are fields 3, 4, 5, 6 and 22 of the line; the name,
+/// field 2, ends at the last ')'.
 bool readStat(int folder, ProcessInfo& info) {
   const std::string line = smallFile(folder, "stat");
   const std::size_t nameEnd = line.rfind(')');
   if (nameEnd == std::string::npos || nameEnd + 2 >= line.size()) return false;
   const std::string_view rest = std::string_view(line).substr(nameEnd + 2);
   info.state = rest.front();
-  return parse(statField(rest, 2), info.parent) && parse(statField(rest, 20), info.startTime);
+  return parse(statField(rest, 2), info.parent) && parse(statField(rest, 3), info.processGroup) &&
+         parse(statField(rest, 4), info.session) && parse(statField(rest, 20), info.startTime);
 }
 
 bool readUser(int folder, ProcessInfo& info) {

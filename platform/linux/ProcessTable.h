@@ -17,6 +17,8 @@ namespace platform {
 struct ProcessInfo {
   pid_t pid = 0;
   pid_t parent = 0;
+  pid_t processGroup = 0;
+  pid_t session = 0;
   uid_t realUser = 0;
   std::uint64_t startTime = 0;  ///< clock ticks since boot; with `pid` it names a process for good
   char state = '?';  ///< as in /proc/PID/stat: 'R', 'S', 'T' (stopped), 'Z' (ended, not yet waited for)

@@ -238,5 +238,20 @@ TEST_F(ChownToolTest, AMissingPathIsAFailure) {
   EXPECT_EQ(run({"-R", "4301", "/nothing"}), ExitStatus::failed);
 }
 
+TEST_F(ChownToolTest, InAnOverlayOfTwoVolumesNothingIsTakenForMounted) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.mountVolume("lower");
+  volume_.mountVolume("upper");
+  volume_.makeFile("lower/tree/a/file");
+  for (const char* folder : {"upper/changes", "upper/work", "merged"}) volume_.makeFolder(folder);
+  const std::string layers = "lowerdir=" + volume_.path("lower") +
+                             ",upperdir=" + volume_.path("upper/changes") +
+                             ",workdir=" + volume_.path("upper/work");
+  if (!volume_.mountOverlay("merged", layers)) GTEST_SKIP() << "no overlays on this system";
+  ASSERT_NE(volume_.status("merged/tree/a").st_dev, volume_.status("merged/tree/a/file").st_dev);
+  EXPECT_EQ(run({"-R", "4301", "/merged/tree"}), ExitStatus::done) << report_.text();
+  EXPECT_EQ(owner("merged/tree/a/file"), 4301U);
+}
+
 }  // namespace
 }  // namespace helpers

@@ -124,5 +124,22 @@ TEST_F(LocateTest, NamesAreTakenByteForByte) {
   }
 }
 
+FileStatus reachedThrough(std::uint64_t device, std::uint64_t mount) {
+  FileStatus status;
+  status.device = device;
+  status.mount = mount;
+  return status;
+}
+
+TEST(FileStatus, OneMountIsOneVolumeWhateverTheDevice) {
+  EXPECT_TRUE(reachedThrough(1, 7).isSameVolume(reachedThrough(2, 7)));
+  EXPECT_FALSE(reachedThrough(1, 7).isSameVolume(reachedThrough(1, 8)));
+}
+
+TEST(FileStatus, WhereMountsAreNotToldTheDeviceSaysWhichVolumeItIs) {
+  EXPECT_TRUE(reachedThrough(1, 0).isSameVolume(reachedThrough(1, 7)));
+  EXPECT_FALSE(reachedThrough(1, 0).isSameVolume(reachedThrough(2, 0)));
+}
+
 }  // namespace
 }  // namespace helpers

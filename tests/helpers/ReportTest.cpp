@@ -1,6 +1,10 @@
 #include "helpers/Report.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <chrono>
 
 #include "tests/helpers/TestVolume.h"
 
@@ -36,6 +40,50 @@ TEST(Report, ABrokenDescriptorDoesNotStopTheWork) {
   Report report("tool", -1);
   report.failure("/a", "reason");
   EXPECT_EQ(report.status(), ExitStatus::failed);
+}
+
+class FullPipe : public ::testing::Test {
+ protected:
+  FullPipe() {
+    if (pipe2(ends_, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
+    fcntl(ends_[1], F_SETFL, O_NONBLOCK);
+    const std::string block(4096, 'x');
+    while (write(ends_[1], block.data(), block.size()) > 0) continue;
+    fcntl(ends_[1], F_SETFL, 0);
+    alarm(30);  // ends a test that blocks
+  }
+  ~FullPipe() override {
+    alarm(0);
+    close(ends_[0]);
+    close(ends_[1]);
+  }
+  std::string readAll() {
+    std::string all(1 << 20, '\0');
+    const ssize_t count = read(ends_[0], all.data(), all.size());
+    all.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+    return all;
+  }
+
+  int ends_[2] = {-1, -1};
+};
+
+TEST_F(FullPipe, ThatNobodyReadsDelaysTheWorkOnlyOnce) {
+  Report report("tool", ends_[1], std::chrono::milliseconds(500));
+  const auto begin = std::chrono::steady_clock::now();
+  for (int i = 0; i < 20; ++i) report.failure("/a", "reason");
+  const auto passed = std::chrono::steady_clock::now() - begin;
+  EXPECT_GE(passed, std::chrono::milliseconds(500));
+  EXPECT_LT(passed, std::chrono::milliseconds(5000));
+  EXPECT_EQ(report.status(), ExitStatus::failed);
+  EXPECT_EQ(fcntl(ends_[1], F_GETFL) & O_NONBLOCK, 0);
+}
+
+TEST_F(FullPipe, ThatIsReadAgainGetsTheLinesFromThere) {
+  Report report("tool", ends_[1], std::chrono::milliseconds(1));
+  report.failure("/lost", "reason");
+  EXPECT_EQ(readAll().find('/'), std::string::npos);
+  report.failure("/a", "reason");
+  EXPECT_EQ(readAll(), "tool: /a: reason\n");
 }
 
 }  // namespace

@@ -70,6 +70,13 @@ class TestVolume {
     mounts_.push_back(path(place));
   }
 
+  /// An overlay of those layers (mount options) at that place; false where the system has none.
+  bool mountOverlay(const std::string& place, const std::string& layers) {
+    if (mount("none", path(place).c_str(), "overlay", 0, layers.c_str()) != 0) return false;
+    mounts_.push_back(path(place));
+    return true;
+  }
+
   [[nodiscard]] bool exists(const std::string& place) const {
     struct stat status {};
     return lstat(path(place).c_str(), &status) == 0;

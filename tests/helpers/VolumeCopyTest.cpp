@@ -1,8 +1,11 @@
 #include "helpers/VolumeCopy.h"
 
 #include <gmock/gmock.h>
+#include <sys/fsuid.h>
+#include <sys/sysmacros.h>
 #include <sys/xattr.h>
 
+#include "helpers/TrashCan.h"
 #include "tests/helpers/TestVolume.h"
 
 namespace helpers {
@@ -95,6 +98,93 @@ TEST_F(VolumeCopyTest, WhatChangedOrCameAfterTheCopyIsKept) {
   remove("tree");
   EXPECT_THAT(volume_.names("tree"), ElementsAre("added", "changed"));
   EXPECT_THAT(report_.text(), HasSubstr("/tree/changed: changed or added since"));
+}
+
+TEST_F(VolumeCopyTest, SetIdBitsAndFileCapabilitiesStayBehind) {
+  volume_.makeFile("tree/file", "text", 0644);
+  struct {
+    std::uint32_t words[5];
+  } capabilities = {{0x02000000U, 1U << 13U, 0, 0, 0}};  // vfs_cap_data of revision 2: CAP_NET_RAW
+  const std::string file = volume_.path("tree/file");
+  ASSERT_EQ(setxattr(file.c_str(), "security.capability", &capabilities, sizeof capabilities, 0), 0);
+  volume_.makeFile("tree/program", "text", 06755);
+  volume_.makeFolder("tree/shared", 03775);
+  ASSERT_EQ(mkfifo(volume_.path("tree/fifo").c_str(), 0600), 0);
+  chmod(volume_.path("tree/fifo").c_str(), 06620);
+  ASSERT_TRUE(copy("tree"));
+  EXPECT_EQ(volume_.mode("disk/copy/program"), 0755U);
+  EXPECT_EQ(volume_.mode("disk/copy/shared"), 01775U);
+  EXPECT_EQ(volume_.mode("disk/copy/fifo"), 0620U);
+  char value[64] = {};
+  EXPECT_EQ(getxattr(volume_.path("disk/copy/file").c_str(), "security.capability", value, sizeof value), -1);
+  remove("tree");
+  EXPECT_FALSE(volume_.exists("tree"));
+}
+
+TEST_F(VolumeCopyTest, ATreeWithADeviceIsNotMovedAndNoPartOfACopyStays) {
+  for (const unsigned kind : {0U + S_IFCHR, 0U + S_IFBLK}) {
+    volume_.makeFile("tree/a");
+    ASSERT_EQ(mknod(volume_.path("tree/device").c_str(), static_cast<mode_t>(kind | 0600U), makedev(1, 7)),
+              0);
+    const auto copied = copy("tree");
+    ASSERT_FALSE(copied);
+    EXPECT_THAT(copied.error().description, HasSubstr("/tree/device: a device is not copied"));
+    EXPECT_THAT(volume_.names("disk"), IsEmpty());
+    EXPECT_THAT(volume_.names("tree"), ElementsAre("a", "device"));
+    std::filesystem::remove(volume_.path("tree/device"));
+  }
+}
+
+TEST_F(VolumeCopyTest, AHardLinkPutInPlaceOfTheCopyIsNotGivenAway) {
+  ASSERT_EQ(mkfifo(volume_.path("item").c_str(), 0600), 0);
+  volume_.own("item", TestVolume::kBob);
+  ASSERT_EQ(mkfifo(volume_.path("disk/roots").c_str(), 0600), 0);
+  copy_.onMade([this] {
+    std::filesystem::remove(volume_.path("disk/copy"));
+    std::filesystem::create_hard_link(volume_.path("disk/roots"), volume_.path("disk/copy"));
+  });
+  EXPECT_FALSE(copy("item"));
+  EXPECT_EQ(volume_.status("disk/roots").st_uid, 0U);
+  EXPECT_TRUE(volume_.exists("item"));
+}
+
+class TrashByCopy : public VolumeCopyTest {
+ protected:
+  /// What the trash's owner can do in it while something is copied there: exchange names.
+  void exchangeAsAlice() {
+    setfsuid(TestVolume::kAlice);
+    const std::string trash = volume_.path("Users/alice/.Trash");
+    for (const auto& entry : std::filesystem::directory_iterator(trash)) {
+      const std::string name = entry.path();
+      if (name.find(".copying-") == std::string::npos) continue;
+      exchanges_ += unlink((name + "/copy").c_str()) == 0 || unlink(name.c_str()) == 0 ? 1 : 0;
+      static_cast<void>(rename(name.c_str(), (trash + "/aside").c_str()));
+      symlink("/", name.c_str());
+      ++seen_;
+    }
+    setfsuid(0);
+  }
+
+  int seen_ = 0;
+  int exchanges_ = 0;
+};
+
+TEST_F(TrashByCopy, TheTrashsOwnerCannotExchangeWhatIsBeingMade) {
+  ASSERT_EQ(mkfifo(volume_.path("disk/item").c_str(), 0600), 0);
+  volume_.own("disk/item", TestVolume::kBob);
+  volume_.makeFile("disk/.Trashes", "planted: nothing can be trashed on the volume itself");
+  const auto item = locate(surroundings_, "/disk/item");
+  ASSERT_TRUE(item);
+  auto trash = TrashCan::open(surroundings_, report_, item.value().levels, item.value().levels.size() - 1);
+  ASSERT_TRUE(trash);
+  trash.value().onCopyMade([this] { exchangeAsAlice(); });
+  const auto names = TrashName::ofItem("item", surroundings_.now());
+  ASSERT_TRUE(trash.value().take(target_.get(), "item", "/disk/item", names)) << report_.text();
+  EXPECT_EQ(seen_, 1);
+  EXPECT_EQ(exchanges_, 0);
+  EXPECT_TRUE(S_ISFIFO(volume_.status("Users/alice/.Trash/item").st_mode));
+  EXPECT_EQ(volume_.status("Users/alice/.Trash/item").st_uid, TestVolume::kBob);
+  EXPECT_FALSE(volume_.exists("disk/item"));
 }
 
 }  // namespace

@@ -33,13 +33,30 @@ int runAndWait(char** arguments) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 126;
 }
 
+/// Forks on SIGTERM: the child goes on, in the same group, the parent ends.
+void endAndGoOn(int /*signal*/) {
+  if (fork() != 0) _exit(7);
+  alarm(60);  // nobody waits for it
+}
+
+/// Stays, with one child that leads a session of its own.
+void stayWithChild(int /*signal*/) {
+  if (fork() == 0) {
+    alarm(60);
+    setsid();
+    std::signal(SIGTERM, endPolitely);
+  }
+}
+
 }  // namespace
 
-/// target_program polite | stubborn | kill ROOT | run PROGRAM ARGUMENT...
+/// target_program polite | reborn | parent | stubborn | kill ROOT | run PROGRAM ARGUMENT...
 int main(int argc, char** argv) {
   const std::string_view role = argc > 1 ? argv[1] : "polite";
   if (role == "kill") return killBelow(argv[2]);
   std::signal(SIGTERM, role == "polite" ? endPolitely : SIG_IGN);
+  if (role == "reborn") std::signal(SIGTERM, endAndGoOn);
+  if (role == "parent") std::signal(SIGTERM, stayWithChild);
   if (write(1, "r", 1) != 1) return 1;
   if (role == "run") {
     std::signal(SIGTERM, SIG_DFL);
