@@ -202,7 +202,10 @@ void SpoolFolder::moveEntries(const PathEntry& spool) {
   auto dated = trash.value().opened(folder.value());
   if (!dated) return report_.failure(dated.error());
   for (const std::string& entry : entries.value()) {
-    if (stopRequested()) break;
+    if (stopRequested()) {
+      report_.failure(spool.path, "not finished: asked to stop");
+      break;
+    }
     const std::string path = spool.path + "/" + entry;
     const auto taken = dated.value().take(spool.self().descriptor.get(), entry, path,
                                           TrashName::ofItem(entry, surroundings_.now()));

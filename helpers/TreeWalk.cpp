@@ -35,6 +35,7 @@ void TreeWalk::walk(const PathEntry& top) {
       leave();
     }
   }
+  if (stopRequested()) report_.failure(top.path, "not finished: asked to stop");
 }
 
 void TreeWalk::visit(const FileStatus& folder, int descriptor, const FileStatus& status,

@@ -110,13 +110,6 @@ std::vector<std::string> registeredIn(const std::string& root, const std::string
   return paths;
 }
 
-std::optional<std::string> usersHome() {
-  UsersAndFolders& users = current().usersAndFolders;
-  if (users.userID() != 0) return users.homeDirectory();
-  const auto console = users.consoleUser();
-  return console ? users.homeDirectoryForUser(console) : std::nullopt;
-}
-
 }  // namespace
 
 std::string ApplicationBundle::identifier() const {
@@ -176,13 +169,15 @@ std::vector<std::string> applicationsInFolder(const std::string& folder) {
 }
 
 std::vector<std::string> applicationPaths(const std::string& root) {
-  const bool isRoot = current().usersAndFolders.userID() == 0;
+  UsersAndFolders& users = current().usersAndFolders;
+  const bool isRoot = users.userID() == 0;
   std::vector<std::string> paths = applicationsInFolder(root + "/Applications");
   append(paths, applicationsInFolder(root + "/Applications/Utilities"));
-  const auto home = usersHome();
+  // Root runs tools that lie inside of what is found here: nothing that an ordinary user can put in place.
+  const auto home = isRoot ? std::nullopt : std::optional(users.homeDirectory());
   if (home) append(paths, applicationsInFolder(root + *home + "/Applications"));
   append(paths, registeredIn(root, kApplicationRegistry, isRoot ? Trust::rootOnly : Trust::anybody));
-  if (home && !isRoot) append(paths, registeredIn(root, *home + kApplicationRegistry, Trust::anybody));
+  if (home) append(paths, registeredIn(root, *home + kApplicationRegistry, Trust::anybody));
   return paths;
 }
 

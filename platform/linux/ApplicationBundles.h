@@ -49,8 +49,8 @@ struct ApplicationBundle {
 [[nodiscard]] std::vector<std::string> applicationsInFolder(const std::string& folder);
 
 /// Where the applications of this computer are looked for, best first, the bundles' real paths below `root`:
-/// the local Applications folder, its Utilities, the Applications folder of the user (as root of the user at
-/// the console; with nobody there, none), and the registered ones.
+/// the local Applications folder, its Utilities, the Applications folder of the user, and the registered
+/// ones. Root looks into no user's folder: it runs tools that lie inside of applications.
 ///
 /// Applications elsewhere are registered in "/Library/Preferences/com.vordenworks.applications.plist", a
 /// dictionary whose key "Applications" holds an array of bundle paths; a process that is not root also reads

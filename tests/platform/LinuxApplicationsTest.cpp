@@ -96,13 +96,13 @@ TEST_F(LinuxApplicationsTest, LocalApplicationGoesBeforeTheUsersAndBothBeforeARe
   EXPECT_EQ(applications.pathForIdentifier(kCompressor4), local);
 }
 
-TEST_F(LinuxApplicationsTest, RootLooksIntoTheFolderOfTheConsoleUser) {
-  const auto bobs = bundle("Users/bob/Applications/Compressor.app", kCompressor4);
+TEST_F(LinuxApplicationsTest, RootTakesNoApplicationFromAUsersFolder) {
+  bundle("Users/bob/Applications/Compressor.app", kCompressor4);
   fake.users.user = 0;
   fake.users.console = "bob";
-  EXPECT_EQ(applications.pathForIdentifier(kCompressor4), bobs);
-  fake.users.console = std::nullopt;
   EXPECT_EQ(applications.pathForIdentifier(kCompressor4), std::nullopt);
+  const auto local = bundle("Applications/Compressor.app", kCompressor4);
+  EXPECT_EQ(applications.pathForIdentifier(kCompressor4), local);
 }
 
 TEST_F(LinuxApplicationsTest, RegistrationByAUserCountsForThatUserOnly) {
