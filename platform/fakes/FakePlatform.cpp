@@ -64,7 +64,7 @@ class FakeSubprocess : public platform::Subprocess {
   const std::string& launchPath() const override { return path_; }
   void launch() override {
     recorder_.add("run " + commandLine_);
-    if (run_.launchFailure) throw *run_.launchFailure;
+    if (run_.launchFailure) throw foundation::Exception(*run_.launchFailure);
     setRunning(true);
     if (run_.whenLaunched) run_.whenLaunched();
   }
@@ -408,9 +408,11 @@ Result<void> FakeWorkspace::recycle(const std::string& sourceFolder, const std::
                                     const std::vector<std::string>& names) {
   recorder_.add("recycle " + joined(sourceFolder + " -> " + trashFolder + ":", names));
   for (const std::string& name : names) {
-    if (!files_.exists(sourceFolder + "/" + name)) return systemError(ENOENT, sourceFolder + "/" + name);
+    const std::string from = foundation::appendingPathComponent(sourceFolder, name);
+    if (!files_.exists(from)) return systemError(ENOENT, from);
     files_.makeFolder(trashFolder);
-    if (auto moved = files_.move(sourceFolder + "/" + name, trashFolder + "/" + name); !moved) return moved;
+    if (auto moved = files_.move(from, foundation::appendingPathComponent(trashFolder, name)); !moved)
+      return moved;
   }
   return {};
 }
