@@ -67,8 +67,7 @@ std::uint32_t dosTime(std::int64_t seconds) {
 }
 
 std::string timestampField(std::int64_t seconds) {
-  using Limits = std::numeric_limits<std::int32_t>;
-  if (seconds < Limits::min() || seconds > Limits::max()) return {};
+  if (seconds < 0 || seconds > std::numeric_limits<std::int32_t>::max()) return {};
   Record field;
   field.put16(0x5455).put16(5).text("\x01").put32(static_cast<std::uint64_t>(seconds));
   return field.bytes();

@@ -24,7 +24,7 @@ struct ZipEntry {
 ///   without the mark: readers on Unix give back exactly these bytes, so nothing is altered or lost.
 /// - Modes, links among them, stand in the external attributes as Unix has them.
 /// - The time of modification stands in local time with two seconds' resolution, as the format asks, and
-///   exactly in an extended timestamp field if 32 bits can hold it.
+///   exactly in an extended timestamp field from 1970 to 2038; outside of this the field's readers disagree.
 /// - Zip64 fields are written where they are needed and nowhere else, because old readers know none.
 ///
 /// A failed write is remembered, everything after it does nothing: look at failure() now and then, and at the
