@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
@@ -97,20 +96,16 @@ struct Archiver {
   std::vector<std::string> command;
   fs::path archive;
   std::vector<double> seconds = {};
-  long memory = 0;
 
   void measure() {
     fs::remove(archive);
     ::sync();  // what was written before is not this run's to wait for
     const bench::Cost cost = bench::run(command);
     seconds.push_back(cost.wall.count());
-    memory = std::max(memory, cost.peakMemory);
   }
   [[nodiscard]] double median() const { return bench::median(seconds); }
   [[nodiscard]] double size() const { return static_cast<double>(fs::file_size(archive)); }
-  void print(const char* name) const {
-    std::printf("%-8s %8.3f s  %10.0f bytes  %6ld KiB of memory\n", name, median(), size(), memory);
-  }
+  void print(const char* name) const { std::printf("%-8s %8.3f s  %10.0f bytes\n", name, median(), size()); }
 };
 
 }  // namespace

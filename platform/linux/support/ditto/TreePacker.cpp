@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -154,7 +155,7 @@ bool TreePacker::packFile(int folder, const std::string& name) {
   const auto reading =
       line_.deflate(entryFor(status), file.get(), static_cast<std::uint64_t>(status.st_size));
   if (reading.failure == 0) return true;
-  const std::string reason = std::generic_category().message(reading.failure);
+  const std::string reason = std::strerror(reading.failure);
   return complain(reason + "; only the first " + std::to_string(reading.size) + " bytes are in the archive");
 }
 
