@@ -201,7 +201,7 @@ bool TreePacker::complain(const std::string& reason) const {
 }
 
 bool TreePacker::complain(int reason) const {
-  return complain(std::generic_category().message(reason));
+  return complain(std::strerror(reason));
 }
 
 }  // namespace ditto
