@@ -189,7 +189,7 @@ bool mayBeExecuted(const std::string& path) {
 }
 
 bool hasEquivalent(const std::string& path) {
-  return path == "/usr/sbin/scutil" || path == kOpener || path == kOwnerChanger;
+  return path == "/usr/sbin/scutil" || path == "/usr/bin/ditto" || path == kOpener || path == kOwnerChanger;
 }
 
 bool isSymbolicLink(const std::string& path) {
