@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "helpers/PathEntry.h"
+#include "helpers/Surroundings.h"
 
 namespace helpers {
 

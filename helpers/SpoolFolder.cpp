@@ -20,7 +20,7 @@ namespace {
 
 using foundation::Result;
 using foundation::systemError;
-using platform::Descriptor;
+using platform::UniqueDescriptor;
 
 constexpr std::chrono::milliseconds kBetweenLooks{10};
 constexpr std::size_t kLongestName = 255;
@@ -35,11 +35,11 @@ bool isVolumeTop(const PathEntry& folder) {
   return !folder.status().isSameVolume(folder.folder().status);
 }
 
-Descriptor openFolderForLock(int folder, const std::string& name) {
-  return Descriptor(openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+UniqueDescriptor openFolderForLock(int folder, const std::string& name) {
+  return UniqueDescriptor(openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
-bool lock(const Descriptor& folder) {
+bool lock(const UniqueDescriptor& folder) {
   return flock(folder.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
@@ -93,7 +93,7 @@ SpoolFolder::Outcome SpoolFolder::attempt(const PathEntry& spool) {
   const auto names = namesIn(spool.self().descriptor.get(), spool.path, 1);
   if (names && names.value().empty()) return Outcome::done;
   if (exchange_ == Exchange::avoid) return Outcome::impossible;
-  const Descriptor old = openFolderForLock(spool.self().descriptor.get(), ".");
+  const UniqueDescriptor old = openFolderForLock(spool.self().descriptor.get(), ".");
   if (!lock(old) && !patienceIsOver()) return Outcome::again;
   auto trash = TrashCan::open(surroundings_, report_, spool.levels, spool.levels.size() - 1);
   if (!trash) {
@@ -109,8 +109,8 @@ SpoolFolder::Outcome SpoolFolder::finishInterrupted(const PathEntry& spool) {
   const std::string name = nameWhileEmptying(spool.name());
   if (auto entry = openEntry(parent, name, name); !entry && entry.error().code == ENOENT)
     return Outcome::done;
-  const Descriptor left = openFolderForLock(parent, name);
-  if (!left.valid()) return errno == ENOENT ? Outcome::again : Outcome::impossible;
+  const UniqueDescriptor left = openFolderForLock(parent, name);
+  if (!left) return errno == ENOENT ? Outcome::again : Outcome::impossible;
   if (!lock(left)) return patienceIsOver() ? Outcome::impossible : Outcome::again;
   if (unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT) return Outcome::again;
   auto trash = TrashCan::open(surroundings_, report_, spool.levels, spool.levels.size() - 1);
@@ -134,16 +134,16 @@ SpoolFolder::Outcome SpoolFolder::exchange(const PathEntry& spool, TrashCan& tra
     return errno == EEXIST ? Outcome::again : Outcome::impossible;
   }
   step(Step::made);
-  const Descriptor fresh = openFolderForLock(parent, name);
-  if (!fresh.valid() || !lock(fresh)) return Outcome::again;  // another run took it for a left one
+  const UniqueDescriptor fresh = openFolderForLock(parent, name);
+  if (!fresh || !lock(fresh)) return Outcome::again;  // another run took it for a left one
   const Outcome outcome = exchangeWith(spool, fresh.get(), trash);
   if (outcome == Outcome::impossible) unlinkat(parent, name.c_str(), AT_REMOVEDIR);
   return outcome;
 }
 
 SpoolFolder::Outcome SpoolFolder::exchangeWith(const PathEntry& spool, int fresh, TrashCan& trash) {
-  const Descriptor old = openFolderForLock(spool.self().descriptor.get(), ".");
-  if (!old.valid()) return Outcome::impossible;
+  const UniqueDescriptor old = openFolderForLock(spool.self().descriptor.get(), ".");
+  if (!old) return Outcome::impossible;
   auto alike = copyOwnerModeAndAttributes(old.get(), spool.status(), fresh, spool.path);
   if (!alike) return Outcome::impossible;
   step(Step::prepared);

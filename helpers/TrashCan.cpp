@@ -15,7 +15,7 @@ namespace {
 
 using foundation::Result;
 using foundation::systemError;
-using platform::Descriptor;
+using platform::UniqueDescriptor;
 
 constexpr unsigned kMostNames = 100'000;
 constexpr uid_t kFirstPerson = 500;  // the first number that a Mac gives to a person
@@ -58,7 +58,7 @@ class ExactModes {
 };
 
 struct OpenFolder {
-  Descriptor descriptor;
+  UniqueDescriptor descriptor;
   FileStatus status;
 };
 
@@ -189,7 +189,7 @@ class TrashSearch {
   Result<PathEntry> home_;
 };
 
-TrashCan::TrashCan(Descriptor folder, FileStatus status, std::string path, Report& report)
+TrashCan::TrashCan(UniqueDescriptor folder, FileStatus status, std::string path, Report& report)
     : folder_(std::move(folder)), status_(status), path_(std::move(path)), report_(&report) {
   const long longest = fpathconf(folder_.get(), _PC_NAME_MAX);
   longestName_ = longest > 0 ? static_cast<std::size_t>(longest) : 255;

@@ -3,12 +3,15 @@
 #include <functional>
 #include <string>
 
-#include "helpers/PathEntry.h"
 #include "helpers/Report.h"
-#include "helpers/SafeRename.h"
+#include "helpers/Surroundings.h"
 #include "helpers/TrashName.h"
+#include "platform/linux/ExclusiveRename.h"
 
 namespace helpers {
+
+using platform::RenameFlags;
+using platform::renameWithoutReplacing;
 
 /// An open trash folder, and moving things into it. Nothing in it is ever replaced, also by several at once.
 class TrashCan {
@@ -46,14 +49,14 @@ class TrashCan {
   void onCopyMade(std::function<void()> onCopyMade) { onCopyMade_ = std::move(onCopyMade); }
 
  private:
-  TrashCan(platform::Descriptor folder, FileStatus status, std::string path, Report& report);
+  TrashCan(platform::UniqueDescriptor folder, FileStatus status, std::string path, Report& report);
   [[nodiscard]] foundation::Result<std::string> takeByCopy(int folder, const std::string& name,
                                                            const std::string& path, const TrashName& names);
   [[nodiscard]] foundation::Result<std::string> rename(int folder, const std::string& name,
                                                        const std::string& path, const TrashName& names);
   friend class TrashSearch;
 
-  platform::Descriptor folder_;
+  platform::UniqueDescriptor folder_;
   FileStatus status_;
   std::string path_;
   std::size_t longestName_;

@@ -18,16 +18,17 @@ namespace {
 
 using foundation::Result;
 using foundation::systemError;
-using platform::Descriptor;
+using platform::UniqueDescriptor;
 
 constexpr int kDeepest = 200;
 using Block = std::array<char, 65536>;
 
 /// Opens a file that was looked at by O_PATH for reading, if its name still leads to it.
-Result<Descriptor> openForReading(int folder, const std::string& name, const FileStatus& seen,
-                                  const std::string& path) {
-  Descriptor file(openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  if (!file.valid()) return systemError(errno, path);
+Result<UniqueDescriptor> openForReading(int folder, const std::string& name, const FileStatus& seen,
+                                        const std::string& path) {
+  UniqueDescriptor file(
+      openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!file) return systemError(errno, path);
   const auto status = statusOf(file.get(), path);
   if (!status) return status.error();
   if (!status.value().isSameFile(seen)) return errorWithReason(EBUSY, path, "changed while it was copied");
@@ -153,9 +154,9 @@ Result<void> copyRegularFile(int folder, const std::string& name, const FileStat
                              const std::string& toName, const std::string& path) {
   auto from = openForReading(folder, name, status, path);
   if (!from) return from.error();
-  const Descriptor to(
+  const UniqueDescriptor to(
       openat(toFolder, toName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!to.valid()) return systemError(errno, path);
+  if (!to) return systemError(errno, path);
   if (auto copied = copyBytes(from.value().get(), to.get(), path); !copied) return copied;
   return copyOwnerModeAndAttributes(from.value().get(), status, to.get(), path,
                                     CopiedRights::withoutPrivileges);
@@ -171,8 +172,8 @@ Result<void> copyOther(int from, const FileStatus& status, int toFolder, const s
 
 /// The folders: each file has been synced by itself.
 Result<void> syncVolumeOf(int folder, const std::string& path) {
-  const Descriptor readable(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!readable.valid() || syncfs(readable.get()) != 0) return systemError(errno, path);
+  const UniqueDescriptor readable(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!readable || syncfs(readable.get()) != 0) return systemError(errno, path);
   return {};
 }
 
@@ -219,7 +220,7 @@ Result<StagingFolder> StagingFolder::make(int parent, const std::string& name, c
 }
 
 StagingFolder::~StagingFolder() {
-  if (descriptor_.valid()) unlinkat(parent_, name_.c_str(), AT_REMOVEDIR);
+  if (descriptor_) unlinkat(parent_, name_.c_str(), AT_REMOVEDIR);
 }
 
 Result<void> VolumeCopy::copy(int fromFolder, const std::string& fromName, int toFolder,
@@ -255,11 +256,12 @@ Result<void> VolumeCopy::copyEntry(const Place& from, const Place& to, const std
 
 Result<void> VolumeCopy::copyFolder(int from, const FileStatus& status, const Place& to,
                                     const std::string& path, int depth) {
-  const Descriptor readable(openat(from, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!readable.valid()) return systemError(errno, path);
+  const UniqueDescriptor readable(openat(from, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!readable) return systemError(errno, path);
   if (mkdirat(to.folder, to.name.c_str(), 0700) != 0) return systemError(errno, path);
-  const Descriptor made(openat(to.folder, to.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!made.valid()) return systemError(errno, path);
+  const UniqueDescriptor made(
+      openat(to.folder, to.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!made) return systemError(errno, path);
   if (auto ours = requireOurs(made.get(), status.mode, path); !ours) return ours;
   const auto names = namesIn(from, path);
   if (!names) return names.error();
@@ -284,8 +286,8 @@ Result<void> VolumeCopy::compareEntry(const Place& from, const Place& to, const 
   if (!status.value().isRegular()) return {};
   auto originalFile = openForReading(from.folder, from.name, status.value(), path);
   if (!originalFile) return originalFile.error();
-  const Descriptor copyFile(openat(to.folder, to.name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  if (!copyFile.valid()) return systemError(errno, path);
+  const UniqueDescriptor copyFile(openat(to.folder, to.name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!copyFile) return systemError(errno, path);
   return compareBytes(originalFile.value().get(), copyFile.get(), path);
 }
 

@@ -4,9 +4,9 @@
 #include <map>
 #include <string>
 
-#include "helpers/PathEntry.h"
 #include "helpers/Report.h"
-#include "platform/linux/Descriptor.h"
+#include "helpers/Surroundings.h"
+#include "platform/posix/UniqueDescriptor.h"
 
 namespace helpers {
 
@@ -26,12 +26,12 @@ class StagingFolder {
   [[nodiscard]] int descriptor() const { return descriptor_.get(); }
 
  private:
-  StagingFolder(int parent, std::string name, platform::Descriptor descriptor)
+  StagingFolder(int parent, std::string name, platform::UniqueDescriptor descriptor)
       : parent_(parent), name_(std::move(name)), descriptor_(std::move(descriptor)) {}
 
   int parent_;
   std::string name_;
-  platform::Descriptor descriptor_;
+  platform::UniqueDescriptor descriptor_;
 };
 
 /// Moves an entry with all that is below it to another volume: copies, syncs, compares, gives the copy its

@@ -6,12 +6,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <random>
 
 #include "platform/foundation/Paths.h"
+#include "platform/linux/ExclusiveRename.h"
 #include "platform/linux/GuardedFolders.h"
-#include "platform/posix/TreeCopy.h"
+#include "platform/linux/TreeCopy.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
@@ -36,33 +36,12 @@ std::string shortened(std::string text, std::size_t length) {
   return text;
 }
 
-/// Moves without replacing on file systems that cannot do so in one step: a file gets its second name before
-/// it loses the first, a folder takes the place of an empty one of ours.
-int moveByPlaceholder(int from, const std::string& name, int to, const std::string& newName) {
-  struct stat status {};
-  if (::fstatat(from, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-  if (!S_ISDIR(status.st_mode)) {
-    if (::linkat(from, name.c_str(), to, newName.c_str(), 0) != 0) return errno;
-    return ::unlinkat(from, name.c_str(), 0) == 0 ? 0 : errno;
-  }
-  if (::mkdirat(to, newName.c_str(), 0700) != 0) return errno;
-  if (::renameat(from, name.c_str(), to, newName.c_str()) == 0) return 0;
-  const int reason = errno;
-  ::unlinkat(to, newName.c_str(), AT_REMOVEDIR);
-  return reason;
-}
-
-int moveOnce(int from, const std::string& name, int to, const std::string& newName) {
-  if (::renameat2(from, name.c_str(), to, newName.c_str(), RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return errno;
-  return moveByPlaceholder(from, name, to, newName);
-}
-
 /// Answers 0 or an errno value; EXDEV when the trash lies on another file system.
 int moveToFreeName(int from, const std::string& name, int trash) {
   for (int attempt = 1; attempt <= kMostAttempts; ++attempt) {
-    const int reason = moveOnce(from, name, trash, nameInTrash(name, attempt));
-    if (reason != EEXIST && reason != ENOTEMPTY) return reason;
+    const auto moved = renameWithoutReplacing(from, name, trash, nameInTrash(name, attempt), name);
+    if (moved) return 0;
+    if (moved.error().code != EEXIST) return moved.error().code;
   }
   return EEXIST;
 }

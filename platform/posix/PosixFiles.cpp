@@ -10,14 +10,14 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
 #include "platform/foundation/Paths.h"
 #include "platform/foundation/Text.h"
-#include "platform/posix/TreeCopy.h"
+#include "platform/linux/ExclusiveRename.h"
+#include "platform/linux/TreeCopy.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
@@ -149,16 +149,11 @@ bool takeOverAttributes(int descriptor, const struct stat& old) {
   return ::fchmod(descriptor, old.st_mode & 0777U) == 0;
 }
 
-/// rename(2) that replaces nothing; 0 or an errno value.
+/// 0 or an errno value.
 int renameExclusively(const Place& from, const Place& to) {
-  const char* const oldName = from.name.c_str();
-  const char* const newName = to.name.c_str();
-  if (::renameat2(from.folder.get(), oldName, to.folder.get(), newName, RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return errno;
-  // A file system that does not know the flag, or a folder moved into itself: look first, then rename.
-  struct stat status {};
-  if (::fstatat(to.folder.get(), newName, &status, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
-  return ::renameat(from.folder.get(), oldName, to.folder.get(), newName) == 0 ? 0 : errno;
+  const auto moved =
+      renameWithoutReplacing(from.folder.get(), from.name, to.folder.get(), to.name, from.name);
+  return moved ? 0 : moved.error().code;
 }
 
 /// A folder that only this process's account can enter, in which a copy is made before it appears under its

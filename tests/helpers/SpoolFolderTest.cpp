@@ -229,7 +229,7 @@ TEST_F(SpoolFolderTest, SeveralAtOnceLoseNothingAndLeaveNothingBehind) {
 
 TEST_F(SpoolFolderTest, AForeignLockOnlyDelaysTheWork) {
   volume_.makeFile(std::string(kSpool) + "/a");
-  const platform::Descriptor foreign(open(volume_.path(kSpool).c_str(), O_RDONLY | O_DIRECTORY));
+  const platform::UniqueDescriptor foreign(open(volume_.path(kSpool).c_str(), O_RDONLY | O_DIRECTORY));
   ASSERT_EQ(flock(foreign.get(), LOCK_EX), 0);
   spool_.setLockPatience(std::chrono::milliseconds(20));
   EXPECT_EQ(empty(), ExitStatus::done) << report_.text();

@@ -30,7 +30,7 @@ class VolumeCopyTest : public ::testing::Test {
 
   TestVolume volume_;
   Surroundings surroundings_;
-  platform::Descriptor target_;
+  platform::UniqueDescriptor target_;
   RecordedReport report_;
   VolumeCopy copy_{report_};
 };

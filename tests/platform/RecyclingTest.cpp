@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "platform/linux/GuardedFolders.h"
-#include "platform/posix/TreeCopy.h"
+#include "platform/linux/TreeCopy.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/TemporaryFolder.h"
 

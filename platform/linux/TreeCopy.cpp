@@ -1,4 +1,4 @@
-#include "platform/posix/TreeCopy.h"
+#include "platform/linux/TreeCopy.h"
 
 #include <dirent.h>
 #include <fcntl.h>

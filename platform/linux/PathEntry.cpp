@@ -1,4 +1,4 @@
-#include "helpers/PathEntry.h"
+#include "platform/linux/PathEntry.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -10,16 +10,15 @@
 #include <deque>
 #include <memory>
 
-#include "helpers/Report.h"
 #include "platform/foundation/Paths.h"
 
-namespace helpers {
+namespace platform {
 namespace {
 
 using foundation::Error;
+using foundation::errorWithReason;
 using foundation::Result;
 using foundation::systemError;
-using platform::Descriptor;
 
 constexpr int kMostLinks = 40;  // as many as the kernel follows
 
@@ -45,8 +44,8 @@ class PathWalk {
  public:
   PathWalk(std::string_view path, LastLink lastLink) : asked_(path), lastLink_(lastLink) { prepend(path); }
 
-  Result<PathEntry> walk(const Surroundings& surroundings) {
-    if (auto started = enterRoot(surroundings); !started) return started.error();
+  Result<PathEntry> walk(int root) {
+    if (auto started = enterRoot(root); !started) return started.error();
     while (!pending_.empty()) {
       const std::string component = std::move(pending_.front());
       pending_.pop_front();
@@ -57,15 +56,15 @@ class PathWalk {
   }
 
  private:
-  Result<void> enterRoot(const Surroundings& surroundings) {
-    Descriptor root(openat(surroundings.root.get(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!root.valid()) return systemError(errno, "/");
+  Result<void> enterRoot(int rootFolder) {
+    UniqueDescriptor root(openat(rootFolder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!root) return systemError(errno, "/");
     auto status = statusOf(root.get(), "/");
     if (!status) return status.error();
     const bool trusted = onlyRootCanWrite(status.value());
     levels_.clear();
     levels_.push_back(PathLevel{"", std::move(root), status.value(), trusted});
-    root_ = &surroundings;
+    root_ = rootFolder;
     return {};
   }
 
@@ -96,7 +95,7 @@ class PathWalk {
     const Result<std::string> target = linkTarget(link, asked_);
     if (!target) return target.error();
     prepend(target.value());
-    return target.value().starts_with('/') ? enterRoot(*root_) : Result<void>();
+    return target.value().starts_with('/') ? enterRoot(root_) : Result<void>();
   }
 
   void prepend(std::string_view path) {
@@ -118,7 +117,7 @@ class PathWalk {
   LastLink lastLink_;
   std::deque<std::string> pending_;
   std::vector<PathLevel> levels_;
-  const Surroundings* root_ = nullptr;
+  int root_ = -1;
   int followed_ = 0;
 };
 
@@ -156,15 +155,15 @@ Result<FileStatus> statusOf(int descriptor, std::string_view path) {
   return statusFrom(raw);
 }
 
-Result<Descriptor> openEntry(int folder, const std::string& name, std::string_view path, int flags) {
-  Descriptor opened(openat(folder, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC | flags));
-  if (!opened.valid()) return systemError(errno, path);
+Result<UniqueDescriptor> openEntry(int folder, const std::string& name, std::string_view path, int flags) {
+  UniqueDescriptor opened(openat(folder, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC | flags));
+  if (!opened) return systemError(errno, path);
   return opened;
 }
 
 Result<std::vector<std::string>> namesIn(int folder, std::string_view path, std::size_t most) {
-  Descriptor readable(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!readable.valid()) return systemError(errno, path);
+  UniqueDescriptor readable(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!readable) return systemError(errno, path);
   const std::unique_ptr<DIR, CloseFolder> stream(fdopendir(readable.get()));
   if (!stream) return systemError(errno, path);
   static_cast<void>(readable.release());  // the stream's from here on
@@ -180,14 +179,18 @@ Result<std::vector<std::string>> namesIn(int folder, std::string_view path, std:
   return names;
 }
 
-Result<PathEntry> locate(const Surroundings& surroundings, std::string_view path, LastLink lastLink) {
+Result<PathEntry> locate(int root, std::string_view path, LastLink lastLink) {
   if (!path.starts_with('/')) return errorWithReason(EINVAL, path, "not an absolute path");
   if (path.find('\0') != std::string_view::npos) return systemError(EINVAL, path);
-  return PathWalk(path, lastLink).walk(surroundings);
+  return PathWalk(path, lastLink).walk(root);
+}
+
+bool isTrustedOwner(uid_t user) {
+  return user == 0 || user == ::geteuid();
 }
 
 bool isMissing(const Error& error) {
   return error.code == ENOENT || error.code == ENOTDIR;
 }
 
-}  // namespace helpers
+}  // namespace platform
