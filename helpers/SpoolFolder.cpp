@@ -10,16 +10,19 @@
 #include <cstdio>
 #include <thread>
 
-#include "helpers/FileAttributes.h"
 #include "helpers/HelperProcess.h"
+#include "helpers/SpoolPlace.h"
 #include "helpers/ToolPath.h"
 #include "platform/foundation/Paths.h"
+#include "platform/linux/FileMetadata.h"
+#include "platform/linux/PrivateFolder.h"
 
 namespace helpers {
 namespace {
 
 using foundation::Result;
 using foundation::systemError;
+using platform::copyOwnerModeAndAttributes;
 using platform::UniqueDescriptor;
 
 constexpr std::chrono::milliseconds kBetweenLooks{10};
@@ -75,6 +78,10 @@ ExitStatus SpoolFolder::empty(const std::string& path) {
     if (!spool.value().status().isFolder()) {
       report_.failure(systemError(ENOTDIR, path));
       return report_.status();
+    }
+    if (!maySpoolBeEmptied(surroundings_, spool.value(), path)) {
+      report_.failure(path, "refused: neither a spool folder of Qmaster's nor the user's own");
+      return ExitStatus::refused;
     }
     const Outcome outcome = attempts < kMostAttempts ? attempt(spool.value()) : Outcome::impossible;
     if (outcome == Outcome::impossible) moveEntries(spool.value());
@@ -136,6 +143,11 @@ SpoolFolder::Outcome SpoolFolder::exchange(const PathEntry& spool, TrashCan& tra
   step(Step::made);
   const UniqueDescriptor fresh = openFolderForLock(parent, name);
   if (!fresh || !lock(fresh)) return Outcome::again;  // another run took it for a left one
+  // The name alone does not say that it is the folder that was made.
+  if (auto ours = platform::requireFreshFolder(fresh.get(), 0700, spool.path); !ours) {
+    report_.failure(ours.error());
+    return Outcome::done;
+  }
   const Outcome outcome = exchangeWith(spool, fresh.get(), trash);
   if (outcome == Outcome::impossible) unlinkat(parent, name.c_str(), AT_REMOVEDIR);
   return outcome;
@@ -196,8 +208,8 @@ void SpoolFolder::moveEntries(const PathEntry& spool) {
   if (entries.value().empty()) return;
   auto trash = TrashCan::open(surroundings_, report_, spool.levels, spool.levels.size());
   if (!trash) return report_.failure(trash.error());
-  const auto folder =
-      trash.value().makeFolder(TrashName::ofContents(spool.name(), surroundings_.now()), spool.status());
+  const auto folder = trash.value().makeFolder(TrashName::ofContents(spool.name(), surroundings_.now()),
+                                               spool.status(), [this] { step(Step::made); });
   if (!folder) return report_.failure(folder.error());
   auto dated = trash.value().opened(folder.value());
   if (!dated) return report_.failure(dated.error());

@@ -31,15 +31,6 @@ bool onlyRootCanWrite(const FileStatus& folder) {
   return (folder.mode & S_IWGRP) == 0 || (folder.mode & S_ISVTX) != 0;
 }
 
-Result<std::string> linkTarget(int link, std::string_view path) {
-  std::string target(4096, '\0');
-  const ssize_t length = readlinkat(link, "", target.data(), target.size());
-  if (length < 0) return systemError(errno, path);
-  if (static_cast<std::size_t>(length) == target.size()) return systemError(ENAMETOOLONG, path);
-  target.resize(static_cast<std::size_t>(length));
-  return target;
-}
-
 class PathWalk {
  public:
   PathWalk(std::string_view path, LastLink lastLink) : asked_(path), lastLink_(lastLink) { prepend(path); }
@@ -92,7 +83,7 @@ class PathWalk {
       return errorWithReason(EPERM, asked_, "refused: it leads through a symbolic link that is not root's");
     }
     if (++followed_ > kMostLinks) return systemError(ELOOP, asked_);
-    const Result<std::string> target = linkTarget(link, asked_);
+    const Result<std::string> target = targetOfLink(link, asked_);
     if (!target) return target.error();
     prepend(target.value());
     return target.value().starts_with('/') ? enterRoot(root_) : Result<void>();
@@ -139,6 +130,8 @@ FileStatus statusFrom(const struct statx& raw) {
   status.links = raw.stx_nlink;
   status.size = raw.stx_size;
   status.representedDevice = makedev(raw.stx_rdev_major, raw.stx_rdev_minor);
+  status.blocks = raw.stx_blocks;
+  status.accessed = timeOf(raw.stx_atime);
   status.modified = timeOf(raw.stx_mtime);
   status.changed = timeOf(raw.stx_ctime);
   return status;
@@ -159,6 +152,15 @@ Result<UniqueDescriptor> openEntry(int folder, const std::string& name, std::str
   UniqueDescriptor opened(openat(folder, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC | flags));
   if (!opened) return systemError(errno, path);
   return opened;
+}
+
+Result<std::string> targetOfLink(int link, std::string_view path) {
+  std::string target(4096, '\0');
+  const ssize_t length = readlinkat(link, "", target.data(), target.size());
+  if (length < 0) return systemError(errno, path);
+  if (static_cast<std::size_t>(length) == target.size()) return systemError(ENAMETOOLONG, path);
+  target.resize(static_cast<std::size_t>(length));
+  return target;
 }
 
 Result<std::vector<std::string>> namesIn(int folder, std::string_view path, std::size_t most) {

@@ -26,6 +26,8 @@ struct FileStatus {
   std::uint64_t links = 0;
   std::uint64_t size = 0;
   std::uint64_t representedDevice = 0;  ///< of a device file, as makedev(3) forms it
+  std::uint64_t blocks = 0;             ///< of 512 bytes; fewer than the size needs where there are holes
+  timespec accessed{};
   timespec modified{};
   timespec changed{};
 
@@ -53,6 +55,9 @@ struct FileStatus {
 /// Opens one entry of an open folder without following it: O_PATH and O_NOFOLLOW, and `flags`.
 [[nodiscard]] foundation::Result<UniqueDescriptor> openEntry(int folder, const std::string& name,
                                                              std::string_view path, int flags = 0);
+
+/// What a symbolic link leads to that is open with O_PATH.
+[[nodiscard]] foundation::Result<std::string> targetOfLink(int link, std::string_view path);
 
 /// The names in an open folder, "." and ".." left out. `most` limits how many are read; 0 reads all.
 [[nodiscard]] foundation::Result<std::vector<std::string>> namesIn(int folder, std::string_view path,

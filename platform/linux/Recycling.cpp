@@ -1,18 +1,12 @@
 #include "platform/linux/Recycling.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <random>
 
 #include "platform/foundation/Paths.h"
 #include "platform/linux/ExclusiveRename.h"
 #include "platform/linux/GuardedFolders.h"
 #include "platform/linux/TreeCopy.h"
-#include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
 namespace {
@@ -46,56 +40,17 @@ int moveToFreeName(int from, const std::string& name, int trash) {
   return EEXIST;
 }
 
-/// A folder in the trash that only this process can enter; gone with the object, and all that is still in it.
-class StagingFolder {
- public:
-  explicit StagingFolder(int trash) : trash_(trash), name_(".quillmend-" + std::to_string(randomNumber())) {
-    if (::mkdirat(trash, name_.c_str(), 0700) != 0) return;
-    made_ = true;
-    folder_.reset(::openat(trash, name_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat status {};
-    const bool isOurs = folder_ && ::fstat(folder_.get(), &status) == 0 && status.st_uid == ::geteuid();
-    if (isOurs && (status.st_mode & 077U) == 0) return;
-    folder_.reset();
-    errno = EPERM;
-  }
-  ~StagingFolder() {
-    if (made_ && folder_ && !content_.empty()) static_cast<void>(removeItem(folder_.get(), content_));
-    if (made_) ::unlinkat(trash_, name_.c_str(), AT_REMOVEDIR);
-  }
-  StagingFolder(const StagingFolder&) = delete;
-  StagingFolder& operator=(const StagingFolder&) = delete;
-
-  [[nodiscard]] int descriptor() const { return folder_.get(); }
-  void willHold(const std::string& name) { content_ = name; }
-
- private:
-  static unsigned randomNumber() { return std::random_device()(); }
-
-  int trash_;
-  std::string name_;
-  std::string content_;
-  bool made_ = false;
-  UniqueDescriptor folder_;
-};
-
-Result<void> moveByCopy(int from, const std::string& name, int trash) {
-  StagingFolder staging(trash);
-  if (staging.descriptor() < 0) return systemError(errno, name);
-  staging.willHold(name);
-  auto copied = copyItem(from, name, staging.descriptor());
-  if (!copied) return copied.error();
-  if (const int reason = moveToFreeName(staging.descriptor(), name, trash); reason != 0) {
-    return systemError(reason, name);
-  }
-  if (::fsync(trash) != 0) return systemError(errno, name);
-  return removeCopied(from, copied.value());
+Result<void> moveToOtherFileSystem(int from, const std::string& name, int trash) {
+  return moveByCopy(from, name, trash, name, [trash](int folder, const std::string& copy) -> Result<void> {
+    const int reason = moveToFreeName(folder, copy, trash);
+    return reason == 0 ? Result<void>() : systemError(reason, copy);
+  });
 }
 
 Result<void> recycleItem(int source, const std::string& name, int trash) {
   if (!isItemName(name)) return systemError(EINVAL, name);
   const int reason = moveToFreeName(source, name, trash);
-  if (reason == EXDEV) return moveByCopy(source, name, trash);
+  if (reason == EXDEV) return moveToOtherFileSystem(source, name, trash);
   if (reason != 0) return systemError(reason, name);
   return {};
 }

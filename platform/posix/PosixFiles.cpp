@@ -156,43 +156,11 @@ int renameExclusively(const Place& from, const Place& to) {
   return moved ? 0 : moved.error().code;
 }
 
-/// A folder that only this process's account can enter, in which a copy is made before it appears under its
-/// name; removed with what is left in it.
-class PrivateFolder {
- public:
-  explicit PrivateFolder(const UniqueDescriptor& parent) : parent_(parent), name_(temporaryName()) {
-    if (::mkdirat(parent_.get(), name_.c_str(), 0700) != 0) return;
-    folder_.reset(::openat(parent_.get(), name_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  }
-  ~PrivateFolder() {
-    if (folder_) static_cast<void>(removeItem(parent_.get(), name_));
-  }
-  PrivateFolder(const PrivateFolder&) = delete;
-  PrivateFolder& operator=(const PrivateFolder&) = delete;
-
-  [[nodiscard]] bool isOpen() const { return static_cast<bool>(folder_); }
-  [[nodiscard]] Place placeFor(const std::string& name) const {
-    return {UniqueDescriptor(::fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0)), name};
-  }
-
- private:
-  const UniqueDescriptor& parent_;
-  const std::string name_;
-  UniqueDescriptor folder_;
-};
-
 Result<void> moveAcrossFileSystems(const Place& from, const Place& to, const std::string& path) {
-  const PrivateFolder folder(to.folder);
-  if (!folder.isOpen()) return systemError(errno, path);
-  const Place copy = folder.placeFor(from.name);
-  auto copied = copyItem(from.folder.get(), from.name, copy.folder.get());
-  if (!copied) return systemError(copied.error().code, path);
-  if (const int reason = renameExclusively(copy, to); reason != 0) return systemError(reason, path);
-  ::fsync(to.folder.get());
-  if (auto removed = removeCopied(from.folder.get(), copied.value()); !removed) {
-    return systemError(removed.error().code, path);
-  }
-  return {};
+  return moveByCopy(from.folder.get(), from.name, to.folder.get(), path,
+                    [&](int folder, const std::string& name) {
+                      return renameWithoutReplacing(folder, name, to.folder.get(), to.name, path);
+                    });
 }
 
 }  // namespace
