@@ -13,6 +13,7 @@
 #include "platform/linux/LinuxApplications.h"
 #include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxDesktopApplication.h"
+#include "platform/linux/LinuxFiles.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
 #include "platform/linux/LinuxMainThread.h"
@@ -23,7 +24,6 @@
 #include "platform/linux/LinuxUsersAndFolders.h"
 #include "platform/linux/LinuxWorkspace.h"
 #include "platform/linux/SudoAuthorization.h"
-#include "platform/posix/PosixFiles.h"
 
 namespace platform {
 namespace {
@@ -49,8 +49,8 @@ struct LinuxPlatform {
   LinuxClock clock;
   LinuxMainThread mainThread;
   LinuxUsersAndFolders usersAndFolders;
-  PosixFileQueries fileQueries;
-  PosixFileChanges fileChanges;
+  LinuxFileQueries fileQueries;
+  LinuxFileChanges fileChanges;
   LibplistPropertyLists propertyLists;
   LinuxMainBundle mainBundle{fileQueries, propertyLists};
   LinuxProcessInformation processInformation{fileQueries, propertyLists};
