@@ -11,9 +11,10 @@
 
 #include "platform/foundation/Paths.h"
 #include "platform/foundation/Text.h"
+#include "platform/linux/ExclusiveRename.h"
 #include "platform/linux/GuardedFolders.h"
+#include "platform/linux/TreeCopy.h"
 #include "platform/posix/RegularFile.h"
-#include "platform/posix/TreeCopy.h"
 
 namespace platform {
 namespace {
@@ -132,68 +133,18 @@ bool giveToFoldersOwner(int descriptor, int folder) {
   return around.st_uid == 0 || giveTo(descriptor, around.st_uid, around.st_gid);
 }
 
-/// rename(2) that replaces nothing; 0 or an errno value.
+/// 0 or an errno value.
 int renameExclusively(const Place& from, const Place& to) {
-  const char* const oldName = from.name.c_str();
-  const char* const newName = to.name.c_str();
-  if (::renameat2(from.folder.get(), oldName, to.folder.get(), newName, RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return errno;
-  // A file system that does not know the flag, or a folder moved into itself: look first, then rename.
-  struct stat status {};
-  if (::fstatat(to.folder.get(), newName, &status, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
-  return ::renameat(from.folder.get(), oldName, to.folder.get(), newName) == 0 ? 0 : errno;
+  const auto moved =
+      renameWithoutReplacing(from.folder.get(), from.name, to.folder.get(), to.name, from.name);
+  return moved ? 0 : moved.error().code;
 }
 
-/// A folder that only this process's account can enter, in which a copy is made before it appears under its
-/// name; gone with the object, and what is left of the copy in it.
-class PrivateFolder {
- public:
-  PrivateFolder(const Place& target, std::string content)
-      : parent_(target.folder), name_(temporaryName()), content_(std::move(content)) {
-    if (::mkdirat(parent_.get(), name_.c_str(), 0700) != 0) return;
-    isMade_ = true;
-    UniqueDescriptor folder(
-        ::openat(parent_.get(), name_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat status {};
-    if (!folder || ::fstat(folder.get(), &status) != 0) return;
-    // Who controls the folder around it may have put another one in its place.
-    const bool isPrivate = status.st_uid == ::geteuid() && (status.st_mode & 077U) == 0;
-    const bool isFree = ::fstatat(folder.get(), content_.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0;
-    errno = EPERM;
-    if (isPrivate && isFree) folder_ = std::move(folder);
-  }
-  ~PrivateFolder() {
-    if (folder_) static_cast<void>(removeItem(folder_.get(), content_));
-    if (isMade_) ::unlinkat(parent_.get(), name_.c_str(), AT_REMOVEDIR);
-  }
-  PrivateFolder(const PrivateFolder&) = delete;
-  PrivateFolder& operator=(const PrivateFolder&) = delete;
-
-  [[nodiscard]] bool isOpen() const { return static_cast<bool>(folder_); }
-  [[nodiscard]] int descriptor() const { return folder_.get(); }
-  [[nodiscard]] Place place() const {
-    return {UniqueDescriptor(::fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0)), content_};
-  }
-
- private:
-  const UniqueDescriptor& parent_;
-  const std::string name_;
-  const std::string content_;
-  UniqueDescriptor folder_;
-  bool isMade_ = false;
-};
-
 Result<void> moveAcrossFileSystems(const Place& from, const Place& to, const std::string& path) {
-  const PrivateFolder folder(to, from.name);
-  if (!folder.isOpen()) return systemError(errno, path);
-  auto copied = copyItem(from.folder.get(), from.name, folder.descriptor());
-  if (!copied) return systemError(copied.error().code, path);
-  if (const int reason = renameExclusively(folder.place(), to); reason != 0) return systemError(reason, path);
-  ::fsync(to.folder.get());
-  if (auto removed = removeCopied(from.folder.get(), copied.value()); !removed) {
-    return systemError(removed.error().code, path);
-  }
-  return {};
+  return moveByCopy(from.folder.get(), from.name, to.folder.get(), path,
+                    [&](int folder, const std::string& name) {
+                      return renameWithoutReplacing(folder, name, to.folder.get(), to.name, path);
+                    });
 }
 
 /// Puts a file in the place of what lies there, `old` where that is a file. What replaces a file may be as
