@@ -7,7 +7,11 @@
 #include "platform/Clock.h"
 #include "platform/DesktopApplication.h"
 #include "platform/FileAttributes.h"
+#include "platform/FileBrowser.h"
+#include "platform/FileOperations.h"
+#include "platform/FileReferences.h"
 #include "platform/Files.h"
+#include "platform/FolderQueries.h"
 #include "platform/MainBundle.h"
 #include "platform/MainThread.h"
 #include "platform/Notifications.h"
@@ -31,6 +35,10 @@ struct Platform {
   FileQueries& fileQueries;
   FileChanges& fileChanges;
   FileAttributes& fileAttributes;
+  FolderQueries& folderQueries;
+  FileReferences& fileReferences;
+  FileOperations& fileOperations;
+  FileBrowser& fileBrowser;
   Subprocesses& subprocesses;
   Applications& applications;
   Workspace& workspace;

@@ -400,6 +400,55 @@ Result<void> FakeFileAttributes::setFinderInformation(const std::string& path,
   return {};
 }
 
+Result<platform::FSRef> FakeFileReferences::reference(const std::string& path) {
+  if (!files_.exists(path)) return systemError(ENOENT, path);
+  paths.push_back(path);
+  platform::FSRef reference;
+  reference.hidden[0] = static_cast<std::uint8_t>(paths.size());
+  return reference;
+}
+
+Result<std::string> FakeFileReferences::path(const platform::FSRef& reference) {
+  const std::size_t number = reference.hidden[0];
+  if (number == 0 || number > paths.size()) return systemError(ENOENT, "");
+  return paths[number - 1];
+}
+
+platform::FileOperationRef FakeFileOperations::create() {
+  recorder_.add("create operation");
+  operation = std::make_shared<platform::FileOperation>();
+  return operation;
+}
+
+platform::OSStatus FakeFileOperations::scheduleOnMainThread(const platform::FileOperationRef&) {
+  recorder_.add("schedule operation");
+  return scheduling;
+}
+
+platform::OSStatus FakeFileOperations::unscheduleFromMainThread(const platform::FileOperationRef&) {
+  recorder_.add("unschedule operation");
+  return unscheduling;
+}
+
+platform::OSStatus FakeFileOperations::copyObject(
+    const platform::FileOperationRef&, const std::string& source, const std::string& destinationFolder,
+    const std::string& destinationName, std::chrono::nanoseconds statusInterval, StatusCallback newCallback) {
+  recorder_.add("copy " + source + " -> " + destinationFolder + " / " + destinationName + " every " +
+                describeDuration(statusInterval));
+  callback = std::move(newCallback);
+  return beginning;
+}
+
+platform::OSStatus FakeFileOperations::cancel(const platform::FileOperationRef&) {
+  recorder_.add("cancel operation");
+  return platform::noErr;
+}
+
+platform::OSStatus FakeFileBrowser::itemChanged(const std::string& path) {
+  recorder_.add("file browser " + path);
+  return answer;
+}
+
 std::shared_ptr<platform::Subprocess> FakeSubprocesses::create(platform::SubprocessOptions options) {
   created.push_back(options);
   const std::string commandLine = joined(options.launchPath, options.arguments);
@@ -421,6 +470,11 @@ std::optional<std::string> FakeApplications::pathForIdentifier(const std::string
   const auto found = paths.find(identifier);
   if (found == paths.end()) return std::nullopt;
   return found->second;
+}
+
+platform::OSStatus FakeApplications::registerApplication(const std::string& path) {
+  recorder_.add("register " + path);
+  return registration;
 }
 
 std::vector<std::string> FakeApplications::launchedIdentifiers() {
@@ -624,6 +678,10 @@ FakePlatform::FakePlatform()
                 files,
                 files,
                 fileAttributes,
+                folderQueries,
+                fileReferences,
+                fileOperations,
+                fileBrowser,
                 subprocesses,
                 applications,
                 workspace,

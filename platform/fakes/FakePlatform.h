@@ -16,6 +16,7 @@
 #include "platform/Platform.h"
 #include "platform/foundation/Exception.h"
 #include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxFolderQueries.h"
 #include "platform/posix/PosixFiles.h"
 
 /// A platform for tests: it does nothing to the system and records every call, in order, as one line of text.
@@ -208,6 +209,72 @@ class FakeFileAttributes : public platform::FileAttributes {
   RootedFiles& files_;
 };
 
+/// Folders of the files, as they are.
+class FakeFolderQueries : public platform::FolderQueries {
+ public:
+  explicit FakeFolderQueries(RootedFiles& files) : files_(files) {}
+  foundation::Result<std::vector<platform::FolderEntry>> entries(const std::string& path) override {
+    return queries_.entries(files_.real(path));
+  }
+  std::uint64_t totalSize(const std::string& path) override { return queries_.totalSize(files_.real(path)); }
+  std::optional<platform::ItemIdentity> identity(const std::string& path) override {
+    return queries_.identity(files_.real(path));
+  }
+
+ private:
+  RootedFiles& files_;
+  platform::LinuxFolderQueries queries_;
+};
+
+/// References that know of every move that they are told of.
+class FakeFileReferences : public platform::FileReferences {
+ public:
+  explicit FakeFileReferences(RootedFiles& files) : files_(files) {}
+  foundation::Result<platform::FSRef> reference(const std::string& path) override;
+  foundation::Result<std::string> path(const platform::FSRef& reference) override;
+
+  /// Where each item that was referred to is now, in the order of the references.
+  std::vector<std::string> paths;
+
+ private:
+  RootedFiles& files_;
+};
+
+/// Records "create operation", "schedule operation", "unschedule operation", "cancel operation" and
+/// "copy SOURCE -> FOLDER / NAME every 1s"; the test calls the callback.
+class FakeFileOperations : public platform::FileOperations {
+ public:
+  explicit FakeFileOperations(Recorder& recorder) : recorder_(recorder) {}
+  platform::FileOperationRef create() override;
+  platform::OSStatus scheduleOnMainThread(const platform::FileOperationRef& operation) override;
+  platform::OSStatus unscheduleFromMainThread(const platform::FileOperationRef& operation) override;
+  platform::OSStatus copyObject(const platform::FileOperationRef& operation, const std::string& source,
+                                const std::string& destinationFolder, const std::string& destinationName,
+                                std::chrono::nanoseconds statusInterval, StatusCallback callback) override;
+  platform::OSStatus cancel(const platform::FileOperationRef& operation) override;
+
+  platform::OSStatus scheduling = platform::noErr;
+  platform::OSStatus unscheduling = platform::noErr;
+  platform::OSStatus beginning = platform::noErr;
+  StatusCallback callback;
+  platform::FileOperationRef operation;
+
+ private:
+  Recorder& recorder_;
+};
+
+/// Records "file browser PATH".
+class FakeFileBrowser : public platform::FileBrowser {
+ public:
+  explicit FakeFileBrowser(Recorder& recorder) : recorder_(recorder) {}
+  platform::OSStatus itemChanged(const std::string& path) override;
+
+  platform::OSStatus answer = platform::noErr;
+
+ private:
+  Recorder& recorder_;
+};
+
 /// What a fake tool does.
 struct ToolRun {
   int status = 0;
@@ -247,10 +314,13 @@ class FakeApplications : public platform::Applications {
  public:
   explicit FakeApplications(Recorder& recorder) : recorder_(recorder) {}
   std::optional<std::string> pathForIdentifier(const std::string& identifier) override;
+  /// Records "register PATH" and answers `registration`.
+  platform::OSStatus registerApplication(const std::string& path) override;
   std::vector<std::string> launchedIdentifiers() override;
   std::optional<foundation::PropertyList> askToQuit(const std::string& applicationName) override;
 
   std::map<std::string, std::string> paths;
+  platform::OSStatus registration = platform::noErr;
   /// What each question for the running applications is answered, in turn; the last answer stays.
   std::deque<std::vector<std::string>> launched;
   std::optional<foundation::PropertyList> quitError;
@@ -496,6 +566,10 @@ class FakePlatform {
   FakeUserInterfaceEvents userInterfaceEvents{recorder, clock};
   FakeUsersAndFolders users{recorder};
   FakeFileAttributes fileAttributes{recorder, files};
+  FakeFolderQueries folderQueries{files};
+  FakeFileReferences fileReferences{files};
+  FakeFileOperations fileOperations{recorder};
+  FakeFileBrowser fileBrowser{recorder};
   FakeSubprocesses subprocesses{recorder, files};
   FakeApplications applications{recorder};
   FakeWorkspace workspace{recorder, files};

@@ -1,16 +1,14 @@
 #include "platform/linux/LinuxFileCopies.h"
 
 #include <fcntl.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 
 #include "platform/foundation/Paths.h"
-#include "platform/foundation/Text.h"
+#include "platform/linux/TemporaryName.h"
 #include "platform/posix/TreeCopy.h"
 #include "platform/posix/UniqueDescriptor.h"
 
@@ -25,15 +23,6 @@ Result<UniqueDescriptor> openParent(const std::string& path) {
   UniqueDescriptor folder(::open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder) return systemError(errno, path);
   return folder;
-}
-
-/// Nobody can guess it and occupy it beforehand.
-std::string temporaryName() {
-  std::array<unsigned char, 12> bytes{};
-  if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) return {};
-  std::string name = ".quillmend.";
-  for (const unsigned char byte : bytes) name += foundation::stringWithFormat("%02x", unsigned{byte});
-  return name;
 }
 
 /// A folder beside the destination that only this process's account can enter; gone with the object, and all
@@ -74,7 +63,7 @@ int renameExclusively(int from, const std::string& name, int to, const std::stri
 
 }  // namespace
 
-Result<void> copyToPath(const std::string& from, const std::string& to) {
+Result<void> copyToPath(const std::string& from, const std::string& to, const CopyObserver& observer) {
   const std::string name = foundation::lastPathComponent(from);
   const std::string newName = foundation::lastPathComponent(to);
   auto source = openParent(from);
@@ -82,6 +71,7 @@ Result<void> copyToPath(const std::string& from, const std::string& to) {
   auto target = openParent(to);
   if (!target) return target.error();
   if (isTaken(target.value().get(), newName)) return systemError(EEXIST, to);
+  if (observer && !observer({0, 0, from})) return systemError(ECANCELED, from);
   const CopyFolder folder(target.value().get());
   if (!folder.isOpen()) return systemError(errno, to);
   if (auto copied = copyItem(source.value().get(), name, folder.descriptor()); !copied) {

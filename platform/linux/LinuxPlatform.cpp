@@ -14,6 +14,10 @@
 #include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxDesktopApplication.h"
 #include "platform/linux/LinuxFileAttributes.h"
+#include "platform/linux/LinuxFileBrowser.h"
+#include "platform/linux/LinuxFileOperations.h"
+#include "platform/linux/LinuxFileReferences.h"
+#include "platform/linux/LinuxFolderQueries.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
 #include "platform/linux/LinuxMainThread.h"
@@ -55,6 +59,10 @@ struct LinuxPlatform {
   PosixFileQueries fileQueries;
   PosixFileChanges fileChanges;
   LinuxFileAttributes fileAttributes;
+  LinuxFolderQueries folderQueries;
+  LinuxFileReferences fileReferences;
+  LinuxFileOperations fileOperations{mainThread, clock};
+  LinuxFileBrowser fileBrowser;
   LibplistPropertyLists propertyLists;
   LinuxMainBundle mainBundle{fileQueries, propertyLists};
   LinuxProcessInformation processInformation{fileQueries, propertyLists};
@@ -79,6 +87,10 @@ struct LinuxPlatform {
                     fileQueries,
                     fileChanges,
                     fileAttributes,
+                    folderQueries,
+                    fileReferences,
+                    fileOperations,
+                    fileBrowser,
                     subprocesses,
                     applications,
                     workspace,

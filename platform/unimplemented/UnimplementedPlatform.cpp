@@ -11,6 +11,10 @@ struct UnimplementedPlatform {
   UnimplementedFileQueries fileQueries;
   UnimplementedFileChanges fileChanges;
   UnimplementedFileAttributes fileAttributes;
+  UnimplementedFolderQueries folderQueries;
+  UnimplementedFileReferences fileReferences;
+  UnimplementedFileOperations fileOperations;
+  UnimplementedFileBrowser fileBrowser;
   UnimplementedSubprocesses subprocesses;
   UnimplementedApplications applications;
   UnimplementedWorkspace workspace;
@@ -34,6 +38,10 @@ struct UnimplementedPlatform {
                     fileQueries,
                     fileChanges,
                     fileAttributes,
+                    folderQueries,
+                    fileReferences,
+                    fileOperations,
+                    fileBrowser,
                     subprocesses,
                     applications,
                     workspace,

@@ -98,6 +98,38 @@ class UnimplementedFileAttributes : public FileAttributes {
   }
 };
 
+class UnimplementedFolderQueries : public FolderQueries {
+ public:
+  foundation::Result<std::vector<FolderEntry>> entries(const std::string& path) override {
+    return notImplemented(path);
+  }
+  std::uint64_t totalSize(const std::string&) override { return 0; }
+  std::optional<ItemIdentity> identity(const std::string&) override { return {}; }
+};
+
+class UnimplementedFileReferences : public FileReferences {
+ public:
+  foundation::Result<FSRef> reference(const std::string& path) override { return notImplemented(path); }
+  foundation::Result<std::string> path(const FSRef&) override { return notImplemented(); }
+};
+
+class UnimplementedFileOperations : public FileOperations {
+ public:
+  FileOperationRef create() override { return nullptr; }
+  OSStatus scheduleOnMainThread(const FileOperationRef&) override { return ioErr; }
+  OSStatus unscheduleFromMainThread(const FileOperationRef&) override { return ioErr; }
+  OSStatus copyObject(const FileOperationRef&, const std::string&, const std::string&, const std::string&,
+                      std::chrono::nanoseconds, StatusCallback) override {
+    return ioErr;
+  }
+  OSStatus cancel(const FileOperationRef&) override { return ioErr; }
+};
+
+class UnimplementedFileBrowser : public FileBrowser {
+ public:
+  OSStatus itemChanged(const std::string&) override { return ioErr; }
+};
+
 /// A child that cannot be launched.
 class UnimplementedSubprocess : public Subprocess {
  public:
@@ -131,6 +163,7 @@ class UnimplementedSubprocesses : public Subprocesses {
 class UnimplementedApplications : public Applications {
  public:
   std::optional<std::string> pathForIdentifier(const std::string&) override { return {}; }
+  OSStatus registerApplication(const std::string&) override { return ioErr; }
   std::vector<std::string> launchedIdentifiers() override { return {}; }
   std::optional<foundation::PropertyList> askToQuit(const std::string& applicationName) override {
     return foundation::PropertyList::Dictionary{
