@@ -49,16 +49,27 @@ std::string pathOf(const UniqueDescriptor& item) {
   return "/proc/self/fd/" + std::to_string(item.get());
 }
 
-/// Answers nothing where the file system does not tell.
+/// Opens the item itself, if it is one that opening does nothing to.
+UniqueDescriptor openForFlags(const UniqueDescriptor& item) {
+  struct stat status {};
+  if (::fstat(item.get(), &status) != 0) return {};
+  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+    errno = EOPNOTSUPP;
+    return {};
+  }
+  return UniqueDescriptor(::open(pathOf(item).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+}
+
 bool isImmutableItself(const UniqueDescriptor& item) {
   struct statx status {};
   if (::statx(item.get(), "", AT_EMPTY_PATH, 0, &status) != 0) return false;
-  return (status.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
-}
-
-bool canBeImmutable(const UniqueDescriptor& item) {
-  struct stat status {};
-  return ::fstat(item.get(), &status) == 0 && (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode));
+  if ((status.stx_attributes_mask & STATX_ATTR_IMMUTABLE) != 0) {
+    return (status.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
+  }
+  // A file system that does not tell statx may still have the flag.
+  const UniqueDescriptor opened = openForFlags(item);
+  int flags = 0;
+  return opened && ::ioctl(opened.get(), FS_IOC_GETFLAGS, &flags) == 0 && (flags & FS_IMMUTABLE_FL) != 0;
 }
 
 std::string attributeName(const UniqueDescriptor& item) {
@@ -83,9 +94,7 @@ Result<void> LinuxFileAttributes::setImmutable(const std::string& path, Immutabl
   const auto item = holdForChanging(path);
   if (!item) return item.error();
   if (isImmutableItself(item.value()) == (immutable == Immutable::yes)) return {};
-  if (!canBeImmutable(item.value())) return systemError(EOPNOTSUPP, path);
-  const UniqueDescriptor opened(
-      ::open(pathOf(item.value()).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  const UniqueDescriptor opened = openForFlags(item.value());
   int flags = 0;
   if (!opened || ::ioctl(opened.get(), FS_IOC_GETFLAGS, &flags) != 0) return systemError(errno, path);
   const int changed = immutable == Immutable::yes ? flags | FS_IMMUTABLE_FL : flags & ~FS_IMMUTABLE_FL;
