@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <system_error>
 
-#include "platform/linux/Descriptor.h"
+#include "platform/posix/UniqueDescriptor.h"
 
 namespace helpers {
 namespace {
@@ -73,13 +73,13 @@ bool changesTheLine(std::uint32_t code) {
 
 /// A pipe or terminal opened once more, without blocking: O_NONBLOCK set on the descriptor itself would be
 /// set for all that share it. Nothing else is: opening a device can do something.
-platform::Descriptor openedWithoutBlocking(int descriptor) {
+platform::UniqueDescriptor openedWithoutBlocking(int descriptor) {
   struct stat status {};
   const bool writable = (fcntl(descriptor, F_GETFL) & O_ACCMODE) != O_RDONLY;
   if (!writable || fstat(descriptor, &status) != 0) return {};
   if (!S_ISFIFO(status.st_mode) && isatty(descriptor) == 0) return {};
   const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
-  return platform::Descriptor(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  return platform::UniqueDescriptor(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
 }
 
 }  // namespace
@@ -143,7 +143,7 @@ void Report::writeLine(const std::string& text) {
   using std::chrono::milliseconds;
   using std::chrono::steady_clock;
   const auto deadline = steady_clock::now() + (isStuck_ ? milliseconds(0) : patience_);
-  const platform::Descriptor reopened = openedWithoutBlocking(descriptor_);
+  const platform::UniqueDescriptor reopened = openedWithoutBlocking(descriptor_);
   std::string_view rest = text;
   isStuck_ = false;
   while (!rest.empty() && !isStuck_) {
@@ -155,10 +155,6 @@ void Report::writeLine(const std::string& text) {
     }
     rest.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
   }
-}
-
-foundation::Error errorWithReason(int code, std::string_view path, std::string_view reason) {
-  return {code, std::string(path), std::string(path) + ": " + std::string(reason)};
 }
 
 }  // namespace helpers

@@ -15,7 +15,7 @@
 #include "platform/linux/ApplicationBundles.h"
 #include "platform/linux/GuardedFolders.h"
 #include "platform/linux/LibplistPropertyLists.h"
-#include "platform/linux/TemporaryName.h"
+#include "platform/linux/PrivateFolder.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
@@ -89,14 +89,12 @@ int writeNewFile(int folder, const std::string& name, const std::string& bytes) 
 
 /// Its owner becomes the process's, whoever's file it replaces: root takes no registry but its own.
 Result<void> replaceRegistry(int folder, const std::string& registry, const std::string& bytes) {
-  const std::string temporary = temporaryName();
   const std::string name = foundation::lastPathComponent(registry);
-  int reason = writeNewFile(folder, temporary, bytes);
-  if (reason == 0 && ::renameat(folder, temporary.c_str(), folder, name.c_str()) != 0) reason = errno;
-  if (reason != 0) {
-    ::unlinkat(folder, temporary.c_str(), 0);
-    return systemError(reason, registry);
-  }
+  const auto beside = PrivateFolder::make(folder, registry);
+  if (!beside) return beside.error();
+  const int from = beside.value().descriptor();
+  if (const int reason = writeNewFile(from, name, bytes); reason != 0) return systemError(reason, registry);
+  if (::renameat(from, name.c_str(), folder, name.c_str()) != 0) return systemError(errno, registry);
   ::fsync(folder);
   return {};
 }

@@ -1,20 +1,13 @@
 #include "platform/linux/LinuxFileOperations.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <system_error>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "platform/foundation/Paths.h"
-#include "platform/linux/LinuxFileCopies.h"
-#include "platform/linux/LinuxFolderQueries.h"
+#include "platform/linux/TreeCopy.h"
 
 namespace platform {
 namespace {
@@ -40,45 +33,6 @@ bool isItemName(const std::string& text) {
   return isPath(text) && text != "." && text != ".." && text.find('/') == std::string::npos;
 }
 
-struct Totals {
-  std::uint64_t bytes = 0;
-  std::uint64_t objects = 0;
-};
-
-/// What a copy of the item has to do; links count as themselves. What cannot be looked at is left to the copy
-/// to complain of.
-class Count {
- public:
-  explicit Count(const LinuxFileOperation& operation) : operation_(operation) {}
-
-  Totals of(const std::string& path) {
-    std::vector<std::string> waiting = {path};
-    while (!waiting.empty() && !operation_.cancelled) {
-      const std::string next = std::move(waiting.back());
-      waiting.pop_back();
-      addItem(next, waiting);
-    }
-    return totals_;
-  }
-
- private:
-  void addItem(const std::string& path, std::vector<std::string>& waiting) {
-    struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) return;
-    ++totals_.objects;
-    if (S_ISREG(status.st_mode)) totals_.bytes += static_cast<std::uint64_t>(status.st_size);
-    if (!S_ISDIR(status.st_mode)) return;
-    const auto entries = LinuxFolderQueries().entries(path);
-    if (!entries) return;
-    for (const FolderEntry& entry : entries.value()) {
-      waiting.push_back(foundation::appendingPathComponent(path, entry.name));
-    }
-  }
-
-  const LinuxFileOperation& operation_;
-  Totals totals_;
-};
-
 std::uint64_t remaining(std::uint64_t total, std::uint64_t complete) {
   return total > complete ? total - complete : 0;
 }
@@ -92,23 +46,31 @@ struct Copy {
   FileOperations::StatusCallback callback;
   MainThread& mainThread;
   Clock& clock;
-  Totals totals = {};
+  TreeSize totals = {};
   std::chrono::nanoseconds start = clock.uptime();
   std::chrono::nanoseconds lastUpdate = start;
 
   void run() {
-    auto& own = *ours(operation);
-    totals = Count(own).of(source);
-    const auto copied = copyToPath(source, destination, [this, &own](const CopiedSoFar& soFar) {
-      if (clock.uptime() - lastUpdate >= interval) update(soFar);
-      return !own.cancelled;
-    });
+    const auto copied = copy();
     send({operation, "", FileOperationStage::complete, copied ? noErr : statusForErrno(copied.error().code)});
   }
 
-  void update(const CopiedSoFar& soFar) {
+  foundation::Result<void> copy() {
+    const auto goesOn = [own = ours(operation)] { return !own->cancelled; };
+    const auto size = sizeOfTree(source, goesOn);
+    if (!size) return size.error();
+    totals = size.value();
+    CopyOptions options;
+    options.onProgress = [this, goesOn](const CopyProgress& soFar) {
+      if (clock.uptime() - lastUpdate >= interval) update(soFar);
+      return goesOn();
+    };
+    return copyItemAtPath(source, destination, options);
+  }
+
+  void update(const CopyProgress& soFar) {
     lastUpdate = clock.uptime();
-    send({operation, soFar.item, FileOperationStage::running}, statusDictionary(soFar));
+    send({operation, soFar.currentItem, FileOperationStage::running}, statusDictionary(soFar));
   }
 
   /// Whether it is scheduled is looked at when the main thread comes to it.
@@ -121,18 +83,19 @@ struct Copy {
     mainThread.perform(deliver, Wait::no);
   }
 
-  [[nodiscard]] PropertyList statusDictionary(const CopiedSoFar& soFar) const {
+  [[nodiscard]] PropertyList statusDictionary(const CopyProgress& soFar) const {
     const std::chrono::duration<double> seconds = clock.uptime() - start;
-    const double throughput = seconds.count() > 0 ? static_cast<double>(soFar.bytes) / seconds.count() : 0;
+    const double throughput =
+        seconds.count() > 0 ? static_cast<double>(soFar.bytesDone) / seconds.count() : 0;
     return PropertyList::Dictionary{
         {kFSOperationTotalBytesKey, totals.bytes},
-        {kFSOperationBytesCompleteKey, soFar.bytes},
-        {kFSOperationBytesRemainingKey, remaining(totals.bytes, soFar.bytes)},
+        {kFSOperationBytesCompleteKey, soFar.bytesDone},
+        {kFSOperationBytesRemainingKey, remaining(totals.bytes, soFar.bytesDone)},
         {kFSOperationTotalObjectsKey, totals.objects},
-        {kFSOperationObjectsCompleteKey, soFar.objects},
-        {kFSOperationObjectsRemainingKey, remaining(totals.objects, soFar.objects)},
+        {kFSOperationObjectsCompleteKey, soFar.objectsDone},
+        {kFSOperationObjectsRemainingKey, remaining(totals.objects, soFar.objectsDone)},
         {kFSOperationThroughputKey, static_cast<std::uint64_t>(throughput)},
-        {kFSOperationCurrentItemKey, soFar.item},
+        {kFSOperationCurrentItemKey, soFar.currentItem},
     };
   }
 };

@@ -10,15 +10,14 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
 #include "platform/foundation/Paths.h"
 #include "platform/foundation/Text.h"
-#include "platform/linux/LinuxFileCopies.h"
-#include "platform/posix/TreeCopy.h"
+#include "platform/linux/ExclusiveRename.h"
+#include "platform/linux/TreeCopy.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
@@ -150,55 +149,18 @@ bool takeOverAttributes(int descriptor, const struct stat& old) {
   return ::fchmod(descriptor, old.st_mode & 0777U) == 0;
 }
 
-/// rename(2) that replaces nothing; 0 or an errno value.
+/// 0 or an errno value.
 int renameExclusively(const Place& from, const Place& to) {
-  const char* const oldName = from.name.c_str();
-  const char* const newName = to.name.c_str();
-  if (::renameat2(from.folder.get(), oldName, to.folder.get(), newName, RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return errno;
-  // A file system that does not know the flag, or a folder moved into itself: look first, then rename.
-  struct stat status {};
-  if (::fstatat(to.folder.get(), newName, &status, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
-  return ::renameat(from.folder.get(), oldName, to.folder.get(), newName) == 0 ? 0 : errno;
+  const auto moved =
+      renameWithoutReplacing(from.folder.get(), from.name, to.folder.get(), to.name, from.name);
+  return moved ? 0 : moved.error().code;
 }
 
-/// A folder that only this process's account can enter, in which a copy is made before it appears under its
-/// name; removed with what is left in it.
-class PrivateFolder {
- public:
-  explicit PrivateFolder(const UniqueDescriptor& parent) : parent_(parent), name_(temporaryName()) {
-    if (::mkdirat(parent_.get(), name_.c_str(), 0700) != 0) return;
-    folder_.reset(::openat(parent_.get(), name_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  }
-  ~PrivateFolder() {
-    if (folder_) static_cast<void>(removeItem(parent_.get(), name_));
-  }
-  PrivateFolder(const PrivateFolder&) = delete;
-  PrivateFolder& operator=(const PrivateFolder&) = delete;
-
-  [[nodiscard]] bool isOpen() const { return static_cast<bool>(folder_); }
-  [[nodiscard]] Place placeFor(const std::string& name) const {
-    return {UniqueDescriptor(::fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0)), name};
-  }
-
- private:
-  const UniqueDescriptor& parent_;
-  const std::string name_;
-  UniqueDescriptor folder_;
-};
-
 Result<void> moveAcrossFileSystems(const Place& from, const Place& to, const std::string& path) {
-  const PrivateFolder folder(to.folder);
-  if (!folder.isOpen()) return systemError(errno, path);
-  const Place copy = folder.placeFor(from.name);
-  auto copied = copyItem(from.folder.get(), from.name, copy.folder.get());
-  if (!copied) return systemError(copied.error().code, path);
-  if (const int reason = renameExclusively(copy, to); reason != 0) return systemError(reason, path);
-  ::fsync(to.folder.get());
-  if (auto removed = removeCopied(from.folder.get(), copied.value()); !removed) {
-    return systemError(removed.error().code, path);
-  }
-  return {};
+  return moveByCopy(from.folder.get(), from.name, to.folder.get(), path,
+                    [&](int folder, const std::string& name) {
+                      return renameWithoutReplacing(folder, name, to.folder.get(), to.name, path);
+                    });
 }
 
 }  // namespace
@@ -277,7 +239,7 @@ Result<void> PosixFileChanges::move(const std::string& from, const std::string& 
 }
 
 Result<void> PosixFileChanges::copy(const std::string& from, const std::string& to) {
-  return copyToPath(from, to);
+  return copyItemAtPath(from, to);
 }
 
 Result<void> PosixFileChanges::remove(const std::string& path) {

@@ -1,5 +1,6 @@
 #include "platform/linux/LinuxFileBrowser.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/inotify.h>
@@ -50,7 +51,7 @@ class LinuxFileBrowserTest : public ::testing::Test {
 
 TEST_F(LinuxFileBrowserTest, WhoWatchesTheFolderHearsOfTheItem) {
   folder.file("file", "x");
-  folder.folder("sub");
+  std::filesystem::create_directories(folder / "sub");
   std::filesystem::create_symlink("nowhere", folder / "link");
   Watcher watcher(folder.path());
   for (const char* const name : {"file", "sub", "link"}) {

@@ -50,7 +50,7 @@ TEST_F(LinuxFileReferencesTest, ItSurvivesARenameInTheFolder) {
 TEST_F(LinuxFileReferencesTest, ForRootItSurvivesAMoveAnywhereOnTheVolume) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root";
   const FSRef reference = referenceTo(folder.file("a/b/file"));
-  folder.folder("with blank");
+  std::filesystem::create_directories(folder / "with blank");
   fs::rename(folder / "a/b/file", folder / "with blank/renamed");
   EXPECT_EQ(references.path(reference).value(), folder / "with blank/renamed");
   fs::rename(folder / "with blank", folder / "other");
@@ -116,7 +116,7 @@ TEST_F(LinuxFileReferencesTest, ManyReferencesForgetTheOldestPathsOnly) {
     const FSRef last = referenceTo(folder / "4095");
     fs::rename(folder / "4095", folder / "renamed");
     EXPECT_EQ(references.path(last).value(), folder / "renamed");
-    if (::getuid() != 0) EXPECT_FALSE(references.path(first));
+    EXPECT_EQ(references.path(first).ok(), ::getuid() == 0);
   });
 }
 

@@ -35,7 +35,7 @@ TEST_F(LinuxFolderQueriesTest, EntriesAreSortedByTheirBytesAndTellTheirKinds) {
   folder.file("B");
   folder.file(".hidden");
   folder.file("a\xff");
-  folder.folder("folder");
+  std::filesystem::create_directories(folder / "folder");
   fs::create_symlink("nowhere", folder / "link");
   ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
   EXPECT_THAT(queries.entries(folder.path()).value(),
@@ -63,7 +63,7 @@ TEST_F(LinuxFolderQueriesTest, TheSizeOfAFolderIsTheSumOfWhatItHolds) {
   folder.file("a", std::string(100, 'x'));
   folder.file("sub/deeper/b", std::string(20, 'x'));
   folder.file("sub/.hidden", "xxx");
-  folder.folder("empty");
+  std::filesystem::create_directories(folder / "empty");
   ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
   EXPECT_EQ(queries.totalSize(folder.path()), 123U);
   EXPECT_EQ(queries.totalSize(folder / "a"), 100U);
@@ -85,7 +85,7 @@ TEST_F(LinuxFolderQueriesTest, FilesWithSeveralNamesCountUnderEach) {
 
 TEST_F(LinuxFolderQueriesTest, ALinkToAFolderCountsWithItsContentAndOneToAFileWithItsOwnLength) {
   folder.file("real/a", std::string(100, 'x'));
-  folder.folder("all");
+  std::filesystem::create_directories(folder / "all");
   fs::create_symlink("../real", folder / "all/folder");
   fs::create_symlink("../real/a", folder / "all/file");
   fs::create_symlink("nowhere", folder / "all/dangling");
@@ -156,7 +156,7 @@ TEST_F(LinuxFolderQueriesTest, OtherVolumesAreEntered) {
 }
 
 TEST_F(LinuxFolderQueriesTest, AnIdentityIsThatOfTheItemAndNotOfItsPath) {
-  folder.folder("real");
+  std::filesystem::create_directories(folder / "real");
   fs::create_symlink("real", folder / "link");
   EXPECT_EQ(queries.identity(folder / "real"), queries.identity(folder / "link"));
   EXPECT_NE(queries.identity(folder / "real"), queries.identity(folder.path()));

@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "platform/linux/GuardedFolders.h"
-#include "platform/posix/TreeCopy.h"
+#include "platform/linux/TreeCopy.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -326,10 +326,10 @@ TEST_F(RecyclingAcrossFileSystemsTest, WhatChangesAfterTheCopyIsNotRemoved) {
   library.file("Item/b", "2");
   const int source = open(library.path().c_str(), O_RDONLY | O_DIRECTORY);
   const int target = open(trash.c_str(), O_RDONLY | O_DIRECTORY);
-  auto copied = copyItem(source, "Item", target);
+  auto copied = copyItem(source, "Item", target, "Item", "Item", optionsForMoving());
   ASSERT_TRUE(copied);
   library.file("Item/a", "changed");
-  EXPECT_EQ(reasonOf(removeCopied(source, copied.value())), EBUSY);
+  EXPECT_EQ(reasonOf(removeCopied(source, copied.value(), "Item")), EBUSY);
   EXPECT_EQ(library.content("Item/a"), "changed");
   close(source);
   close(target);
@@ -339,10 +339,10 @@ TEST_F(RecyclingAcrossFileSystemsTest, WhatIsAddedAfterTheCopyIsNotRemoved) {
   library.file("Item/a", "1");
   const int source = open(library.path().c_str(), O_RDONLY | O_DIRECTORY);
   const int target = open(trash.c_str(), O_RDONLY | O_DIRECTORY);
-  auto copied = copyItem(source, "Item", target);
+  auto copied = copyItem(source, "Item", target, "Item", "Item", optionsForMoving());
   ASSERT_TRUE(copied);
   library.file("Item/new", "2");
-  EXPECT_EQ(reasonOf(removeCopied(source, copied.value())), ENOTEMPTY);
+  EXPECT_EQ(reasonOf(removeCopied(source, copied.value(), "Item")), EBUSY);
   EXPECT_THAT(namesIn(library / "Item"), ElementsAre("new"));
   close(source);
   close(target);

@@ -9,6 +9,7 @@
 #include "platform/linux/ComputerNames.h"
 #include "tests/platform/RunProgram.h"
 #include "tests/platform/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace platform {
 namespace {
@@ -193,12 +194,28 @@ TEST_F(ChownTest, ALinkThatAUserPlantedIsNotFollowed) {
 }
 
 TEST_F(ChownTest, AFolderLinkThatOnlyRootCanPlantIsFollowed) {
-  const std::string file = folder.makeFile("real/file");
-  fs::create_directory_symlink("real", folder.path("alias"));
-  EXPECT_THAT(run({"1234", folder.path("alias/file")}), Pair(0, ""));
+  const support::TemporaryFolder roots("/run");  // unlike /tmp, nobody else's on the whole way
+  const std::string file = roots.file("real/file");
+  fs::create_directory_symlink("real", roots / "alias");
+  EXPECT_THAT(run({"1234", roots / "alias/file"}), Pair(0, ""));
   EXPECT_EQ(ownerOf(file), 1234U);
-  fs::create_directory_symlink("loop", folder.path("loop"));
-  EXPECT_THAT(run({"1234", folder.path("loop/file")}), Pair(1, HasSubstr("loop")));
+  fs::create_directory_symlink("loop", roots / "loop");
+  EXPECT_THAT(run({"1234", roots / "loop/file"}), Pair(1, HasSubstr("loop")));
+}
+
+TEST_F(ChownTest, ALinkOfRootsBelowAFolderThatAUserCanRenameIsNotFollowed) {
+  const std::string victim = folder.makeFile("victim/file");
+  fs::create_directories(makeUsersFolder() + "/roots");
+  fs::create_directory_symlink(folder.path("victim"), folder.path("user/roots/link"));
+  EXPECT_THAT(run({"1234", folder.path("user/roots/link/file")}), Pair(1, HasSubstr("not root's")));
+  EXPECT_EQ(ownerOf(victim), 0U);
+}
+
+TEST_F(ChownTest, ARelativePathIsOneOfTheCurrentFolder) {
+  folder.makeFile("file");
+  fs::current_path(folder.path());
+  EXPECT_THAT(run({"1234", "file"}), Pair(0, ""));
+  EXPECT_EQ(ownerOf(folder.path("file")), 1234U);
 }
 
 TEST_F(ChownTest, AFileWithFurtherNamesIsNotGivenAway) {
