@@ -110,7 +110,7 @@ std::vector<KillTool::Target> KillTool::findTargets() {
   for (const auto& [pid, process] : seen) {
     const auto role = roleOf(process);
     if (!role || spared.contains(pid)) continue;
-    if (!firstRound_ && process.startTime > ownStart_ && !isOfFamily(pid, seen)) continue;
+    if (!firstRound_ && process.startTime >= ownStart_ && !isOfFamily(pid, seen)) continue;
     auto handle = ProcessHandle::open(table_, process);
     if (handle) {
       targets.push_back({*role, std::move(handle).value()});

@@ -30,7 +30,8 @@ std::string joined(const std::string& folder, std::string_view name) {
   path.reserve(folder.size() + 1 + name.size());
   path = folder;
   if (!path.ends_with('/')) path += '/';
-  return path += name;
+  path += name;
+  return path;
 }
 
 /// What has just been listed is there; only a link may lead nowhere.
@@ -43,6 +44,7 @@ void appendMatches(const Candidate& folder, const std::string& component, Candid
   if (folder.kind == EntryKind::other || !isUsable(folder.path)) return;  // holds nothing
   const auto entries = platform::current().folderQueries.entries(folder.path);
   if (!entries) return;
+  matches.reserve(matches.size() + entries.value().size());
   for (const platform::FolderEntry& entry : entries.value()) {
     if (!isLike(entry.name, component)) continue;
     Candidate match{joined(folder.path, entry.name), entry.kind};

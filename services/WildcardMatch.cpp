@@ -10,6 +10,7 @@ namespace {
 /// How many bytes the first character has.
 std::size_t characterLength(std::string_view text) {
   const auto first = static_cast<unsigned char>(text.front());
+  if (first < 0x80) return 1;
   const std::size_t length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : first >= 0xc0 ? 2 : 1;
   return length <= text.size() && foundation::isUtf8(text.substr(0, length)) ? length : 1;
 }

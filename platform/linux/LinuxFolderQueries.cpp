@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <string_view>
 
 #include "platform/posix/UniqueDescriptor.h"
@@ -36,12 +37,12 @@ class Listing {
   template <typename Visit>
   int read(int folder, Visit visit) {
     while (true) {
-      const ssize_t length = ::getdents64(folder, buffer_.data(), buffer_.size());
+      const ssize_t length = ::getdents64(folder, buffer_.get(), kListingSize);
       if (length < 0) return errno;
       if (length == 0) return 0;
       for (std::size_t at = 0; at < static_cast<std::size_t>(length);) {
         // The kernel lays the entries out aligned, the text of each with its terminating zero.
-        const auto* const entry = reinterpret_cast<const dirent64*>(buffer_.data() + at);
+        const auto* const entry = reinterpret_cast<const dirent64*>(buffer_.get() + at);
         at += entry->d_reclen;
         const char* const name = static_cast<const char*>(entry->d_name);
         if (!isItselfOrAbove(name)) visit(name, entry->d_type);
@@ -50,7 +51,8 @@ class Listing {
   }
 
  private:
-  std::vector<char> buffer_ = std::vector<char>(kListingSize);
+  // Not filled before the kernel fills it.
+  std::unique_ptr<char[]> buffer_ = std::make_unique_for_overwrite<char[]>(kListingSize);
 };
 
 EntryKind kindOf(unsigned char type) {

@@ -17,6 +17,7 @@
 #include "platform/linux/LinuxFileBrowser.h"
 #include "platform/linux/LinuxFileOperations.h"
 #include "platform/linux/LinuxFileReferences.h"
+#include "platform/linux/LinuxFiles.h"
 #include "platform/linux/LinuxFolderQueries.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
@@ -29,7 +30,6 @@
 #include "platform/linux/LinuxUsersAndFolders.h"
 #include "platform/linux/LinuxWorkspace.h"
 #include "platform/linux/SudoAuthorization.h"
-#include "platform/posix/PosixFiles.h"
 
 namespace platform {
 namespace {
@@ -56,8 +56,8 @@ struct LinuxPlatform {
   LinuxMainThread mainThread;
   LinuxUserInterfaceEvents userInterfaceEvents{mainThread};
   LinuxUsersAndFolders usersAndFolders;
-  PosixFileQueries fileQueries;
-  PosixFileChanges fileChanges;
+  LinuxFileQueries fileQueries;
+  LinuxFileChanges fileChanges;
   LinuxFileAttributes fileAttributes;
   LinuxFolderQueries folderQueries;
   LinuxFileReferences fileReferences;

@@ -19,8 +19,6 @@
 
 namespace platform {
 
-class AuthorizationReference {};
-
 namespace {
 
 using Arguments = std::vector<std::string>;
@@ -193,10 +191,9 @@ AuthorizationStatus SudoAuthorization::copyPrivilegedReference(AuthorizationFlag
 
 AuthorizationStatus SudoAuthorization::create(const std::optional<AuthorizationEnvironment>& /*environment*/,
                                               AuthorizationFlags /*flags*/, AuthorizationRef* reference) {
-  auto made = std::make_unique<AuthorizationReference>();
-  *reference = made.get();
   const std::scoped_lock lock(mutex_);
-  references_.emplace(*reference, std::pair(std::move(made), Origin::none));
+  *reference = &handles_.emplace_back();
+  references_.emplace(*reference, Origin::none);
   return errAuthorizationSuccess;
 }
 
@@ -251,13 +248,13 @@ bool SudoAuthorization::isKnown(AuthorizationRef reference) {
 void SudoAuthorization::setOrigin(AuthorizationRef reference, Origin origin) {
   const std::scoped_lock lock(mutex_);
   const auto found = references_.find(reference);
-  if (found != references_.end()) found->second.second = origin;
+  if (found != references_.end()) found->second = origin;
 }
 
 bool SudoAuthorization::mayAskAgain(AuthorizationRef reference) {
   const std::scoped_lock lock(mutex_);
   const auto found = references_.find(reference);
-  return found != references_.end() && found->second.second == Origin::dialog;
+  return found != references_.end() && found->second == Origin::dialog;
 }
 
 AuthorizationStatus SudoAuthorization::validate() {

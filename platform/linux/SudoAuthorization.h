@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -10,6 +11,9 @@
 #include "platform/Authorization.h"
 
 namespace platform {
+
+/// Nothing but its address matters.
+class AuthorizationReference {};
 
 /// Administrator rights by sudo(8), with the status numbers of the Mac's Authorization Services.
 ///
@@ -76,7 +80,9 @@ class SudoAuthorization : public Authorization {
 
   std::string sudo_;
   std::mutex mutex_;
-  std::map<AuthorizationRef, std::pair<std::unique_ptr<AuthorizationReference>, Origin>> references_;
+  /// Never shrinks, so that a reference given back is not mistaken for a later one at its address.
+  std::deque<AuthorizationReference> handles_;
+  std::map<AuthorizationRef, Origin> references_;
 };
 
 }  // namespace platform

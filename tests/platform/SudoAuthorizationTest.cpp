@@ -176,6 +176,15 @@ TEST_F(SudoAuthorizationTest, FreeingEndsTheRights) {
   });
 }
 
+TEST_F(SudoAuthorizationTest, AReferenceGivenBackIsNeverGivenToAnother) {
+  asAccount([this] {
+    const auto first = reference();
+    EXPECT_EQ(sudo.free(first, kAuthorizationFlagDefaults), errAuthorizationSuccess);
+    for (int others = 0; others < 1000; ++others) EXPECT_NE(reference(), first);
+    EXPECT_EQ(sudo.free(first, kAuthorizationFlagDefaults), errAuthorizationInvalidRef);
+  });
+}
+
 TEST_F(SudoAuthorizationTest, AProgramJustStartedRunsAlthoughTheRightsAreGivenBackAtOnce) {
   account->allow(kEverything);
   asAccount([this] {
