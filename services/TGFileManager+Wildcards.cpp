@@ -44,7 +44,6 @@ void appendMatches(const Candidate& folder, const std::string& component, Candid
   if (folder.kind == EntryKind::other || !isUsable(folder.path)) return;  // holds nothing
   const auto entries = platform::current().folderQueries.entries(folder.path);
   if (!entries) return;
-  matches.reserve(matches.size() + entries.value().size());
   for (const platform::FolderEntry& entry : entries.value()) {
     if (!isLike(entry.name, component)) continue;
     Candidate match{joined(folder.path, entry.name), entry.kind};

@@ -213,7 +213,7 @@ class FakeFileAttributes : public platform::FileAttributes {
 class FakeFolderQueries : public platform::FolderQueries {
  public:
   explicit FakeFolderQueries(RootedFiles& files) : files_(files) {}
-  foundation::Result<std::vector<platform::FolderEntry>> entries(const std::string& path) override {
+  foundation::Result<platform::FolderListing> entries(const std::string& path) override {
     return queries_.entries(files_.real(path));
   }
   std::uint64_t totalSize(const std::string& path) override { return queries_.totalSize(files_.real(path)); }

@@ -119,16 +119,15 @@ class FolderSums {
 
 }  // namespace
 
-Result<std::vector<FolderEntry>> LinuxFolderQueries::entries(const std::string& path) {
+Result<FolderListing> LinuxFolderQueries::entries(const std::string& path) {
   const UniqueDescriptor folder = openFolder(path);
   if (!folder) return systemError(errno, path);
-  std::vector<FolderEntry> found;
+  FolderListing found;
   Listing listing;
-  const int reason = listing.read(folder.get(), [&](const char* name, unsigned char type) {
-    found.push_back({name, kindOf(type)});
-  });
+  const int reason = listing.read(
+      folder.get(), [&](const char* name, unsigned char type) { found.add(name, kindOf(type)); });
   if (reason != 0) return systemError(reason, path);
-  std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+  found.sort();
   return found;
 }
 

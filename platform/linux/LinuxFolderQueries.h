@@ -9,7 +9,7 @@ namespace platform {
 /// up; paths that are longer than the system's limit count nothing.
 class LinuxFolderQueries : public FolderQueries {
  public:
-  foundation::Result<std::vector<FolderEntry>> entries(const std::string& path) override;
+  foundation::Result<FolderListing> entries(const std::string& path) override;
   std::uint64_t totalSize(const std::string& path) override;
   std::optional<ItemIdentity> identity(const std::string& path) override;
 };

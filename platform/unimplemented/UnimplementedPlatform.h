@@ -100,9 +100,7 @@ class UnimplementedFileAttributes : public FileAttributes {
 
 class UnimplementedFolderQueries : public FolderQueries {
  public:
-  foundation::Result<std::vector<FolderEntry>> entries(const std::string& path) override {
-    return notImplemented(path);
-  }
+  foundation::Result<FolderListing> entries(const std::string& path) override { return notImplemented(path); }
   std::uint64_t totalSize(const std::string&) override { return 0; }
   std::optional<ItemIdentity> identity(const std::string&) override { return {}; }
 };
