@@ -57,7 +57,8 @@ bool flag(const foundation::PropertyList& options, const char* key) {
 }  // namespace
 
 void TGAppController::repair() {
-  repairThread().detach();
+  // Where the system has no thread left nothing has begun: the button can be tried again.
+  guarded("-[TGAppController repair:]", [this] { repairThread().detach(); });
 }
 
 std::thread TGAppController::repairThread() {

@@ -90,6 +90,8 @@ class FakeMainThread : public platform::MainThread {
 
   bool current = true;
   bool recordsWork = false;
+  /// Called when somebody begins to wait and serve work.
+  std::function<void()> whenServing;
 
  private:
   Recorder& recorder_;
@@ -367,6 +369,8 @@ class FakeAuthorization : public platform::Authorization {
   platform::AuthorizationStatus inherited = platform::errAuthorizationInvalidRef;
   platform::AuthorizationStatus creation = platform::errAuthorizationSuccess;
   platform::AuthorizationStatus rights = platform::errAuthorizationSuccess;
+  /// Called while rights are asked for.
+  std::function<void()> whileAsking;
   platform::AuthorizationStatus execution = platform::errAuthorizationSuccess;
   std::string pipeContent;
   /// How much was read of it, the end counted as one character.

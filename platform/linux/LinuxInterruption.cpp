@@ -34,9 +34,15 @@ void setHandler(int signal, void (*handler)(int)) {
 }  // namespace
 
 void LinuxInterruption::defer() {
+  sigset_t heard;
+  sigemptyset(&heard);
   for (const int signal : kSignals) {
-    if (!hasHandler(signal, SIG_IGN)) setHandler(signal, note);
+    if (hasHandler(signal, SIG_IGN)) continue;
+    setHandler(signal, note);
+    sigaddset(&heard, signal);
   }
+  // Whoever starts us may have blocked them for its own ends.
+  ::pthread_sigmask(SIG_UNBLOCK, &heard, nullptr);
 }
 
 std::optional<int> LinuxInterruption::requested() {
