@@ -6,9 +6,15 @@ namespace {
 struct UnimplementedPlatform {
   UnimplementedClock clock;
   UnimplementedMainThread mainThread;
+  UnimplementedUserInterfaceEvents userInterfaceEvents;
   UnimplementedUsersAndFolders usersAndFolders;
   UnimplementedFileQueries fileQueries;
   UnimplementedFileChanges fileChanges;
+  UnimplementedFileAttributes fileAttributes;
+  UnimplementedFolderQueries folderQueries;
+  UnimplementedFileReferences fileReferences;
+  UnimplementedFileOperations fileOperations;
+  UnimplementedFileBrowser fileBrowser;
   UnimplementedSubprocesses subprocesses;
   UnimplementedApplications applications;
   UnimplementedWorkspace workspace;
@@ -27,9 +33,15 @@ struct UnimplementedPlatform {
   UnimplementedDesktopApplication desktopApplication;
   Platform platform{clock,
                     mainThread,
+                    userInterfaceEvents,
                     usersAndFolders,
                     fileQueries,
                     fileChanges,
+                    fileAttributes,
+                    folderQueries,
+                    fileReferences,
+                    fileOperations,
+                    fileBrowser,
                     subprocesses,
                     applications,
                     workspace,
