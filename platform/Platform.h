@@ -6,6 +6,7 @@
 #include "platform/ClientConnections.h"
 #include "platform/Clock.h"
 #include "platform/DesktopApplication.h"
+#include "platform/FileAttributes.h"
 #include "platform/Files.h"
 #include "platform/MainBundle.h"
 #include "platform/MainThread.h"
@@ -15,6 +16,7 @@
 #include "platform/PropertyLists.h"
 #include "platform/Subprocesses.h"
 #include "platform/SystemConsole.h"
+#include "platform/UserInterfaceEvents.h"
 #include "platform/UsersAndFolders.h"
 #include "platform/Workspace.h"
 
@@ -24,9 +26,11 @@ namespace platform {
 struct Platform {
   Clock& clock;
   MainThread& mainThread;
+  UserInterfaceEvents& userInterfaceEvents;
   UsersAndFolders& usersAndFolders;
   FileQueries& fileQueries;
   FileChanges& fileChanges;
+  FileAttributes& fileAttributes;
   Subprocesses& subprocesses;
   Applications& applications;
   Workspace& workspace;

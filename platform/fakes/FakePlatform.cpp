@@ -339,6 +339,11 @@ Result<void> RootedFiles::move(const std::string& from, const std::string& to) {
   return changes_.move(real(from), real(to));
 }
 
+Result<void> RootedFiles::copy(const std::string& from, const std::string& to) {
+  if (auto error = refusal("copy", from)) return *error;
+  return changes_.copy(real(from), real(to));
+}
+
 Result<void> RootedFiles::remove(const std::string& path) {
   if (auto error = refusal("remove", path)) return *error;
   return changes_.remove(real(path));
@@ -352,6 +357,47 @@ Result<void> RootedFiles::writeAtomically(const std::string& path, std::string_v
 Result<std::unique_ptr<platform::WritableFile>> RootedFiles::openForWriting(const std::string& path) {
   if (auto error = refusal("openForWriting", path)) return *error;
   return changes_.openForWriting(real(path));
+}
+
+bool FakeUserInterfaceEvents::dispatchNext(std::chrono::nanoseconds longestWait) {
+  recorder_.add("event " + describeDuration(longestWait));
+  clock_.advance(longestWait);
+  if (whenAsked) whenAsked(++asked);
+  return false;
+}
+
+bool FakeFileAttributes::isSymbolicLink(const std::string& path) {
+  std::error_code none;
+  return std::filesystem::is_symlink(files_.real(path), none);
+}
+
+Result<void> FakeFileAttributes::setImmutable(const std::string& path, platform::Immutable immutable) {
+  std::error_code none;
+  if (!std::filesystem::exists(std::filesystem::symlink_status(files_.real(path), none))) {
+    return systemError(ENOENT, path);
+  }
+  const bool locks = immutable == platform::Immutable::yes;
+  recorder_.add((locks ? "lock " : "unlock ") + path);
+  if (refusal) return *refusal;
+  if (locks) {
+    locked.insert(path);
+  } else {
+    locked.erase(path);
+  }
+  return {};
+}
+
+Result<platform::FinderInformation> FakeFileAttributes::finderInformation(const std::string& path) {
+  if (!files_.exists(path)) return systemError(ENOENT, path);
+  return information[path];
+}
+
+Result<void> FakeFileAttributes::setFinderInformation(const std::string& path,
+                                                      const platform::FinderInformation& wanted) {
+  recorder_.add("finder information " + path);
+  if (refusal) return *refusal;
+  information[path] = wanted;
+  return {};
 }
 
 std::shared_ptr<platform::Subprocess> FakeSubprocesses::create(platform::SubprocessOptions options) {
@@ -573,9 +619,11 @@ void FakeLocalNotifications::removeObserver(int number) {
 FakePlatform::FakePlatform()
     : platform_{clock,
                 mainThread,
+                userInterfaceEvents,
                 users,
                 files,
                 files,
+                fileAttributes,
                 subprocesses,
                 applications,
                 workspace,

@@ -48,6 +48,8 @@ class FakeClock : public platform::Clock {
   std::chrono::nanoseconds uptime() override { return uptime_.load(); }
   /// Advances both clocks by the duration.
   void sleep(std::chrono::nanoseconds duration) override;
+  /// Lets time pass without a pause being recorded.
+  void advance(std::chrono::nanoseconds duration) { uptime_ = uptime_.load() + duration; }
 
   /// From now on a thread other than the caller's really sleeps, unrecorded, until it is woken; one that is
   /// never woken sleeps on, also when the clock is gone.
@@ -93,6 +95,22 @@ class FakeMainThread : public platform::MainThread {
   std::mutex mutex_;
   std::condition_variable changed_;
   int performed_ = 0;
+};
+
+/// Records "event 10ms". None ever comes: the wait for one takes its whole time by
+/// the clock, without being recorded as a pause.
+class FakeUserInterfaceEvents : public platform::UserInterfaceEvents {
+ public:
+  FakeUserInterfaceEvents(Recorder& recorder, FakeClock& clock) : recorder_(recorder), clock_(clock) {}
+  bool dispatchNext(std::chrono::nanoseconds longestWait) override;
+
+  /// What happens at each question, in turn; the count of questions begins with 1.
+  std::function<void(int count)> whenAsked;
+  int asked = 0;
+
+ private:
+  Recorder& recorder_;
+  FakeClock& clock_;
 };
 
 class FakeUsersAndFolders : public platform::UsersAndFolders {
@@ -149,6 +167,7 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   std::optional<foundation::Date> modificationDate(const std::string& path) override;
   foundation::Result<void> createDirectory(const std::string& path) override;
   foundation::Result<void> move(const std::string& from, const std::string& to) override;
+  foundation::Result<void> copy(const std::string& from, const std::string& to) override;
   foundation::Result<void> remove(const std::string& path) override;
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) override;
   foundation::Result<std::unique_ptr<platform::WritableFile>> openForWriting(
@@ -165,6 +184,28 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   std::string root_;
   platform::PosixFileQueries queries_;
   platform::PosixFileChanges changes_;
+};
+
+/// Keeps locks and Finder information beside the files; records "lock PATH" and "unlock PATH" where something
+/// is, whatever its state.
+class FakeFileAttributes : public platform::FileAttributes {
+ public:
+  FakeFileAttributes(Recorder& recorder, RootedFiles& files) : recorder_(recorder), files_(files) {}
+  bool isSymbolicLink(const std::string& path) override;
+  bool isImmutable(const std::string& path) override { return locked.contains(path); }
+  foundation::Result<void> setImmutable(const std::string& path, platform::Immutable immutable) override;
+  foundation::Result<platform::FinderInformation> finderInformation(const std::string& path) override;
+  foundation::Result<void> setFinderInformation(const std::string& path,
+                                                const platform::FinderInformation& information) override;
+
+  std::set<std::string> locked;
+  std::map<std::string, platform::FinderInformation> information;
+  /// What every change fails with.
+  std::optional<foundation::Error> refusal;
+
+ private:
+  Recorder& recorder_;
+  RootedFiles& files_;
 };
 
 /// What a fake tool does.
@@ -452,7 +493,9 @@ class FakePlatform {
   RootedFiles files;
   FakeClock clock{recorder};
   FakeMainThread mainThread{recorder};
+  FakeUserInterfaceEvents userInterfaceEvents{recorder, clock};
   FakeUsersAndFolders users{recorder};
+  FakeFileAttributes fileAttributes{recorder, files};
   FakeSubprocesses subprocesses{recorder, files};
   FakeApplications applications{recorder};
   FakeWorkspace workspace{recorder, files};

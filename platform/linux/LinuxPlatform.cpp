@@ -13,6 +13,7 @@
 #include "platform/linux/LinuxApplications.h"
 #include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxDesktopApplication.h"
+#include "platform/linux/LinuxFileAttributes.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
 #include "platform/linux/LinuxMainThread.h"
@@ -20,6 +21,7 @@
 #include "platform/linux/LinuxProcessInformation.h"
 #include "platform/linux/LinuxSubprocesses.h"
 #include "platform/linux/LinuxSystemConsole.h"
+#include "platform/linux/LinuxUserInterfaceEvents.h"
 #include "platform/linux/LinuxUsersAndFolders.h"
 #include "platform/linux/LinuxWorkspace.h"
 #include "platform/linux/SudoAuthorization.h"
@@ -48,9 +50,11 @@ struct LinuxPlatform {
   ProcessSetUp setUp;
   LinuxClock clock;
   LinuxMainThread mainThread;
+  LinuxUserInterfaceEvents userInterfaceEvents{mainThread};
   LinuxUsersAndFolders usersAndFolders;
   PosixFileQueries fileQueries;
   PosixFileChanges fileChanges;
+  LinuxFileAttributes fileAttributes;
   LibplistPropertyLists propertyLists;
   LinuxMainBundle mainBundle{fileQueries, propertyLists};
   LinuxProcessInformation processInformation{fileQueries, propertyLists};
@@ -70,9 +74,11 @@ struct LinuxPlatform {
   LinuxDesktopApplication desktopApplication;
   Platform platform{clock,
                     mainThread,
+                    userInterfaceEvents,
                     usersAndFolders,
                     fileQueries,
                     fileChanges,
+                    fileAttributes,
                     subprocesses,
                     applications,
                     workspace,

@@ -17,6 +17,7 @@
 
 #include "platform/foundation/Paths.h"
 #include "platform/foundation/Text.h"
+#include "platform/linux/LinuxFileCopies.h"
 #include "platform/posix/TreeCopy.h"
 #include "platform/posix/UniqueDescriptor.h"
 
@@ -273,6 +274,10 @@ Result<void> PosixFileChanges::move(const std::string& from, const std::string& 
   if (reason == 0) return {};
   if (reason == EXDEV) return moveAcrossFileSystems(source.value(), target.value(), from);
   return systemError(reason, reason == EEXIST ? to : from);
+}
+
+Result<void> PosixFileChanges::copy(const std::string& from, const std::string& to) {
+  return copyToPath(from, to);
 }
 
 Result<void> PosixFileChanges::remove(const std::string& path) {

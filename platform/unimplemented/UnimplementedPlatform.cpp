@@ -6,9 +6,11 @@ namespace {
 struct UnimplementedPlatform {
   UnimplementedClock clock;
   UnimplementedMainThread mainThread;
+  UnimplementedUserInterfaceEvents userInterfaceEvents;
   UnimplementedUsersAndFolders usersAndFolders;
   UnimplementedFileQueries fileQueries;
   UnimplementedFileChanges fileChanges;
+  UnimplementedFileAttributes fileAttributes;
   UnimplementedSubprocesses subprocesses;
   UnimplementedApplications applications;
   UnimplementedWorkspace workspace;
@@ -27,9 +29,11 @@ struct UnimplementedPlatform {
   UnimplementedDesktopApplication desktopApplication;
   Platform platform{clock,
                     mainThread,
+                    userInterfaceEvents,
                     usersAndFolders,
                     fileQueries,
                     fileChanges,
+                    fileAttributes,
                     subprocesses,
                     applications,
                     workspace,

@@ -30,6 +30,11 @@ class UnimplementedMainThread : public MainThread {
   bool serveUntilReadable(int, std::optional<std::chrono::nanoseconds>) override { return false; }
 };
 
+class UnimplementedUserInterfaceEvents : public UserInterfaceEvents {
+ public:
+  bool dispatchNext(std::chrono::nanoseconds) override { return false; }
+};
+
 class UnimplementedUsersAndFolders : public UsersAndFolders {
  public:
   /// Nobody's number: never that of root, whom the program would do more for.
@@ -66,11 +71,29 @@ class UnimplementedFileChanges : public FileChanges {
   foundation::Result<void> move(const std::string& from, const std::string&) override {
     return notImplemented(from);
   }
+  foundation::Result<void> copy(const std::string& from, const std::string&) override {
+    return notImplemented(from);
+  }
   foundation::Result<void> remove(const std::string& path) override { return notImplemented(path); }
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view) override {
     return notImplemented(path);
   }
   foundation::Result<std::unique_ptr<WritableFile>> openForWriting(const std::string& path) override {
+    return notImplemented(path);
+  }
+};
+
+class UnimplementedFileAttributes : public FileAttributes {
+ public:
+  bool isSymbolicLink(const std::string&) override { return false; }
+  bool isImmutable(const std::string&) override { return false; }
+  foundation::Result<void> setImmutable(const std::string& path, Immutable) override {
+    return notImplemented(path);
+  }
+  foundation::Result<FinderInformation> finderInformation(const std::string& path) override {
+    return notImplemented(path);
+  }
+  foundation::Result<void> setFinderInformation(const std::string& path, const FinderInformation&) override {
     return notImplemented(path);
   }
 };
