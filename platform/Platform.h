@@ -8,6 +8,7 @@
 #include "platform/DesktopApplication.h"
 #include "platform/FileAttributes.h"
 #include "platform/Files.h"
+#include "platform/Gathering.h"
 #include "platform/MainBundle.h"
 #include "platform/MainThread.h"
 #include "platform/Notifications.h"
@@ -31,6 +32,7 @@ struct Platform {
   FileQueries& fileQueries;
   FileChanges& fileChanges;
   FileAttributes& fileAttributes;
+  Gathering& gathering;
   Subprocesses& subprocesses;
   Applications& applications;
   Workspace& workspace;

@@ -16,6 +16,7 @@
 #include "platform/Platform.h"
 #include "platform/foundation/Exception.h"
 #include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxGathering.h"
 #include "platform/posix/PosixFiles.h"
 
 /// A platform for tests: it does nothing to the system and records every call, in order, as one line of text.
@@ -206,6 +207,27 @@ class FakeFileAttributes : public platform::FileAttributes {
  private:
   Recorder& recorder_;
   RootedFiles& files_;
+};
+
+/// Real copies within the files, by the process's own rights whoever the reader is.
+class FakeGathering : public platform::Gathering {
+ public:
+  explicit FakeGathering(RootedFiles& files) : files_(files) {}
+  foundation::Result<void> createPrivateFolder(const std::string& path) override;
+  foundation::Result<std::vector<std::string>> contentsOfDirectory(const platform::Reader& reader,
+                                                                   const std::string& path) override;
+  bool exists(const platform::Reader& reader, const std::string& path) override;
+  /// Asks the files' beforeChange as "copy" of the item that is copied.
+  foundation::Result<void> copy(const platform::Reader& reader, const std::string& from,
+                                const std::string& to, platform::AtLink atLink) override;
+
+  /// Those for whom something was listed, looked for or copied.
+  std::set<platform::Reader> readers;
+
+ private:
+  RootedFiles& files_;
+  platform::PosixFileQueries queries_;
+  platform::LinuxGathering gathering_{queries_};
 };
 
 /// What a fake tool does.
@@ -496,6 +518,7 @@ class FakePlatform {
   FakeUserInterfaceEvents userInterfaceEvents{recorder, clock};
   FakeUsersAndFolders users{recorder};
   FakeFileAttributes fileAttributes{recorder, files};
+  FakeGathering gathering{files};
   FakeSubprocesses subprocesses{recorder, files};
   FakeApplications applications{recorder};
   FakeWorkspace workspace{recorder, files};

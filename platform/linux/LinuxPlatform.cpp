@@ -14,6 +14,7 @@
 #include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxDesktopApplication.h"
 #include "platform/linux/LinuxFileAttributes.h"
+#include "platform/linux/LinuxGathering.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
 #include "platform/linux/LinuxMainThread.h"
@@ -55,6 +56,7 @@ struct LinuxPlatform {
   PosixFileQueries fileQueries;
   PosixFileChanges fileChanges;
   LinuxFileAttributes fileAttributes;
+  LinuxGathering gathering{fileQueries};
   LibplistPropertyLists propertyLists;
   LinuxMainBundle mainBundle{fileQueries, propertyLists};
   LinuxProcessInformation processInformation{fileQueries, propertyLists};
@@ -79,6 +81,7 @@ struct LinuxPlatform {
                     fileQueries,
                     fileChanges,
                     fileAttributes,
+                    gathering,
                     subprocesses,
                     applications,
                     workspace,

@@ -11,6 +11,7 @@ struct UnimplementedPlatform {
   UnimplementedFileQueries fileQueries;
   UnimplementedFileChanges fileChanges;
   UnimplementedFileAttributes fileAttributes;
+  UnimplementedGathering gathering;
   UnimplementedSubprocesses subprocesses;
   UnimplementedApplications applications;
   UnimplementedWorkspace workspace;
@@ -34,6 +35,7 @@ struct UnimplementedPlatform {
                     fileQueries,
                     fileChanges,
                     fileAttributes,
+                    gathering,
                     subprocesses,
                     applications,
                     workspace,

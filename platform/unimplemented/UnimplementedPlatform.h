@@ -98,6 +98,21 @@ class UnimplementedFileAttributes : public FileAttributes {
   }
 };
 
+class UnimplementedGathering : public Gathering {
+ public:
+  foundation::Result<void> createPrivateFolder(const std::string& path) override {
+    return notImplemented(path);
+  }
+  foundation::Result<std::vector<std::string>> contentsOfDirectory(const Reader&,
+                                                                   const std::string& path) override {
+    return notImplemented(path);
+  }
+  bool exists(const Reader&, const std::string&) override { return false; }
+  foundation::Result<void> copy(const Reader&, const std::string& from, const std::string&, AtLink) override {
+    return notImplemented(from);
+  }
+};
+
 /// A child that cannot be launched.
 class UnimplementedSubprocess : public Subprocess {
  public:
