@@ -32,7 +32,6 @@ struct Platform {
   FileQueries& fileQueries;
   FileChanges& fileChanges;
   FileAttributes& fileAttributes;
-  Gathering& gathering;
   Subprocesses& subprocesses;
   Applications& applications;
   Workspace& workspace;
@@ -43,6 +42,7 @@ struct Platform {
   ClientConnections& clientConnections;
   PropertyLists& propertyLists;
   Preferences& preferences;
+  Gathering& gathering;
   Alerts& alerts;
   SystemConsole& systemConsole;
   MainBundle& mainBundle;

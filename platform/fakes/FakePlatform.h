@@ -209,27 +209,6 @@ class FakeFileAttributes : public platform::FileAttributes {
   RootedFiles& files_;
 };
 
-/// Real copies within the files, by the process's own rights whoever the reader is.
-class FakeGathering : public platform::Gathering {
- public:
-  explicit FakeGathering(RootedFiles& files) : files_(files) {}
-  foundation::Result<void> createPrivateFolder(const std::string& path) override;
-  foundation::Result<std::vector<std::string>> contentsOfDirectory(const platform::Reader& reader,
-                                                                   const std::string& path) override;
-  bool exists(const platform::Reader& reader, const std::string& path) override;
-  /// Asks the files' beforeChange as "copy" of the item that is copied.
-  foundation::Result<void> copy(const platform::Reader& reader, const std::string& from,
-                                const std::string& to, platform::AtLink atLink) override;
-
-  /// Those for whom something was listed, looked for or copied.
-  std::set<platform::Reader> readers;
-
- private:
-  RootedFiles& files_;
-  platform::PosixFileQueries queries_;
-  platform::LinuxGathering gathering_{queries_};
-};
-
 /// What a fake tool does.
 struct ToolRun {
   int status = 0;
@@ -397,6 +376,27 @@ class FakePreferences : public platform::Preferences {
   Recorder& recorder_;
 };
 
+/// Real copies within the files, by the process's own rights whoever the reader is.
+class FakeGathering : public platform::Gathering {
+ public:
+  explicit FakeGathering(RootedFiles& files) : files_(files) {}
+  foundation::Result<void> createPrivateFolder(const std::string& path) override;
+  foundation::Result<std::vector<std::string>> contentsOfDirectory(const platform::Reader& reader,
+                                                                   const std::string& path) override;
+  bool exists(const platform::Reader& reader, const std::string& path) override;
+  /// Asks the files' beforeChange as "copy" of the item that is copied.
+  foundation::Result<void> copy(const platform::Reader& reader, const std::string& from,
+                                const std::string& to, platform::AtLink atLink) override;
+
+  /// Those for whom something was listed, looked for or copied.
+  std::set<platform::Reader> readers;
+
+ private:
+  RootedFiles& files_;
+  platform::PosixFileQueries queries_;
+  platform::LinuxGathering gathering_{queries_};
+};
+
 class FakeAlerts : public platform::Alerts {
  public:
   explicit FakeAlerts(Recorder& recorder) : recorder_(recorder) {}
@@ -518,7 +518,6 @@ class FakePlatform {
   FakeUserInterfaceEvents userInterfaceEvents{recorder, clock};
   FakeUsersAndFolders users{recorder};
   FakeFileAttributes fileAttributes{recorder, files};
-  FakeGathering gathering{files};
   FakeSubprocesses subprocesses{recorder, files};
   FakeApplications applications{recorder};
   FakeWorkspace workspace{recorder, files};
@@ -528,6 +527,7 @@ class FakePlatform {
   FakeDesktopNotifications desktopNotifications{recorder};
   FakeClientConnections clientConnections{recorder};
   FakePreferences preferences{recorder};
+  FakeGathering gathering{files};
   FakeAlerts alerts{recorder};
   FakeSystemConsole systemConsole{recorder};
   FakeMainBundle mainBundle{files};

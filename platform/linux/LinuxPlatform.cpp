@@ -56,7 +56,6 @@ struct LinuxPlatform {
   PosixFileQueries fileQueries;
   PosixFileChanges fileChanges;
   LinuxFileAttributes fileAttributes;
-  LinuxGathering gathering{fileQueries};
   LibplistPropertyLists propertyLists;
   LinuxMainBundle mainBundle{fileQueries, propertyLists};
   LinuxProcessInformation processInformation{fileQueries, propertyLists};
@@ -71,6 +70,7 @@ struct LinuxPlatform {
   BusDesktopNotifications desktopNotifications{busAgent};
   BusClientConnections clientConnections{busAgent};
   LinuxPreferences preferences;
+  LinuxGathering gathering{fileQueries};
   LinuxAlerts alerts;
   LinuxInterruption interruption;
   LinuxDesktopApplication desktopApplication;
@@ -81,7 +81,6 @@ struct LinuxPlatform {
                     fileQueries,
                     fileChanges,
                     fileAttributes,
-                    gathering,
                     subprocesses,
                     applications,
                     workspace,
@@ -92,6 +91,7 @@ struct LinuxPlatform {
                     clientConnections,
                     propertyLists,
                     preferences,
+                    gathering,
                     alerts,
                     systemConsole,
                     mainBundle,

@@ -275,7 +275,8 @@ bool mayBeExecuted(const std::string& path) {
 }
 
 bool hasEquivalent(const std::string& path) {
-  return path == "/usr/sbin/scutil" || path == kOpener || path == "/usr/sbin/chown";
+  return path == "/usr/sbin/scutil" || path == kOpener || path == "/usr/sbin/chown" ||
+         path == "/usr/bin/ditto";
 }
 
 bool isSymbolicLink(const std::string& path) {

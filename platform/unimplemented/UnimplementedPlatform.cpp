@@ -11,7 +11,6 @@ struct UnimplementedPlatform {
   UnimplementedFileQueries fileQueries;
   UnimplementedFileChanges fileChanges;
   UnimplementedFileAttributes fileAttributes;
-  UnimplementedGathering gathering;
   UnimplementedSubprocesses subprocesses;
   UnimplementedApplications applications;
   UnimplementedWorkspace workspace;
@@ -22,6 +21,7 @@ struct UnimplementedPlatform {
   UnimplementedClientConnections clientConnections;
   UnimplementedPropertyLists propertyLists;
   UnimplementedPreferences preferences;
+  UnimplementedGathering gathering;
   UnimplementedAlerts alerts;
   UnimplementedSystemConsole systemConsole;
   UnimplementedMainBundle mainBundle;
@@ -35,7 +35,6 @@ struct UnimplementedPlatform {
                     fileQueries,
                     fileChanges,
                     fileAttributes,
-                    gathering,
                     subprocesses,
                     applications,
                     workspace,
@@ -46,6 +45,7 @@ struct UnimplementedPlatform {
                     clientConnections,
                     propertyLists,
                     preferences,
+                    gathering,
                     alerts,
                     systemConsole,
                     mainBundle,

@@ -98,21 +98,6 @@ class UnimplementedFileAttributes : public FileAttributes {
   }
 };
 
-class UnimplementedGathering : public Gathering {
- public:
-  foundation::Result<void> createPrivateFolder(const std::string& path) override {
-    return notImplemented(path);
-  }
-  foundation::Result<std::vector<std::string>> contentsOfDirectory(const Reader&,
-                                                                   const std::string& path) override {
-    return notImplemented(path);
-  }
-  bool exists(const Reader&, const std::string&) override { return false; }
-  foundation::Result<void> copy(const Reader&, const std::string& from, const std::string&, AtLink) override {
-    return notImplemented(from);
-  }
-};
-
 /// A child that cannot be launched.
 class UnimplementedSubprocess : public Subprocess {
  public:
@@ -227,6 +212,21 @@ class UnimplementedPreferences : public Preferences {
   void setValue(const std::string&, const foundation::PropertyList&) override {}
   void setValueForAnyUserOnCurrentHost(const std::string&, const foundation::PropertyList&) override {}
   bool synchronize() override { return false; }
+};
+
+class UnimplementedGathering : public Gathering {
+ public:
+  foundation::Result<void> createPrivateFolder(const std::string& path) override {
+    return notImplemented(path);
+  }
+  foundation::Result<std::vector<std::string>> contentsOfDirectory(const Reader&,
+                                                                   const std::string& path) override {
+    return notImplemented(path);
+  }
+  bool exists(const Reader&, const std::string&) override { return false; }
+  foundation::Result<void> copy(const Reader&, const std::string& from, const std::string&, AtLink) override {
+    return notImplemented(from);
+  }
 };
 
 class UnimplementedAlerts : public Alerts {

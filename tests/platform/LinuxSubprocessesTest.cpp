@@ -423,6 +423,21 @@ TEST_F(LinuxSubprocessesTest, AToolThatTheSystemLacksIsTheBundlesEquivalent) {
   EXPECT_FALSE(subprocesses.isExecutableFile("/elsewhere/scutil"));
 }
 
+TEST_F(LinuxSubprocessesTest, AnArchiverThatTheSystemLacksIsTheBundlesToo) {
+  const tests::TemporaryFolder folder;
+  bundle.folder = folder.path();
+  LinuxSubprocesses rooted(mainThread, bundle, folder.path("root"));
+  EXPECT_FALSE(rooted.isExecutableFile("/usr/bin/ditto"));
+  for (const std::string tool : {"Contents/SharedSupport/ditto", "root/usr/bin/ditto"}) {
+    const std::string path = folder.makeFile(tool, "#!/bin/sh\necho \"$0\"\n");
+    std::filesystem::permissions(path, std::filesystem::perms::all);
+    const auto child = rooted.create({.launchPath = "/usr/bin/ditto", .standardOutput = Stream::pipe});
+    child->launch();
+    child->waitUntilExit();
+    EXPECT_EQ(child->availableOutput(), path + "\n");
+  }
+}
+
 TEST_F(LinuxSubprocessesTest, AnOpenerThatIsALinkToAnotherProgramIsPassedOver) {
   const tests::TemporaryFolder folder;
   bundle.folder = folder.path();
