@@ -6,12 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <system_error>
 
+#include "platform/foundation/Text.h"
 #include "platform/linux/Descriptor.h"
 
 namespace helpers {
@@ -39,34 +39,7 @@ std::string escapedAscii(char character) {
   return byte < 0x20 || byte == 0x7F ? octal(byte) : std::string(1, character);
 }
 
-struct Character {
-  std::size_t length = 0;  ///< 0 where no valid UTF-8 starts here
-  std::uint32_t code = 0;
-};
-
-std::size_t sequenceLength(unsigned char first) {
-  if (first >= 0xC2 && first <= 0xDF) return 2;
-  if (first >= 0xE0 && first <= 0xEF) return 3;
-  return first >= 0xF0 && first <= 0xF4 ? 4 : 0;
-}
-
-Character characterAt(std::string_view text) {
-  const auto first = static_cast<unsigned char>(text.front());
-  const std::size_t length = sequenceLength(first);
-  if (length == 0 || text.size() < length) return {};
-  std::uint32_t code = first & (0xFFU >> (length + 1));
-  for (std::size_t i = 1; i < length; ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    if ((byte & 0xC0U) != 0x80U) return {};
-    code = (code << 6U) | (byte & 0x3FU);
-  }
-  static constexpr std::array<std::uint32_t, 5> kSmallest = {0, 0, 0x80, 0x800, 0x10000};
-  const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-  if (code < kSmallest.at(length) || code > 0x10FFFF || surrogate) return {};
-  return {length, code};
-}
-
-bool changesTheLine(std::uint32_t code) {
+bool changesTheLine(char32_t code) {
   return code < 0xA0 || code == 0x200E || code == 0x200F || (code >= 0x2028 && code <= 0x202E) ||
          (code >= 0x2066 && code <= 0x2069);
 }
@@ -92,7 +65,7 @@ std::string escaped(std::string_view text) {
       text.remove_prefix(1);
       continue;
     }
-    const Character character = characterAt(text);
+    const foundation::Utf8Character character = foundation::firstCharacter(text);
     const std::size_t length = character.length == 0 ? 1 : character.length;
     const bool plain = character.length > 0 && !changesTheLine(character.code);
     for (std::size_t i = 0; i < length; ++i) {

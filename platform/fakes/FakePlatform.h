@@ -16,8 +16,8 @@
 #include "platform/Platform.h"
 #include "platform/foundation/Exception.h"
 #include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxFiles.h"
 #include "platform/linux/LinuxGathering.h"
-#include "platform/posix/PosixFiles.h"
 
 /// A platform for tests: it does nothing to the system and records every call, in order, as one line of text.
 /// Services that the test steers have public fields.
@@ -183,8 +183,8 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   [[nodiscard]] std::optional<foundation::Error> refusal(const char* change, const std::string& path) const;
 
   std::string root_;
-  platform::PosixFileQueries queries_;
-  platform::PosixFileChanges changes_;
+  platform::LinuxFileQueries queries_;
+  platform::LinuxFileChanges changes_;
 };
 
 /// Keeps locks and Finder information beside the files; records "lock PATH" and "unlock PATH" where something

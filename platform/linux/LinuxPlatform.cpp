@@ -14,6 +14,7 @@
 #include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxDesktopApplication.h"
 #include "platform/linux/LinuxFileAttributes.h"
+#include "platform/linux/LinuxFiles.h"
 #include "platform/linux/LinuxGathering.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
@@ -26,7 +27,6 @@
 #include "platform/linux/LinuxUsersAndFolders.h"
 #include "platform/linux/LinuxWorkspace.h"
 #include "platform/linux/SudoAuthorization.h"
-#include "platform/posix/PosixFiles.h"
 
 namespace platform {
 namespace {
@@ -53,9 +53,9 @@ struct LinuxPlatform {
   LinuxMainThread mainThread;
   LinuxUserInterfaceEvents userInterfaceEvents{mainThread};
   LinuxUsersAndFolders usersAndFolders;
-  PosixFileQueries fileQueries;
-  PosixFileChanges fileChanges;
   LinuxFileAttributes fileAttributes;
+  LinuxFileQueries fileQueries;
+  LinuxFileChanges fileChanges;
   LibplistPropertyLists propertyLists;
   LinuxMainBundle mainBundle{fileQueries, propertyLists};
   LinuxProcessInformation processInformation{fileQueries, propertyLists};

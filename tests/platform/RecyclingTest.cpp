@@ -17,6 +17,7 @@
 #include "platform/linux/GuardedFolders.h"
 #include "platform/posix/TreeCopy.h"
 #include "tests/support/AsUser.h"
+#include "tests/support/ChangedRoot.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform {
@@ -24,6 +25,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using support::AsUser;
+using support::ChangedRoot;
 using support::kNobody;
 using support::TemporaryFolder;
 using ::testing::ElementsAre;
@@ -204,10 +206,13 @@ TEST_F(RecyclingAsRootTest, LinkThatAUserPlantedOnTheWayIsNotFollowed) {
 
 TEST_F(RecyclingAsRootTest, LinkThatOnlyRootCanHaveMadeIsFollowed) {
   const TemporaryFolder volume;
-  fs::create_symlink(home.path(), volume / "alice");
-  home.file("Library/a");
-  EXPECT_EQ(reasonOf(recycleItems(volume / "alice/Library", volume / "alice/.Trash", {"a"})), 0);
-  EXPECT_THAT(namesIn(trash), ElementsAre("a"));
+  volume.file("home/alice/Library/a");
+  fs::create_symlink("/home", volume / "Users");
+  give(volume / "home/alice");
+  ChangedRoot::run(volume.path(), [] {
+    EXPECT_EQ(reasonOf(recycleItems("/Users/alice/Library", "/Users/alice/.Trash", {"a"})), 0);
+    EXPECT_THAT(namesIn("/home/alice/.Trash"), ElementsAre("a"));
+  });
 }
 
 TEST_F(RecyclingAsRootTest, LoopOfLinksEnds) {
