@@ -12,6 +12,7 @@
 #include "platform/FileReferences.h"
 #include "platform/Files.h"
 #include "platform/FolderQueries.h"
+#include "platform/Gathering.h"
 #include "platform/MainBundle.h"
 #include "platform/MainThread.h"
 #include "platform/Notifications.h"
@@ -49,6 +50,7 @@ struct Platform {
   ClientConnections& clientConnections;
   PropertyLists& propertyLists;
   Preferences& preferences;
+  Gathering& gathering;
   Alerts& alerts;
   SystemConsole& systemConsole;
   MainBundle& mainBundle;

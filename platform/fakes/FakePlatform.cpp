@@ -360,6 +360,33 @@ Result<std::unique_ptr<platform::WritableFile>> RootedFiles::openForWriting(cons
   return changes_.openForWriting(real(path));
 }
 
+Result<void> FakeGathering::createPrivateFolder(const std::string& path) {
+  if (files_.beforeChange) {
+    if (auto error = files_.beforeChange("createPrivateFolder", path)) return *error;
+  }
+  return gathering_.createPrivateFolder(files_.real(path));
+}
+
+Result<std::vector<std::string>> FakeGathering::contentsOfDirectory(const platform::Reader& reader,
+                                                                    const std::string& path) {
+  readers.insert(reader);
+  return gathering_.contentsOfDirectory(std::nullopt, files_.real(path));
+}
+
+bool FakeGathering::exists(const platform::Reader& reader, const std::string& path) {
+  readers.insert(reader);
+  return gathering_.exists(std::nullopt, files_.real(path));
+}
+
+Result<void> FakeGathering::copy(const platform::Reader& reader, const std::string& from,
+                                 const std::string& to, platform::AtLink atLink) {
+  readers.insert(reader);
+  if (files_.beforeChange) {
+    if (auto error = files_.beforeChange("copy", from)) return *error;
+  }
+  return gathering_.copy(std::nullopt, files_.real(from), files_.real(to), atLink);
+}
+
 bool FakeUserInterfaceEvents::dispatchNext(std::chrono::nanoseconds longestWait) {
   recorder_.add("event " + describeDuration(longestWait));
   clock_.advance(longestWait);
@@ -694,6 +721,7 @@ FakePlatform::FakePlatform()
                 clientConnections,
                 propertyLists,
                 preferences,
+                gathering,
                 alerts,
                 systemConsole,
                 mainBundle,

@@ -18,6 +18,7 @@
 #include "platform/linux/LibplistPropertyLists.h"
 #include "platform/linux/LinuxFiles.h"
 #include "platform/linux/LinuxFolderQueries.h"
+#include "platform/linux/LinuxGathering.h"
 
 /// A platform for tests: it does nothing to the system and records every call, in order, as one line of text.
 /// Services that the test steers have public fields.
@@ -449,6 +450,27 @@ class FakePreferences : public platform::Preferences {
   Recorder& recorder_;
 };
 
+/// Real copies within the files, by the process's own rights whoever the reader is.
+class FakeGathering : public platform::Gathering {
+ public:
+  explicit FakeGathering(RootedFiles& files) : files_(files) {}
+  foundation::Result<void> createPrivateFolder(const std::string& path) override;
+  foundation::Result<std::vector<std::string>> contentsOfDirectory(const platform::Reader& reader,
+                                                                   const std::string& path) override;
+  bool exists(const platform::Reader& reader, const std::string& path) override;
+  /// Asks the files' beforeChange as "copy" of the item that is copied.
+  foundation::Result<void> copy(const platform::Reader& reader, const std::string& from,
+                                const std::string& to, platform::AtLink atLink) override;
+
+  /// Those for whom something was listed, looked for or copied.
+  std::set<platform::Reader> readers;
+
+ private:
+  RootedFiles& files_;
+  platform::PosixFileQueries queries_;
+  platform::LinuxGathering gathering_{queries_};
+};
+
 class FakeAlerts : public platform::Alerts {
  public:
   explicit FakeAlerts(Recorder& recorder) : recorder_(recorder) {}
@@ -583,6 +605,7 @@ class FakePlatform {
   FakeDesktopNotifications desktopNotifications{recorder};
   FakeClientConnections clientConnections{recorder};
   FakePreferences preferences{recorder};
+  FakeGathering gathering{files};
   FakeAlerts alerts{recorder};
   FakeSystemConsole systemConsole{recorder};
   FakeMainBundle mainBundle{files};

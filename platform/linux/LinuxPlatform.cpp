@@ -17,6 +17,7 @@
 #include "platform/linux/LinuxFileReferences.h"
 #include "platform/linux/LinuxFiles.h"
 #include "platform/linux/LinuxFolderQueries.h"
+#include "platform/linux/LinuxGathering.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
 #include "platform/linux/LinuxMainThread.h"
@@ -73,6 +74,7 @@ struct LinuxPlatform {
   BusDesktopNotifications desktopNotifications{busAgent};
   BusClientConnections clientConnections{busAgent};
   LinuxPreferences preferences;
+  LinuxGathering gathering{fileQueries};
   LinuxAlerts alerts;
   LinuxInterruption interruption;
   LinuxDesktopApplication desktopApplication;
@@ -97,6 +99,7 @@ struct LinuxPlatform {
                     clientConnections,
                     propertyLists,
                     preferences,
+                    gathering,
                     alerts,
                     systemConsole,
                     mainBundle,

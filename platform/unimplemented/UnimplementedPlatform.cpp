@@ -25,6 +25,7 @@ struct UnimplementedPlatform {
   UnimplementedClientConnections clientConnections;
   UnimplementedPropertyLists propertyLists;
   UnimplementedPreferences preferences;
+  UnimplementedGathering gathering;
   UnimplementedAlerts alerts;
   UnimplementedSystemConsole systemConsole;
   UnimplementedMainBundle mainBundle;
@@ -52,6 +53,7 @@ struct UnimplementedPlatform {
                     clientConnections,
                     propertyLists,
                     preferences,
+                    gathering,
                     alerts,
                     systemConsole,
                     mainBundle,

@@ -245,6 +245,21 @@ class UnimplementedPreferences : public Preferences {
   bool synchronize() override { return false; }
 };
 
+class UnimplementedGathering : public Gathering {
+ public:
+  foundation::Result<void> createPrivateFolder(const std::string& path) override {
+    return notImplemented(path);
+  }
+  foundation::Result<std::vector<std::string>> contentsOfDirectory(const Reader&,
+                                                                   const std::string& path) override {
+    return notImplemented(path);
+  }
+  bool exists(const Reader&, const std::string&) override { return false; }
+  foundation::Result<void> copy(const Reader&, const std::string& from, const std::string&, AtLink) override {
+    return notImplemented(from);
+  }
+};
+
 class UnimplementedAlerts : public Alerts {
  public:
   void runPanel(const std::string&, const std::string&) override {}
