@@ -25,7 +25,8 @@ enum class AtLink {
 ///  - a process that is not root has its own rights, whoever the reader is;
 ///  - root looks and reads with the rights of the reader's account, its groups included, and of no other;
 ///  - root without a reader gathers for itself, and reads each item with the rights of the account that owns
-///    it: a link opens no more than its owner could.
+///    it: a link opens no more than its owner could. What has further names (hard links) it reads with the
+///    rights that every account has, because others may have given it this one.
 /// An item is opened once and then copied through its descriptor. Nothing blocks on a FIFO or a device.
 class Gathering {
  public:

@@ -191,8 +191,11 @@ class ItemCopy {
   }
 
  private:
+  /// Whoever may change the folder can have given a name in it to anybody's file: one with further names is
+  /// read as everybody could.
   [[nodiscard]] Rights readingRights(const Item& item) const {
     if (!readsAsOwner_) return rights_;
+    if (!S_ISDIR(item.status.st_mode) && item.status.st_nlink > 1) return rightsOfEverybody();
     return item.status.st_uid == 0 ? Rights() : fileRightsOf(item.status.st_uid);
   }
 

@@ -412,6 +412,19 @@ TEST_F(RootGatheringTest, WithoutAReaderAnItemIsReadAsItsOwnerCould) {
   EXPECT_EQ(folder.content("copy"), "secret");
 }
 
+TEST_F(RootGatheringTest, WithoutAReaderWhatHasFurtherNamesIsReadAsEverybodyCould) {
+  fs::create_hard_link(folder / "secret/key", folder / "logs/planted");
+  EXPECT_EQ(copy(folder / "logs/planted"), EACCES);
+  fs::create_symlink("key", folder / "secret/link");
+  fs::create_hard_link(folder / "secret/link", folder / "logs/link");
+  fs::create_hard_link(folder / "secret/key", folder / "logs/key");
+  EXPECT_EQ(copy(folder / "logs/link"), EACCES) << "root's link, somewhere else";
+  EXPECT_FALSE(isCopied());
+  fs::create_hard_link(file("secret/open", 0, 0644, "open"), folder / "logs/open");
+  EXPECT_EQ(copy(folder / "logs/open"), 0);
+  EXPECT_EQ(folder.content("copy"), "open");
+}
+
 TEST_F(RootGatheringTest, ReadingLeavesTheThreadItsRightsAndGroups) {
   const std::array<gid_t, 2> groups = {7, 9};
   std::vector<gid_t> before(static_cast<std::size_t>(::getgroups(0, nullptr)));
