@@ -18,7 +18,6 @@ namespace fs = std::filesystem;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Pair;
 using testing::UnorderedElementsAre;
 using Names = std::vector<std::string>;
 

@@ -35,11 +35,9 @@ using support::kNobody;
 using support::ProgramRun;
 using support::runProgram;
 using support::TemporaryFolder;
-using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::Not;
 
 constexpr std::size_t kBlock = ditto::DeflateLine::kBlock;
 constexpr const char* kPython = "/usr/bin/python3";

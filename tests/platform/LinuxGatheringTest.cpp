@@ -288,7 +288,7 @@ class RootGatheringTest : public LinuxGatheringTest {
   /// A file of somebody's.
   std::string file(const std::string& path, uid_t owner, mode_t mode,
                    const std::string& content = "content") {
-    const std::string made = folder.file(path, content);
+    std::string made = folder.file(path, content);
     EXPECT_EQ(::chown(made.c_str(), owner, owner), 0);
     EXPECT_EQ(::chmod(made.c_str(), mode), 0);
     return made;

@@ -26,7 +26,6 @@ namespace fs = std::filesystem;
 using support::TemporaryFolder;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
