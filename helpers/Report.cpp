@@ -82,6 +82,10 @@ void Report::failure(std::string_view path, std::string_view reason) {
   say(escaped(path) + ": " + std::string(reason));
 }
 
+void Report::moved(std::string_view path, std::string_view place) const {
+  writeToSystemLog(systemLog_, LogLevel::info, toolName_, escaped(path) + ": moved to " + escaped(place));
+}
+
 ExitStatus Report::stop(ExitStatus status, std::string_view message) {
   if (status != ExitStatus::done) anyFailure_ = true;
   if (status == ExitStatus::usage) {
@@ -93,7 +97,7 @@ ExitStatus Report::stop(ExitStatus status, std::string_view message) {
 }
 
 void Report::say(const std::string& text) {
-  writeToSystemLog(systemLog_, toolName_, text);
+  writeToSystemLog(systemLog_, LogLevel::warning, toolName_, text);
   writeLine(text);
 }
 

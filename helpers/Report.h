@@ -48,6 +48,9 @@ class Report {
   void failure(std::string_view path, std::string_view reason);
   void failure(const foundation::Error& error) { failure(error.path, reasonOf(error)); }
 
+  /// "path: moved to place", in the system log alone: whoever puts things back has to know where they were.
+  void moved(std::string_view path, std::string_view place) const;
+
   /// "tool: message" for a run that does nothing; returns the status for the caller to hand on.
   ExitStatus stop(ExitStatus status, std::string_view message);
 

@@ -13,7 +13,8 @@
 namespace helpers {
 namespace {
 
-/// syslog(3): LOG_USER | LOG_WARNING.
+/// syslog(3): LOG_USER.
+constexpr int kFacility = 8;
 constexpr int kPriority = 12;
 
 platform::UniqueDescriptor connectTo(const std::string& path) {
@@ -38,10 +39,11 @@ std::string stamp() {
 
 }  // namespace
 
-void writeToSystemLog(const std::string& socket, std::string_view tool, std::string_view line) {
+void writeToSystemLog(const std::string& socket, LogLevel level, std::string_view tool,
+                      std::string_view line) {
   const platform::UniqueDescriptor log = connectTo(socket);
   if (!log) return;
-  std::string text = "<" + std::to_string(kPriority) + ">" + stamp() + " ";
+  std::string text = "<" + std::to_string(kFacility | static_cast<int>(level)) + ">" + stamp() + " ";
   text.append(tool).append("[" + std::to_string(getpid()) + "]: ").append(line);
   text.resize(std::min(text.size(), kLongestLogLine));
   send(log.get(), text.data(), text.size(), MSG_NOSIGNAL);

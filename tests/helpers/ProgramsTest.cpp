@@ -154,6 +154,24 @@ TEST_F(ProgramsTest, EachToolTellsTheSystemLogWhatItCouldNotDo) {
   EXPECT_EQ(log.receive(), "nothing");
 }
 
+TEST_F(ProgramsTest, TrashtoolTellsTheSystemLogWhereItMovedThingsTo) {
+  const LogSocket log(path("log"));
+  const auto logged = [this] { becomeTheSystemLog(path("log")); };
+  volume_.makeFile("disk/file");
+  volume_.makeFile("disk/history/entry");
+  volume_.makeFile(std::string("disk/") + kSpool + "/segment");
+  EXPECT_EQ(run({TRASHTOOL, path("file")}, logged).exitStatus, 0);
+  EXPECT_THAT(log.receive(),
+              ::testing::MatchesRegex(".*: " + path("file") + ": moved to " + path(".Trashes/[0-9]+/file")));
+  EXPECT_EQ(run({TRASHTOOL, "-dircontents", path("history")}, logged).exitStatus, 0);
+  EXPECT_THAT(log.receive(), ::testing::MatchesRegex(".*: " + path("history") + "/[*]: moved to " +
+                                                     path(".Trashes/[0-9]+")));
+  EXPECT_EQ(run({TRASHTOOL, "-spooldir", path(kSpool)}, logged).exitStatus, 0);
+  EXPECT_THAT(log.receive(), ::testing::MatchesRegex(".*: " + path(kSpool) + ": moved to " +
+                                                     path(".Trashes/[0-9]+/Storage [-0-9. ]+")));
+  EXPECT_EQ(log.receive(), "nothing");
+}
+
 TEST_F(ProgramsTest, ClosedDescriptorsDoNoHarm) {
   volume_.makeFile("disk/tree/file", "untouched", 0600);
   volume_.makeFile("disk/outside");

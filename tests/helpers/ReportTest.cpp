@@ -119,6 +119,15 @@ TEST_F(LoggedReport, TellsTheSystemLogOfARefusalButNotOfWrongArguments) {
   EXPECT_THAT(log.receive(), ::testing::EndsWith("]: refused"));
 }
 
+TEST_F(LoggedReport, TellsTheSystemLogAloneWhatWasMovedWhere) {
+  const LogSocket log(socket());
+  const Report told = report();
+  told.moved("/a\nb", "/trash/a\nb");
+  EXPECT_THAT(log.receive(), ::testing::AllOf(::testing::StartsWith("<14>"),
+                                              ::testing::EndsWith("]: /a\\nb: moved to /trash/a\\nb")));
+  EXPECT_EQ(told.status(), ExitStatus::done);
+}
+
 TEST_F(LoggedReport, IsNotHeldUpByALogThatNobodyReads) {
   const LogSocket log(socket());
   alarm(30);  // ends a test that blocks
