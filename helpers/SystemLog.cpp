@@ -15,7 +15,6 @@ namespace {
 
 /// syslog(3): LOG_USER.
 constexpr int kFacility = 8;
-constexpr int kPriority = 12;
 
 platform::UniqueDescriptor connectTo(const std::string& path) {
   sockaddr_un address{};
