@@ -62,16 +62,12 @@ struct FolderEntry {
 
 /// In the order of their inodes, in which a disk reads them fastest.
 Result<std::vector<FolderEntry>> entriesIn(int folder, const std::string& path) {
-  const int own = ::openat(folder, ".", kFolder);
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(own < 0 ? nullptr : ::fdopendir(own), &::closedir);
-  if (!listing) return systemError(errno, path);
   std::vector<FolderEntry> entries;
-  errno = 0;
-  while (const dirent* const entry = ::readdir(listing.get())) {  // NOLINT(concurrency-mt-unsafe): our own
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") entries.push_back({entry->d_ino, entry->d_type, std::string(name)});
-  }
-  if (errno != 0) return systemError(errno, path);
+  const auto add = [&entries](const dirent& entry) {
+    entries.push_back({entry.d_ino, entry.d_type, entry.d_name});
+    return true;
+  };
+  if (auto listed = listFolder(folder, path, add); !listed) return listed.error();
   std::sort(entries.begin(), entries.end(),
             [](const FolderEntry& a, const FolderEntry& b) { return a.inode < b.inode; });
   return entries;
@@ -104,7 +100,7 @@ class TreeCopy {
   TreeCopy(int toFolder, std::string path, const CopyOptions& options)
       : toFolder_(toFolder),
         path_(std::move(path)),
-        topLength_(path_.size()),
+        topLength_(path_.size() - (path_.ends_with('/') ? 1 : 0)),
         options_(options),
         metadata_{options.privileges, options.fidelity},
         pace_(options.onProgress, options.progressInterval, path_) {}
@@ -310,8 +306,8 @@ class TreeCopy {
   }
 
   int toFolder_;
-  std::string path_;  ///< of the item in hand
-  std::size_t topLength_;
+  std::string path_;       ///< of the item in hand
+  std::size_t topLength_;  ///< of the topmost item's path, without a slash at its end
   const CopyOptions& options_;
   MetadataOptions metadata_;
   CopyPace pace_;
@@ -387,9 +383,9 @@ Result<OpenPlace> placeOf(const std::string& path) {
   return place;
 }
 
-bool isTaken(const OpenPlace& place) {
+bool isTaken(const ItemPlace& place) {
   struct stat status {};
-  return ::fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  return ::fstatat(place.folder, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 class TreeCount {
@@ -457,14 +453,18 @@ Result<void> copyItemAtPath(const std::string& from, const std::string& to, cons
   if (!source) return source.error();
   const auto target = placeOf(to);
   if (!target) return target.error();
-  if (isTaken(target.value())) return systemError(EEXIST, to);
-  const auto staging = PrivateFolder::make(target.value().folder.get(), to);
+  return copyIntoPlace({source.value().folder.get(), source.value().name, from},
+                       {target.value().folder.get(), target.value().name, to}, options);
+}
+
+Result<void> copyIntoPlace(const ItemPlace& from, const ItemPlace& to, const CopyOptions& options) {
+  if (isTaken(to)) return systemError(EEXIST, to.path);
+  const auto staging = PrivateFolder::make(to.folder, to.path);
   if (!staging) return staging.error();
-  const std::string& name = target.value().name;
   const int inside = staging.value().descriptor();
-  const auto copied = copyItem(source.value().folder.get(), source.value().name, inside, name, from, options);
+  const auto copied = copyItem(from.folder, from.name, inside, to.name, from.path, options);
   if (!copied) return copied.error();
-  return renameWithoutReplacing(inside, name, target.value().folder.get(), name, to);
+  return renameWithoutReplacing(inside, to.name, to.folder, to.name, to.path);
 }
 
 Result<void> moveByCopy(int fromFolder, const std::string& fromName, int toFolder, const std::string& path,

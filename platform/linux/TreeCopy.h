@@ -64,9 +64,19 @@ struct CopyOptions {
                                                       int toFolder, const std::string& toName,
                                                       const std::string& path, const CopyOptions& options);
 
-/// Copies a file, folder or link to a path where nothing is: EEXIST otherwise. Links on the way to both are
-/// followed, a link at the end of `from` is copied itself. The copy grows in a PrivateFolder beside `to` and
+/// An item in an open folder. `path` is for errors and progress.
+struct ItemPlace {
+  int folder = -1;
+  const std::string& name;
+  const std::string& path;
+};
+
+/// Copies an item to a place where nothing is: EEXIST otherwise. The copy grows in a PrivateFolder there and
 /// takes its name when it is whole.
+[[nodiscard]] foundation::Result<void> copyIntoPlace(const ItemPlace& from, const ItemPlace& to,
+                                                     const CopyOptions& options = {});
+
+/// The same by paths. Links on the way to both are followed, a link at the end of `from` is copied itself.
 [[nodiscard]] foundation::Result<void> copyItemAtPath(const std::string& from, const std::string& to,
                                                       const CopyOptions& options = {});
 

@@ -294,6 +294,23 @@ TEST_F(LinuxFilesTest, RootDoesNotWriteToAFileThatHasFurtherNames) {
   EXPECT_EQ(changes.openForWriting(file).error().code, EMLINK);
 }
 
+TEST_F(LinuxFilesTest, RootDoesNotReadAFileItselfThatHasFurtherNames) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  const std::string file = folder.makeFile("file", "secret");
+  ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
+  EXPECT_EQ(queries.readFileItself(file, 10).value(), "secret");
+  ASSERT_EQ(::link(file.c_str(), folder.path("second").c_str()), 0);
+  EXPECT_EQ(queries.readFileItself(folder.path("second"), 10).error().code, EMLINK);
+  AsUser::run(kNobody, [&] { EXPECT_EQ(queries.readFileItself(file, 10).value(), "secret"); });
+}
+
+TEST_F(LinuxFilesTest, RootOpensNothingThatMayHaveLostTheNameItWasOpenedBy) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  const std::string file = folder.makeFile("name (deleted)");  // as the kernel tells of such a file
+  EXPECT_EQ(changes.openForWriting(file).error().code, EMLINK);
+  EXPECT_EQ(queries.readFileItself(file, 10).error().code, EMLINK);
+}
+
 TEST_F(LinuxFilesTest, WritingToAFullDiskIsAnError) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to mount";
   const SmallFileSystem other(folder.path("other"));

@@ -52,6 +52,16 @@ class CopyItemTest : public ::testing::Test {
   std::string error_;
 };
 
+TEST_F(CopyItemTest, HardLinksStayLinksAlsoWhereThePathEndsWithASlash) {
+  ground_.file("tree/one", "text");
+  fs::create_hard_link(ground_ / "tree/one", ground_ / "tree/two");
+  for (const char* const end : {"", "/", "//"}) {
+    const std::string to = std::string("copy") + std::to_string(std::string(end).size());
+    ASSERT_EQ(copy(std::string("tree") + end, to), 0) << error_;
+    EXPECT_EQ(statusAt(ground_ / (to + "/one")).st_ino, statusAt(ground_ / (to + "/two")).st_ino) << end;
+  }
+}
+
 TEST_F(CopyItemTest, AFolderArrivesAsItIs) {
   ground_.file("tree/sub/file", "text");
   ground_.file("tree/\xFF\xFE\n", "a name that is bytes");
