@@ -109,11 +109,12 @@ int printProcessInformation() {
   return 0;
 }
 
-/// Defers interruption, says so, waits for a signal, says its number, and lets it end the process.
+/// Defers interruption, says so and which process it is, waits for a signal, says its number, and lets it end
+/// the process.
 int deferInterruption() {
   auto& interruption = platform::native().interruption;
   interruption.defer();
-  std::cout << "deferred" << std::endl;
+  std::cout << "deferred " << ::getpid() << std::endl;
   for (int turns = 0; turns < 5000 && !interruption.requested(); ++turns) ::usleep(1000);
   std::cout << interruption.requested().value_or(0) << std::endl;
   interruption.deliver();
