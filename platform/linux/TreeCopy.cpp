@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -103,6 +104,7 @@ class TreeCopy {
         topLength_(path_.size() - (path_.ends_with('/') ? 1 : 0)),
         options_(options),
         metadata_{options.privileges, options.fidelity},
+        takesDevices_(options.privileges == Privileges::keep),
         pace_(options.onProgress, options.progressInterval, path_) {}
 
   Result<CopiedItem> run(const Place& from, const Place& to) {
@@ -156,10 +158,23 @@ class TreeCopy {
     auto status = statusOf(entry, path_);
     if (!status) return status.error();
     item.status = status.value();
+    if (!top_ || !item.status.isSameVolume(*top_)) {
+      if (auto heeded = heedMount(entry, item.status); !heeded) return heeded;
+    }
     if (!top_) top_ = item.status;
     if (options_.mounts == Mounts::refuse && !item.status.isSameVolume(*top_)) {
       return fail(EXDEV, "another volume is mounted there");
     }
+    return {};
+  }
+
+  /// What the mount it is read through does not let take effect is not to take effect because root copied it.
+  Result<void> heedMount(int entry, const FileStatus& status) {
+    struct statvfs mount {};
+    if (::geteuid() != 0 || status.isSameVolume(toStatus_)) return {};
+    if (::fstatvfs(entry, &mount) != 0) return fail(errno);
+    if ((mount.f_flag & ST_NOSUID) != 0) metadata_.privileges = Privileges::drop;
+    if ((mount.f_flag & ST_NODEV) != 0) takesDevices_ = false;
     return {};
   }
 
@@ -170,7 +185,7 @@ class TreeCopy {
     if (auto noted = note(source.get(), item); !noted) return noted;
     if (!item.status.isRegular() || (seen != nullptr && !item.status.isSameFile(before))) return changed();
     if (linkToFirstCopy(item.status, to)) return {};
-    const mode_t mode = modeOfCopy(item.status, options_.privileges) & 0777U;
+    const mode_t mode = modeOfCopy(item.status, metadata_.privileges) & 0777U;
     // Ours to write while it is made, whatever it will be.
     const UniqueDescriptor copy(::openat(to.folder, to.name.c_str(),
                                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode | 0600U));
@@ -249,7 +264,7 @@ class TreeCopy {
   /// Made anew, never opened.
   Result<void> makeSpecialFile(const Place& to, const FileStatus& status) const {
     const bool isDevice = S_ISCHR(status.mode) || S_ISBLK(status.mode);
-    if (isDevice && options_.privileges == Privileges::drop) {
+    if (isDevice && !takesDevices_) {
       return fail(ENOTSUP, "a device is not copied to another volume");
     }
     const mode_t mode = (status.mode & static_cast<mode_t>(S_IFMT)) | 0600U;
@@ -310,6 +325,7 @@ class TreeCopy {
   std::size_t topLength_;  ///< of the topmost item's path, without a slash at its end
   const CopyOptions& options_;
   MetadataOptions metadata_;
+  bool takesDevices_;
   CopyPace pace_;
   FileStatus toStatus_;
   std::string topName_;

@@ -19,6 +19,10 @@
 /// it; so is a folder that holds the place it is copied to (EINVAL), and folders deeper than 256
 /// (ENAMETOOLONG).
 ///
+/// What a mount disarms is not armed by root's copying it to another one: where set-ID bits take no effect
+/// (nosuid) they and file capabilities stay behind from there on, and where devices do not (nodev) a device
+/// is an error (ENOTSUP).
+///
 /// When an error comes (ECANCELED for a cancelled copy) nothing of the copy is left.
 namespace platform {
 
