@@ -21,7 +21,6 @@
 namespace {
 
 using foundation::systemError;
-using platform::FileStatus;
 using platform::Ownership;
 
 constexpr int kUsageError = 64;
