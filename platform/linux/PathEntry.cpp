@@ -53,7 +53,10 @@ class PathWalk {
     return finish();
   }
 
-  UniqueDescriptor last() { return std::move(levels_.back().descriptor); }
+  Result<UniqueDescriptor> folder() {
+    if (!levels_.back().status.isFolder()) return systemError(ENOTDIR, asked_);
+    return std::move(levels_.back().descriptor);
+  }
 
  private:
   Result<void> enterRoot(int root) {
@@ -219,7 +222,7 @@ Result<UniqueDescriptor> locateFolder(const std::string& path) {
   if (!root) return systemError(errno, path);
   PathWalk walk(path, LastLink::follow);
   if (auto walked = walk.walk(root.get()); !walked) return walked.error();
-  return walk.last();
+  return walk.folder();
 }
 
 bool isTrustedOwner(uid_t user) {
