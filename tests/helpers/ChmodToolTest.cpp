@@ -100,6 +100,14 @@ TEST_F(ChmodToolTest, AFileWithAHardLinkOutsideIsLeftAndReported) {
   EXPECT_EQ(report_.lines(), 3);
 }
 
+TEST_F(ChmodToolTest, AFileThatMayHaveLostTheNameItWasFoundByIsLeftAndReported) {
+  volume_.makeFile("tree/name (deleted)", "x", 0600);  // as the kernel tells of such a file
+  EXPECT_EQ(run({"-R", "644", "/tree"}), ExitStatus::failed);
+  EXPECT_EQ(run({"644", "/tree/name (deleted)"}), ExitStatus::failed);
+  EXPECT_EQ(volume_.mode("tree/name (deleted)"), 0600U);
+  EXPECT_EQ(report_.lines(), 2);
+}
+
 TEST_F(ChmodToolTest, HardLinksThatAreAllInTheTreeAreChanged) {
   QUILLMEND_NEEDS_ROOT();  // others cannot enter a folder of that mode
   volume_.makeFile("tree/one", "x", 0600);
