@@ -7,14 +7,15 @@
 #include <set>
 #include <tuple>
 
-#include "tests/helpers/RunningProgram.h"
 #include "tests/helpers/TestVolume.h"
+#include "tests/support/RunningProgram.h"
 
 namespace helpers {
 namespace {
 
 using platform::ProcessInfo;
 using std::chrono::milliseconds;
+using support::RunningProgram;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 

@@ -203,7 +203,7 @@ TEST_F(LinuxApplicationsTest, AskingToQuitEndsEveryProcessOfTheApplicationAndNoO
   EXPECT_EQ(applications.askToQuit("Compressor"), std::nullopt);
   EXPECT_EQ(one.waitForSignal(), SIGTERM);
   EXPECT_EQ(two.waitForSignal(), SIGTERM);
-  EXPECT_TRUE(bystander.isRunning());
+  EXPECT_FALSE(bystander.hasEnded());
 }
 
 TEST_F(LinuxApplicationsTest, ApplicationIsAlsoCalledByTheNameInItsBundle) {
@@ -241,7 +241,7 @@ TEST_F(LinuxApplicationsTest, AskingAnApplicationOfAnotherUserWithoutTheRightIsA
     ASSERT_TRUE(error);
     EXPECT_EQ(*error->find("NSAppleScriptErrorNumber"), PropertyList(-10004));
   });
-  EXPECT_TRUE(running.isRunning());
+  EXPECT_FALSE(running.hasEnded());
 }
 
 TEST(ApplicationBundles, ProgramOfABundleIsTheNamedOneElseTheBundlesName) {
