@@ -13,7 +13,6 @@
 #include "platform/foundation/Text.h"
 #include "platform/linux/ExclusiveRename.h"
 #include "platform/linux/GuardedFolders.h"
-#include "platform/linux/PrivateFolder.h"
 #include "platform/linux/TreeCopy.h"
 #include "platform/posix/RegularFile.h"
 
@@ -148,11 +147,6 @@ Result<void> moveAcrossFileSystems(const Place& from, const Place& to, const std
                     });
 }
 
-bool isTaken(const Place& place) {
-  struct stat status {};
-  return ::fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-}
-
 /// Puts a file in the place of what lies there, `old` where that is a file. What replaces a file may be as
 /// confidential as that: nobody else reads it before it has its mode.
 Result<void> writeReplacement(const Place& target, const struct stat* old, std::string_view bytes,
@@ -203,21 +197,8 @@ Result<void> LinuxFileChanges::move(const std::string& from, const std::string& 
   return systemError(reason, reason == EEXIST ? to : from);
 }
 
-// As copyItemAtPath, but through folders that root may enter.
 Result<void> LinuxFileChanges::copy(const std::string& from, const std::string& to) {
-  const auto source = placeOf(from);
-  if (!source) return source.error();
-  const auto target = placeOf(to);
-  if (!target) return target.error();
-  if (isTaken(target.value())) return systemError(EEXIST, to);
-  const int folder = target.value().folder.get();
-  const std::string& name = target.value().name;
-  const auto staging = PrivateFolder::make(folder, to);
-  if (!staging) return staging.error();
-  const int inside = staging.value().descriptor();
-  const auto copied = copyItem(source.value().folder.get(), source.value().name, inside, name, from, {});
-  if (!copied) return copied.error();
-  return renameWithoutReplacing(inside, name, folder, name, to);
+  return copyItemAtPath(from, to);
 }
 
 Result<void> LinuxFileChanges::remove(const std::string& path) {

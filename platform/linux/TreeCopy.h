@@ -65,8 +65,8 @@ struct CopyOptions {
                                                       const std::string& path, const CopyOptions& options);
 
 /// Copies a file, folder or link to a path where nothing is: EEXIST otherwise. Links on the way to both are
-/// followed, a link at the end of `from` is copied itself. The copy grows in a PrivateFolder beside `to` and
-/// takes its name when it is whole.
+/// followed, by root only where it may (GuardedFolders.h); a link at the end of `from` is copied itself. The
+/// copy grows in a PrivateFolder beside `to` and takes its name when it is whole.
 [[nodiscard]] foundation::Result<void> copyItemAtPath(const std::string& from, const std::string& to,
                                                       const CopyOptions& options = {});
 

@@ -289,6 +289,55 @@ TEST_F(CopyItemAsRootTest, AFullDiskLeavesNothing) {
   EXPECT_TRUE(left.empty());
 }
 
+TEST_F(CopyItemAsRootTest, RootIsLedNowhereByALinkOfSomebodyElses) {
+  ground_.file("elsewhere/file", "text");
+  fs::create_directory_symlink("elsewhere", ground_ / "users");
+  ASSERT_EQ(::lchown((ground_ / "users").c_str(), kNobody, kNobody), 0);
+  EXPECT_EQ(copy("elsewhere/file", "users/copy"), ELOOP);
+  EXPECT_EQ(copy("users/file", "copy"), ELOOP);
+  EXPECT_EQ(copy("users", "copy"), 0) << "a link at the end is what is copied";
+  EXPECT_THAT(names("elsewhere"), UnorderedElementsAre("file"));
+  ASSERT_EQ(::chown(ground_.folder("home").c_str(), kNobody, kNobody), 0);
+  AsUser::run(kNobody, [this] { EXPECT_EQ(copy("users/file", "home/copy"), 0) << "a user follows it"; });
+}
+
+/// The same folder in two places, as two volumes.
+class CopyItemAcrossABindMountTest : public CopyItemAsRootTest {
+ protected:
+  void SetUp() override {
+    CopyItemAsRootTest::SetUp();
+    if (IsSkipped()) return;
+    ground_.file("tree/sub/file", "text");
+    const std::string second = ground_.folder("second");
+    ASSERT_EQ(::mount((ground_ / "tree").c_str(), second.c_str(), nullptr, MS_BIND, nullptr), 0);
+  }
+  void TearDown() override { ::umount2((ground_ / "second").c_str(), MNT_DETACH); }
+};
+
+TEST_F(CopyItemAcrossABindMountTest, ItIsCopiedFromAndInto) {
+  EXPECT_EQ(copy("second/sub", "copy"), 0) << error_;
+  EXPECT_EQ(ground_.content("copy/file"), "text");
+  EXPECT_EQ(copy("copy", "second/copy"), 0) << error_;
+  EXPECT_EQ(ground_.content("tree/copy/file"), "text");
+}
+
+TEST_F(CopyItemAcrossABindMountTest, AFolderIsNotCopiedIntoItselfByTheOtherWay) {
+  EXPECT_EQ(copy("tree", "second/copy"), EINVAL);
+  EXPECT_EQ(copy("second", "tree/sub/copy"), EINVAL);
+  EXPECT_THAT(names("tree"), UnorderedElementsAre("sub"));
+  EXPECT_THAT(names("tree/sub"), UnorderedElementsAre("file"));
+}
+
+TEST_F(CopyItemAcrossABindMountTest, WhatIsMountedInAFolderIsCopiedWithIt) {
+  ASSERT_FALSE(ground_.folder("outer/mounted").empty());
+  ASSERT_EQ(
+      ::mount((ground_ / "tree").c_str(), (ground_ / "outer/mounted").c_str(), nullptr, MS_BIND, nullptr), 0);
+  const int reason = copy("outer", "copy");
+  ASSERT_EQ(::umount((ground_ / "outer/mounted").c_str()), 0);
+  EXPECT_EQ(reason, 0) << error_;
+  EXPECT_EQ(ground_.content("copy/mounted/sub/file"), "text");
+}
+
 /// What happens to an original between its copy and its removal.
 class RemoveCopiedTest : public CopyItemTest {
  protected:
