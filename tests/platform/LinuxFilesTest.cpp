@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -163,6 +164,51 @@ TEST_F(LinuxFilesTest, RemovesWholeFoldersAndLinksThemselves) {
   EXPECT_EQ(folder.content("keep/file"), "x");
   EXPECT_THAT(namesIn(folder.path()), ElementsAre("keep"));
   EXPECT_EQ(changes.remove(folder / "gone").error().code, ENOENT);
+}
+
+/// Few descriptors for the length of a scope.
+class FewDescriptors {
+ public:
+  explicit FewDescriptors(rlim_t most) {
+    ::getrlimit(RLIMIT_NOFILE, &usual_);
+    const rlimit few{most, usual_.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &few);
+  }
+  ~FewDescriptors() { ::setrlimit(RLIMIT_NOFILE, &usual_); }
+  FewDescriptors(const FewDescriptors&) = delete;
+  FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+ private:
+  rlimit usual_{};
+};
+
+TEST_F(LinuxFilesTest, DepthUsesNoDescriptorsUp) {
+  std::string path = folder / "deep";
+  for (int level = 0; level < 300; ++level) path += "/d";
+  fs::create_directories(path);
+  std::ofstream(path + "/file") << "x";
+  const FewDescriptors few(64);
+  const auto removed = changes.remove(folder / "deep");
+  EXPECT_TRUE(removed) << removed.error().description;
+  EXPECT_FALSE(fs::exists(folder / "deep"));
+}
+
+TEST_F(LinuxFilesTest, WhatCannotBeRemovedIsNamedAndTheRestIsGone) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to be somebody else";
+  ::chmod(folder.path().c_str(), 0777);
+  AsUser::run(kNobody, [this] {
+    folder.file("tree/a/file");
+    folder.file("tree/closed/file");
+    folder.file("tree/z/file");
+    fs::create_directory(folder / "tree/z/empty");
+    ::chmod((folder / "tree/z/empty").c_str(), 0);
+    ::chmod((folder / "tree/closed").c_str(), 0500);
+    const auto removed = changes.remove(folder / "tree");
+    EXPECT_EQ(removed.error().code, EACCES);
+    EXPECT_THAT(namesIn(folder / "tree"), ElementsAre("closed")) << "an empty folder need not be entered";
+    ::chmod((folder / "tree/closed").c_str(), 0700);
+    EXPECT_TRUE(changes.remove(folder / "tree"));
+  });
 }
 
 TEST_F(LinuxFilesTest, WritesANewFileWithTheUsualMode) {
