@@ -25,7 +25,6 @@ namespace platform {
 namespace {
 
 namespace fs = std::filesystem;
-using support::AsUser;
 using support::ChangedRoot;
 using support::kNobody;
 using support::TemporaryFolder;
