@@ -112,9 +112,8 @@ class OpenTest : public ::testing::Test {
 
   /// A program that writes its arguments, one a line, into the file "opened".
   std::string makeProgram(const std::string& name) {
-    const std::string path =
-        folder.file(name, "#!/bin/sh\nprintf '%s\\n' \"$@\" > '" + folder / "part" + "'\nmv '" +
-                              folder / "part" + "' '" + folder / "opened" + "'\n");
+    std::string path = folder.file(name, "#!/bin/sh\nprintf '%s\\n' \"$@\" > '" + folder / "part" +
+                                             "'\nmv '" + folder / "part" + "' '" + folder / "opened" + "'\n");
     fs::permissions(path, fs::perms::all);
     return path;
   }
@@ -182,7 +181,7 @@ class RootsOpenTest : public OpenTest {
   }
   /// A program that writes whose it is, and where its home is.
   std::string makeTellingProgram(const std::string& name) {
-    const std::string path = makeProgram(name);
+    std::string path = makeProgram(name);
     std::ofstream(path) << "#!/bin/sh\necho \"$(id -un) $HOME $SECRET\" > '" << folder / "part"
                         << "'\nmv '" << folder / "part"
                         << "' '" << folder / "opened"
