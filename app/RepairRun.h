@@ -101,8 +101,9 @@ class RepairRun {
   bool errorsFound_ = false;
   bool closedOldCompressor_ = false;
   bool closedCompressor4_ = false;
-  std::optional<int> signal_;                 ///< that asked this run to end
-  std::vector<std::string> stoppedVersions_;  ///< whose Qmaster was stopped, once for each copy
+  std::optional<int> signal_;          ///< that asked this run to end
+  std::vector<std::string> versions_;  ///< of Compressor, once for each copy
+  bool stoppedQmaster_ = false;        ///< of all versions: killtool makes no difference
 
   VersionCode versionCode_ = VersionCode::unsupported;
   BaseFolders folders_;

@@ -70,8 +70,8 @@ bool hasVanished(pid_t pid) {
 TEST_F(KillToolTest, AsksEveryProgramOfQmasterToEnd) {
   for (const char* place :
        {kDaemon, kQueue, kAgent, kClient, "Library/Application Support/Apple Qmaster/controller",
-        "Library/PreferencePanes/Apple "
-        "Qmaster.prefPane/Contents/Resources/QmasterStatusMenu.app/Contents/MacOS/x"}) {
+        ("Library/PreferencePanes/Apple "
+         "Qmaster.prefPane/Contents/Resources/QmasterStatusMenu.app/Contents/MacOS/x")}) {
     start(place);
   }
   EXPECT_EQ(run(), ExitStatus::done) << report_.text();

@@ -24,7 +24,6 @@ using support::RunningProgram;
 using support::TemporaryFolder;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::Not;
 
 constexpr const char* kCompressor4 = "com.apple.Compressor";

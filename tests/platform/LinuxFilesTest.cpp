@@ -2,14 +2,17 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <thread>
 
+#include "platform/posix/UniqueDescriptor.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/ChangedRoot.h"
 #include "tests/support/SmallVolume.h"
@@ -166,33 +169,6 @@ TEST_F(LinuxFilesTest, RemovesWholeFoldersAndLinksThemselves) {
   EXPECT_EQ(changes.remove(folder / "gone").error().code, ENOENT);
 }
 
-/// Few descriptors for the length of a scope.
-class FewDescriptors {
- public:
-  explicit FewDescriptors(rlim_t most) {
-    ::getrlimit(RLIMIT_NOFILE, &usual_);
-    const rlimit few{most, usual_.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &few);
-  }
-  ~FewDescriptors() { ::setrlimit(RLIMIT_NOFILE, &usual_); }
-  FewDescriptors(const FewDescriptors&) = delete;
-  FewDescriptors& operator=(const FewDescriptors&) = delete;
-
- private:
-  rlimit usual_{};
-};
-
-TEST_F(LinuxFilesTest, DepthUsesNoDescriptorsUp) {
-  std::string path = folder / "deep";
-  for (int level = 0; level < 300; ++level) path += "/d";
-  fs::create_directories(path);
-  std::ofstream(path + "/file") << "x";
-  const FewDescriptors few(64);
-  const auto removed = changes.remove(folder / "deep");
-  EXPECT_TRUE(removed) << removed.error().description;
-  EXPECT_FALSE(fs::exists(folder / "deep"));
-}
-
 TEST_F(LinuxFilesTest, WhatCannotBeRemovedIsNamedAndTheRestIsGone) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root, to be somebody else";
   ::chmod(folder.path().c_str(), 0777);
@@ -321,6 +297,23 @@ TEST_F(LinuxFilesTest, RootDoesNotWriteToAFileThatHasFurtherNames) {
   EXPECT_EQ(changes.openForWriting(file).error().code, EMLINK);
 }
 
+TEST_F(LinuxFilesTest, RootDoesNotReadAFileItselfThatHasFurtherNames) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  const std::string file = folder.file("file", "secret");
+  ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
+  EXPECT_EQ(queries.readFileItself(file, 10).value(), "secret");
+  ASSERT_EQ(::link(file.c_str(), (folder / "second").c_str()), 0);
+  EXPECT_EQ(queries.readFileItself(folder / "second", 10).error().code, EMLINK);
+  AsUser::run(kNobody, [&] { EXPECT_EQ(queries.readFileItself(file, 10).value(), "secret"); });
+}
+
+TEST_F(LinuxFilesTest, RootOpensNothingThatMayHaveLostTheNameItWasOpenedBy) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  const std::string file = folder.file("name (deleted)");  // as the kernel tells of such a file
+  EXPECT_EQ(changes.openForWriting(file).error().code, EMLINK);
+  EXPECT_EQ(queries.readFileItself(file, 10).error().code, EMLINK);
+}
+
 TEST_F(LinuxFilesTest, WritingToAFullDiskIsAnError) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to mount";
   const SmallVolume other;
@@ -329,6 +322,53 @@ TEST_F(LinuxFilesTest, WritingToAFullDiskIsAnError) {
   auto writable = changes.openForWriting(other / "log");
   ASSERT_TRUE(writable.ok());
   EXPECT_EQ(writable.value()->write(std::string(2 << 20, 'x')).error().code, ENOSPC);
+}
+
+/// Fewer descriptors than usual, for its scope.
+class FewDescriptors {
+ public:
+  FewDescriptors() {
+    ::getrlimit(RLIMIT_NOFILE, &usual_);
+    const rlimit few{256, usual_.rlim_max};
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+  }
+  ~FewDescriptors() { ::setrlimit(RLIMIT_NOFILE, &usual_); }
+  FewDescriptors(const FewDescriptors&) = delete;
+  FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+ private:
+  rlimit usual_{};
+};
+
+TEST_F(LinuxFilesTest, RemovesATreeThatIsDeeperThanDescriptorsCanBeHad) {
+  constexpr int kDepth = 600;
+  const std::string name(200, 'd');  // its path is longer than a call would take
+  UniqueDescriptor inside(::open(folder.path().c_str(), O_PATH | O_DIRECTORY));
+  for (int depth = 0; depth < kDepth; ++depth) {
+    ASSERT_EQ(::mkdirat(inside.get(), name.c_str(), 0755), 0);
+    inside.reset(::openat(inside.get(), name.c_str(), O_RDONLY | O_DIRECTORY));
+    if (depth % 100 == 0) {
+      ASSERT_EQ(::symlinkat("/", inside.get(), "link"), 0);
+    }
+  }
+  inside.reset();
+  const FewDescriptors limit;
+  const auto removed = changes.remove(folder / name);
+  EXPECT_TRUE(removed.ok()) << (removed ? "" : std::strerror(removed.error().code));
+  EXPECT_THAT(namesIn(folder.path()), IsEmpty());
+}
+
+TEST_F(LinuxFilesTest, WhatCannotBeRemovedIsPassedOverAndNamed) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to mount";
+  folder.file("tree/a/file");
+  folder.file("tree/z/file");
+  const std::string busy = folder.folder("tree/m");
+  ASSERT_EQ(::mount("none", busy.c_str(), "tmpfs", 0, "size=1m"), 0);
+  const auto removed = changes.remove(folder / "tree");
+  ASSERT_EQ(::umount(busy.c_str()), 0);
+  ASSERT_FALSE(removed.ok());
+  EXPECT_EQ(removed.error().code, EBUSY);
+  EXPECT_THAT(namesIn(folder / "tree"), ElementsAre("m"));
 }
 
 TEST_F(LinuxFilesTest, NothingThatHoldsEverythingIsRemoved) {

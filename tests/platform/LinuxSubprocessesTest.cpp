@@ -370,6 +370,7 @@ TEST_F(LinuxSubprocessesTest, AChildOutlivesTheProgramThatLaunchedIt) {
   const support::TemporaryFolder folder;
   run(kProbe, {"leave-child", folder / "sign"});
   EXPECT_FALSE(std::filesystem::exists(folder / "sign"));
+  folder.file("sign.go");
   EXPECT_TRUE(eventually([&] { return folder.content("sign") == "outlived\n"; }));
 }
 

@@ -188,7 +188,13 @@ class RootsOpenTest : public OpenTest {
                         << "'\n";
     return path;
   }
-  ProgramRun openAtConsoleOf(const std::string& user, const std::string& what) {
+  std::string accounts() {
+    return folder.file("passwd", "root:x:0:0:root:/root:/bin/sh\nnobody:x:65534:65534:nobody:" +
+                                     folder.path() + ":/bin/sh\n");
+  }
+  /// `environment` is set for the tool; the account "nobody" has its home in the test's folder.
+  ProgramRun openAtConsoleOf(const std::string& user, const std::string& what,
+                             const std::string& environment = "SECRET=1") {
     std::string records = folder.file("utmp");
     if (!user.empty()) {
       utmp record{};
@@ -198,15 +204,28 @@ class RootsOpenTest : public OpenTest {
       std::ofstream(records, std::ios::binary).write(reinterpret_cast<const char*>(&record), sizeof record);
     }
     return runProgram({"/usr/bin/unshare", "--mount", "/bin/sh", "-c",
-                       "mount -t tmpfs run /run && cp \"$1\" /run/utmp && SECRET=1 exec \"$2\" -a \"$3\"",
-                       "sh", records, folder / "open", what});
+                       "mount -t tmpfs run /run && cp \"$1\" /run/utmp && mount --bind \"$2\" /etc/passwd &&"
+                       " exec env \"$3\" \"$4\" -a \"$5\"",
+                       "sh", records, accounts(), environment, folder / "open", what});
   }
 };
 
 TEST_F(RootsOpenTest, StartsAnApplicationAsTheUserAtTheConsole) {
   makeTellingProgram("Some.app/Contents/MacOS/Some");
   EXPECT_THAT(openAtConsoleOf("nobody", folder / "Some.app"), Ended(0, ""));
-  EXPECT_EQ(waitForOpened(), "nobody /nonexistent \n");
+  EXPECT_EQ(waitForOpened(), "nobody " + folder.path() + " \n");
+}
+
+TEST_F(RootsOpenTest, FindsAnApplicationByItsNameWhereTheUserAtTheConsoleHasIt) {
+  makeTellingProgram("Applications/Some Tool.app/Contents/MacOS/Some Tool");
+  EXPECT_THAT(openAtConsoleOf("nobody", "Some Tool", "HOME=/root"), Ended(0, ""));
+  EXPECT_EQ(waitForOpened(), "nobody " + folder.path() + " \n");
+}
+
+TEST_F(RootsOpenTest, DoesNotLookForAnApplicationInAHomeOfRootsOwn) {
+  makeTellingProgram("roots/Applications/Some Tool.app/Contents/MacOS/Some Tool");
+  EXPECT_THAT(openAtConsoleOf("nobody", "Some Tool", "HOME=" + folder / "roots"),
+              Ended(1, HasSubstr("Unable to find application")));
 }
 
 TEST_F(RootsOpenTest, StartsNothingWithNobodyAtTheConsole) {
@@ -296,6 +315,14 @@ TEST_F(ChownTest, AFileWithFurtherNamesIsNotGivenAway) {
   ASSERT_EQ(::link(victim.c_str(), (folder / "user/name").c_str()), 0);
   EXPECT_THAT(run({"1234", folder / "user/name"}), Ended(1, HasSubstr("further names")));
   EXPECT_EQ(ownerOf(victim), 0U);
+}
+
+TEST_F(ChownTest, AFileOfWhichItIsNotSureThatItHasNoFurtherNamesIsNotGivenAway) {
+  makeUsersFolder();
+  const std::string file =
+      folder.file("user/name (deleted)");  // told from one that has lost its name by nothing
+  EXPECT_THAT(run({"1234", file}), Ended(1, HasSubstr("exchanged while it was looked at")));
+  EXPECT_EQ(ownerOf(file), 0U);
 }
 
 TEST_F(ChownTest, AFifoIsRefusedWithoutBlocking) {
