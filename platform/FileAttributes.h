@@ -25,6 +25,10 @@ class FileAttributes {
   /// A symbolic link is there, and its target can be read.
   [[nodiscard]] virtual bool isSymbolicLink(const std::string& path) = 0;
 
+  /// A symbolic link lies on the way to a path, or at its end, that others than root can have put there: root
+  /// must not hand the path to a tool, which would follow it. Never so for others than root.
+  [[nodiscard]] virtual bool isLedAstray(const std::string& path) = 0;
+
   /// The item is locked: it can be neither changed nor removed (NSFileImmutable).
   [[nodiscard]] virtual bool isImmutable(const std::string& path) = 0;
 

@@ -42,6 +42,19 @@ bool isRefused(const std::string& path, const char* refusal) {
   return true;
 }
 
+/// What a tool would follow with root's rights, wherever its owner lets it lead. Others have the rights of
+/// the tool only because an administrator gave them.
+bool isLedAstray(const std::string& path) {
+  if (!isRoot() || !platform::current().fileAttributes.isLedAstray(path)) return false;
+  NSLog("Unable to use path %@ because a link may lead it elsewhere.", path);
+  return true;
+}
+
+/// An item itself may be a link: the tools move and remove links, not what they lead to.
+bool isItemLedAstray(const std::string& path) {
+  return isLedAstray(foundation::deletingLastPathComponent(path));
+}
+
 bool isNull(const std::optional<std::string>& path, const char* message) {
   if (path) return false;
   NSLog(message);
@@ -201,6 +214,7 @@ bool TGAuthorization::authCopyFile(const std::optional<std::string>& source,
   if (isNull(source, "Error in authCopyFile: old path is null")) return false;
   if (isNull(toPath, "Error in authCopyFile: new path is null")) return false;
   if (!TGFileManager::fileExistsAtPath(source)) return false;
+  if (isItemLedAstray(*source) || isLedAstray(*toPath)) return false;
   return startTool("/bin/cp", {"-f", "-p", "-R", *source, *toPath});
 }
 
@@ -210,11 +224,13 @@ bool TGAuthorization::authMoveFile(const std::optional<std::string>& source,
   if (isNull(toPath, "Error in authMoveFile: new path is null")) return false;
   if (isRefused(*source, "Unable to move path %@ because it is a system directory.")) return false;
   if (!TGFileManager::fileExistsAtPath(source)) return false;
+  if (isItemLedAstray(*source) || isLedAstray(*toPath)) return false;
   return startTool("/bin/mv", {"-f", *source, *toPath});
 }
 
 bool TGAuthorization::authMoveFolderContents(const std::string& source, const std::string& toPath) {
   if (isRefused(source, "Unable to move contents of path %@ because it is a system directory.")) return false;
+  if (isLedAstray(source)) return false;
   bool moved = true;
   for (const std::string& path : entriesOf(source)) {
     const std::string name = foundation::lastPathComponent(path);
@@ -250,6 +266,7 @@ bool TGAuthorization::authTrashFolderContents(const std::string& folder,
   if (isRefused(folder, "Unable to trash folder contents of path %@ because it is a system directory.")) {
     return false;
   }
+  if (isLedAstray(folder)) return false;
   const std::vector<std::string> entries = entriesOf(folder);
   const bool deletes = deletesOnRootAccount(deleteOnRootAccount);
   bool trashed = true;
@@ -264,11 +281,12 @@ bool TGAuthorization::authTrashFolderContents(const std::string& folder,
 
 bool TGAuthorization::authRemoveFile(const std::string& path) {
   if (isRefused(path, "Unable to delete path %@ because it is a system directory.")) return false;
+  if (isItemLedAstray(path)) return false;
   return authExecTask("/bin/rm", {"-Rdf", path}) == errAuthorizationSuccess;
 }
 
 bool TGAuthorization::authCreateDir(const std::string& path) {
-  if (!startTool("/bin/mkdir", {"-p", path})) return false;
+  if (isLedAstray(path) || !startTool("/bin/mkdir", {"-p", path})) return false;
   // Nobody waits for the tool; half a millisecond lets the folder come into being.
   if (!isRoot()) platform::current().clock.sleep(500us);
   return true;

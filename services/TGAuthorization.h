@@ -56,7 +56,10 @@ class TGAuthorization : public foundation::ImmortalSingleton<TGAuthorization> {
                             Async async = Async::yes);
 
   /// The file verbs start a system tool and do not wait for it, on purpose: true says that it was started.
-  /// Protected folders are refused with a message.
+  /// Protected folders are refused with a message. So is, for root, a path that somebody else's link may lead
+  /// elsewhere: users control the folders on the way to their trash. What a user exchanges after that look
+  /// and before the tool's own cannot be seen; where it matters TGFileManager's verbs, which need no tool,
+  /// are proof against that too.
   bool authCopyFile(const std::optional<std::string>& source, const std::optional<std::string>& toPath);
   bool authMoveFile(const std::optional<std::string>& source, const std::optional<std::string>& toPath);
   bool authMoveFolderContents(const std::string& source, const std::string& toPath);

@@ -61,7 +61,7 @@ void statusCallback(const FileOperationUpdate& update, const TGFileOperationRepo
   }
 }
 
-bool prepareFolder(const TGFileManager::Path& source, const std::string& folder) {
+bool prepareFolder(const TGFileManager::Path& source, const TGFileManager::Path& folder) {
   if (TGFileManager::fileExistsAtPath(folder) || TGFileManager::createDirectory(folder, 10s)) return true;
   NSLog("Unable to copy file %@ - destination directory %@ doesn't exist. Aborting copy process...", source,
         folder);
@@ -86,16 +86,16 @@ bool TGFileManager::copyFileWithProgress(const Path& source, const Path& destina
     NSLog("Error: File %@ doesn't exist. Aborting copy process...", source);
     return false;
   }
-  const std::string target = destination.value_or("");
-  const std::string folder = foundation::deletingLastPathComponent(target);
+  using foundation::deletingLastPathComponent;
+  const auto folder = destination ? std::optional(deletingLastPathComponent(*destination)) : std::nullopt;
   if (!prepareFolder(source, folder)) return false;
   const FileOperationRef operation = scheduledOperation();
   if (!operation) return false;
   TGFileOperationReport information{
-      PropertyList::Dictionary{{"source", *source}, {"destination", target}, {"operationtype", "copy"}},
+      PropertyList::Dictionary{{"source", *source}, {"destination", *destination}, {"operationtype", "copy"}},
       delegate, object, object2};
   const auto status = platform::current().fileOperations.copyObject(
-      operation, *source, folder, foundation::lastPathComponent(target), 1s,
+      operation, *source, *folder, foundation::lastPathComponent(*destination), 1s,
       [information = std::move(information)](const FileOperationUpdate& update) {
         statusCallback(update, information);
       });

@@ -101,7 +101,9 @@ bool TGFileManager::moveFile(const Path& source, const Path& toPath, ShouldAuth 
                             : refusal(isUsable(source) ? toPath : source);
   if (moved) return true;
   logFailure("Error moving file: %@. Authorizing...", moved);
-  return authorized("+[TGFileManager moveFile:toPath:shouldAuth:]", usable ? shouldAuth : ShouldAuth::no,
+  // Of no path at all the privileged verb tells with a message of its own, and asks for nothing.
+  const bool isToldOf = usable || !source || !toPath;
+  return authorized("+[TGFileManager moveFile:toPath:shouldAuth:]", isToldOf ? shouldAuth : ShouldAuth::no,
                     [&](TGAuthorization& rights) { return rights.authMoveFile(source, toPath); });
 }
 

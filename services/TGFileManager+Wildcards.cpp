@@ -41,7 +41,7 @@ bool isThere(const Candidate& candidate) {
 }
 
 void appendMatches(const Candidate& folder, const std::string& component, Candidates& matches) {
-  if (folder.kind == EntryKind::other || !isUsable(folder.path)) return;  // holds nothing
+  if (folder.kind == EntryKind::other) return;  // holds nothing
   const auto entries = platform::current().folderQueries.entries(folder.path);
   if (!entries) return;
   for (const platform::FolderEntry& entry : entries.value()) {
@@ -70,6 +70,7 @@ TGFileManager::Paths TGFileManager::filesMatchingWildcardPath(const std::string&
   if (!isWildcard(pattern)) {
     return {fromBasePath ? foundation::appendingPathComponent(*fromBasePath, pattern) : pattern};
   }
+  if (fromBasePath && !isUsable(fromBasePath)) return {};
   // From the root folder, never from the current one.
   const Candidates start = {{fromBasePath.value_or("/")}};
   Candidates candidates = start;

@@ -145,9 +145,10 @@ class TGFileManager {
   // Names.
 
   /// The existing paths that a pattern matches. A component that contains "*" is matched against the entries
-  /// of a folder, hidden ones included, in the case given; in it "*" stands for any characters, "?" for one,
-  /// "[" for one of a set. Every other component is a name. Without any "*" the one path of the pattern is
-  /// answered, existing or not. A pattern is looked up from the base, without one from the root folder.
+  /// of a folder, hidden ones included, in the case given; in it "*" stands for any characters, "?" for one
+  /// (WildcardMatch.h). Every other component is a name. Without any "*" the one path of the pattern is
+  /// answered, existing or not. A pattern is looked up from the base, without one from the root folder; a
+  /// slash at its end says nothing.
   [[nodiscard]] static Paths filesMatchingWildcardPath(const std::string& pattern,
                                                        const Path& fromBasePath = std::nullopt);
 

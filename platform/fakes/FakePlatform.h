@@ -197,6 +197,7 @@ class FakeFileAttributes : public platform::FileAttributes {
  public:
   FakeFileAttributes(Recorder& recorder, RootedFiles& files) : recorder_(recorder), files_(files) {}
   bool isSymbolicLink(const std::string& path) override;
+  bool isLedAstray(const std::string& path) override { return ledAstray.contains(path); }
   bool isImmutable(const std::string& path) override { return locked.contains(path); }
   foundation::Result<void> setImmutable(const std::string& path, platform::Immutable immutable) override;
   foundation::Result<platform::FinderInformation> finderInformation(const std::string& path) override;
@@ -204,6 +205,8 @@ class FakeFileAttributes : public platform::FileAttributes {
                                                 const platform::FinderInformation& information) override;
 
   std::set<std::string> locked;
+  /// The paths with somebody else's link on the way.
+  std::set<std::string> ledAstray;
   std::map<std::string, platform::FinderInformation> information;
   /// What every change fails with.
   std::optional<foundation::Error> refusal;

@@ -85,6 +85,12 @@ bool LinuxFileAttributes::isSymbolicLink(const std::string& path) {
   return ::readlink(path.c_str(), &first, 1) >= 0;
 }
 
+bool LinuxFileAttributes::isLedAstray(const std::string& path) {
+  if (::geteuid() != 0) return false;
+  const auto folder = openGuardedFolder(path);
+  return !folder && folder.error().code == ELOOP;
+}
+
 bool LinuxFileAttributes::isImmutable(const std::string& path) {
   const auto item = holdForReading(path);
   return item && isImmutableItself(item.value());

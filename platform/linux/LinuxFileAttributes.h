@@ -17,6 +17,7 @@ namespace platform {
 class LinuxFileAttributes : public FileAttributes {
  public:
   bool isSymbolicLink(const std::string& path) override;
+  bool isLedAstray(const std::string& path) override;
   bool isImmutable(const std::string& path) override;
   foundation::Result<void> setImmutable(const std::string& path, Immutable immutable) override;
   foundation::Result<FinderInformation> finderInformation(const std::string& path) override;

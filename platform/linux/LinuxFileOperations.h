@@ -8,7 +8,7 @@ namespace platform {
 
 /// Each copy has a thread of its own, which first counts what there is to copy and then copies it
 /// (TreeCopy.h). It looks for a cancellation between the pieces of a file. A program that ends while
-/// it copies leaves what was copied so far in a hidden folder beside the destination (".quillmend." and
+/// it copies leaves what was copied so far in a hidden folder beside the destination (".copying-" and
 /// digits).
 class LinuxFileOperations : public FileOperations {
  public:

@@ -13,8 +13,8 @@ namespace platform {
 /// time of birth. For a process that may open by handle (CAP_DAC_READ_SEARCH: root) it survives renames to
 /// anywhere on the volume. Others, and file systems without handles, find the item where this process last
 /// knew it, or under a new name in the same folder; moved elsewhere it is not found. This is known for the
-/// last 4096 items referred to. An item that has been removed is never mistaken for one that has got its
-/// inode since.
+/// last 4096 items referred to. An item that has been removed is not mistaken for one that has got its
+/// inode since, wherever the file system keeps the time of an item's birth.
 class LinuxFileReferences : public FileReferences {
  public:
   foundation::Result<FSRef> reference(const std::string& path) override;

@@ -208,14 +208,8 @@ Result<void> LinuxFileChanges::move(const std::string& from, const std::string& 
   return systemError(reason, reason == EEXIST ? to : from);
 }
 
-// As copyItemAtPath, but through folders that root may enter.
 Result<void> LinuxFileChanges::copy(const std::string& from, const std::string& to) {
-  const auto source = placeOf(from);
-  if (!source) return source.error();
-  const auto target = placeOf(to);
-  if (!target) return target.error();
-  return copyIntoPlace({source.value().folder.get(), source.value().name, from},
-                       {target.value().folder.get(), target.value().name, to});
+  return copyItemAtPath(from, to);
 }
 
 Result<void> LinuxFileChanges::remove(const std::string& path) {

@@ -18,6 +18,7 @@
 #include "platform/foundation/Paths.h"
 #include "platform/linux/ExclusiveRename.h"
 #include "platform/linux/FileContents.h"
+#include "platform/linux/GuardedFolders.h"
 #include "platform/linux/PrivateFolder.h"
 
 namespace platform {
@@ -392,11 +393,9 @@ struct OpenPlace {
 
 Result<OpenPlace> placeOf(const std::string& path) {
   const std::string parent = foundation::deletingLastPathComponent(path);
-  OpenPlace place{
-      UniqueDescriptor(::open(parent.empty() ? "." : parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)),
-      foundation::lastPathComponent(path)};
-  if (!place.folder) return systemError(errno, path);
-  return place;
+  auto folder = openGuardedFolder(parent.empty() ? "." : parent);
+  if (!folder) return systemError(folder.error().code, path);
+  return OpenPlace{std::move(folder).value(), foundation::lastPathComponent(path)};
 }
 
 bool isTaken(const ItemPlace& place) {

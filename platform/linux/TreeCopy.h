@@ -80,7 +80,8 @@ struct ItemPlace {
 [[nodiscard]] foundation::Result<void> copyIntoPlace(const ItemPlace& from, const ItemPlace& to,
                                                      const CopyOptions& options = {});
 
-/// The same by paths. Links on the way to both are followed, a link at the end of `from` is copied itself.
+/// The same by paths. Links on the way to both are followed, by root only where it may (GuardedFolders.h); a
+/// link at the end of `from` is copied itself.
 [[nodiscard]] foundation::Result<void> copyItemAtPath(const std::string& from, const std::string& to,
                                                       const CopyOptions& options = {});
 

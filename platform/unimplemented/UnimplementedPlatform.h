@@ -86,6 +86,7 @@ class UnimplementedFileChanges : public FileChanges {
 class UnimplementedFileAttributes : public FileAttributes {
  public:
   bool isSymbolicLink(const std::string&) override { return false; }
+  bool isLedAstray(const std::string&) override { return true; }
   bool isImmutable(const std::string&) override { return false; }
   foundation::Result<void> setImmutable(const std::string& path, Immutable) override {
     return notImplemented(path);

@@ -7,14 +7,15 @@
 #include <set>
 #include <tuple>
 
-#include "tests/helpers/RunningProgram.h"
 #include "tests/helpers/TestVolume.h"
+#include "tests/support/RunningProgram.h"
 
 namespace helpers {
 namespace {
 
 using platform::ProcessInfo;
 using std::chrono::milliseconds;
+using support::RunningProgram;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
@@ -69,8 +70,8 @@ bool hasVanished(pid_t pid) {
 TEST_F(KillToolTest, AsksEveryProgramOfQmasterToEnd) {
   for (const char* place :
        {kDaemon, kQueue, kAgent, kClient, "Library/Application Support/Apple Qmaster/controller",
-        "Library/PreferencePanes/Apple "
-        "Qmaster.prefPane/Contents/Resources/QmasterStatusMenu.app/Contents/MacOS/x"}) {
+        ("Library/PreferencePanes/Apple "
+         "Qmaster.prefPane/Contents/Resources/QmasterStatusMenu.app/Contents/MacOS/x")}) {
     start(place);
   }
   EXPECT_EQ(run(), ExitStatus::done) << report_.text();

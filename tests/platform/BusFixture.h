@@ -28,6 +28,7 @@ class BusFixture : public testing::Test {
 
   BusFixture() {
     system.users.console = "root";
+    folder.makeAccessibleToAll();
     // Those of the tests before may still be ending where all tests run in one process.
     EXPECT_TRUE(becomesTrue([] { return children().empty(); }));
   }
@@ -80,5 +81,5 @@ class BusFixture : public testing::Test {
   static std::vector<pid_t> agents();
 
   fakes::FakePlatform system;
-  TemporaryFolder folder;
+  support::TemporaryFolder folder;
 };

@@ -24,7 +24,6 @@ using support::RunningProgram;
 using support::TemporaryFolder;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::Not;
 
 constexpr const char* kCompressor4 = "com.apple.Compressor";
@@ -203,7 +202,7 @@ TEST_F(LinuxApplicationsTest, AskingToQuitEndsEveryProcessOfTheApplicationAndNoO
   EXPECT_EQ(applications.askToQuit("Compressor"), std::nullopt);
   EXPECT_EQ(one.waitForSignal(), SIGTERM);
   EXPECT_EQ(two.waitForSignal(), SIGTERM);
-  EXPECT_TRUE(bystander.isRunning());
+  EXPECT_FALSE(bystander.hasEnded());
 }
 
 TEST_F(LinuxApplicationsTest, ApplicationIsAlsoCalledByTheNameInItsBundle) {
@@ -241,7 +240,7 @@ TEST_F(LinuxApplicationsTest, AskingAnApplicationOfAnotherUserWithoutTheRightIsA
     ASSERT_TRUE(error);
     EXPECT_EQ(*error->find("NSAppleScriptErrorNumber"), PropertyList(-10004));
   });
-  EXPECT_TRUE(running.isRunning());
+  EXPECT_FALSE(running.hasEnded());
 }
 
 TEST(ApplicationBundles, ProgramOfABundleIsTheNamedOneElseTheBundlesName) {

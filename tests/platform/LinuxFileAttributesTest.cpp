@@ -11,6 +11,7 @@
 
 #include "platform/posix/UniqueDescriptor.h"
 #include "tests/support/AsUser.h"
+#include "tests/support/ChangedRoot.h"
 #include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -106,6 +107,32 @@ TEST_F(LinuxFileAttributesTest, RootUnlocksNothingBehindAUsersLink) {
   ASSERT_EQ(::lchown((folder / "users").c_str(), kNobody, kNobody), 0);
   EXPECT_EQ(reasonOf(attributes.setImmutable(folder / "users/file", Immutable::no)), ELOOP);
   EXPECT_TRUE(attributes.isImmutable(file));
+}
+
+TEST_F(LinuxFileAttributesTest, RootIsToldOfAUsersLinkOnTheWayAndAtTheEnd) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  ::chmod(folder.path().c_str(), 0755);
+  fs::create_symlink("file", folder / "link");
+  fs::create_directory_symlink(folder.path(), folder / "users");
+  fs::create_symlink("nowhere", folder / "dangling");
+  for (const char* const name : {"link", "users", "users/file", "users/missing", "dangling"}) {
+    EXPECT_TRUE(attributes.isLedAstray(folder / name)) << name;
+    AsUser::run(kNobody, [&] { EXPECT_FALSE(attributes.isLedAstray(folder / name)) << name; });
+  }
+  for (const std::string& path : {file, folder.path(), folder / "missing/file", file + "/below", ""s}) {
+    EXPECT_FALSE(attributes.isLedAstray(path)) << path;
+  }
+}
+
+TEST_F(LinuxFileAttributesTest, LinksThatOnlyRootCanHaveMadeLeadNobodyAstray) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  const TemporaryFolder volume;
+  volume.file("private/var/file");
+  fs::create_symlink("private/var", volume / "var");
+  support::ChangedRoot::run(volume.path(), [this] {
+    EXPECT_FALSE(attributes.isLedAstray("/var/file"));
+    EXPECT_FALSE(attributes.isLedAstray("/var"));
+  });
 }
 
 TEST_F(LinuxFileAttributesTest, FifosAreNotOpenedAndTheirWritersNotWoken) {

@@ -171,6 +171,37 @@ TEST_F(LinuxFileOperationsTest, ACopyThatIsCancelledBeforeItHasBegunDoesNothing)
   EXPECT_EQ(operations.cancel(nullptr), paramErr);
 }
 
+/// Something happens when it is asked the first time.
+class EventfulClock : public LinuxClock {
+ public:
+  std::chrono::nanoseconds uptime() override {
+    if (atFirst) std::exchange(atFirst, nullptr)();
+    return LinuxClock::uptime();
+  }
+  std::function<void()> atFirst;
+};
+
+TEST_F(LinuxFileOperationsTest, ACopyThatIsCancelledAtItsBeginningCountsNothing) {
+  std::string path = folder / "deep";
+  for (int level = 0; level < 300; ++level) path += "/d";
+  fs::create_directories(path);  // counting it would be an error
+  EventfulClock eventful;
+  LinuxFileOperations cancelling(mainThread, eventful);
+  eventful.atFirst = [&] { EXPECT_EQ(cancelling.cancel(operation), noErr); };
+  operations.scheduleOnMainThread(operation);
+  OSStatus error = noErr;
+  bool ended = false;
+  ASSERT_EQ(cancelling.copyObject(operation, folder / "deep", folder.path(), "copy", 1s,
+                                  [&](const FileOperationUpdate& update) {
+                                    error = update.error;
+                                    ended = true;
+                                  }),
+            noErr);
+  const auto limit = std::chrono::steady_clock::now() + kLongestWait;
+  while (!ended && std::chrono::steady_clock::now() < limit) mainThread.serveUntilReadable(-1, 1ms);
+  EXPECT_EQ(error, userCanceledErr);
+}
+
 TEST_F(LinuxFileOperationsTest, ErrorsArriveAtTheEndAndLeaveNothing) {
   folder.file("a", "new");
   folder.file("to/taken", "old");

@@ -6,7 +6,7 @@
 
 #include "platform/linux/LibplistPropertyLists.h"
 #include "platform/posix/PosixFiles.h"
-#include "tests/platform/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace platform {
 namespace {
@@ -16,23 +16,23 @@ using foundation::PropertyList;
 
 class LinuxMainBundleTest : public ::testing::Test {
  protected:
-  tests::TemporaryFolder folder;
+  support::TemporaryFolder folder;
   PosixFileQueries files;
   LibplistPropertyLists lists;
 
-  LinuxMainBundle bundleOf(const std::string& executable) { return {files, lists, folder.path(executable)}; }
+  LinuxMainBundle bundleOf(const std::string& executable) { return {files, lists, folder / executable}; }
 };
 
 TEST_F(LinuxMainBundleTest, TheBundleIsWhatHoldsContentsMacOS) {
   auto bundle = bundleOf("Quillmend.app/Contents/MacOS/Quillmend");
-  EXPECT_EQ(bundle.path(), folder.path("Quillmend.app"));
-  EXPECT_EQ(bundle.executablePath(), folder.path("Quillmend.app/Contents/MacOS/Quillmend"));
+  EXPECT_EQ(bundle.path(), folder / "Quillmend.app");
+  EXPECT_EQ(bundle.executablePath(), folder / "Quillmend.app/Contents/MacOS/Quillmend");
 }
 
 TEST_F(LinuxMainBundleTest, AToolOutsideABundleHasItsFolder) {
-  EXPECT_EQ(bundleOf("bin/tool").path(), folder.path("bin"));
-  EXPECT_EQ(bundleOf("MacOS/tool").path(), folder.path("MacOS"));
-  EXPECT_EQ(bundleOf("X.app/Contents/Helpers/tool").path(), folder.path("X.app/Contents/Helpers"));
+  EXPECT_EQ(bundleOf("bin/tool").path(), folder / "bin");
+  EXPECT_EQ(bundleOf("MacOS/tool").path(), folder / "MacOS");
+  EXPECT_EQ(bundleOf("X.app/Contents/Helpers/tool").path(), folder / "X.app/Contents/Helpers");
 }
 
 TEST_F(LinuxMainBundleTest, TheRunningExecutableIsFoundThroughEveryLink) {
@@ -44,12 +44,12 @@ TEST_F(LinuxMainBundleTest, TheRunningExecutableIsFoundThroughEveryLink) {
 TEST_F(LinuxMainBundleTest, TheInfoDictionaryIsEmptyUnlessItIsADictionary) {
   auto bundle = bundleOf("A.app/Contents/MacOS/A");
   EXPECT_EQ(bundle.infoDictionary(), PropertyList());
-  folder.makeFile("A.app/Contents/Info.plist", "garbage");
+  folder.file("A.app/Contents/Info.plist", "garbage");
   EXPECT_EQ(bundle.infoDictionary(), PropertyList());
-  folder.makeFile("A.app/Contents/Info.plist", "<plist><string>x</string></plist>");
+  folder.file("A.app/Contents/Info.plist", "<plist><string>x</string></plist>");
   EXPECT_EQ(bundle.infoDictionary(), PropertyList());
-  folder.makeFile("A.app/Contents/Info.plist",
-                  "<plist><dict><key>CFBundleIdentifier</key><string>com.example.A</string></dict></plist>");
+  folder.file("A.app/Contents/Info.plist",
+              "<plist><dict><key>CFBundleIdentifier</key><string>com.example.A</string></dict></plist>");
   EXPECT_EQ(bundle.infoDictionary(),
             PropertyList(PropertyList::Dictionary{{"CFBundleIdentifier", "com.example.A"}}));
 }
@@ -57,19 +57,19 @@ TEST_F(LinuxMainBundleTest, TheInfoDictionaryIsEmptyUnlessItIsADictionary) {
 TEST_F(LinuxMainBundleTest, OnlyItsOwnIdentifierIsLoaded) {
   auto bundle = bundleOf("A.app/Contents/MacOS/A");
   EXPECT_EQ(bundle.pathForIdentifier("com.example.A"), std::nullopt);
-  folder.makeFile("A.app/Contents/Info.plist",
-                  "<plist><dict><key>CFBundleIdentifier</key><string>com.example.A</string></dict></plist>");
-  EXPECT_EQ(bundle.pathForIdentifier("com.example.A"), folder.path("A.app"));
+  folder.file("A.app/Contents/Info.plist",
+              "<plist><dict><key>CFBundleIdentifier</key><string>com.example.A</string></dict></plist>");
+  EXPECT_EQ(bundle.pathForIdentifier("com.example.A"), folder / "A.app");
   EXPECT_EQ(bundle.pathForIdentifier("com.example.a"), std::nullopt);
 }
 
 TEST_F(LinuxMainBundleTest, AResourceIsFoundByNameAndType) {
   auto bundle = bundleOf("A.app/Contents/MacOS/A");
   EXPECT_EQ(bundle.pathForResource("Manual", "pdf"), std::nullopt);
-  folder.makeFile("A.app/Contents/Resources/Manual.pdf");
-  folder.makeFile("A.app/Contents/Resources/README");
-  EXPECT_EQ(bundle.pathForResource("Manual", "pdf"), folder.path("A.app/Contents/Resources/Manual.pdf"));
-  EXPECT_EQ(bundle.pathForResource("README", ""), folder.path("A.app/Contents/Resources/README"));
+  folder.file("A.app/Contents/Resources/Manual.pdf");
+  folder.file("A.app/Contents/Resources/README");
+  EXPECT_EQ(bundle.pathForResource("Manual", "pdf"), folder / "A.app/Contents/Resources/Manual.pdf");
+  EXPECT_EQ(bundle.pathForResource("README", ""), folder / "A.app/Contents/Resources/README");
 }
 
 }  // namespace

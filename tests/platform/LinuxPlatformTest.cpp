@@ -4,7 +4,7 @@
 
 #include "platform/Platform.h"
 #include "platform/linux/LinuxSubprocesses.h"
-#include "tests/platform/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace platform {
 namespace {
@@ -48,13 +48,13 @@ TEST(LinuxPlatform, ABrokenPipeDoesNotEndTheProgram) {
 }
 
 TEST(LinuxPlatform, AProgramStartedThroughALinkFindsItsBundle) {
-  const tests::TemporaryFolder folder;
-  std::filesystem::create_directories(folder.path("Probe.app/Contents/MacOS"));
-  std::filesystem::copy_file(kProbe, folder.path("Probe.app/Contents/MacOS/Probe"));
-  std::filesystem::create_symlink("Probe.app/Contents/MacOS/Probe", folder.path("link"));
-  const auto child = startProbe(folder.path("link"), {"information"});
-  EXPECT_EQ(child->availableOutput(), std::to_string(folder.path("link").size()) + ":" + folder.path("link") +
-                                          "\n11:information\nlink\n" + folder.path("Probe.app") + "\n");
+  const support::TemporaryFolder folder;
+  std::filesystem::create_directories(folder / "Probe.app/Contents/MacOS");
+  std::filesystem::copy_file(kProbe, folder / "Probe.app/Contents/MacOS/Probe");
+  std::filesystem::create_symlink("Probe.app/Contents/MacOS/Probe", folder / "link");
+  const auto child = startProbe(folder / "link", {"information"});
+  EXPECT_EQ(child->availableOutput(), std::to_string((folder / "link").size()) + ":" + folder / "link" +
+                                          "\n11:information\nlink\n" + folder / "Probe.app" + "\n");
 }
 
 TEST(LinuxPlatform, MessagesOfTheConsoleComeFromTheProgram) {

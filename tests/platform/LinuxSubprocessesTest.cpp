@@ -15,8 +15,8 @@
 #include "platform/foundation/Exception.h"
 #include "platform/linux/ChildEnvironment.h"
 #include "platform/linux/LinuxMainThread.h"
-#include "tests/platform/TemporaryFolder.h"
 #include "tests/support/EnvironmentVariable.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace platform {
 namespace {
@@ -165,8 +165,8 @@ TEST_F(LinuxSubprocessesTest, AChildSeesOnlyItsThreeStreams) {
 }
 
 TEST_F(LinuxSubprocessesTest, InheritedStreamsPassEvenWhenTheyAreMarkedCloseOnExec) {
-  const tests::TemporaryFolder folder;
-  const std::string file = folder.makeFile("output");
+  const support::TemporaryFolder folder;
+  const std::string file = folder.file("output");
   const int saved = ::dup(STDOUT_FILENO);
   const int output = ::open(file.c_str(), O_WRONLY | O_CLOEXEC);
   ::dup3(output, STDOUT_FILENO, O_CLOEXEC);
@@ -179,7 +179,7 @@ TEST_F(LinuxSubprocessesTest, InheritedStreamsPassEvenWhenTheyAreMarkedCloseOnEx
   ::dup2(saved, STDOUT_FILENO);
   ::close(saved);
   ::close(output);
-  EXPECT_EQ(folder.read("output"), "inherited\n");
+  EXPECT_EQ(folder.content("output"), "inherited\n");
 }
 
 TEST_F(LinuxSubprocessesTest, ASignalThatThisProcessIgnoresOrBlocksReachesTheChild) {
@@ -209,7 +209,7 @@ TEST_F(LinuxSubprocessesTest, AChildHasASessionOfItsOwn) {
 }
 
 TEST_F(LinuxSubprocessesTest, APathThatCannotBeExecutedThrowsWithPathAndReason) {
-  const tests::TemporaryFolder folder;
+  const support::TemporaryFolder folder;
   const auto reasonFor = [this](const std::string& path) -> std::string {
     try {
       make(path)->launch();
@@ -219,11 +219,11 @@ TEST_F(LinuxSubprocessesTest, APathThatCannotBeExecutedThrowsWithPathAndReason) 
     }
     return "launched";
   };
-  EXPECT_EQ(reasonFor(folder.path("absent")), folder.path("absent") + ": No such file or directory");
+  EXPECT_EQ(reasonFor(folder / "absent"), folder / "absent" + ": No such file or directory");
   EXPECT_EQ(reasonFor(folder.path()), folder.path() + ": Permission denied");
-  EXPECT_EQ(reasonFor(folder.makeFile("plain", "text")), folder.path("plain") + ": Permission denied");
-  std::filesystem::permissions(folder.makeFile("script", "exit 0\n"), std::filesystem::perms::all);
-  EXPECT_EQ(reasonFor(folder.path("script")), folder.path("script") + ": Exec format error");
+  EXPECT_EQ(reasonFor(folder.file("plain", "text")), folder / "plain" + ": Permission denied");
+  std::filesystem::permissions(folder.file("script", "exit 0\n"), std::filesystem::perms::all);
+  EXPECT_EQ(reasonFor(folder / "script"), folder / "script" + ": Exec format error");
 }
 
 TEST_F(LinuxSubprocessesTest, AFailedLaunchLeavesNoDescriptorAndNoChild) {
@@ -367,18 +367,18 @@ TEST_F(LinuxSubprocessesTest, StatusesArriveWithChildSignalsIgnored) {
 }
 
 TEST_F(LinuxSubprocessesTest, AChildOutlivesTheProgramThatLaunchedIt) {
-  const tests::TemporaryFolder folder;
-  run(kProbe, {"leave-child", folder.path("sign")});
-  EXPECT_FALSE(std::filesystem::exists(folder.path("sign")));
-  folder.makeFile("sign.go");
-  EXPECT_TRUE(eventually([&] { return folder.read("sign") == "outlived\n"; }));
+  const support::TemporaryFolder folder;
+  run(kProbe, {"leave-child", folder / "sign"});
+  EXPECT_FALSE(std::filesystem::exists(folder / "sign"));
+  folder.file("sign.go");
+  EXPECT_TRUE(eventually([&] { return folder.content("sign") == "outlived\n"; }));
 }
 
 TEST_F(LinuxSubprocessesTest, WorksWithItsOwnStandardStreamsClosed) {
   for (const std::string closed : {"0", "1", "2", "01", "012"}) {
-    const tests::TemporaryFolder folder;
-    run(kProbe, {"capture-closed", closed, folder.path("result")});
-    EXPECT_EQ(folder.read("result"), "output\nerror\n0") << closed;
+    const support::TemporaryFolder folder;
+    run(kProbe, {"capture-closed", closed, folder / "result"});
+    EXPECT_EQ(folder.content("result"), "output\nerror\n0") << closed;
   }
 }
 
@@ -400,25 +400,25 @@ TEST_F(LinuxSubprocessesTest, AStreamThatIsClosedHereIsTheNullDeviceInTheChild) 
 }
 
 TEST_F(LinuxSubprocessesTest, ExecutableFilesAreRegularFilesAndFolders) {
-  const tests::TemporaryFolder folder;
-  const std::string plain = folder.makeFile("plain");
-  const std::string tool = folder.makeFile("tool");
+  const support::TemporaryFolder folder;
+  const std::string plain = folder.file("plain");
+  const std::string tool = folder.file("tool");
   std::filesystem::permissions(tool, std::filesystem::perms::all);
-  ASSERT_EQ(::mkfifo(folder.path("fifo").c_str(), 0777), 0);
+  ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0777), 0);
   EXPECT_TRUE(subprocesses.isExecutableFile(tool));
   EXPECT_TRUE(subprocesses.isExecutableFile(folder.path()));
   EXPECT_FALSE(subprocesses.isExecutableFile(plain));
-  EXPECT_FALSE(subprocesses.isExecutableFile(folder.path("fifo")));
-  EXPECT_FALSE(subprocesses.isExecutableFile(folder.path("absent")));
+  EXPECT_FALSE(subprocesses.isExecutableFile(folder / "fifo"));
+  EXPECT_FALSE(subprocesses.isExecutableFile(folder / "absent"));
 }
 
 TEST_F(LinuxSubprocessesTest, AToolThatTheSystemLacksIsTheBundlesEquivalent) {
   if (std::filesystem::exists("/usr/sbin/scutil")) GTEST_SKIP() << "this system has a scutil of its own";
-  const tests::TemporaryFolder folder;
+  const support::TemporaryFolder folder;
   bundle.folder = folder.path();
   EXPECT_FALSE(subprocesses.isExecutableFile("/usr/sbin/scutil"));
   const std::string equivalent =
-      folder.makeFile("Contents/SharedSupport/scutil", "#!/bin/sh\necho \"equivalent $*\"\n");
+      folder.file("Contents/SharedSupport/scutil", "#!/bin/sh\necho \"equivalent $*\"\n");
   std::filesystem::permissions(equivalent, std::filesystem::perms::all);
   EXPECT_TRUE(subprocesses.isExecutableFile("/usr/sbin/scutil"));
   EXPECT_EQ(run("/usr/sbin/scutil", {"--get", "ComputerName"}), "equivalent --get ComputerName\n");
@@ -426,12 +426,12 @@ TEST_F(LinuxSubprocessesTest, AToolThatTheSystemLacksIsTheBundlesEquivalent) {
 }
 
 TEST_F(LinuxSubprocessesTest, AnArchiverThatTheSystemLacksIsTheBundlesToo) {
-  const tests::TemporaryFolder folder;
+  const support::TemporaryFolder folder;
   bundle.folder = folder.path();
-  LinuxSubprocesses rooted(mainThread, bundle, folder.path("root"));
+  LinuxSubprocesses rooted(mainThread, bundle, folder / "root");
   EXPECT_FALSE(rooted.isExecutableFile("/usr/bin/ditto"));
   for (const std::string tool : {"Contents/SharedSupport/ditto", "root/usr/bin/ditto"}) {
-    const std::string path = folder.makeFile(tool, "#!/bin/sh\necho \"$0\"\n");
+    const std::string path = folder.file(tool, "#!/bin/sh\necho \"$0\"\n");
     std::filesystem::permissions(path, std::filesystem::perms::all);
     const auto child = rooted.create({.launchPath = "/usr/bin/ditto", .standardOutput = Stream::pipe});
     child->launch();
@@ -441,18 +441,18 @@ TEST_F(LinuxSubprocessesTest, AnArchiverThatTheSystemLacksIsTheBundlesToo) {
 }
 
 TEST_F(LinuxSubprocessesTest, AnOpenerThatIsALinkToAnotherProgramIsPassedOver) {
-  const tests::TemporaryFolder folder;
+  const support::TemporaryFolder folder;
   bundle.folder = folder.path();
   const auto makeTool = [&folder](const std::string& name, const std::string& says) {
-    const std::string tool = folder.makeFile(name, "#!/bin/sh\necho \"" + says + " $*\"\n");
+    const std::string tool = folder.file(name, "#!/bin/sh\necho \"" + says + " $*\"\n");
     std::filesystem::permissions(tool, std::filesystem::perms::all);
     return tool;
   };
   makeTool("Contents/SharedSupport/open", "equivalent");
   const std::string another = makeTool("root/usr/bin/another-open", "another");
-  const std::string link = folder.path("root/usr/bin/open");
+  const std::string link = folder / "root/usr/bin/open";
   std::filesystem::create_symlink(another, link);
-  LinuxSubprocesses rooted(mainThread, bundle, folder.path("root"));
+  LinuxSubprocesses rooted(mainThread, bundle, folder / "root");
   const auto opening = [&rooted] {
     const auto child = rooted.create(
         {.launchPath = "/usr/bin/open", .arguments = {"-a", "Menu"}, .standardOutput = Stream::pipe});
@@ -467,14 +467,14 @@ TEST_F(LinuxSubprocessesTest, AnOpenerThatIsALinkToAnotherProgramIsPassedOver) {
 }
 
 TEST_F(LinuxSubprocessesTest, TheOwnerChangerIsAlwaysTheBundles) {
-  const tests::TemporaryFolder folder;
+  const support::TemporaryFolder folder;
   bundle.folder = folder.path();
   const auto makeTool = [&folder](const std::string& name, const std::string& says) {
-    std::filesystem::permissions(folder.makeFile(name, "#!/bin/sh\necho \"" + says + " $*\"\n"),
+    std::filesystem::permissions(folder.file(name, "#!/bin/sh\necho \"" + says + " $*\"\n"),
                                  std::filesystem::perms::all);
   };
   makeTool("root/usr/sbin/chown", "general");
-  LinuxSubprocesses rooted(mainThread, bundle, folder.path("root"));
+  LinuxSubprocesses rooted(mainThread, bundle, folder / "root");
   EXPECT_FALSE(rooted.isExecutableFile("/usr/sbin/chown")) << "the general one follows planted links";
   makeTool("Contents/SharedSupport/chown", "guarded");
   EXPECT_TRUE(rooted.isExecutableFile("/usr/sbin/chown"));
@@ -544,11 +544,11 @@ TEST_F(LinuxSubprocessesTest, RootsChildrenGetARootsEnvironment) {
 }
 
 TEST_F(LinuxSubprocessesTest, TheToolsThatOpenOnTheDesktopAreToldTheDisplay) {
-  const tests::TemporaryFolder folder;
+  const support::TemporaryFolder folder;
   const support::EnvironmentVariable display("DISPLAY", ":7");
   for (const char* const name : {"open", "asuser"}) {
-    std::filesystem::copy_file(kProbe, folder.path(name));
-    EXPECT_THAT(linesOf(run(folder.path(name), {"environment"})), Contains("DISPLAY=:7")) << name;
+    std::filesystem::copy_file(kProbe, folder / name);
+    EXPECT_THAT(linesOf(run(folder / name, {"environment"})), Contains("DISPLAY=:7")) << name;
   }
 }
 

@@ -15,7 +15,7 @@
 
 #include "platform/fakes/FakePlatform.h"
 #include "platform/posix/UniqueDescriptor.h"
-#include "tests/platform/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace platform {
 namespace {
@@ -96,11 +96,11 @@ class LinuxSystemConsoleTest : public ::testing::Test {
   }
   void TearDown() override { static_cast<void>(std::signal(SIGPIPE, previous_)); }
 
-  tests::TemporaryFolder folder;
+  support::TemporaryFolder folder;
   fakes::Recorder recorder;
   fakes::FakeClock clock{recorder};
   fakes::FakeProcessInformation process;
-  LinuxSystemConsole console{clock, process, folder.path("log")};
+  LinuxSystemConsole console{clock, process, folder / "log"};
 
  private:
   void (*previous_)(int) = nullptr;
@@ -153,13 +153,13 @@ TEST_F(LinuxSystemConsoleTest, EveryMessageIsWrittenInOnePiece) {
 }
 
 TEST_F(LinuxSystemConsoleTest, WritesToAFileBehindWhatIsThere) {
-  folder.makeFile("output", "before\n");
-  const UniqueDescriptor file(::open(folder.path("output").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+  folder.file("output", "before\n");
+  const UniqueDescriptor file(::open((folder / "output").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
   {
     const StandardErrorReplaced replaced(file.get());
     console.write("message");
   }
-  EXPECT_THAT(folder.read("output"), AllOf(StartsWith("before\n"), HasSubstr("] message\n")));
+  EXPECT_THAT(folder.content("output"), AllOf(StartsWith("before\n"), HasSubstr("] message\n")));
 }
 
 TEST_F(LinuxSystemConsoleTest, AClosedStandardErrorIsNoError) {
@@ -223,7 +223,7 @@ TEST_F(LinuxSystemConsoleTest, ALongMessageReachesAReaderThatReads) {
 }
 
 TEST_F(LinuxSystemConsoleTest, TheSystemLogGetsItAsFromSyslog) {
-  const LogSocket log(folder.path("log"));
+  const LogSocket log(folder / "log");
   const Pipe pipe;
   const StandardErrorReplaced replaced(pipe.writing.get());
   console.write("message 100%");
@@ -232,7 +232,7 @@ TEST_F(LinuxSystemConsoleTest, TheSystemLogGetsItAsFromSyslog) {
 }
 
 TEST_F(LinuxSystemConsoleTest, ControlCharactersCannotForgeALineOfTheSystemLog) {
-  const LogSocket log(folder.path("log"));
+  const LogSocket log(folder / "log");
   const Pipe pipe;
   const StandardErrorReplaced replaced(pipe.writing.get());
   console.write("one\n<0>Jan  1 forged\x1B[2J\x7F\xC2\x9B h\xC3\xA9");
@@ -240,7 +240,7 @@ TEST_F(LinuxSystemConsoleTest, ControlCharactersCannotForgeALineOfTheSystemLog) 
 }
 
 TEST_F(LinuxSystemConsoleTest, ALongLineOfTheSystemLogIsCut) {
-  const LogSocket log(folder.path("log"));
+  const LogSocket log(folder / "log");
   const Pipe pipe;
   const StandardErrorReplaced replaced(pipe.writing.get());
   console.write(std::string(20000, 'x'));
@@ -248,7 +248,7 @@ TEST_F(LinuxSystemConsoleTest, ALongLineOfTheSystemLogIsCut) {
 }
 
 TEST_F(LinuxSystemConsoleTest, ALogThatNobodyReadsDoesNotStall) {
-  const LogSocket log(folder.path("log"));
+  const LogSocket log(folder / "log");
   const UniqueDescriptor null(::open("/dev/null", O_WRONLY | O_CLOEXEC));
   const StandardErrorReplaced replaced(null.get());
   const auto start = std::chrono::steady_clock::now();

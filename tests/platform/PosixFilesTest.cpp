@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "tests/platform/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace platform {
 namespace {
@@ -18,40 +18,40 @@ using ::testing::UnorderedElementsAre;
 
 class PosixFilesTest : public ::testing::Test {
  protected:
-  tests::TemporaryFolder folder;
+  support::TemporaryFolder folder;
   PosixFileQueries queries;
 
   std::string makeFifo() {
-    const std::string path = folder.path("fifo");
+    const std::string path = folder / "fifo";
     EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
     return path;
   }
   /// Two links that lead to each other.
   std::string makeLoop() {
-    fs::create_symlink("two", folder.path("one"));
-    fs::create_symlink("one", folder.path("two"));
-    return folder.path("one");
+    fs::create_symlink("two", folder / "one");
+    fs::create_symlink("one", folder / "two");
+    return folder / "one";
   }
 };
 
 TEST_F(PosixFilesTest, ADanglingLinkAndALoopAreNothing) {
-  fs::create_symlink("/nonexistent", folder.path("dangling"));
-  EXPECT_FALSE(queries.exists(folder.path("dangling")));
+  fs::create_symlink("/nonexistent", folder / "dangling");
+  EXPECT_FALSE(queries.exists(folder / "dangling"));
   EXPECT_FALSE(queries.exists(makeLoop()));
-  EXPECT_FALSE(queries.isDirectory(folder.path("one")));
-  EXPECT_TRUE(queries.exists(folder.makeFile("file")));
+  EXPECT_FALSE(queries.isDirectory(folder / "one"));
+  EXPECT_TRUE(queries.exists(folder.file("file")));
   EXPECT_TRUE(queries.exists(folder.path()));
 }
 
 TEST_F(PosixFilesTest, ADirectoryIsOneThroughALinkToo) {
-  fs::create_directory_symlink(folder.path(), folder.path("link"));
-  EXPECT_TRUE(queries.isDirectory(folder.path("link")));
-  EXPECT_FALSE(queries.isDirectory(folder.makeFile("file")));
-  EXPECT_FALSE(queries.isDirectory(folder.path("absent")));
+  fs::create_directory_symlink(folder.path(), folder / "link");
+  EXPECT_TRUE(queries.isDirectory(folder / "link"));
+  EXPECT_FALSE(queries.isDirectory(folder.file("file")));
+  EXPECT_FALSE(queries.isDirectory(folder / "absent"));
 }
 
 TEST_F(PosixFilesTest, AccessIsTheEffectiveUsers) {
-  const std::string file = folder.makeFile("file");
+  const std::string file = folder.file("file");
   ::chmod(file.c_str(), 0600);
   EXPECT_TRUE(queries.isAccessible(file, Access::read));
   EXPECT_TRUE(queries.isAccessible(file, Access::write));
@@ -69,10 +69,10 @@ TEST_F(PosixFilesTest, AccessIsTheEffectiveUsers) {
 }
 
 TEST_F(PosixFilesTest, ListsNamesOfAnyBytes) {
-  folder.makeFile(".hidden");
-  folder.makeFile("-dash \n");
-  folder.makeFile("\xFF\xFE");
-  folder.makeFile(std::string(255, 'x'));
+  folder.file(".hidden");
+  folder.file("-dash \n");
+  folder.file("\xFF\xFE");
+  folder.file(std::string(255, 'x'));
   const auto names = queries.contentsOfDirectory(folder.path());
   ASSERT_TRUE(names.ok());
   EXPECT_THAT(names.value(), UnorderedElementsAre(".hidden", "-dash \n", "\xFF\xFE", std::string(255, 'x')));
@@ -83,7 +83,7 @@ TEST_F(PosixFilesTest, ListsNamesInTheOrderOfTheirBytes) {
   std::vector<std::string> shuffled;
   for (int number = 0; number < 200; ++number) shuffled.push_back("n" + std::to_string(number * 7919 % 200));
   shuffled.insert(shuffled.end(), sorted.rbegin(), sorted.rend());
-  for (const std::string& name : shuffled) folder.makeFile(name);
+  for (const std::string& name : shuffled) folder.file(name);
   const auto names = queries.contentsOfDirectory(folder.path());
   ASSERT_TRUE(names.ok());
   EXPECT_EQ(names.value().size(), shuffled.size());
@@ -94,17 +94,17 @@ TEST_F(PosixFilesTest, ListsNamesInTheOrderOfTheirBytes) {
 }
 
 TEST_F(PosixFilesTest, ListingWhatIsNoFolderFails) {
-  EXPECT_EQ(queries.contentsOfDirectory(folder.makeFile("file")).error().code, ENOTDIR);
-  EXPECT_EQ(queries.contentsOfDirectory(folder.path("absent")).error().code, ENOENT);
+  EXPECT_EQ(queries.contentsOfDirectory(folder.file("file")).error().code, ENOTDIR);
+  EXPECT_EQ(queries.contentsOfDirectory(folder / "absent").error().code, ENOENT);
   EXPECT_EQ(queries.contentsOfDirectory(makeFifo()).error().code, ENOTDIR);
 }
 
 TEST_F(PosixFilesTest, ReadsEveryByteUpToTheLimit) {
   const std::string bytes("a\0b\xFF", 4);
-  const std::string file = folder.makeFile("file", bytes);
+  const std::string file = folder.file("file", bytes);
   EXPECT_EQ(queries.readFile(file, 4).value(), bytes);
   EXPECT_EQ(queries.readFile(file, 3).error().code, EFBIG);
-  EXPECT_EQ(queries.readFile(folder.makeFile("empty"), 0).value(), "");
+  EXPECT_EQ(queries.readFile(folder.file("empty"), 0).value(), "");
 }
 
 TEST_F(PosixFilesTest, ReadsAFileThatHidesItsSize) {
@@ -112,7 +112,7 @@ TEST_F(PosixFilesTest, ReadsAFileThatHidesItsSize) {
 }
 
 TEST_F(PosixFilesTest, AHugeFileIsRefusedWithoutBeingRead) {
-  const std::string file = folder.makeFile("huge");
+  const std::string file = folder.file("huge");
   ASSERT_EQ(::truncate(file.c_str(), off_t{1} << 40), 0);
   EXPECT_EQ(queries.readFile(file, 64 << 20).error().code, EFBIG);
 }
@@ -122,12 +122,12 @@ TEST_F(PosixFilesTest, ReadsNothingButRegularFilesAndNeverBlocks) {
   EXPECT_EQ(queries.readFile(folder.path(), 10).error().code, EINVAL);
   EXPECT_EQ(queries.readFile("/dev/zero", 10).error().code, EINVAL);
   EXPECT_EQ(queries.readFile(makeLoop(), 10).error().code, ELOOP);
-  EXPECT_EQ(queries.readFile(folder.path("absent"), 10).error().code, ENOENT);
+  EXPECT_EQ(queries.readFile(folder / "absent", 10).error().code, ENOENT);
 }
 
 TEST_F(PosixFilesTest, AnUnreadableFileIsAnError) {
   if (::geteuid() != 0) GTEST_SKIP() << "the change of account needs root";
-  const std::string file = folder.makeFile("file", "secret");
+  const std::string file = folder.file("file", "secret");
   ::chmod(file.c_str(), 0600);
   ::chmod(folder.path().c_str(), 0755);
   ASSERT_EQ(::seteuid(65534), 0);
@@ -139,11 +139,11 @@ TEST_F(PosixFilesTest, AnUnreadableFileIsAnError) {
 }
 
 TEST_F(PosixFilesTest, ReadingTheFileItselfFollowsNoLink) {
-  const std::string file = folder.makeFile("file", "content");
-  fs::create_symlink(file, folder.path("link"));
+  const std::string file = folder.file("file", "content");
+  fs::create_symlink(file, folder / "link");
   EXPECT_EQ(queries.readFileItself(file, 10).value(), "content");
-  EXPECT_EQ(queries.readFileItself(folder.path("link"), 10).error().code, ELOOP);
-  EXPECT_EQ(queries.readFile(folder.path("link"), 10).value(), "content");
+  EXPECT_EQ(queries.readFileItself(folder / "link", 10).error().code, ELOOP);
+  EXPECT_EQ(queries.readFile(folder / "link", 10).value(), "content");
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "platform/linux/GuardedFolders.h"
+#include "platform/linux/LinuxFileAttributes.h"
 #include "platform/linux/TreeCopy.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/ChangedRoot.h"
@@ -24,7 +25,6 @@ namespace platform {
 namespace {
 
 namespace fs = std::filesystem;
-using support::AsUser;
 using support::ChangedRoot;
 using support::kNobody;
 using support::TemporaryFolder;
@@ -213,6 +213,30 @@ TEST_F(RecyclingAsRootTest, LinkThatOnlyRootCanHaveMadeIsFollowed) {
     EXPECT_EQ(reasonOf(recycleItems("/Users/alice/Library", "/Users/alice/.Trash", {"a"})), 0);
     EXPECT_THAT(namesIn("/home/alice/.Trash"), ElementsAre("a"));
   });
+}
+
+TEST_F(RecyclingAsRootTest, ItemOfABindMountIsMovedByCopyingIt) {
+  home.file("Disk/Folder/inside", "text");
+  home.file("Library/keep");
+  ASSERT_EQ(mount((home / "Disk").c_str(), library.c_str(), nullptr, MS_BIND, nullptr), 0);
+  const int reason = reasonOf(recycleItems(library, trash, {"Folder"}));
+  ASSERT_EQ(umount(library.c_str()), 0);
+  EXPECT_EQ(reason, 0) << "the same disk, and yet no rename leads from one mount to another";
+  EXPECT_THAT(namesIn(home / "Disk"), IsEmpty());
+  EXPECT_EQ(home.content(".Trash/Folder/inside"), "text");
+  EXPECT_THAT(namesIn(trash), ElementsAre("Folder"));
+}
+
+TEST_F(RecyclingAsRootTest, LockedFileStaysAndSoDoesWhatIsBeside) {
+  const std::string file = home.file("Library/a", "text");
+  LinuxFileAttributes attributes;
+  ASSERT_TRUE(attributes.setImmutable(file, Immutable::yes));
+  const int reason = reasonOf(recycleItems(library, trash, {"a"}));
+  const bool unlocked = attributes.setImmutable(file, Immutable::no).ok();
+  EXPECT_TRUE(unlocked);
+  EXPECT_EQ(reason, EPERM);
+  EXPECT_EQ(home.content("Library/a"), "text");
+  EXPECT_THAT(namesIn(trash), IsEmpty());
 }
 
 TEST_F(RecyclingAsRootTest, LoopOfLinksEnds) {

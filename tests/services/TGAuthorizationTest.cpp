@@ -442,6 +442,37 @@ TEST_F(TGAuthorizationVerbTest, ASystemDirectoryIsRefusedWhateverTheUserId) {
   EXPECT_THAT(calls(), IsEmpty());
 }
 
+TEST_F(TGAuthorizationVerbTest, RootHandsNoToolAPathThatSomebodyElsesLinkLeadsElsewhere) {
+  auto& authorization = byRoot();
+  fakes_.fileAttributes.ledAstray = {"/from", "/to", "/to/y", "/to/new", "/Users/bob/.Trash/x"};
+  fakes_.files.makeFile("/other/x");
+  EXPECT_FALSE(authorization.authCopyFile("/from/x", "/other/y"));
+  EXPECT_FALSE(authorization.authCopyFile("/other/x", "/to/y"));
+  EXPECT_FALSE(authorization.authMoveFile("/from/x", "/other/y"));
+  EXPECT_FALSE(authorization.authMoveFile("/other/x", "/to/y"));
+  EXPECT_FALSE(authorization.authMoveFolderContents("/from", "/other"));
+  EXPECT_FALSE(authorization.authRemoveFile("/from/x"));
+  EXPECT_FALSE(authorization.authCreateDir("/to/new"));
+  EXPECT_FALSE(authorization.authTrashFile("/other/x")) << "the trash is a link";
+  EXPECT_FALSE(authorization.authTrashFolderContents("/from"));
+  EXPECT_FALSE(authorization.authTrashFolderContents("/from", DeleteOnRootAccount::yes));
+  EXPECT_THAT(calls(), IsEmpty());
+  const std::string from = "Unable to use path /from because a link may lead it elsewhere.";
+  const std::string target = "Unable to use path /to/y because a link may lead it elsewhere.";
+  EXPECT_THAT(messages(),
+              ElementsAre(from, target, from, target, from, from,
+                          "Unable to use path /to/new because a link may lead it elsewhere.",
+                          "Unable to use path /Users/bob/.Trash/x because a link may lead it elsewhere.",
+                          from, from));
+}
+
+TEST_F(TGAuthorizationVerbTest, OthersThanRootHandOverWhatTheyAreGiven) {
+  auto& authorization = authorized();
+  fakes_.fileAttributes.ledAstray = {"/from", "/to/y", "/to/new"};
+  for (const Verb& verb : verbs()) EXPECT_TRUE(verb.call(authorization)) << verb.name;
+  EXPECT_THAT(messages(), IsEmpty());
+}
+
 TEST_F(TGAuthorizationVerbTest, OnlyTheExactFolderIsRefused) {
   auto& authorization = authorized();
   fakes_.files.makeFile("/var/folders/x");

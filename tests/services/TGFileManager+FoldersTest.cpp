@@ -111,6 +111,22 @@ TEST_F(TGFileManagerFoldersTest, AFolderWithNothingButTheFindersFilesAndEmptyFol
   EXPECT_TRUE(TGFileManager::isFolderEmpty(std::nullopt));
 }
 
+TEST_F(TGFileManagerFoldersTest, WhatTheFinderNamesIsPassedOverWhateverItIs) {
+  fakes_.files.makeFile("/alone/.DS_Store/a");
+  fakes_.files.makeFile("/beside/.DS_Store/a");
+  fakes_.files.makeFolder("/beside/sub");
+  EXPECT_TRUE(TGFileManager::isFolderEmpty("/alone"));
+  EXPECT_TRUE(TGFileManager::isFolderEmpty("/beside"));
+}
+
+TEST_F(TGFileManagerFoldersTest, WhatCannotBeListedCountsAsEmpty) {
+  fakes_.files.makeFile("/folder/file");
+  EXPECT_TRUE(TGFileManager::isFolderEmpty("/folder/file"));
+  EXPECT_FALSE(TGFileManager::isFolderEmpty("/folder"));
+  EXPECT_TRUE(TGFileManager::removeFolderIfEmpty("/folder/file"));
+  EXPECT_FALSE(exists("/folder/file"));
+}
+
 TEST_F(TGFileManagerFoldersTest, AFolderWithAnyOtherFileIsNotEmpty) {
   fakes_.files.makeFile("/icon/Icon");
   fakes_.files.makeFile("/case/.ds_store");
@@ -181,6 +197,21 @@ TEST_F(TGFileManagerFoldersTest, FilesAreTrashedByTheirExtensionWhateverItsCase)
               ElementsAre("/folder/a.log", "/folder/sub/b.Log"));
   EXPECT_FALSE(exists("/folder/sub/b.Log"));
   EXPECT_TRUE(exists("/folder/sub/c.logs"));
+}
+
+TEST_F(TGFileManagerFoldersTest, WithoutAnExtensionFilesThatHaveNoneAreTrashed) {
+  for (const char* const name : {"/folder/plain", "/folder/.hidden", "/folder/a.log", "/folder/point."})
+    fakes_.files.makeFile(name);
+  EXPECT_THAT(TGFileManager::trashFilesOfType("", "/folder"),
+              ElementsAre("/folder/.hidden", "/folder/plain", "/folder/point."));
+  EXPECT_TRUE(exists("/folder/a.log"));
+}
+
+TEST_F(TGFileManagerFoldersTest, ALinkThatLeadsNowhereIsAFileOfItsName) {
+  fakes_.files.makeFolder("/folder");
+  link("nowhere", "/folder/a.log");
+  EXPECT_THAT(TGFileManager::trashFilesNamed("a.log", "/folder"), ElementsAre("/folder/a.log"));
+  EXPECT_THAT(recycled(), IsEmpty()) << "nothing is there, so it is trashed already";
 }
 
 TEST_F(TGFileManagerFoldersTest, WhatCouldNotBeTrashedIsAnsweredAllTheSame) {

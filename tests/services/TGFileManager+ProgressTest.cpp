@@ -196,6 +196,13 @@ TEST_F(TGFileManagerProgressTest, AFolderThatCannotBeMadeEndsIt) {
   EXPECT_THAT(fakes_.recorder.only({"create", "copy"}), IsEmpty());
 }
 
+TEST_F(TGFileManagerProgressTest, WithoutADestinationThereIsNoFolder) {
+  EXPECT_FALSE(TGFileManager::copyFileWithProgress("/from/a", std::nullopt, nullptr));
+  EXPECT_THAT(messages(), ElementsAre("Unable to copy file /from/a - destination directory (null) doesn't "
+                                      "exist. Aborting copy process..."));
+  EXPECT_THAT(calls(), IsEmpty());
+}
+
 TEST_F(TGFileManagerProgressTest, AFolderMadeWithRightsIsWaitedForTenSeconds) {
   fakes_.files.makeFile("/bin/mkdir");
   fakes_.files.beforeChange = [](const std::string& change, const std::string& path) {

@@ -12,6 +12,7 @@ using foundation::systemError;
 using std::string_literals::operator""s;
 using ::testing::AllOf;
 using ::testing::Contains;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
@@ -223,6 +224,15 @@ TEST_F(TGFileManagerVerbsTest, PathsThatNameNothingAreRefusedWithoutAskingForRig
   EXPECT_FALSE(exists("/to"));
 }
 
+TEST_F(TGFileManagerVerbsTest, OfNoPathToMoveThePrivilegedVerbTells) {
+  EXPECT_FALSE(TGFileManager::moveFile(std::nullopt, "/to"));
+  EXPECT_FALSE(TGFileManager::moveFile("/from", std::nullopt));
+  EXPECT_FALSE(TGFileManager::moveFile(std::nullopt, "/to", ShouldAuth::no));
+  EXPECT_THAT(messages(), ElementsAre("Error in authMoveFile: old path is null",
+                                      "Error in authMoveFile: new path is null"));
+  EXPECT_THAT(logEntries(), AllOf(SizeIs(3), Each(StartsWith("Error moving file: "))));
+}
+
 TEST_F(TGFileManagerVerbsTest, NamesOfAnyBytesAndLengthsOnlyFail) {
   refuseChanges();
   for (const std::string& path : {"/"s + std::string(5000, 'x'), "relative"s, "/\xff\xfe\x80"s, "/a\nb"s}) {
@@ -258,6 +268,15 @@ TEST_F(TGFileManagerVerbsTest, CompressingMovesAnOldArchiveToTheTrash) {
   EXPECT_THAT(calls(), ElementsAre("recycle /Desktop -> /Users/alice/.Trash: a.zip",
                                    "run /usr/bin/ditto -ck --keepParent /logs /Desktop/a.zip"));
   EXPECT_EQ(fakes_.files.readFile("/Users/alice/.Trash/a.zip", 100).value(), "old");
+}
+
+TEST_F(TGFileManagerVerbsTest, AnOldArchiveThatCannotBeMovedAwayIsLeftToTheTool) {
+  fakes_.files.makeFile("/usr/bin/ditto");
+  fakes_.files.makeFile("/Desktop/a.zip", "old");
+  refuseChanges();
+  EXPECT_TRUE(TGFileManager::compressFile("/logs", "/Desktop/a.zip")) << "an archive is there";
+  EXPECT_THAT(fakes_.recorder.only({"run", "privileged"}),
+              ElementsAre("run /usr/bin/ditto -ck --keepParent /logs /Desktop/a.zip"));
 }
 
 TEST_F(TGFileManagerVerbsTest, CompressingSurvivesAToolThatIsMissingOrCannotBeStarted) {

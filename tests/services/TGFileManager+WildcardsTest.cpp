@@ -62,6 +62,17 @@ TEST_F(TGFileManagerWildcardsTest, ARelativePatternWithoutABaseBeginsAtTheRootFo
   EXPECT_THAT(matches("U*"), ElementsAre("/Users"));
 }
 
+TEST_F(TGFileManagerWildcardsTest, AnEmptyBaseIsNoFolderAndNotTheRootFolder) {
+  EXPECT_THAT(matches("Users/a*", ""), IsEmpty());
+  EXPECT_THAT(matches("/Users/a*", ""), IsEmpty());
+  EXPECT_THAT(matches("Users/ann", ""), ElementsAre("Users/ann")) << "without a star nothing is looked up";
+}
+
+TEST_F(TGFileManagerWildcardsTest, ASlashAtTheEndOfAPatternSaysNothing) {
+  EXPECT_THAT(matches("/Users/a*/"), ElementsAre("/Users/ann"));
+  EXPECT_THAT(matches("/Users//a*//Library/"), ElementsAre("/Users/ann/Library"));
+}
+
 TEST_F(TGFileManagerWildcardsTest, AnAbsolutePatternWithABaseLiesBelowTheBase) {
   EXPECT_THAT(matches("/Library/*", "/Users/ann"), ElementsAre("/Users/ann/Library/x.plist"));
 }

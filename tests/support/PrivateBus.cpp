@@ -8,20 +8,7 @@
 #include <fstream>
 #include <stdexcept>
 
-TemporaryFolder::TemporaryFolder() {
-  const char* parent = std::getenv("TMPDIR");
-  path_ = std::string(parent == nullptr ? "/tmp" : parent) + "/quillmend-bus-XXXXXX";
-  if (::mkdtemp(path_.data()) == nullptr || ::chmod(path_.c_str(), 0755) != 0) {
-    throw std::runtime_error("no temporary folder");
-  }
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-PrivateBus PrivateBus::session(const TemporaryFolder& folder, std::optional<uid_t> account) {
+PrivateBus PrivateBus::session(const support::TemporaryFolder& folder, std::optional<uid_t> account) {
   const uid_t owner = account.value_or(::geteuid());
   const std::string own = folder.path() + "/" + std::to_string(owner);
   std::filesystem::create_directory(own);
@@ -31,7 +18,7 @@ PrivateBus PrivateBus::session(const TemporaryFolder& folder, std::optional<uid_
           "<allow eavesdrop='true'/><allow own='*'/></policy>"};
 }
 
-PrivateBus PrivateBus::system(const TemporaryFolder& folder) {
+PrivateBus PrivateBus::system(const support::TemporaryFolder& folder) {
   return {folder.path() + "/system.conf", folder.path() + "/system", std::nullopt,
           "<type>system</type><policy context='default'><allow user='*'/><deny own='*'/>"
           "<deny send_type='method_call'/><allow send_type='signal'/>"

@@ -7,30 +7,18 @@
 #include <string>
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryFolder.h"
 
-/// A folder of the test's own that every account may enter; removed with the object.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  [[nodiscard]] const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
-/// A real dbus-daemon of the test's own.
+/// A real dbus-daemon of the test's own. REQUIRES a folder that every account may enter.
 class PrivateBus {
  public:
   /// The session bus of an account (this process's own without one) at <folder>/<uid>/bus. Like a desktop's
   /// it lets nobody but that account in.
-  [[nodiscard]] static PrivateBus session(const TemporaryFolder& folder,
+  [[nodiscard]] static PrivateBus session(const support::TemporaryFolder& folder,
                                           std::optional<uid_t> account = std::nullopt);
 
   /// A system bus at <folder>/system, with the policy that Debian gives its own.
-  [[nodiscard]] static PrivateBus system(const TemporaryFolder& folder);
+  [[nodiscard]] static PrivateBus system(const support::TemporaryFolder& folder);
 
   [[nodiscard]] const std::string& address() const { return address_; }
   [[nodiscard]] ChildProcess& daemon() { return *daemon_; }

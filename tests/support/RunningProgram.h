@@ -1,60 +1,75 @@
 #pragma once
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <functional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace support {
 
-/// A child of the test that says "+" on standard output once it runs; ended and waited for by the destructor.
+/// A child of the test that says on standard output when it is ready; ended and waited for with the object.
 class RunningProgram {
  public:
-  explicit RunningProgram(const std::string& path) {
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    std::string name = path;
-    char* const arguments[] = {name.data(), nullptr};
-    const int status = ::posix_spawn(&pid_, path.c_str(), &actions, nullptr, arguments, ::environ);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(ends[1]);
+  /// Starts it and returns once it is ready; `inChild` runs before the program does.
+  explicit RunningProgram(const std::string& program, const std::vector<std::string>& arguments = {},
+                          const std::function<void()>& inChild = nullptr) {
+    int ready[2];
+    if (::pipe2(ready, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::dup2(ready[1], STDOUT_FILENO);
+      if (inChild) inChild();
+      exec(program, arguments);
+    }
+    ::close(ready[1]);
     char byte = 0;
-    const bool runs = status == 0 && ::read(ends[0], &byte, 1) == 1;
-    ::close(ends[0]);
-    if (!runs) throw std::runtime_error("cannot start " + path);
+    const bool started = ::read(ready[0], &byte, 1) == 1;
+    ::close(ready[0]);
+    if (!started) throw std::runtime_error("cannot start " + program);
   }
   ~RunningProgram() {
-    if (!ended_) ::kill(pid_, SIGKILL);
-    waitForSignal();
+    if (pid_ <= 0) return;
+    ::kill(pid_, SIGKILL);
+    wait();
   }
   RunningProgram(const RunningProgram&) = delete;
   RunningProgram& operator=(const RunningProgram&) = delete;
 
   [[nodiscard]] pid_t pid() const { return pid_; }
 
-  [[nodiscard]] bool isRunning() {
-    if (ended_) return false;
-    ended_ = ::waitpid(pid_, &status_, WNOHANG) == pid_;
-    return !ended_;
+  [[nodiscard]] bool hasEnded() const {
+    siginfo_t info{};
+    return ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == pid_;
   }
-
-  /// The signal that ended it; 0 when it ended otherwise.
+  /// Waits for its end; the status of waitpid(2).
+  int wait() {
+    int status = -1;
+    ::waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return status;
+  }
+  /// Waits for its end; the signal that ended it, 0 when it ended otherwise.
   int waitForSignal() {
-    if (!ended_) ended_ = ::waitpid(pid_, &status_, 0) == pid_;
-    return ended_ && WIFSIGNALED(status_) ? WTERMSIG(status_) : 0;
+    const int status = wait();
+    return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   }
 
  private:
+  [[noreturn]] static void exec(const std::string& program, const std::vector<std::string>& arguments) {
+    std::vector<char*> values = {const_cast<char*>(program.c_str())};
+    for (const std::string& argument : arguments) values.push_back(const_cast<char*>(argument.c_str()));
+    values.push_back(nullptr);
+    ::execv(program.c_str(), values.data());
+    ::_exit(127);
+  }
+
   pid_t pid_ = -1;
-  bool ended_ = false;
-  int status_ = 0;
 };
 
 }  // namespace support

@@ -11,6 +11,12 @@
 
 namespace support {
 
+/// The content of a file, by its path; "" where there is none that can be read.
+[[nodiscard]] inline std::string contentOf(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
 /// A folder of the test's own on the real disk, gone with the object; its path has no links in it.
 class TemporaryFolder {
  public:
@@ -42,10 +48,7 @@ class TemporaryFolder {
     std::ofstream(*this / relative, std::ios::binary) << content;
     return *this / relative;
   }
-  [[nodiscard]] std::string content(const std::string& relative) const {
-    std::ifstream stream(*this / relative, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-  }
+  [[nodiscard]] std::string content(const std::string& relative) const { return contentOf(*this / relative); }
 
  private:
   std::string path_;

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -9,9 +10,11 @@
 #include <chrono>
 #include <filesystem>
 
+#include "platform/linux/ExclusiveRename.h"
 #include "platform/linux/PrivateFolder.h"
 #include "platform/linux/TreeCopy.h"
 #include "tests/support/AsUser.h"
+#include "tests/support/FailingCall.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform {
@@ -346,6 +349,55 @@ TEST_F(CopyItemAsRootTest, AFullDiskLeavesNothing) {
   EXPECT_TRUE(left.empty());
 }
 
+TEST_F(CopyItemAsRootTest, RootIsLedNowhereByALinkOfSomebodyElses) {
+  ground_.file("elsewhere/file", "text");
+  fs::create_directory_symlink("elsewhere", ground_ / "users");
+  ASSERT_EQ(::lchown((ground_ / "users").c_str(), kNobody, kNobody), 0);
+  EXPECT_EQ(copy("elsewhere/file", "users/copy"), ELOOP);
+  EXPECT_EQ(copy("users/file", "copy"), ELOOP);
+  EXPECT_EQ(copy("users", "copy"), 0) << "a link at the end is what is copied";
+  EXPECT_THAT(names("elsewhere"), UnorderedElementsAre("file"));
+  ASSERT_EQ(::chown(ground_.folder("home").c_str(), kNobody, kNobody), 0);
+  AsUser::run(kNobody, [this] { EXPECT_EQ(copy("users/file", "home/copy"), 0) << "a user follows it"; });
+}
+
+/// The same folder in two places, as two volumes.
+class CopyItemAcrossABindMountTest : public CopyItemAsRootTest {
+ protected:
+  void SetUp() override {
+    CopyItemAsRootTest::SetUp();
+    if (IsSkipped()) return;
+    ground_.file("tree/sub/file", "text");
+    const std::string second = ground_.folder("second");
+    ASSERT_EQ(::mount((ground_ / "tree").c_str(), second.c_str(), nullptr, MS_BIND, nullptr), 0);
+  }
+  void TearDown() override { ::umount2((ground_ / "second").c_str(), MNT_DETACH); }
+};
+
+TEST_F(CopyItemAcrossABindMountTest, ItIsCopiedFromAndInto) {
+  EXPECT_EQ(copy("second/sub", "copy"), 0) << error_;
+  EXPECT_EQ(ground_.content("copy/file"), "text");
+  EXPECT_EQ(copy("copy", "second/copy"), 0) << error_;
+  EXPECT_EQ(ground_.content("tree/copy/file"), "text");
+}
+
+TEST_F(CopyItemAcrossABindMountTest, AFolderIsNotCopiedIntoItselfByTheOtherWay) {
+  EXPECT_EQ(copy("tree", "second/copy"), EINVAL);
+  EXPECT_EQ(copy("second", "tree/sub/copy"), EINVAL);
+  EXPECT_THAT(names("tree"), UnorderedElementsAre("sub"));
+  EXPECT_THAT(names("tree/sub"), UnorderedElementsAre("file"));
+}
+
+TEST_F(CopyItemAcrossABindMountTest, WhatIsMountedInAFolderIsCopiedWithIt) {
+  ASSERT_FALSE(ground_.folder("outer/mounted").empty());
+  ASSERT_EQ(
+      ::mount((ground_ / "tree").c_str(), (ground_ / "outer/mounted").c_str(), nullptr, MS_BIND, nullptr), 0);
+  const int reason = copy("outer", "copy");
+  ASSERT_EQ(::umount((ground_ / "outer/mounted").c_str()), 0);
+  EXPECT_EQ(reason, 0) << error_;
+  EXPECT_EQ(ground_.content("copy/mounted/sub/file"), "text");
+}
+
 /// What happens to an original between its copy and its removal.
 class RemoveCopiedTest : public CopyItemTest {
  protected:
@@ -386,6 +438,80 @@ TEST_F(RemoveCopiedTest, AnotherFileOfTheNameStays) {
             }),
             EBUSY);
   EXPECT_TRUE(fs::exists(ground_ / "file"));
+}
+
+/// A move as to another file system, of "tree".
+class MoveByCopyTest : public CopyItemTest {
+ protected:
+  MoveByCopyTest() {
+    ground_.file("tree/a", "text");
+    ground_.file("tree/sub/b", std::string(100'000, 'b'));
+    fs::create_symlink("a", ground_ / "tree/link");
+  }
+  /// Answers 0 or the reason; it arrives as "moved".
+  int move(const OnProgress& onProgress = {}) {
+    CopyOptions options = optionsForMoving();
+    options.onProgress = onProgress;
+    options.progressInterval = std::chrono::milliseconds(0);
+    const UniqueDescriptor folder(::open(ground_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const auto moved = moveByCopy(
+        folder.get(), "tree", folder.get(), "tree",
+        [&](int from, const std::string& name) {
+          return renameWithoutReplacing(from, name, folder.get(), "moved", name);
+        },
+        {}, options);
+    error_ = moved ? "" : moved.error().description;
+    return moved ? 0 : moved.error().code;
+  }
+  /// The copy that grows beside.
+  [[nodiscard]] std::string copyInHand() const {
+    for (const std::string& name : names())
+      if (name.starts_with(".copying-")) return ground_ / (name + "/tree");
+    return "";
+  }
+  void expectNothingHasHappened() const {
+    EXPECT_THAT(names(), UnorderedElementsAre("tree"));
+    EXPECT_THAT(names("tree"), UnorderedElementsAre("a", "sub", "link"));
+    EXPECT_EQ(ground_.content("tree/a"), "text");
+    EXPECT_EQ(ground_.content("tree/sub/b"), std::string(100'000, 'b'));
+  }
+};
+
+TEST_F(MoveByCopyTest, WhatIsCopiedIsRemoved) {
+  EXPECT_EQ(move(), 0) << error_;
+  EXPECT_THAT(names(), UnorderedElementsAre("moved"));
+  EXPECT_EQ(ground_.content("moved/sub/b"), std::string(100'000, 'b'));
+}
+
+TEST_F(MoveByCopyTest, ACopyThatDiffersWhenItIsReadBackIsThrownAwayAndTheOriginalStays) {
+  EXPECT_EQ(move([this](const CopyProgress&) {
+              const std::string copy = copyInHand() + "/a";
+              if (fs::exists(copy) && fs::file_size(copy) == 4) std::ofstream(copy) << "TEXT";
+              return true;
+            }),
+            EIO);
+  EXPECT_THAT(error_, HasSubstr("tree/a: the copy differs"));
+  expectNothingHasHappened();
+}
+
+TEST_F(MoveByCopyTest, AnOriginalThatChangesMeanwhileStaysAndItsCopyIsThrownAway) {
+  EXPECT_EQ(move([this](const CopyProgress&) {
+              if (fs::exists(copyInHand() + "/a")) ground_.file("tree/a", "changed");
+              return true;
+            }),
+            EBUSY);
+  EXPECT_THAT(error_, HasSubstr("tree/a: changed while it was copied"));
+  EXPECT_THAT(names(), UnorderedElementsAre("tree"));
+  EXPECT_EQ(ground_.content("tree/a"), "changed");
+}
+
+/// The disk is written (syncfs) and read back (pread64) before the name is given (renameat2).
+TEST_F(MoveByCopyTest, WhateverFailsTheOriginalIsWholeAndNoHalfCopyIsThere) {
+  for (const long call : {SYS_mkdirat, SYS_symlinkat, SYS_pwrite64, SYS_pread64, SYS_utimensat, SYS_syncfs,
+                          SYS_lseek, SYS_renameat2}) {
+    support::FailingCall::run(call, EIO, [&] { EXPECT_EQ(move(), EIO) << call; });
+    expectNothingHasHappened();
+  }
 }
 
 TEST(PrivateFolder, ItIsHiddenClosedToOthersAndGoneWithWhatIsInIt) {

@@ -11,27 +11,13 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/support/TemporaryFolder.h"
+
 namespace platform {
 namespace {
 
 using std::chrono::milliseconds;
-
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    const char* parent = std::getenv("TMPDIR");
-    path_ = std::string(parent == nullptr ? "/tmp" : parent) + "/quillmend-processes-XXXXXX";
-    if (mkdtemp(path_.data()) == nullptr) std::abort();
-    path_ = std::filesystem::canonical(path_);
-  }
-  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  [[nodiscard]] std::string path(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
+using support::TemporaryFolder;
 
 /// A copy of sleep(1) at a place of the test's own, running.
 class Sleeper {
@@ -80,40 +66,40 @@ TEST(ProcessTable, ListsAllProcessesWithThisOne) {
 
 TEST(ProcessTable, ADeletedProgramKeepsItsPath) {
   const TemporaryFolder folder;
-  const Sleeper sleeper(folder.path("program"));
-  std::filesystem::remove(folder.path("program"));
+  const Sleeper sleeper(folder / "program");
+  std::filesystem::remove(folder / "program");
   const auto seen = ProcessTable().process(sleeper.pid());
   ASSERT_TRUE(seen);
-  EXPECT_EQ(seen->executable, folder.path("program"));
+  EXPECT_EQ(seen->executable, folder / "program");
   EXPECT_TRUE(seen->executableDeleted);
 }
 
 TEST(ProcessTable, AProgramWhoseNameEndsLikeTheKernelsMarkKeepsItsName) {
   const TemporaryFolder folder;
-  const Sleeper sleeper(folder.path("program (deleted)"));
+  const Sleeper sleeper(folder / "program (deleted)");
   const auto seen = ProcessTable().process(sleeper.pid());
   ASSERT_TRUE(seen);
-  EXPECT_EQ(seen->executable, folder.path("program (deleted)"));
+  EXPECT_EQ(seen->executable, folder / "program (deleted)");
   EXPECT_FALSE(seen->executableDeleted);
 }
 
 TEST(ProcessTable, ANameThatLooksLikeTheRestOfTheLineDoesNotConfuseIt) {
   const TemporaryFolder folder;
-  const Sleeper sleeper(folder.path(") R 1 1\n (x"));
+  const Sleeper sleeper(folder / ") R 1 1\n (x");
   const auto seen = ProcessTable().process(sleeper.pid());
   ASSERT_TRUE(seen);
   EXPECT_EQ(seen->parent, getpid());
-  EXPECT_EQ(seen->executable, folder.path(") R 1 1\n (x"));
+  EXPECT_EQ(seen->executable, folder / ") R 1 1\n (x");
 }
 
 TEST(ProcessTable, HalfWrittenAndVanishedEntriesAreLeftOut) {
   const TemporaryFolder folder;
-  std::filesystem::create_directories(folder.path("10"));
-  std::filesystem::create_directories(folder.path("11"));
-  std::filesystem::create_directories(folder.path("self"));
-  std::ofstream(folder.path("11/stat")) << "11 (x";
-  EXPECT_TRUE(ProcessTable(folder.path("")).processes().empty());
-  EXPECT_TRUE(ProcessTable(folder.path("missing")).processes().empty());
+  std::filesystem::create_directories(folder / "10");
+  std::filesystem::create_directories(folder / "11");
+  std::filesystem::create_directories(folder / "self");
+  std::ofstream(folder / "11/stat") << "11 (x";
+  EXPECT_TRUE(ProcessTable(folder / "").processes().empty());
+  EXPECT_TRUE(ProcessTable(folder / "missing").processes().empty());
 }
 
 TEST(ProcessTable, AnEndedProcessHasNoExecutable) {
@@ -131,7 +117,7 @@ TEST(ProcessTable, AnEndedProcessHasNoExecutable) {
 
 TEST(ProcessHandle, SignalsAndWaitsForTheProcessThatWasSeen) {
   const TemporaryFolder folder;
-  const Sleeper sleeper(folder.path("program"));
+  const Sleeper sleeper(folder / "program");
   const ProcessTable table;
   const auto handle = ProcessHandle::open(table, *table.process(sleeper.pid()));
   ASSERT_TRUE(handle);
@@ -142,7 +128,7 @@ TEST(ProcessHandle, SignalsAndWaitsForTheProcessThatWasSeen) {
 
 TEST(ProcessHandle, AProcessOfAnotherStartTimeOrProgramIsAStranger) {
   const TemporaryFolder folder;
-  const Sleeper sleeper(folder.path("program"));
+  const Sleeper sleeper(folder / "program");
   const ProcessTable table;
   ProcessInfo earlier = *table.process(sleeper.pid());
   --earlier.startTime;
@@ -159,7 +145,7 @@ TEST(ProcessHandle, AProcessOfAnotherStartTimeOrProgramIsAStranger) {
 
 TEST(ProcessHandle, AfterTheEndASignalReachesNobody) {
   const TemporaryFolder folder;
-  Sleeper sleeper(folder.path("program"));
+  Sleeper sleeper(folder / "program");
   const ProcessTable table;
   const ProcessInfo seen = *table.process(sleeper.pid());
   const auto handle = ProcessHandle::open(table, seen);

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <functional>
+
+namespace support {
+
+/// Runs a part of a test, in a process of its own, in which one system call (SYS_..., by its number) always
+/// fails for a reason (an errno value). What fails inside is printed there and fails the test here.
+struct FailingCall {
+  static void run(long call, int reason, const std::function<void()>& part) {
+    std::fflush(nullptr);
+    const pid_t child = ::fork();
+    if (child == 0) {
+      const bool fails = forbid(static_cast<unsigned>(call), static_cast<unsigned>(reason));
+      if (fails) part();
+      std::fflush(nullptr);
+      ::_exit(fails && !::testing::Test::HasFailure() ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0) << "the part in which system call " << call << " fails";
+  }
+
+ private:
+  /// Once and for all in this process: seccomp(2).
+  static bool forbid(unsigned call, unsigned reason) {
+    sock_filter steps[] = {
+        {BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)},
+        {BPF_JMP | BPF_JEQ | BPF_K, 0, 1, call},
+        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ERRNO | reason},
+        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW},
+    };
+    const sock_fprog program{4, steps};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0) == 0;
+  }
+};
+
+}  // namespace support
