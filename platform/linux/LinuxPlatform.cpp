@@ -67,7 +67,7 @@ struct LinuxPlatform {
   LinuxPreferences preferences;
   LinuxAlerts alerts;
   LinuxInterruption interruption;
-  LinuxDesktopApplication desktopApplication;
+  LinuxDesktopApplication desktopApplication{mainThread, alerts, interruption};
   Platform platform{clock,
                     mainThread,
                     usersAndFolders,

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <QString>
+
+class QMessageBox;
+class QWidget;
+
+namespace window {
+
+/// A new panel with a bold message and a text below it, both plain, and the application's icon. It has no
+/// buttons yet; with a parent it stands over that window.
+[[nodiscard]] QMessageBox* makePanel(QWidget* parent, const QString& message, const QString& text);
+
+}  // namespace window
