@@ -12,11 +12,16 @@ namespace {
 constexpr int kPolls = 21;
 constexpr auto kPollInterval = 2s;
 
-/// Sleeps a second at a time until more than the interval has passed.
-void waitForNextPoll() {
+/// Sleeps a second at a time until more than the interval has passed; answers whether nothing came between.
+template <typename IsInterrupted>
+bool waitForNextPoll(IsInterrupted isInterrupted) {
   auto& clock = platform::current().clock;
   const auto start = clock.uptime();
-  while (clock.uptime() - start <= kPollInterval) clock.sleep(1s);
+  while (clock.uptime() - start <= kPollInterval) {
+    clock.sleep(1s);
+    if (isInterrupted()) return false;
+  }
+  return true;
 }
 
 bool isRunning(const std::string& bundleIdentifier) {
@@ -39,8 +44,11 @@ void TGAppController::sendQuitEventToApp(const std::string& name) {
 bool TGAppController::closeAppWithBundleID(const std::string& bundleIdentifier) {
   // Every version of Compressor goes by this name, so the identifier decides only what is waited for.
   platform::current().mainThread.perform([this] { sendQuitEventToApp("Compressor"); }, platform::Wait::yes);
+  const auto isInterrupted = [this] {
+    return !hasGUI_ && platform::current().interruption.requested().has_value();
+  };
   for (int poll = 0; poll < kPolls; ++poll) {
-    waitForNextPoll();
+    if (!waitForNextPoll(isInterrupted)) return !isRunning(bundleIdentifier);
     if (!isRunning(bundleIdentifier)) return true;
   }
   return false;

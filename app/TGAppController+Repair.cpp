@@ -58,7 +58,8 @@ bool flag(const foundation::PropertyList& options, const char* key) {
 
 void TGAppController::repair() {
   if (isRepairing()) return;
-  repairThread().detach();
+  // Where the system has no thread left nothing has begun: the button can be tried again.
+  guarded("-[TGAppController repair:]", [this] { repairThread().detach(); });
 }
 
 std::thread TGAppController::repairThread() {

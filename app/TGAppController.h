@@ -70,7 +70,8 @@ class TGAppController {
   /// @name Repair
   /// @{
 
-  /// The Repair button: reads the three check boxes and repairs on a detached thread of its own.
+  /// The Repair button: reads the three check boxes and repairs on a detached thread of its own. A thread
+  /// that cannot be had is logged.
   void repair();
 
   /// A repair is under way: from repair() to the end of repairEnd(). Another press of the button, before the
@@ -84,7 +85,8 @@ class TGAppController {
   /// Why a repair is to end at its next step; nullopt while it is not.
   [[nodiscard]] std::optional<std::string> endRequest() const;
 
-  /// What repair() starts, for a caller that wants to wait for the thread.
+  /// What repair() starts, for a caller that wants to wait for the thread. Throws std::system_error where
+  /// none can be had.
   [[nodiscard]] std::thread repairThread();
 
   /// The thread's work. The dictionary holds the booleans "shouldTrash", "shouldResetLayout" and
@@ -194,7 +196,8 @@ class TGAppController {
   /// Asks an application, by its name, to quit, and waits for no answer.
   void sendQuitEventToApp(const std::string& name);
   /// Asks Compressor to quit, then looks up to 21 times, every two seconds or so, whether an application with
-  /// the identifier still runs. Answers whether none does.
+  /// the identifier still runs. Answers whether none does. Without a window a request to end the process
+  /// (platform::Interruption) ends the wait within a second.
   bool closeAppWithBundleID(const std::string& bundleIdentifier);
 
   /// @}

@@ -1,27 +1,31 @@
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
+#include <cstdio>
 
 #include "app/CommandLine.h"
+#include "platform/posix/StandardStreams.h"
 
 namespace {
 
-/// A scheduler may start us with standard streams closed; a file opened later must not become one of them.
-void openStandardDescriptors() {
-  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    if (::fcntl(descriptor, F_GETFD) == -1 && errno == EBADF) {
-      // The lowest free number is this one: those below it are open.
-      if (::open("/dev/null", O_RDWR) != descriptor) ::_exit(1);  // NOLINT: variadic by nature
-    }
-  }
+/// A file that is installed set-user-ID or set-group-ID lends its rights to everybody who starts it, along
+/// with an environment, descriptors and a working folder of their choosing. This program is made for none of
+/// that.
+bool hasRightsOfItsFile() {
+  return ::getuid() != ::geteuid() || ::getgid() != ::getegid();
 }
 
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  openStandardDescriptors();
+  if (!platform::openStandardStreams()) return 1;
+  if (hasRightsOfItsFile()) {
+    std::fputs(
+        "Quillmend must not be installed set-user-ID or set-group-ID: nothing was done. "
+        "Take that mode off the program and start it with sudo.\n",
+        stderr);
+    return 1;
+  }
   // Whoever reads our output may leave; the repair goes on.
   if (std::signal(SIGPIPE, SIG_IGN) == SIG_ERR) return 1;
   return runCommandLine({argv, argv + argc}, stdout);

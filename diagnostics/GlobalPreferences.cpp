@@ -5,12 +5,17 @@
 #include "platform/foundation/Paths.h"
 #include "services/TGLocalPaths.h"
 
-bool isSwitchedOnInGlobalPreferences(std::string_view key) {
+std::optional<foundation::PropertyList> globalPreference(std::string_view key) {
   const auto folder = TGLocalPaths::prefsDirectory(Domain::user);
-  if (!folder) return false;
+  if (!folder) return std::nullopt;
   const auto preferences = platform::readDictionary(
       foundation::appendingPathComponent(*folder, identifiers::kGlobalPreferencesFile));
-  if (!preferences) return false;
+  if (!preferences) return std::nullopt;
   const foundation::PropertyList* const value = preferences.value().find(key);
-  return value != nullptr && value->isSwitchedOn();
+  return value == nullptr ? std::nullopt : std::optional(*value);
+}
+
+bool isSwitchedOnInGlobalPreferences(std::string_view key) {
+  const auto value = globalPreference(key);
+  return value && value->isSwitchedOn();
 }

@@ -2,21 +2,18 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 
 #include "helpers/ToolPath.h"
+#include "platform/linux/FileMetadata.h"
 
 namespace helpers {
 namespace {
 
-using foundation::Result;
-using foundation::systemError;
+using platform::setPermissions;
 
-constexpr long kFchmodat2 =
-    452;  // younger than the C library's list of numbers; the same on every architecture
 constexpr mode_t kSharedWrite = S_IWGRP | S_IWOTH;
 
 bool hasSetId(mode_t mode) {
@@ -24,15 +21,6 @@ bool hasSetId(mode_t mode) {
 }
 
 }  // namespace
-
-Result<void> setPermissions(int descriptor, mode_t mode, std::string_view path) {
-  if (syscall(kFchmodat2, descriptor, "", mode, AT_EMPTY_PATH) == 0) return {};
-  // An old kernel says ENOSYS, a container's filter EPERM: the second way tells which of them was meant.
-  if (errno != ENOSYS && errno != EPERM) return systemError(errno, path);
-  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
-  if (chmod(link.c_str(), mode) != 0) return systemError(errno, path);
-  return {};
-}
 
 ExitStatus ChmodTool::run(const std::vector<std::string>& arguments) {
   const bool recursive = arguments.size() == 3 && arguments[0] == "-R";

@@ -8,10 +8,6 @@
 
 namespace helpers {
 
-/// Changes the permission bits of an open entry, also one opened with O_PATH: fchmodat2(2), and where the
-/// kernel lacks it the descriptor's link in /proc. A symbolic link gives EOPNOTSUPP.
-[[nodiscard]] foundation::Result<void> setPermissions(int descriptor, mode_t mode, std::string_view path);
-
 /// chmodtool [-R] mode path: changes the permissions of path, with -R of everything below it too.
 ///
 /// Symbolic links have no permissions of their own: below path they are passed over, and as the path itself

@@ -3,10 +3,13 @@
 #include <string>
 #include <vector>
 
-#include "helpers/OwnerName.h"
 #include "helpers/TreeWalk.h"
+#include "platform/linux/OwnerName.h"
 
 namespace helpers {
+
+using platform::Ownership;
+using platform::ownershipNamed;
 
 /// chowntool -R owner path: gives path and everything below it to owner.
 ///

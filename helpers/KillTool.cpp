@@ -142,15 +142,18 @@ bool KillTool::isSeenByUs(const ProcessInfo& process) const {
 }
 
 void KillTool::stopTargets(const std::vector<Target>& targets, int slowness) {
-  const Deadline end = std::chrono::steady_clock::now() + settings_.askAll / slowness;
+  const Deadline end = std::chrono::steady_clock::now() + settings_.ask / slowness;
   for (const QmasterRole role :
        {QmasterRole::client, QmasterRole::controller, QmasterRole::queue, QmasterRole::daemon}) {
-    ask(targets, role, std::min(end, std::chrono::steady_clock::now() + settings_.askEach / slowness));
+    ask(targets, role, std::min(end, std::chrono::steady_clock::now() + settings_.goodbye));
     noteDescendants(look());  // the last moment when a parent is still known
   }
+  for (const Target& target : targets) static_cast<void>(waitForExit(target.handle, end));
+  noteDescendants(look());
   force(targets, settings_.force);
 }
 
+/// Who is slow to end does not hold the next role up for longer than the deadline.
 void KillTool::ask(const std::vector<Target>& targets, QmasterRole role, Deadline deadline) {
   std::vector<const Target*> asked;
   for (const Target& target : targets) {

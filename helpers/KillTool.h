@@ -16,12 +16,14 @@ namespace helpers {
 
 /// killtool: stops Qmaster and the applications that use it (qmasterRole says which programs those are).
 ///
-/// One role after the other is asked to end (SIGTERM, and SIGCONT for one that is stopped) and waited for, up
-/// to `askEach` a role and `askAll` together; each wait ends as soon as all are gone. What is left then is
-/// ended by force (SIGKILL) and waited for up to `force`. The same is done up to
-/// `rounds` times, each further round with a quarter of the time and only for what descends from an earlier
-/// target, or runs since before this process. A daemon that the system or a repair has started meanwhile is
-/// meant to stay.
+/// One role after the other is asked to end (SIGTERM, and SIGCONT for one that is stopped). Each has
+/// `goodbye` to itself, so that it can take leave of those that are asked next; the daemon is asked soon all
+/// the same, whoever lingers: a repair does not wait for this tool, and a service that is still there when
+/// the repair starts it again would not be started. All are then waited for together, up to `ask` from the
+/// first request; what is left is ended by force (SIGKILL) and waited for up to `force`. The same is done up
+/// to `rounds` times, each further round with a quarter of the time and only for what descends from an
+/// earlier target, or runs since before this process. A daemon that the system or a repair has started
+/// meanwhile is meant to stay.
 ///
 /// Each process is held by a pidfd from the moment it is recognised. A process counts only if the file that
 /// it runs is the one that we see at that path too, so that a program of that path in another root folder is
@@ -32,8 +34,8 @@ class KillTool {
  public:
   struct Settings {
     std::string rootFolder;  ///< what lies before each path; empty for "/"
-    std::chrono::milliseconds askEach{1500};
-    std::chrono::milliseconds askAll{5000};
+    std::chrono::milliseconds goodbye{20};
+    std::chrono::milliseconds ask{1500};
     std::chrono::milliseconds force{1000};
     int rounds = 3;
   };

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "helpers/PathEntry.h"
+#include "helpers/Surroundings.h"
 
 namespace helpers {
 

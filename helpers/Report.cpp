@@ -6,13 +6,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <system_error>
 
-#include "platform/linux/Descriptor.h"
+#include "platform/foundation/Text.h"
+#include "platform/posix/UniqueDescriptor.h"
 
 namespace helpers {
 namespace {
@@ -39,47 +39,20 @@ std::string escapedAscii(char character) {
   return byte < 0x20 || byte == 0x7F ? octal(byte) : std::string(1, character);
 }
 
-struct Character {
-  std::size_t length = 0;  ///< 0 where no valid UTF-8 starts here
-  std::uint32_t code = 0;
-};
-
-std::size_t sequenceLength(unsigned char first) {
-  if (first >= 0xC2 && first <= 0xDF) return 2;
-  if (first >= 0xE0 && first <= 0xEF) return 3;
-  return first >= 0xF0 && first <= 0xF4 ? 4 : 0;
-}
-
-Character characterAt(std::string_view text) {
-  const auto first = static_cast<unsigned char>(text.front());
-  const std::size_t length = sequenceLength(first);
-  if (length == 0 || text.size() < length) return {};
-  std::uint32_t code = first & (0xFFU >> (length + 1));
-  for (std::size_t i = 1; i < length; ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    if ((byte & 0xC0U) != 0x80U) return {};
-    code = (code << 6U) | (byte & 0x3FU);
-  }
-  static constexpr std::array<std::uint32_t, 5> kSmallest = {0, 0, 0x80, 0x800, 0x10000};
-  const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-  if (code < kSmallest.at(length) || code > 0x10FFFF || surrogate) return {};
-  return {length, code};
-}
-
-bool changesTheLine(std::uint32_t code) {
+bool changesTheLine(char32_t code) {
   return code < 0xA0 || code == 0x200E || code == 0x200F || (code >= 0x2028 && code <= 0x202E) ||
          (code >= 0x2066 && code <= 0x2069);
 }
 
 /// A pipe or terminal opened once more, without blocking: O_NONBLOCK set on the descriptor itself would be
 /// set for all that share it. Nothing else is: opening a device can do something.
-platform::Descriptor openedWithoutBlocking(int descriptor) {
+platform::UniqueDescriptor openedWithoutBlocking(int descriptor) {
   struct stat status {};
   const bool writable = (fcntl(descriptor, F_GETFL) & O_ACCMODE) != O_RDONLY;
   if (!writable || fstat(descriptor, &status) != 0) return {};
   if (!S_ISFIFO(status.st_mode) && isatty(descriptor) == 0) return {};
   const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
-  return platform::Descriptor(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  return platform::UniqueDescriptor(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
 }
 
 }  // namespace
@@ -92,7 +65,7 @@ std::string escaped(std::string_view text) {
       text.remove_prefix(1);
       continue;
     }
-    const Character character = characterAt(text);
+    const foundation::Utf8Character character = foundation::firstCharacter(text);
     const std::size_t length = character.length == 0 ? 1 : character.length;
     const bool plain = character.length > 0 && !changesTheLine(character.code);
     for (std::size_t i = 0; i < length; ++i) {
@@ -143,7 +116,7 @@ void Report::writeLine(const std::string& text) {
   using std::chrono::milliseconds;
   using std::chrono::steady_clock;
   const auto deadline = steady_clock::now() + (isStuck_ ? milliseconds(0) : patience_);
-  const platform::Descriptor reopened = openedWithoutBlocking(descriptor_);
+  const platform::UniqueDescriptor reopened = openedWithoutBlocking(descriptor_);
   std::string_view rest = text;
   isStuck_ = false;
   while (!rest.empty() && !isStuck_) {
@@ -155,10 +128,6 @@ void Report::writeLine(const std::string& text) {
     }
     rest.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
   }
-}
-
-foundation::Error errorWithReason(int code, std::string_view path, std::string_view reason) {
-  return {code, std::string(path), std::string(path) + ": " + std::string(reason)};
 }
 
 }  // namespace helpers

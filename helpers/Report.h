@@ -10,6 +10,8 @@
 
 namespace helpers {
 
+using foundation::errorWithReason;
+
 /// What the tools exit with. The numbers above 63 are those of sysexits.h.
 enum class ExitStatus {
   done = 0,     ///< everything asked for is done, or there was nothing to do
@@ -57,8 +59,5 @@ class Report {
   bool anyFailure_ = false;
   bool isStuck_ = false;  ///< nobody reads: the next line does not wait
 };
-
-/// An error with a reason of our own rather than errno's text.
-[[nodiscard]] foundation::Error errorWithReason(int code, std::string_view path, std::string_view reason);
 
 }  // namespace helpers

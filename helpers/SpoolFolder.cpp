@@ -10,17 +10,20 @@
 #include <cstdio>
 #include <thread>
 
-#include "helpers/FileAttributes.h"
 #include "helpers/HelperProcess.h"
+#include "helpers/SpoolPlace.h"
 #include "helpers/ToolPath.h"
 #include "platform/foundation/Paths.h"
+#include "platform/linux/FileMetadata.h"
+#include "platform/linux/PrivateFolder.h"
 
 namespace helpers {
 namespace {
 
 using foundation::Result;
 using foundation::systemError;
-using platform::Descriptor;
+using platform::copyOwnerModeAndAttributes;
+using platform::UniqueDescriptor;
 
 constexpr std::chrono::milliseconds kBetweenLooks{10};
 constexpr std::size_t kLongestName = 255;
@@ -35,11 +38,11 @@ bool isVolumeTop(const PathEntry& folder) {
   return !folder.status().isSameVolume(folder.folder().status);
 }
 
-Descriptor openFolderForLock(int folder, const std::string& name) {
-  return Descriptor(openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+UniqueDescriptor openFolderForLock(int folder, const std::string& name) {
+  return UniqueDescriptor(openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
-bool lock(const Descriptor& folder) {
+bool lock(const UniqueDescriptor& folder) {
   return flock(folder.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
@@ -76,6 +79,10 @@ ExitStatus SpoolFolder::empty(const std::string& path) {
       report_.failure(systemError(ENOTDIR, path));
       return report_.status();
     }
+    if (!maySpoolBeEmptied(surroundings_, spool.value(), path)) {
+      report_.failure(path, "refused: neither a spool folder of Qmaster's nor the user's own");
+      return ExitStatus::refused;
+    }
     const Outcome outcome = attempts < kMostAttempts ? attempt(spool.value()) : Outcome::impossible;
     if (outcome == Outcome::impossible) moveEntries(spool.value());
     if (outcome != Outcome::again) return report_.status();
@@ -93,7 +100,7 @@ SpoolFolder::Outcome SpoolFolder::attempt(const PathEntry& spool) {
   const auto names = namesIn(spool.self().descriptor.get(), spool.path, 1);
   if (names && names.value().empty()) return Outcome::done;
   if (exchange_ == Exchange::avoid) return Outcome::impossible;
-  const Descriptor old = openFolderForLock(spool.self().descriptor.get(), ".");
+  const UniqueDescriptor old = openFolderForLock(spool.self().descriptor.get(), ".");
   if (!lock(old) && !patienceIsOver()) return Outcome::again;
   auto trash = TrashCan::open(surroundings_, report_, spool.levels, spool.levels.size() - 1);
   if (!trash) {
@@ -109,8 +116,8 @@ SpoolFolder::Outcome SpoolFolder::finishInterrupted(const PathEntry& spool) {
   const std::string name = nameWhileEmptying(spool.name());
   if (auto entry = openEntry(parent, name, name); !entry && entry.error().code == ENOENT)
     return Outcome::done;
-  const Descriptor left = openFolderForLock(parent, name);
-  if (!left.valid()) return errno == ENOENT ? Outcome::again : Outcome::impossible;
+  const UniqueDescriptor left = openFolderForLock(parent, name);
+  if (!left) return errno == ENOENT ? Outcome::again : Outcome::impossible;
   if (!lock(left)) return patienceIsOver() ? Outcome::impossible : Outcome::again;
   if (unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT) return Outcome::again;
   auto trash = TrashCan::open(surroundings_, report_, spool.levels, spool.levels.size() - 1);
@@ -134,16 +141,21 @@ SpoolFolder::Outcome SpoolFolder::exchange(const PathEntry& spool, TrashCan& tra
     return errno == EEXIST ? Outcome::again : Outcome::impossible;
   }
   step(Step::made);
-  const Descriptor fresh = openFolderForLock(parent, name);
-  if (!fresh.valid() || !lock(fresh)) return Outcome::again;  // another run took it for a left one
+  const UniqueDescriptor fresh = openFolderForLock(parent, name);
+  if (!fresh || !lock(fresh)) return Outcome::again;  // another run took it for a left one
+  // The name alone does not say that it is the folder that was made.
+  if (auto ours = platform::requireFreshFolder(fresh.get(), 0700, spool.path); !ours) {
+    report_.failure(ours.error());
+    return Outcome::done;
+  }
   const Outcome outcome = exchangeWith(spool, fresh.get(), trash);
   if (outcome == Outcome::impossible) unlinkat(parent, name.c_str(), AT_REMOVEDIR);
   return outcome;
 }
 
 SpoolFolder::Outcome SpoolFolder::exchangeWith(const PathEntry& spool, int fresh, TrashCan& trash) {
-  const Descriptor old = openFolderForLock(spool.self().descriptor.get(), ".");
-  if (!old.valid()) return Outcome::impossible;
+  const UniqueDescriptor old = openFolderForLock(spool.self().descriptor.get(), ".");
+  if (!old) return Outcome::impossible;
   auto alike = copyOwnerModeAndAttributes(old.get(), spool.status(), fresh, spool.path);
   if (!alike) return Outcome::impossible;
   step(Step::prepared);
@@ -196,8 +208,8 @@ void SpoolFolder::moveEntries(const PathEntry& spool) {
   if (entries.value().empty()) return;
   auto trash = TrashCan::open(surroundings_, report_, spool.levels, spool.levels.size());
   if (!trash) return report_.failure(trash.error());
-  const auto folder =
-      trash.value().makeFolder(TrashName::ofContents(spool.name(), surroundings_.now()), spool.status());
+  const auto folder = trash.value().makeFolder(TrashName::ofContents(spool.name(), surroundings_.now()),
+                                               spool.status(), [this] { step(Step::made); });
   if (!folder) return report_.failure(folder.error());
   auto dated = trash.value().opened(folder.value());
   if (!dated) return report_.failure(dated.error());

@@ -1,27 +1,31 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/foundation/Date.h"
-#include "platform/linux/Descriptor.h"
+#include "platform/linux/Accounts.h"
+#include "platform/linux/PathEntry.h"
 
 namespace helpers {
 
-struct Account {
-  std::string name;
-  uid_t user = 0;
-  gid_t group = 0;
-  std::string home;
-};
+using platform::Account;
+using platform::FileStatus;
+using platform::isMissing;
+using platform::isTrustedOwner;
+using platform::LastLink;
+using platform::namesIn;
+using platform::openEntry;
+using platform::PathEntry;
+using platform::PathLevel;
+using platform::statusOf;
 
 /// The computer that a tool works on.
 struct Surroundings {
-  platform::Descriptor root;                               ///< the folder that is "/" to every path
+  platform::UniqueDescriptor root;                         ///< the folder that is "/" to every path
   std::vector<Account> accounts;                           ///< passwd(5), as far as it can be enumerated
   std::function<std::optional<Account>()> consoleAccount;  ///< asked only when it is needed
   std::function<foundation::Date()> now;
@@ -32,7 +36,8 @@ struct Surroundings {
 [[nodiscard]] Surroundings thisComputer(
     const std::function<std::optional<std::string>()>& consoleUser = nullptr);
 
-/// Whether only root, or the user that this process acts as, owns it.
-[[nodiscard]] bool isTrustedOwner(uid_t user);
+/// platform::locate() on that computer.
+[[nodiscard]] foundation::Result<PathEntry> locate(const Surroundings& surroundings, std::string_view path,
+                                                   LastLink lastLink = LastLink::keep);
 
 }  // namespace helpers

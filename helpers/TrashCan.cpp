@@ -8,14 +8,15 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "helpers/VolumeCopy.h"
+#include "helpers/HelperProcess.h"
+#include "platform/linux/PrivateFolder.h"
 
 namespace helpers {
 namespace {
 
 using foundation::Result;
 using foundation::systemError;
-using platform::Descriptor;
+using platform::UniqueDescriptor;
 
 constexpr unsigned kMostNames = 100'000;
 constexpr uid_t kFirstPerson = 500;  // the first number that a Mac gives to a person
@@ -58,7 +59,7 @@ class ExactModes {
 };
 
 struct OpenFolder {
-  Descriptor descriptor;
+  UniqueDescriptor descriptor;
   FileStatus status;
 };
 
@@ -189,7 +190,7 @@ class TrashSearch {
   Result<PathEntry> home_;
 };
 
-TrashCan::TrashCan(Descriptor folder, FileStatus status, std::string path, Report& report)
+TrashCan::TrashCan(UniqueDescriptor folder, FileStatus status, std::string path, Report& report)
     : folder_(std::move(folder)), status_(status), path_(std::move(path)), report_(&report) {
   const long longest = fpathconf(folder_.get(), _PC_NAME_MAX);
   longestName_ = longest > 0 ? static_cast<std::size_t>(longest) : 255;
@@ -220,40 +221,56 @@ Result<std::string> TrashCan::take(int folder, const std::string& name, const st
 
 Result<std::string> TrashCan::takeByCopy(int folder, const std::string& name, const std::string& path,
                                          const TrashName& names) {
-  const std::string growing = ".copying-" + std::to_string(getpid()) + "-" + std::to_string(time(nullptr));
-  auto staging = StagingFolder::make(folder_.get(), growing, path);
-  if (!staging) return staging.error();
-  const int inside = staging.value().descriptor();
-  VolumeCopy copy(*report_);
-  copy.onMade(onCopyMade_);
-  if (auto copied = copy.copy(folder, name, inside, "copy", path); !copied) return copied.error();
-  Result<std::string> named = rename(inside, "copy", path, names);
-  if (named) {
-    copy.removeOriginals(folder, name, path);
-  } else {
-    removeTree(inside, "copy");
-  }
-  return named;
+  Result<std::string> named = systemError(EXDEV, path);
+  const auto givePlace = [&](int inside, const std::string& copy) -> Result<void> {
+    named = rename(inside, copy, path, names);
+    return named ? Result<void>() : named.error();
+  };
+  const auto keep = [this](const std::string& kept, const std::string& reason) {
+    report_->failure(kept, reason);
+  };
+  const auto moved = platform::moveByCopy(folder, name, folder_.get(), path, givePlace, keep, copyOptions());
+  // What had to stay has been told; the copy is whole and in the trash.
+  if (moved || named) return named;
+  if (moved.error().code == ECANCELED) return errorWithReason(ECANCELED, path, "not moved: asked to stop");
+  return moved.error();
 }
 
-Result<std::string> TrashCan::makeFolder(const TrashName& names, const FileStatus& like) {
-  const ExactModes exactModes;
+platform::CopyOptions TrashCan::copyOptions() const {
+  platform::CopyOptions options = platform::optionsForMoving();
+  options.onProgress = [this](const platform::CopyProgress&) {
+    if (onCopyStep_) onCopyStep_();
+    return !stopRequested();
+  };
+  if (onCopyStep_) options.progressInterval = std::chrono::milliseconds(0);
+  return options;
+}
+
+Result<std::string> TrashCan::makeFolder(const TrashName& names, const FileStatus& like,
+                                         const std::function<void()>& onMade) {
   for (unsigned attempt = 0; attempt < kMostNames; ++attempt) {
     const std::string candidate = names.candidate(attempt, longestName_);
-    const std::string path = path_ + "/" + candidate;
-    if (mkdirat(folder_.get(), candidate.c_str(), like.permissions() & static_cast<mode_t>(0777)) == 0) {
-      auto made = openEntry(folder_.get(), candidate, path, O_DIRECTORY);
-      if (!made) return made.error();
-      const auto status = statusOf(made.value().get(), path);
-      if (!status || status.value().owner != geteuid()) return systemError(EBUSY, path);
-      if (fchownat(made.value().get(), "", like.owner, like.group, AT_EMPTY_PATH) != 0) {
-        return systemError(errno, path);
-      }
+    if (mkdirat(folder_.get(), candidate.c_str(), 0700) == 0) {
+      if (onMade) onMade();
+      if (auto given = giveFolder(candidate, like); !given) return given.error();
       return candidate;
     }
-    if (errno != EEXIST) return systemError(errno, path);
+    if (errno != EEXIST) return systemError(errno, path_ + "/" + candidate);
   }
   return systemError(EEXIST, path_);
+}
+
+/// Only a folder that is the one that was made gets another owner: its name may lead elsewhere by now.
+Result<void> TrashCan::giveFolder(const std::string& name, const FileStatus& like) const {
+  const std::string path = path_ + "/" + name;
+  const UniqueDescriptor made(
+      openat(folder_.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!made) return systemError(errno, path);
+  if (auto fresh = platform::requireFreshFolder(made.get(), 0700, path); !fresh) return fresh;
+  if (fchown(made.get(), like.owner, like.group) != 0) return systemError(errno, path);
+  if (fchmod(made.get(), like.permissions() & static_cast<mode_t>(0777)) != 0)
+    return systemError(errno, path);
+  return {};
 }
 
 Result<TrashCan> TrashCan::opened(const std::string& name) const {

@@ -3,12 +3,16 @@
 #include <functional>
 #include <string>
 
-#include "helpers/PathEntry.h"
 #include "helpers/Report.h"
-#include "helpers/SafeRename.h"
+#include "helpers/Surroundings.h"
 #include "helpers/TrashName.h"
+#include "platform/linux/ExclusiveRename.h"
+#include "platform/linux/TreeCopy.h"
 
 namespace helpers {
+
+using platform::RenameFlags;
+using platform::renameWithoutReplacing;
 
 /// An open trash folder, and moving things into it. Nothing in it is ever replaced, also by several at once.
 class TrashCan {
@@ -28,12 +32,16 @@ class TrashCan {
                                                          const std::vector<PathLevel>& way,
                                                          std::size_t levelCount);
 
-  /// Moves one entry in, by renaming or, onto another volume, by VolumeCopy; gives the name that it got.
+  /// Moves one entry in, by renaming or, onto another volume, by platform::moveByCopy(); gives the name that
+  /// it got.
   [[nodiscard]] foundation::Result<std::string> take(int folder, const std::string& name,
                                                      const std::string& path, const TrashName& names);
 
   /// Makes an empty folder with that owner and mode in the trash, for taking things into; gives its name.
-  [[nodiscard]] foundation::Result<std::string> makeFolder(const TrashName& names, const FileStatus& like);
+  /// EBUSY where somebody has put another folder in its place. `onMade` is called before the folder is given
+  /// away.
+  [[nodiscard]] foundation::Result<std::string> makeFolder(const TrashName& names, const FileStatus& like,
+                                                           const std::function<void()>& onMade = {});
   /// The trash can that such a folder is.
   [[nodiscard]] foundation::Result<TrashCan> opened(const std::string& name) const;
   /// Removes such a folder if nothing is in it.
@@ -42,23 +50,25 @@ class TrashCan {
   [[nodiscard]] const FileStatus& status() const { return status_; }
   [[nodiscard]] const std::string& path() const { return path_; }
   void setRenameFlags(RenameFlags flags) { renameFlags_ = flags; }
-  /// Called at VolumeCopy::onMade.
-  void onCopyMade(std::function<void()> onCopyMade) { onCopyMade_ = std::move(onCopyMade); }
+  /// Called at every step of a copy.
+  void onCopyStep(std::function<void()> onCopyStep) { onCopyStep_ = std::move(onCopyStep); }
 
  private:
-  TrashCan(platform::Descriptor folder, FileStatus status, std::string path, Report& report);
+  TrashCan(platform::UniqueDescriptor folder, FileStatus status, std::string path, Report& report);
+  [[nodiscard]] foundation::Result<void> giveFolder(const std::string& name, const FileStatus& like) const;
+  [[nodiscard]] platform::CopyOptions copyOptions() const;
   [[nodiscard]] foundation::Result<std::string> takeByCopy(int folder, const std::string& name,
                                                            const std::string& path, const TrashName& names);
   [[nodiscard]] foundation::Result<std::string> rename(int folder, const std::string& name,
                                                        const std::string& path, const TrashName& names);
   friend class TrashSearch;
 
-  platform::Descriptor folder_;
+  platform::UniqueDescriptor folder_;
   FileStatus status_;
   std::string path_;
   std::size_t longestName_;
   RenameFlags renameFlags_ = RenameFlags::use;
-  std::function<void()> onCopyMade_;
+  std::function<void()> onCopyStep_;
   Report* report_;
 };
 

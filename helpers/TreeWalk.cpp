@@ -9,7 +9,7 @@
 namespace helpers {
 namespace {
 
-using platform::Descriptor;
+using platform::UniqueDescriptor;
 
 constexpr std::size_t kMostOpenFolders = 128;
 constexpr std::size_t kMostLinkedFiles = 512;
@@ -62,7 +62,7 @@ void TreeWalk::visitNextEntry() {
   if (status.value().isFolder()) enter(name, std::move(opened).value(), status.value());
 }
 
-void TreeWalk::enter(std::string name, Descriptor descriptor, const FileStatus& status) {
+void TreeWalk::enter(std::string name, UniqueDescriptor descriptor, const FileStatus& status) {
   // Owner and mode may just have been changed by the visit: what counts for links below is how they are now.
   const auto now = statusOf(descriptor.get(), name);
   levels_.push_back(Level{std::move(name), std::move(descriptor), now ? now.value() : status, {}, 0});
@@ -78,9 +78,9 @@ void TreeWalk::enter(std::string name, Descriptor descriptor, const FileStatus& 
 }
 
 void TreeWalk::leave() {
-  const Descriptor below = std::move(levels_.back().descriptor);
+  const UniqueDescriptor below = std::move(levels_.back().descriptor);
   levels_.pop_back();
-  if (levels_.empty() || levels_.back().descriptor.valid()) return;
+  if (levels_.empty() || levels_.back().descriptor) return;
   const std::string path = currentPath();
   auto parent = openEntry(below.get(), "..", path, O_DIRECTORY);
   const auto status = parent ? statusOf(parent.value().get(), path) : parent.error();
@@ -112,7 +112,7 @@ void LinkedFiles::add(const TreeVisit& visit) {
 void LinkedFiles::finish(const Change& change) {
   for (const auto& [key, file] : files_) {
     const auto status = statusOf(file.descriptor.get(), file.path);
-    if (file.descriptor.valid() && status && status.value().links == file.names.size()) {
+    if (file.descriptor && status && status.value().links == file.names.size()) {
       change(file.descriptor.get(), file.path);
     } else {
       report_.failure(file.path, "has further hard links, left as it is");

@@ -6,8 +6,8 @@
 #include <string>
 #include <tuple>
 
-#include "helpers/PathEntry.h"
 #include "helpers/Report.h"
+#include "helpers/Surroundings.h"
 
 namespace helpers {
 
@@ -41,7 +41,7 @@ class TreeWalk {
  private:
   struct Level {
     std::string name;
-    platform::Descriptor descriptor;
+    platform::UniqueDescriptor descriptor;
     FileStatus status;
     std::vector<std::string> names;
     std::size_t next = 0;
@@ -49,7 +49,7 @@ class TreeWalk {
 
   void visit(const FileStatus& folder, int descriptor, const FileStatus& status, const std::string& name);
   void visitNextEntry();
-  void enter(std::string name, platform::Descriptor descriptor, const FileStatus& status);
+  void enter(std::string name, platform::UniqueDescriptor descriptor, const FileStatus& status);
   void leave();
   [[nodiscard]] std::string currentPath() const;
 
@@ -81,7 +81,7 @@ class LinkedFiles {
  private:
   using FileKey = std::pair<std::uint64_t, std::uint64_t>;
   struct File {
-    platform::Descriptor descriptor;
+    platform::UniqueDescriptor descriptor;
     std::string path;
     std::set<std::tuple<std::uint64_t, std::uint64_t, std::string>> names;
   };

@@ -39,8 +39,9 @@ class FileQueries {
   [[nodiscard]] virtual foundation::Result<std::string> readFile(const std::string& path,
                                                                  std::uint64_t limit) = 0;
 
-  /// The same, but a symbolic link in the last component is an error (ELOOP): for files in a folder that
-  /// another account controls.
+  /// The same, but a symbolic link in the last component is an error (ELOOP), and for root also one on the
+  /// way that others than root can have put there: for files in a folder that another account controls, whose
+  /// content goes where that account can read it.
   [[nodiscard]] virtual foundation::Result<std::string> readFileItself(const std::string& path,
                                                                        std::uint64_t limit) = 0;
 
@@ -60,7 +61,9 @@ class WritableFile {
   virtual foundation::Result<void> seekToEnd() = 0;
 };
 
-/// Changes to the file system.
+/// Changes to the file system. Root makes them in folders that belong to others too: it follows a symbolic
+/// link on the way only where nobody but root can have put it (ELOOP for any other), and what it makes anew
+/// in somebody else's folder belongs to that folder's owner and group.
 class FileChanges {
  public:
   virtual ~FileChanges() = default;
@@ -76,7 +79,8 @@ class FileChanges {
   virtual foundation::Result<void> remove(const std::string& path) = 0;
 
   /// Replaces a file's content in one step: temporary file beside it, sync, rename. A file that was there
-  /// keeps its owner and mode; a new one gets mode 0644 less the umask. Fails without a trace.
+  /// keeps its owner and mode as far as the process may give them; a new one gets mode 0644 less the umask.
+  /// Fails without a trace.
   virtual foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) = 0;
 
   /// Opens an existing regular file for writing at its start, without cutting it; never creates one, never

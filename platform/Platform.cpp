@@ -56,6 +56,7 @@ foundation::Result<void> writePropertyList(const std::string& path, const founda
                                            PropertyListFormat format) {
   auto bytes = current().propertyLists.serialize(value, format);
   if (!bytes) return bytes.error();
+  if (bytes.value().size() > kLargestPropertyList) return foundation::systemError(EFBIG, path);
   return current().fileChanges.writeAtomically(path, bytes.value());
 }
 

@@ -11,15 +11,18 @@ namespace platform {
 
 enum class PropertyListFormat { xml, binary };
 
-/// The largest property-list file that is read.
-inline constexpr std::uint64_t kLargestPropertyList = 64ULL << 20;
+/// The largest property-list file that is read and written: preferences, services and versions of programs
+/// are a few KiB. Root reads files that their users make, so that more would only be a way to use its memory
+/// up.
+inline constexpr std::uint64_t kLargestPropertyList = 1ULL << 20;
 
 /// Property lists as bytes, XML (Apple's PropertyList-1.0 DTD) and binary ("bplist00").
 class PropertyLists {
  public:
   virtual ~PropertyLists() = default;
 
-  /// EINVAL for anything that is not a whole, sound property list; EFBIG above kLargestPropertyList.
+  /// EINVAL for anything that is not a whole, sound property list; EFBIG above kLargestPropertyList, and for
+  /// more values than any application writes.
   [[nodiscard]] virtual foundation::Result<foundation::PropertyList> parse(std::string_view bytes) = 0;
 
   [[nodiscard]] virtual foundation::Result<std::string> serialize(const foundation::PropertyList& value,
@@ -32,7 +35,8 @@ class PropertyLists {
 /// Reads a property-list file whose root is a dictionary; EINVAL when it is anything else.
 [[nodiscard]] foundation::Result<foundation::PropertyList> readDictionary(const std::string& path);
 
-/// Writes a property list atomically, keeping the owner and mode of the file that was there.
+/// Writes a property list atomically, keeping the owner and mode of the file that was there. What could not
+/// be read again is not written (EFBIG): the file stays as it was.
 foundation::Result<void> writePropertyList(const std::string& path, const foundation::PropertyList& value,
                                            PropertyListFormat format);
 

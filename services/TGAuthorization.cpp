@@ -114,13 +114,17 @@ bool TGAuthorization::authStart() {
     return false;
   }
   auto& service = platform::current().authorization;
-  if (service.create(std::nullopt, kAuthorizationFlagDefaults, &authRef_) == errAuthorizationSuccess) {
+  // Others see the reference only once it has the rights.
+  platform::AuthorizationRef reference = nullptr;
+  if (service.create(std::nullopt, kAuthorizationFlagDefaults, &reference) == errAuthorizationSuccess) {
     constexpr auto flags = kAuthorizationFlagInteractionAllowed | kAuthorizationFlagExtendRights |
                            kAuthorizationFlagPreAuthorize;
-    if (copyAdminRights(authRef_, std::nullopt, flags) == errAuthorizationSuccess) return true;
-    service.free(authRef_, kAuthorizationFlagDefaults);
+    if (copyAdminRights(reference, std::nullopt, flags) == errAuthorizationSuccess) {
+      setAuthRef(reference);
+      return true;
+    }
+    service.free(reference, kAuthorizationFlagDefaults);
   }
-  setAuthRef(nullptr);
   return false;
 }
 
@@ -131,26 +135,26 @@ bool TGAuthorization::authStartWithUser(const std::optional<std::string>& user,
   authEnd();  // rights held until now would be out of everybody's reach
   auto& service = platform::current().authorization;
   const Environment environment = platform::AuthorizationEnvironment{*user, *password};
-  const auto status = service.create(environment, kAuthorizationFlagDefaults, &authRef_);
+  platform::AuthorizationRef reference = nullptr;
+  const auto status = service.create(environment, kAuthorizationFlagDefaults, &reference);
   if (status != errAuthorizationSuccess) {
     NSLog("Unable to create authRef - error %d", status);
-    authRef_ = nullptr;
     return false;
   }
   constexpr auto flags = kAuthorizationFlagExtendRights | kAuthorizationFlagPreAuthorize;
-  if (copyAdminRights(authRef_, environment, flags) == errAuthorizationSuccess) return true;
-  service.free(authRef_, kAuthorizationFlagDefaults);
-  authRef_ = nullptr;
+  if (copyAdminRights(reference, environment, flags) == errAuthorizationSuccess) {
+    setAuthRef(reference);
+    return true;
+  }
+  service.free(reference, kAuthorizationFlagDefaults);
   NSLog("Authorization failed. Invalid username or password");
   TGLog::appendLog("Authorization failed. Invalid username or password");
   return false;
 }
 
 void TGAuthorization::authEnd() {
-  if (isAuthorized() && !isRoot()) {
-    platform::current().authorization.free(authRef_, kAuthorizationFlagDefaults);
-  }
-  authRef_ = nullptr;
+  const platform::AuthorizationRef held = authRef_.exchange(nullptr);
+  if (held != nullptr && !isRoot()) platform::current().authorization.free(held, kAuthorizationFlagDefaults);
 }
 
 std::int32_t TGAuthorization::authExecTask(const std::string& path,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,6 +19,8 @@ enum class DeleteOnRootAccount { no, yes };
 /// as root), -1 no authorization, -2 the program's path does not exist, otherwise the authorization service's
 /// status. A program's own exit status is never seen. A process that runs as root is always authorized and
 /// runs tools directly. Messages go to the system console.
+///
+/// isAuthorized and authRef may be asked from any thread: they tell of rights only once those were granted.
 class TGAuthorization : public foundation::ImmortalSingleton<TGAuthorization> {
  public:
   /// The shared object, made on first use; only the call that makes it decides about the GUI.
@@ -78,7 +81,7 @@ class TGAuthorization : public foundation::ImmortalSingleton<TGAuthorization> {
   [[nodiscard]] std::optional<std::string> trashDestination(const std::string& path) const;
   [[nodiscard]] bool deletesOnRootAccount(DeleteOnRootAccount deleteOnRootAccount) const;
 
-  platform::AuthorizationRef authRef_ = nullptr;
+  std::atomic<platform::AuthorizationRef> authRef_ = nullptr;
   bool hasGUI_ = false;
   std::optional<std::string> userDirectory_;
 };

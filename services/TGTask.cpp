@@ -59,6 +59,11 @@ std::shared_ptr<Subprocess> prepare(SubprocessOptions subprocessOptions, TGTaskS
   return task;
 }
 
+void launch(Subprocess& task, TGTaskSlot* slot) {
+  task.launch();
+  if (slot != nullptr) slot->noteLaunch();
+}
+
 /// Output is read to its end before errors are read at all, on purpose: callers count on whole output, and
 /// the tools that they run write few errors.
 std::string readStreams(Subprocess& task) {
@@ -115,6 +120,24 @@ std::shared_ptr<Subprocess> TGTaskSlot::load() const {
   return task_;
 }
 
+void TGTaskSlot::expectLaunch() {
+  const std::scoped_lock lock(mutex_);
+  isExpected_ = true;
+}
+
+void TGTaskSlot::noteLaunch() {
+  {
+    const std::scoped_lock lock(mutex_);
+    isExpected_ = false;
+  }
+  launched_.notify_all();
+}
+
+void TGTaskSlot::waitForLaunch() const {
+  std::unique_lock lock(mutex_);
+  launched_.wait(lock, [this] { return !isExpected_; });
+}
+
 std::shared_ptr<TGTask> TGTask::create() {
   return std::shared_ptr<TGTask>(new TGTask());
 }
@@ -122,7 +145,7 @@ std::shared_ptr<TGTask> TGTask::create() {
 bool TGTask::runTask(const std::string& path, const Arguments& arguments, TGTaskSlot* task) {
   if (!isExecutable(path)) return false;
   const auto subprocess = prepare(discardingOutput(path, arguments), task);
-  subprocess->launch();
+  launch(*subprocess, task);
   subprocess->waitUntilExit();
   return true;
 }
@@ -134,7 +157,7 @@ void TGTask::runTask(const std::string& path, const Arguments& arguments, Interv
 int TGTask::terminationCodeFromTask(const std::string& path, const Arguments& arguments, TGTaskSlot* task) {
   if (!isExecutable(path)) return -1;
   const auto subprocess = prepare(discardingOutput(path, arguments), task);
-  subprocess->launch();
+  launch(*subprocess, task);
   if (subprocess->isRunning()) subprocess->waitUntilExit();
   return subprocess->terminationStatus();
 }
@@ -147,7 +170,7 @@ std::optional<std::string> TGTask::dataFromTask(const std::string& path, const A
                                                 TGTaskSlot* task) {
   if (!isExecutable(path)) return std::nullopt;
   const auto subprocess = prepare(capturingOutput(path, arguments), task);
-  subprocess->launch();
+  launch(*subprocess, task);
   std::string data = readStreams(*subprocess);
   subprocess->closeError();
   subprocess->closeOutput();
@@ -199,8 +222,12 @@ template <typename Run>
 auto TGTask::runUnderTimeout(Interval timeout, Run run) {
   struct Clearing {
     TGTaskSlot& slot;
-    ~Clearing() { slot.store(nullptr); }
+    ~Clearing() {
+      slot.store(nullptr);
+      slot.noteLaunch();  // or there will be none
+    }
   };
+  theTask_.expectLaunch();
   startTimer(wholeSeconds(timeout));
   theTask_.store(nullptr);
   const Clearing clearing{theTask_};
@@ -223,6 +250,7 @@ std::optional<std::string> TGTask::dataFromTimedTask(const std::string& path, co
 
 void TGTask::setupTimeout(std::chrono::seconds interval) {
   platform::current().clock.sleep(interval);
+  theTask_.waitForLaunch();  // a short interval may be over before there is anything to end
   platform::current().mainThread.perform([this] { timeout(); }, platform::Wait::yes);
 }
 

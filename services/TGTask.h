@@ -2,6 +2,7 @@
 
 #include <any>
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -18,8 +19,17 @@ class TGTaskSlot {
   void store(std::shared_ptr<platform::Subprocess> task);
   [[nodiscard]] std::shared_ptr<platform::Subprocess> load() const;
 
+  /// Between the two a run is about to launch a subprocess; the second is called when it has, and when it
+  /// never will.
+  void expectLaunch();
+  void noteLaunch();
+  /// Returns at once where no launch is expected.
+  void waitForLaunch() const;
+
  private:
   mutable std::mutex mutex_;
+  mutable std::condition_variable launched_;
+  bool isExpected_ = false;
   std::shared_ptr<platform::Subprocess> task_;
 };
 
@@ -32,10 +42,10 @@ enum class StringEncoding { ascii = 1, utf8 = 4 };
 /// Termination code: the tool's exit status (the signal's number when a signal ended it), -1 when it could
 /// not be run. Output bytes: nullopt when it could not be run. A tool that writes anything to standard error
 /// yields that text instead of its output. Output text: "" when it could not be run; nullopt when the bytes
-/// are no text in the encoding asked for (ASCII has no byte above 127). Time-outs are cut to whole seconds. A
-/// path that is not executable, a folder or a package is reported on the system console and in the log as
-/// "Error: %@ is not executable". A tool that cannot be launched for another reason throws
-/// foundation::Exception.
+/// are no text in the encoding asked for (ASCII has no byte above 127). Time-outs are cut to whole seconds;
+/// one of less than a second ends the tool as soon as it runs. A path that is not executable, a folder or a
+/// package is reported on the system console and in the log as "Error: %@ is not executable". A tool that
+/// cannot be launched for another reason throws foundation::Exception.
 ///
 /// The static operations run on the caller's thread and may be called from any. No arguments (nullopt) run
 /// the tool without any.
@@ -101,7 +111,8 @@ class TGTask : public std::enable_shared_from_this<TGTask> {
   std::optional<std::string> dataFromTimedTask(const std::string& path, const Arguments& arguments,
                                                Interval timeout);
 
-  /// The timer: sleeps the whole interval, then performs timeout() on the main thread and waits for that.
+  /// The timer: sleeps the whole interval, and on until a subprocess that is about to be launched has been;
+  /// then performs timeout() on the main thread and waits for that.
   void setupTimeout(std::chrono::seconds interval);
 
   /// Asks a subprocess that still runs to end, and says so on the system console and in the log. REQUIRES the
@@ -119,6 +130,8 @@ class TGTask : public std::enable_shared_from_this<TGTask> {
   /// piece, and, after the empty one, closes the output, lets go of delegate and object, and asks the tool to
   /// end, which may have closed its output without ending. A notification carries its piece under
   /// "NSFileHandleNotificationDataItem"; it is handed straight over, not posted.
+  /// They are for the run's own thread, on which the delegate is called; another one ends a run by
+  /// theTask()->terminate().
   void launchAsyncTask();
   void asyncTaskReturnData(const platform::LocalNotification& notification);
   void terminateAsyncTask();

@@ -1,9 +1,7 @@
 #include "ui/TGGrowl.h"
 
+#include "diagnostics/GlobalPreferences.h"
 #include "platform/Platform.h"
-#include "platform/foundation/Identifiers.h"
-#include "platform/foundation/Paths.h"
-#include "services/TGLocalPaths.h"
 
 namespace {
 
@@ -21,13 +19,8 @@ class Callbacks : public platform::DesktopNotificationDelegate {
 };
 
 bool isDisabled() {
-  const auto folder = TGLocalPaths::prefsDirectory(Domain::user);
-  if (!folder) return false;
-  const auto preferences = platform::readDictionary(
-      foundation::appendingPathComponent(*folder, identifiers::kGlobalPreferencesFile));
-  if (!preferences) return false;
-  const auto* value = preferences.value().find("growlDisabled");
-  return value != nullptr && value->boolValue();
+  const auto value = globalPreference("growlDisabled");
+  return value && value->boolValue();
 }
 
 void postInProcess(const char* name, const std::optional<foundation::Date>& clickContext) {

@@ -250,6 +250,7 @@ void FakeMainThread::waitUntilPerformed(int count) {
 }
 
 bool FakeMainThread::serveUntilReadable(int descriptor, std::optional<std::chrono::nanoseconds> interval) {
+  if (whenServing) whenServing();
   if (descriptor < 0) return false;
   pollfd wait{descriptor, POLLIN, 0};
   const int limit =
@@ -448,6 +449,7 @@ platform::AuthorizationStatus FakeAuthorization::copyRights(
     platform::AuthorizationFlags flags) {
   recorder_.add(joined("authorization rights", names) + (environment ? " for " + environment->username : "") +
                 " flags " + std::to_string(flags));
+  if (whileAsking) whileAsking();
   return rights;
 }
 

@@ -16,7 +16,7 @@
 #include "platform/Platform.h"
 #include "platform/foundation/Exception.h"
 #include "platform/linux/LibplistPropertyLists.h"
-#include "platform/posix/PosixFiles.h"
+#include "platform/linux/LinuxFiles.h"
 
 /// A platform for tests: it does nothing to the system and records every call, in order, as one line of text.
 /// Services that the test steers have public fields.
@@ -87,6 +87,8 @@ class FakeMainThread : public platform::MainThread {
 
   bool current = true;
   bool recordsWork = false;
+  /// Called when somebody begins to wait and serve work.
+  std::function<void()> whenServing;
 
  private:
   Recorder& recorder_;
@@ -163,8 +165,8 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   [[nodiscard]] std::optional<foundation::Error> refusal(const char* change, const std::string& path) const;
 
   std::string root_;
-  platform::PosixFileQueries queries_;
-  platform::PosixFileChanges changes_;
+  platform::LinuxFileQueries queries_;
+  platform::LinuxFileChanges changes_;
 };
 
 /// What a fake tool does.
@@ -256,6 +258,8 @@ class FakeAuthorization : public platform::Authorization {
   platform::AuthorizationStatus inherited = platform::errAuthorizationInvalidRef;
   platform::AuthorizationStatus creation = platform::errAuthorizationSuccess;
   platform::AuthorizationStatus rights = platform::errAuthorizationSuccess;
+  /// Called while rights are asked for.
+  std::function<void()> whileAsking;
   platform::AuthorizationStatus execution = platform::errAuthorizationSuccess;
   std::string pipeContent;
   /// How much was read of it, the end counted as one character.

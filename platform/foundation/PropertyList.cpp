@@ -89,6 +89,12 @@ const PropertyList* PropertyList::find(std::string_view key) const {
   return entry == dictionary->end() ? nullptr : &entry->second;
 }
 
+std::string PropertyList::stringFor(std::string_view key) const {
+  const PropertyList* const value = find(key);
+  const auto* const text = value == nullptr ? nullptr : value->as<std::string>();
+  return text == nullptr ? "" : *text;
+}
+
 void PropertyList::set(std::string_view key, PropertyList value) {
   if (as<Dictionary>() == nullptr) value_ = Dictionary{};
   auto& dictionary = *as<Dictionary>();

@@ -60,6 +60,9 @@ class PropertyList {
   /// The value of a dictionary's key; nullptr when there is none or this is no dictionary.
   [[nodiscard]] const PropertyList* find(std::string_view key) const;
 
+  /// The string of a dictionary's key; "" when there is none or it is of another kind.
+  [[nodiscard]] std::string stringFor(std::string_view key) const;
+
   /// Sets a key; a value that is no dictionary becomes one first.
   void set(std::string_view key, PropertyList value);
 

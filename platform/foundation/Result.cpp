@@ -10,4 +10,8 @@ Error systemError(int code, std::string_view path) {
   return Error{code, std::string(path), std::move(description)};
 }
 
+Error errorWithReason(int code, std::string_view path, std::string_view reason) {
+  return {code, std::string(path), std::string(path) + ": " + std::string(reason)};
+}
+
 }  // namespace foundation

@@ -20,6 +20,9 @@ struct Error {
 /// The error of a failed system call: `code` is an errno value, the description is path and strerror text.
 [[nodiscard]] Error systemError(int code, std::string_view path);
 
+/// An error with a reason of our own rather than the text of errno.
+[[nodiscard]] Error errorWithReason(int code, std::string_view path, std::string_view reason);
+
 /// A value, or the reason why there is none. Must be looked at.
 template <typename T>
 class [[nodiscard]] Result {

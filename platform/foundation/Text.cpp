@@ -130,21 +130,13 @@ struct ArgumentPrinter {
   }
 };
 
-/// The length in bytes of the valid UTF-8 sequence at the head of the text, or 0 when there is none.
-std::size_t sequenceLength(std::string_view text) {
-  const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
-  if (byte(0) < 0x80) return 1;
-  std::size_t length = 0;
-  if (byte(0) >= 0xC2 && byte(0) <= 0xDF) length = 2;
-  if (byte(0) >= 0xE0 && byte(0) <= 0xEF) length = 3;
-  if (byte(0) >= 0xF0 && byte(0) <= 0xF4) length = 4;
-  if (length == 0 || text.size() < length) return 0;
-  for (std::size_t at = 1; at < length; ++at) {
-    if ((byte(at) & 0xC0U) != 0x80) return 0;
-  }
-  const bool overlong = (byte(0) == 0xE0 && byte(1) < 0xA0) || (byte(0) == 0xF0 && byte(1) < 0x90);
-  const bool outside = (byte(0) == 0xED && byte(1) > 0x9F) || (byte(0) == 0xF4 && byte(1) > 0x8F);
-  return overlong || outside ? 0 : length;
+/// How many bytes the character claims to have, and the bits of its number that the first byte gives.
+Utf8Character announcedBy(unsigned char first) {
+  if (first < 0x80) return {1, first};
+  if (first >= 0xC2 && first <= 0xDF) return {2, first & 0x1FU};
+  if (first >= 0xE0 && first <= 0xEF) return {3, first & 0x0FU};
+  if (first >= 0xF0 && first <= 0xF4) return {4, first & 0x07U};
+  return {};
 }
 
 constexpr std::array<std::string_view, 26> kBlanks = {" ",
@@ -240,16 +232,31 @@ std::string lowercase(std::string_view text) {
 std::size_t characterCount(std::string_view utf8) {
   std::size_t count = 0;
   while (!utf8.empty()) {
-    const std::size_t length = std::max<std::size_t>(sequenceLength(utf8), 1);
+    const std::size_t length = std::max<std::size_t>(firstCharacter(utf8).length, 1);
     count += length == 4 ? 2 : 1;
     utf8.remove_prefix(length);
   }
   return count;
 }
 
+Utf8Character firstCharacter(std::string_view text) {
+  if (text.empty()) return {};
+  Utf8Character character = announcedBy(static_cast<unsigned char>(text.front()));
+  if (text.size() < character.length) return {};
+  for (std::size_t at = 1; at < character.length; ++at) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    if ((byte & 0xC0U) != 0x80) return {};
+    character.code = character.code << 6U | (byte & 0x3FU);
+  }
+  constexpr std::array<char32_t, 5> kSmallest = {0, 0, 0x80, 0x800, 0x10000};
+  const bool isSurrogate = character.code >= 0xD800 && character.code <= 0xDFFF;
+  const bool isOutside = character.code < kSmallest.at(character.length) || character.code > 0x10FFFF;
+  return isSurrogate || isOutside ? Utf8Character() : character;
+}
+
 bool isUtf8(std::string_view bytes) {
   while (!bytes.empty()) {
-    const std::size_t length = sequenceLength(bytes);
+    const std::size_t length = firstCharacter(bytes).length;
     if (length == 0) return false;
     bytes.remove_prefix(length);
   }

@@ -66,7 +66,17 @@ template <typename... Arguments>
 /// UTF-8 counts as one.
 [[nodiscard]] std::size_t characterCount(std::string_view utf8);
 
-/// Whether all the bytes are valid UTF-8 (RFC 3629).
+/// One character of a text: its length in bytes and its number in Unicode. Of length 0 it is none.
+struct Utf8Character {
+  std::size_t length = 0;
+  char32_t code = 0;
+};
+
+/// The character at the head of a text; none for an empty one and where no valid UTF-8 (RFC 3629) begins:
+/// overlong forms, surrogates and what lies above U+10FFFF are not valid.
+[[nodiscard]] Utf8Character firstCharacter(std::string_view text);
+
+/// Whether all the bytes are valid UTF-8.
 [[nodiscard]] bool isUtf8(std::string_view bytes);
 
 }  // namespace foundation

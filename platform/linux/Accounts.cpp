@@ -3,7 +3,6 @@
 #include <pwd.h>
 
 #include <cerrno>
-#include <vector>
 
 namespace platform {
 namespace {
@@ -14,6 +13,10 @@ constexpr std::size_t kLargestBuffer = 4UL << 20;
 
 std::string text(const char* field) {
   return field == nullptr ? std::string() : std::string(field);
+}
+
+Account accountOf(const passwd& entry) {
+  return Account{text(entry.pw_name), entry.pw_uid, entry.pw_gid, text(entry.pw_dir), text(entry.pw_shell)};
 }
 
 /// Asks with a buffer that doubles until the entry fits.
@@ -30,8 +33,7 @@ std::optional<Account> lookUp(Ask ask) {
       continue;
     }
     if (found == nullptr) return std::nullopt;
-    return Account{text(found->pw_name), found->pw_uid, found->pw_gid, text(found->pw_dir),
-                   text(found->pw_shell)};
+    return accountOf(*found);
   }
 }
 
@@ -47,6 +49,16 @@ std::optional<Account> accountWithID(uid_t user) {
   return lookUp([user](passwd* entry, char* buffer, std::size_t size, passwd** found) {
     return ::getpwuid_r(user, entry, buffer, size, found);
   });
+}
+
+std::vector<Account> allAccounts() {
+  std::vector<Account> accounts;
+  ::setpwent();
+  while (const passwd* const entry = ::getpwent()) {  // NOLINT(concurrency-mt-unsafe): as required
+    accounts.push_back(accountOf(*entry));
+  }
+  ::endpwent();
+  return accounts;
 }
 
 }  // namespace platform

@@ -62,12 +62,6 @@ PropertyList dictionaryInFile(const std::string& path, Trust trust) {
   return std::move(value).value();
 }
 
-std::string stringFor(const PropertyList& dictionary, const char* key) {
-  const PropertyList* const value = dictionary.find(key);
-  const std::string* const text = value == nullptr ? nullptr : value->as<std::string>();
-  return text == nullptr ? "" : *text;
-}
-
 bool isPlainName(const std::string& name) {
   return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
          name.find('\0') == std::string::npos;
@@ -113,20 +107,20 @@ std::vector<std::string> registeredIn(const std::string& root, const std::string
 }  // namespace
 
 std::string ApplicationBundle::identifier() const {
-  return stringFor(information, "CFBundleIdentifier");
+  return information.stringFor("CFBundleIdentifier");
 }
 
 bool ApplicationBundle::isCalled(const std::string& name) const {
   return foundation::lastPathComponent(path) == name + ".app" ||
-         stringFor(information, "CFBundleName") == name;
+         information.stringFor("CFBundleName") == name;
 }
 
 std::string ApplicationBundle::packageType() const {
-  return stringFor(information, "CFBundlePackageType");
+  return information.stringFor("CFBundlePackageType");
 }
 
 std::string ApplicationBundle::executable() const {
-  std::string name = stringFor(information, "CFBundleExecutable");
+  std::string name = information.stringFor("CFBundleExecutable");
   if (!isPlainName(name)) name = foundation::lastPathComponent(foundation::deletingPathExtension(path));
   return path + "/Contents/MacOS/" + name;
 }

@@ -2,9 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <pthread.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,72 +14,26 @@
 #include <thread>
 #include <utility>
 
+#include "platform/linux/BlockedSignals.h"
+#include "platform/linux/ProcessDescriptor.h"
+#include "platform/linux/SpawnedProgram.h"
+
 namespace platform {
 
 namespace {
 
-/// What a child is started with; freed with the object.
-class SpawnSettings {
- public:
-  explicit SpawnSettings(int standardInput) {
-    posix_spawn_file_actions_init(&actions_);
-    posix_spawn_file_actions_adddup2(&actions_, standardInput, STDIN_FILENO);
-    posix_spawn_file_actions_addopen(&actions_, STDOUT_FILENO, "/dev/null", O_RDWR, 0);
-    posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDERR_FILENO);
-    posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
-    posix_spawnattr_init(&attributes_);
-    sigset_t signals;
-    sigfillset(&signals);
-    posix_spawnattr_setsigdefault(&attributes_, &signals);
-    sigemptyset(&signals);
-    posix_spawnattr_setsigmask(&attributes_, &signals);
-    posix_spawnattr_setflags(&attributes_,
-                             POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSID);
+/// The agent's pidfd; empty when it does not run.
+UniqueDescriptor startedAgent(const std::vector<std::string>& command, const UniqueDescriptor& socket) {
+  const auto child = spawnProgram(
+      {.command = command, .environment = {}, .standardInput = socket.get(), .session = ChildSession::own});
+  if (!child) return {};
+  UniqueDescriptor process = raisedDescriptor(openProcess(child.value()));
+  if (!process) {  // it could not be ended when it must be
+    ::kill(child.value(), SIGKILL);
+    waitForProgram(child.value());
   }
-  ~SpawnSettings() {
-    posix_spawnattr_destroy(&attributes_);
-    posix_spawn_file_actions_destroy(&actions_);
-  }
-  SpawnSettings(const SpawnSettings&) = delete;
-  SpawnSettings& operator=(const SpawnSettings&) = delete;
-
-  [[nodiscard]] const posix_spawn_file_actions_t* actions() const { return &actions_; }
-  [[nodiscard]] const posix_spawnattr_t* attributes() const { return &attributes_; }
-
- private:
-  posix_spawn_file_actions_t actions_{};
-  posix_spawnattr_t attributes_{};
-};
-
-std::optional<pid_t> spawned(std::vector<std::string> command, int standardInput) {
-  const SpawnSettings settings(standardInput);
-  std::vector<char*> arguments;
-  arguments.reserve(command.size() + 1);
-  for (std::string& argument : command) arguments.push_back(argument.data());
-  arguments.push_back(nullptr);
-  char* environment[] = {nullptr};
-  pid_t process = 0;
-  const int error = posix_spawn(&process, command.front().c_str(), settings.actions(), settings.attributes(),
-                                arguments.data(), environment);
-  if (error != 0) return std::nullopt;
   return process;
 }
-
-/// Keeps signals away from the threads that are started in its scope: they belong to the program's own.
-class BlockedSignals {
- public:
-  BlockedSignals() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &previous_);
-  }
-  ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
-  BlockedSignals(const BlockedSignals&) = delete;
-  BlockedSignals& operator=(const BlockedSignals&) = delete;
-
- private:
-  sigset_t previous_{};
-};
 
 int millisecondsUntil(BusAgentLink::Deadline deadline) {
   const auto left = deadline - std::chrono::steady_clock::now();
@@ -105,13 +57,14 @@ std::shared_ptr<BusAgentLink> BusAgentLink::start(const std::vector<std::string>
                                                   std::shared_ptr<ReportSink> sink) {
   std::array<int, 2> ends{};
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return nullptr;
-  UniqueDescriptor ours(ends[0]);
-  const UniqueDescriptor theirs(ends[1]);
-  const auto process = spawned(command, theirs.get());
+  UniqueDescriptor ours = raisedDescriptor(UniqueDescriptor(ends[0]));
+  const UniqueDescriptor theirs = raisedDescriptor(UniqueDescriptor(ends[1]));
+  if (!ours || !theirs) return nullptr;
+  auto process = startedAgent(command, theirs);
   if (!process) return nullptr;
-  auto link = std::make_shared<BusAgentLink>(std::move(ours), *process, std::move(sink));
+  auto link = std::make_shared<BusAgentLink>(std::move(ours), std::move(process), std::move(sink));
   try {
-    const BlockedSignals blocked;
+    const BlockedSignals guard;
     std::thread([link] { link->serve(); }).detach();
   } catch (const std::system_error&) {  // no thread left for it: then there is no agent either
     link->abandon();
@@ -121,8 +74,9 @@ std::shared_ptr<BusAgentLink> BusAgentLink::start(const std::vector<std::string>
   return link;
 }
 
-BusAgentLink::BusAgentLink(UniqueDescriptor socket, pid_t process, std::shared_ptr<ReportSink> sink)
-    : socket_(std::move(socket)), process_(process), sink_(std::move(sink)) {}
+BusAgentLink::BusAgentLink(UniqueDescriptor socket, UniqueDescriptor process,
+                           std::shared_ptr<ReportSink> sink)
+    : socket_(std::move(socket)), process_(std::move(process)), sink_(std::move(sink)) {}
 
 bool BusAgentLink::isOpen() {
   const std::scoped_lock lock(mutex_);
@@ -215,9 +169,9 @@ void BusAgentLink::bury() {
     const std::scoped_lock lock(mutex_);
     mustEnd = isAbandoned_;
   }
-  // The process cannot have been replaced by another of its number: nobody but this thread waits for it.
-  if (mustEnd) ::kill(process_, SIGKILL);
-  while (::waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
+  if (mustEnd) sendSignal(process_, SIGKILL);
+  siginfo_t ignored{};
+  while (::waitid(P_PIDFD, static_cast<id_t>(process_.get()), &ignored, WEXITED) < 0 && errno == EINTR) {
   }
 }
 

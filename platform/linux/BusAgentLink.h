@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -44,7 +42,7 @@ class BusAgentLink {
   [[nodiscard]] static std::shared_ptr<BusAgentLink> start(const std::vector<std::string>& command,
                                                            std::shared_ptr<ReportSink> sink);
 
-  BusAgentLink(UniqueDescriptor socket, pid_t process, std::shared_ptr<ReportSink> sink);
+  BusAgentLink(UniqueDescriptor socket, UniqueDescriptor process, std::shared_ptr<ReportSink> sink);
   BusAgentLink(const BusAgentLink&) = delete;
   BusAgentLink& operator=(const BusAgentLink&) = delete;
 
@@ -70,7 +68,7 @@ class BusAgentLink {
   void bury();
 
   const UniqueDescriptor socket_;
-  const pid_t process_;
+  const UniqueDescriptor process_;  ///< its pidfd
   const std::shared_ptr<ReportSink> sink_;
   std::mutex mutex_;
   std::condition_variable changed_;

@@ -1,10 +1,11 @@
 #include "platform/linux/BusFrames.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <type_traits>
 #include <utility>
+
+#include "platform/foundation/Text.h"
 
 namespace platform::bus {
 
@@ -166,43 +167,8 @@ std::string framed(const std::string& body) {
   return frame;
 }
 
-bool isContinuation(char byte) {
-  return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80;
-}
-
-/// How many bytes the character at the head of the text claims to have, and the bits its first byte gives.
-std::pair<std::size_t, char32_t> leadingByte(unsigned char byte) {
-  if (byte < 0x80) return {1, byte};
-  if (byte >= 0xC2 && byte <= 0xDF) return {2, byte & 0x1FU};
-  if (byte >= 0xE0 && byte <= 0xEF) return {3, byte & 0x0FU};
-  if (byte >= 0xF0 && byte <= 0xF4) return {4, byte & 0x07U};
-  return {0, 0};
-}
-
-bool isSurrogate(char32_t character) {
-  return character >= 0xD800 && character <= 0xDFFF;
-}
-
 bool isNoncharacter(char32_t character) {
   return (character & 0xFFFEU) == 0xFFFE || (character >= 0xFDD0 && character <= 0xFDEF);
-}
-
-struct Character {
-  std::size_t length;  // in bytes, at least 1
-  bool isTransferable;
-};
-
-Character characterAt(std::string_view text) {
-  auto [length, character] = leadingByte(static_cast<unsigned char>(text.front()));
-  if (length == 0 || length > text.size()) return {1, false};
-  for (std::size_t at = 1; at < length; ++at) {
-    if (!isContinuation(text[at])) return {1, false};
-    character = (character << 6U) | (static_cast<unsigned char>(text[at]) & 0x3FU);
-  }
-  constexpr std::array<char32_t, 5> smallest = {0, 0, 0x80, 0x800, 0x10000};
-  const bool isOverlong = character < smallest.at(length);
-  if (isOverlong || isSurrogate(character) || character > 0x10FFFF) return {1, false};
-  return {length, character != 0 && !isNoncharacter(character)};
 }
 
 bool isPlain(char byte) {
@@ -215,8 +181,10 @@ std::pair<std::size_t, std::string_view> nextPiece(std::string_view text) {
   std::size_t run = 0;
   while (run < text.size() && isPlain(text[run])) ++run;
   if (run > 0) return {run, text.substr(0, run)};
-  const Character character = characterAt(text);
-  return {character.length, character.isTransferable ? text.substr(0, character.length) : kReplacement};
+  const foundation::Utf8Character character = foundation::firstCharacter(text);
+  const bool isTransferable = character.code != 0 && !isNoncharacter(character.code);
+  return {std::max<std::size_t>(character.length, 1),
+          isTransferable ? text.substr(0, character.length) : kReplacement};
 }
 
 }  // namespace

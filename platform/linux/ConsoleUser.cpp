@@ -17,7 +17,7 @@
 #include <string_view>
 #include <tuple>
 
-#include "platform/linux/Descriptor.h"
+#include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
 namespace {
@@ -143,8 +143,8 @@ SeatState LogindSeat::state() const {
 }
 
 std::optional<std::string> consoleUserFromUtmp(const std::string& file) {
-  const Descriptor records(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!records.valid()) return std::nullopt;
+  const UniqueDescriptor records(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!records) return std::nullopt;
   Login best;
   utmp record{};
   while (readRecord(records.get(), record)) {

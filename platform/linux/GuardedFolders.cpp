@@ -20,8 +20,9 @@ using foundation::systemError;
 /// As many as the kernel follows.
 constexpr int kMostLinks = 40;
 
-bool isRootsAlone(const struct stat& status) {
-  return status.st_uid == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+bool onlyRootCanWrite(const struct stat& folder) {
+  if (folder.st_uid != 0 || (folder.st_mode & S_IWOTH) != 0) return false;
+  return (folder.st_mode & S_IWGRP) == 0 || (folder.st_mode & S_ISVTX) != 0;
 }
 
 std::string targetOfLink(int link) {
@@ -31,45 +32,83 @@ std::string targetOfLink(int link) {
   return target;
 }
 
-/// Walks down a path, one component at a time.
+UniqueDescriptor opened(int folder, const char* path) {
+  UniqueDescriptor descriptor(::openat(folder, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!descriptor && errno == EACCES) {
+    descriptor.reset(::openat(folder, path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+  }
+  return descriptor;
+}
+
+/// Walks down a path as root, one component at a time. Each function answers an errno value.
 class Walk {
  public:
   explicit Walk(const std::string& path) : path_(path) {}
 
   Result<UniqueDescriptor> open() {
     enqueue(path_);
-    while (!waiting_.empty()) {
+    int reason = begin();
+    while (reason == 0 && !waiting_.empty()) {
       const std::string name = waiting_.front();
       waiting_.pop_front();
-      if (const int reason = enter(name); reason != 0) return systemError(reason, path_);
+      reason = step(name);
     }
-    UniqueDescriptor folder(::openat(folder_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (reason != 0) return systemError(reason, path_);
+    UniqueDescriptor folder = opened(levels_.back().folder.get(), ".");
     if (!folder) return systemError(errno, path_);
     return folder;
   }
 
  private:
+  struct Level {
+    UniqueDescriptor folder;
+    bool onlyRootCanChange = false;  ///< this folder and all above it
+  };
+
   void enqueue(const std::string& path) {
     const std::vector<std::string> names = foundation::pathComponents(path);
     waiting_.insert(waiting_.begin(), names.begin(), names.end());
   }
 
-  /// Enters a folder, or puts a link's components before those that wait. Answers an errno value.
+  int begin() {
+    if (waiting_.empty()) return ENOENT;
+    return waiting_.front() == "/" ? 0 : start(".", false);
+  }
+
+  int start(const char* path, bool isWholeWay) {
+    UniqueDescriptor folder(::open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    struct stat status {};
+    if (!folder || ::fstat(folder.get(), &status) != 0) return errno;
+    levels_.clear();
+    levels_.push_back({std::move(folder), isWholeWay && onlyRootCanWrite(status)});
+    return 0;
+  }
+
+  int step(const std::string& name) {
+    if (name == "/") return start("/", true);
+    if (name == ".") return 0;
+    if (name == ".." && levels_.size() > 1) {
+      levels_.pop_back();  // not opened by that name: the folder may have been moved since it was entered
+      return 0;
+    }
+    return enter(name);
+  }
+
+  /// Enters a folder, or puts a link's components before those that wait.
   int enter(const std::string& name) {
-    const int from = folder_ ? folder_.get() : AT_FDCWD;
-    UniqueDescriptor next(::openat(from, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    const Level& from = levels_.back();
+    UniqueDescriptor next(::openat(from.folder.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
     if (!next || ::fstat(next.get(), &status) != 0) return errno;
     if (S_ISLNK(status.st_mode)) return follow(next.get(), status);
     if (!S_ISDIR(status.st_mode)) return ENOTDIR;
-    folder_ = std::move(next);
+    const bool onlyRootCanChange = from.onlyRootCanChange && onlyRootCanWrite(status);
+    levels_.push_back({std::move(next), onlyRootCanChange});
     return 0;
   }
 
   int follow(int link, const struct stat& status) {
-    struct stat around {};
-    if (!folder_ || ::fstat(folder_.get(), &around) != 0) return ELOOP;
-    if (!isRootsAlone(around) || status.st_uid != 0 || ++links_ > kMostLinks) return ELOOP;
+    if (!levels_.back().onlyRootCanChange || status.st_uid != 0 || ++links_ > kMostLinks) return ELOOP;
     const std::string target = targetOfLink(link);
     if (target.empty()) return ENOENT;
     enqueue(target);
@@ -77,7 +116,7 @@ class Walk {
   }
 
   const std::string& path_;
-  UniqueDescriptor folder_;
+  std::vector<Level> levels_;
   std::deque<std::string> waiting_;
   int links_ = 0;
 };
@@ -98,39 +137,40 @@ class FileUserScope {
   int user_;
 };
 
-/// Made with the rights of its owner, so that there is no moment at which it is root's.
-int makeTrash(int parent, const std::string& name, const struct stat& owner) {
-  const FileUserScope scope(owner.st_uid, owner.st_gid);
-  return ::mkdirat(parent, name.c_str(), 0700) == 0 || errno == EEXIST ? 0 : errno;
+int makeFolder(int parent, const std::string& name, mode_t mode) {
+  return ::mkdirat(parent, name.c_str(), mode) == 0 ? 0 : errno;
 }
 
 }  // namespace
 
 Result<UniqueDescriptor> openGuardedFolder(const std::string& path) {
   if (::geteuid() == 0) return Walk(path).open();
-  UniqueDescriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  UniqueDescriptor folder = opened(AT_FDCWD, path.c_str());
   if (!folder) return systemError(errno, path);
   return folder;
+}
+
+int makeFolderForOwner(int parent, const std::string& name, mode_t mode) {
+  struct stat owner {};
+  if (::fstat(parent, &owner) != 0) return errno;
+  if (::geteuid() != 0 || owner.st_uid == 0) return makeFolder(parent, name, mode);
+  const FileUserScope scope(owner.st_uid, owner.st_gid);
+  return makeFolder(parent, name, mode);
 }
 
 Result<UniqueDescriptor> openTrashFolder(const std::string& path) {
   const std::string name = foundation::lastPathComponent(path);
   auto parent = openGuardedFolder(foundation::deletingLastPathComponent(path));
   if (!parent) return parent;
-  struct stat owner {};
-  if (::fstat(parent.value().get(), &owner) != 0) return systemError(errno, path);
-  if (::geteuid() != 0) {
-    owner.st_uid = ::geteuid();
-    owner.st_gid = ::getegid();
-  }
-  if (const int reason = makeTrash(parent.value().get(), name, owner); reason != 0) {
-    return systemError(reason, path);
-  }
+  struct stat around {};
+  if (::fstat(parent.value().get(), &around) != 0) return systemError(errno, path);
+  const int reason = makeFolderForOwner(parent.value().get(), name, 0700);
+  if (reason != 0 && reason != EEXIST) return systemError(reason, path);
   UniqueDescriptor trash(
       ::openat(parent.value().get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat status {};
   if (!trash || ::fstat(trash.get(), &status) != 0) return systemError(errno, path);
-  if (status.st_uid != owner.st_uid) return systemError(EPERM, path);
+  if (status.st_uid != (::geteuid() == 0 ? around.st_uid : ::geteuid())) return systemError(EPERM, path);
   return trash;
 }
 

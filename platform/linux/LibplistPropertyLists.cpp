@@ -230,7 +230,7 @@ struct Writer {
 
 Result<PropertyList> LibplistPropertyLists::parse(std::string_view bytes) {
   if (bytes.size() > kLargestPropertyList) return systemError(EFBIG, "");
-  if (!isReasonablyNested(bytes)) return systemError(EINVAL, "");
+  if (const int fault = nestingFault(bytes); fault != 0) return systemError(fault, "");
   const Libplist* const plist = Libplist::shared();
   if (plist == nullptr) return systemError(ENOSYS, "libplist");
   plist_t root = nullptr;

@@ -44,9 +44,15 @@ void setHandler(int signal, void (*handler)(int)) {
 
 void LinuxInterruption::defer() {
   if (requestEvent < 0) requestEvent = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  sigset_t heard;
+  sigemptyset(&heard);
   for (const int signal : kSignals) {
-    if (!hasHandler(signal, SIG_IGN)) setHandler(signal, note);
+    if (hasHandler(signal, SIG_IGN)) continue;
+    setHandler(signal, note);
+    sigaddset(&heard, signal);
   }
+  // Whoever starts us may have blocked them for its own ends.
+  ::pthread_sigmask(SIG_UNBLOCK, &heard, nullptr);
 }
 
 std::optional<int> LinuxInterruption::requested() {

@@ -4,7 +4,8 @@
 
 namespace platform {
 
-/// SIGTERM, SIGINT and SIGHUP by sigaction(2); system calls under way are started again.
+/// SIGTERM, SIGINT and SIGHUP by sigaction(2); system calls under way are started again. defer() also
+/// unblocks them in the calling thread, where the program was started with them blocked.
 class LinuxInterruption : public Interruption {
  public:
   void defer() override;

@@ -1,7 +1,5 @@
 #include <csignal>
 
-#include <fcntl.h>
-
 #include "platform/LocalNotificationCenter.h"
 #include "platform/Platform.h"
 #include "platform/linux/BusAgent.h"
@@ -13,6 +11,7 @@
 #include "platform/linux/LinuxApplications.h"
 #include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxDesktopApplication.h"
+#include "platform/linux/LinuxFiles.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
 #include "platform/linux/LinuxMainThread.h"
@@ -22,22 +21,19 @@
 #include "platform/linux/LinuxSystemConsole.h"
 #include "platform/linux/LinuxUsersAndFolders.h"
 #include "platform/linux/LinuxWorkspace.h"
+#include "platform/linux/SpawnedProgram.h"
 #include "platform/linux/SudoAuthorization.h"
-#include "platform/posix/PosixFiles.h"
+#include "platform/posix/StandardStreams.h"
 
 namespace platform {
 namespace {
 
-/// What every part of the backend counts on. Standard streams that the caller closed become the null device,
-/// so that no file opened later is taken for one; writing to a pipe without a reader is an error, not the
-/// end.
+/// What every part of the backend counts on: three standard streams, the exit statuses of children, and that
+/// writing to a pipe without a reader is an error, not the end.
 struct ProcessSetUp {
   ProcessSetUp() {
-    int lowest = 0;
-    do {
-      lowest = ::open("/dev/null", O_RDWR);
-    } while (lowest >= 0 && lowest <= STDERR_FILENO);
-    if (lowest >= 0) ::close(lowest);
+    static_cast<void>(openStandardStreams());
+    keepExitStatuses();
     ::signal(SIGPIPE, SIG_IGN);
   }
 };
@@ -49,8 +45,8 @@ struct LinuxPlatform {
   LinuxClock clock;
   LinuxMainThread mainThread;
   LinuxUsersAndFolders usersAndFolders;
-  PosixFileQueries fileQueries;
-  PosixFileChanges fileChanges;
+  LinuxFileQueries fileQueries;
+  LinuxFileChanges fileChanges;
   LibplistPropertyLists propertyLists;
   LinuxMainBundle mainBundle{fileQueries, propertyLists};
   LinuxProcessInformation processInformation{fileQueries, propertyLists};

@@ -54,13 +54,14 @@ struct StoredFile {
   PropertyListFormat format = PropertyListFormat::binary;
 };
 
-/// What is in the file now; nullopt when it is there and cannot be read.
+/// What is in the file now; nullopt when it is there and cannot be read, or holds more than is read.
 std::optional<StoredFile> storedFile(const std::string& path) {
   const auto bytes = current().fileQueries.readFile(path, kLargestPropertyList);
   if (!bytes) return bytes.error().code == ENOENT ? std::optional(StoredFile{}) : std::nullopt;
   const bool isBinary = bytes.value().starts_with("bplist");
   StoredFile file{{}, isBinary ? PropertyListFormat::binary : PropertyListFormat::xml};
   auto content = current().propertyLists.parse(bytes.value());
+  if (!content && content.error().code != EINVAL) return std::nullopt;
   if (content && content.value().as<PropertyList::Dictionary>() != nullptr) {
     file.content = std::move(content).value();
   }

@@ -29,12 +29,6 @@ char** argumentStrings = nullptr;
   argumentStrings = strings;
 }
 
-std::string textOf(const foundation::PropertyList& dictionary, const char* key) {
-  const foundation::PropertyList* const value = dictionary.find(key);
-  const auto* const text = value == nullptr ? nullptr : value->as<std::string>();
-  return text == nullptr ? "" : *text;
-}
-
 std::string kernelRelease() {
   utsname names{};
   ::uname(&names);
@@ -61,9 +55,9 @@ std::string LinuxProcessInformation::macVersion() {
   const auto bytes = files_.readFile(kSystemVersion, kLargestPropertyList);
   if (!bytes) return {};
   const auto version = propertyLists_.parse(bytes.value());
-  if (!version || textOf(version.value(), "ProductVersion").empty()) return {};
-  return stringWithFormat("Version %@ (Build %@)", textOf(version.value(), "ProductVersion"),
-                          textOf(version.value(), "ProductBuildVersion"));
+  if (!version || version.value().stringFor("ProductVersion").empty()) return {};
+  return stringWithFormat("Version %@ (Build %@)", version.value().stringFor("ProductVersion"),
+                          version.value().stringFor("ProductBuildVersion"));
 }
 
 std::string LinuxProcessInformation::distributionName() {

@@ -2,12 +2,11 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <mutex>
@@ -19,6 +18,7 @@
 #include "platform/linux/ChildEnvironment.h"
 #include "platform/linux/ChildReaper.h"
 #include "platform/linux/ProcessDescriptor.h"
+#include "platform/linux/SpawnedProgram.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
@@ -26,106 +26,25 @@ namespace {
 
 constexpr int kPipeSize = 1 << 20;
 constexpr std::size_t kReadSize = 64UL << 10;
-constexpr int kFirstFreeDescriptor = 3;
 constexpr const char* kOpener = "/usr/bin/open";
+constexpr const char* kOwnerChanger = "/usr/sbin/chown";
 
-[[noreturn]] void refuse(const std::string& path, int reason) {
-  throw foundation::Exception(foundation::kInvalidArgumentException,
-                              foundation::systemError(reason, path).localizedDescription());
+[[noreturn]] void refuse(const foundation::Error& error) {
+  throw foundation::Exception(foundation::kInvalidArgumentException, error.localizedDescription());
 }
 
-/// Never 0, 1 or 2: where those are closed in this process a pipe would land on them and be taken for a
-/// standard stream.
-UniqueDescriptor aboveStandardStreams(UniqueDescriptor descriptor) {
-  if (!descriptor || descriptor.get() >= kFirstFreeDescriptor) return descriptor;
-  return UniqueDescriptor(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, kFirstFreeDescriptor));
-}
-
-struct Pipe {
-  UniqueDescriptor readingEnd;
-  UniqueDescriptor writingEnd;
-};
-
-Pipe makePipe(const std::string& launchPath) {
-  std::array<int, 2> ends{-1, -1};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) refuse(launchPath, errno);
-  Pipe pipe{UniqueDescriptor(ends[0]), UniqueDescriptor(ends[1])};
-  pipe.readingEnd = aboveStandardStreams(std::move(pipe.readingEnd));
-  pipe.writingEnd = aboveStandardStreams(std::move(pipe.writingEnd));
-  if (!pipe.readingEnd || !pipe.writingEnd) refuse(launchPath, errno);
-  ::fcntl(pipe.writingEnd.get(), F_SETPIPE_SZ, kPipeSize);
+Pipe makeLargePipe(const std::string& launchPath) {
+  Pipe pipe = makePipe();
+  if (!pipe.reading) refuse(foundation::systemError(errno, launchPath));
+  ::fcntl(pipe.writing.get(), F_SETPIPE_SZ, kPipeSize);
   return pipe;
 }
 
-/// posix_spawn's list of what to do with descriptors.
-class FileActions {
- public:
-  FileActions() { ::posix_spawn_file_actions_init(&actions_); }
-  ~FileActions() { ::posix_spawn_file_actions_destroy(&actions_); }
-  FileActions(const FileActions&) = delete;
-  FileActions& operator=(const FileActions&) = delete;
-
-  void duplicate(int from, int to) { ::posix_spawn_file_actions_adddup2(&actions_, from, to); }
-  void openNullDevice(int to) {
-    ::posix_spawn_file_actions_addopen(&actions_, to, "/dev/null", to == STDIN_FILENO ? O_RDONLY : O_WRONLY,
-                                       0);
-  }
-  void inherit(int stream) {
-    if (::fcntl(stream, F_GETFD) < 0) {
-      openNullDevice(stream);
-    } else {
-      duplicate(stream, stream);  // clears close-on-exec
-    }
-  }
-  void closeTheRest() { ::posix_spawn_file_actions_addclosefrom_np(&actions_, kFirstFreeDescriptor); }
-  [[nodiscard]] const posix_spawn_file_actions_t* get() const { return &actions_; }
-
- private:
-  posix_spawn_file_actions_t actions_{};
+/// What a child gets for a stream; the end of a pipe is its own to close.
+struct ChildStream {
+  int descriptor = -1;
+  UniqueDescriptor pipeEnd = {};
 };
-
-/// Signals reset and unblocked, a session of its own.
-class SpawnAttributes {
- public:
-  SpawnAttributes() {
-    ::posix_spawnattr_init(&attributes_);
-    sigset_t signals;
-    sigfillset(&signals);
-    ::posix_spawnattr_setsigdefault(&attributes_, &signals);
-    sigemptyset(&signals);
-    ::posix_spawnattr_setsigmask(&attributes_, &signals);
-    ::posix_spawnattr_setflags(&attributes_,
-                               POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSID);
-  }
-  ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes_); }
-  SpawnAttributes(const SpawnAttributes&) = delete;
-  SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-  [[nodiscard]] const posix_spawnattr_t* get() const { return &attributes_; }
-
- private:
-  posix_spawnattr_t attributes_{};
-};
-
-/// Strings as exec takes them; they outlive it.
-std::vector<char*> pointersTo(std::vector<std::string>& strings) {
-  std::vector<char*> pointers;
-  pointers.reserve(strings.size() + 1);
-  for (std::string& text : strings) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-/// With SIGCHLD ignored the kernel reaps children itself and their statuses are lost; a parent's shell can
-/// hand that down.
-void keepExitStatuses() {
-  struct sigaction action {};
-  if (::sigaction(SIGCHLD, nullptr, &action) != 0) return;
-  const bool isIgnored = (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN;
-  if (!isIgnored && (action.sa_flags & SA_NOCLDWAIT) == 0) return;
-  if (isIgnored) action.sa_handler = SIG_DFL;
-  action.sa_flags &= ~SA_NOCLDWAIT;
-  ::sigaction(SIGCHLD, &action, nullptr);
-}
 
 class LinuxSubprocess final : public Subprocess {
  public:
@@ -149,8 +68,7 @@ class LinuxSubprocess final : public Subprocess {
   void closeError() override { error_.reset(); }
 
  private:
-  UniqueDescriptor connect(FileActions& actions, Stream kind, int stream);
-  pid_t spawn(const FileActions& actions);
+  ChildStream connect(Stream kind, int stream);
   void watch(pid_t child);
   std::string readFrom(const UniqueDescriptor& pipe);
   void blockUntilReadable(int descriptor);
@@ -165,54 +83,50 @@ class LinuxSubprocess final : public Subprocess {
   std::optional<int> status_;
 };
 
-/// Connects a stream of the child. A pipe's end in the child comes back, to be closed after the start; this
-/// process's own end becomes output_ or error_.
-UniqueDescriptor LinuxSubprocess::connect(FileActions& actions, Stream kind, int stream) {
-  if (kind == Stream::inherited) actions.inherit(stream);
-  if (kind == Stream::nullDevice) actions.openNullDevice(stream);
-  if (kind != Stream::pipe) return {};
-  Pipe pipe = makePipe(launchPath());
-  UniqueDescriptor childsEnd = std::move(stream == STDIN_FILENO ? pipe.readingEnd : pipe.writingEnd);
-  actions.duplicate(childsEnd.get(), stream);
-  if (stream == STDOUT_FILENO) output_ = std::move(pipe.readingEnd);
-  if (stream == STDERR_FILENO) error_ = std::move(pipe.readingEnd);
-  return childsEnd;
+OpensOnDesktop opensOnDesktop(const std::string& executable) {
+  const std::string name = foundation::lastPathComponent(executable);
+  return name == "open" || name == "asuser" ? OpensOnDesktop::yes : OpensOnDesktop::no;
 }
 
-pid_t LinuxSubprocess::spawn(const FileActions& actions) {
-  std::vector<std::string> arguments = options_.arguments;
-  arguments.insert(arguments.begin(), launchPath());
-  for (const std::string& argument : arguments) {
-    if (argument.find('\0') != std::string::npos) refuse(launchPath(), EINVAL);
-  }
-  std::vector<std::string> environment = childEnvironment(environ, ::geteuid() == 0);
-  const SpawnAttributes attributes;
-  pid_t child = 0;
-  const int reason = ::posix_spawn(&child, executable_.c_str(), actions.get(), attributes.get(),
-                                   pointersTo(arguments).data(), pointersTo(environment).data());
-  if (reason != 0) refuse(launchPath(), reason);
-  return child;
+/// This process's own end of a pipe becomes output_ or error_; that of the child's input is closed at once.
+ChildStream LinuxSubprocess::connect(Stream kind, int stream) {
+  if (kind == Stream::inherited) return {ownStream(stream)};
+  if (kind == Stream::nullDevice) return {};
+  Pipe pipe = makeLargePipe(launchPath());
+  if (stream == STDOUT_FILENO) output_ = std::move(pipe.reading);
+  if (stream == STDERR_FILENO) error_ = std::move(pipe.reading);
+  UniqueDescriptor childsEnd = std::move(stream == STDIN_FILENO ? pipe.reading : pipe.writing);
+  const int number = childsEnd.get();
+  return {number, std::move(childsEnd)};
 }
 
 /// A child that cannot be watched must not run on unseen.
 void LinuxSubprocess::watch(pid_t child) {
   const std::scoped_lock lock(mutex_);
-  pidfd_ = aboveStandardStreams(openProcess(child));
+  pidfd_ = raisedDescriptor(openProcess(child));
   if (pidfd_) return;
   const int reason = errno;
   ::kill(child, SIGKILL);
-  ::waitpid(child, nullptr, 0);
-  refuse(launchPath(), reason);
+  waitForProgram(child);
+  refuse(foundation::systemError(reason, launchPath()));
 }
 
 void LinuxSubprocess::launch() {
-  keepExitStatuses();
-  FileActions actions;
-  const UniqueDescriptor input = connect(actions, options_.standardInput, STDIN_FILENO);
-  const UniqueDescriptor output = connect(actions, options_.standardOutput, STDOUT_FILENO);
-  const UniqueDescriptor error = connect(actions, options_.standardError, STDERR_FILENO);
-  actions.closeTheRest();
-  watch(spawn(actions));
+  const ChildStream input = connect(options_.standardInput, STDIN_FILENO);
+  const ChildStream output = connect(options_.standardOutput, STDOUT_FILENO);
+  const ChildStream error = connect(options_.standardError, STDERR_FILENO);
+  ProgramToSpawn program{
+      .command = options_.arguments,
+      .environment = childEnvironment(environ, ::geteuid() == 0, opensOnDesktop(executable_)),
+      .standardInput = input.descriptor,
+      .standardOutput = output.descriptor,
+      .standardError = error.descriptor,
+      .executable = executable_,
+      .session = ChildSession::own};
+  program.command.insert(program.command.begin(), launchPath());
+  const auto child = spawnProgram(program);
+  if (!child) refuse(child.error());
+  watch(child.value());
 }
 
 bool LinuxSubprocess::isRunning() {
@@ -275,7 +189,7 @@ bool mayBeExecuted(const std::string& path) {
 }
 
 bool hasEquivalent(const std::string& path) {
-  return path == "/usr/sbin/scutil" || path == kOpener || path == "/usr/sbin/chown";
+  return path == "/usr/sbin/scutil" || path == "/usr/bin/ditto" || path == kOpener || path == kOwnerChanger;
 }
 
 bool isSymbolicLink(const std::string& path) {
@@ -283,17 +197,23 @@ bool isSymbolicLink(const std::string& path) {
   return ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
+/// Desktops link the opener's name to one of their own, which does not take the Mac's arguments. Systems that
+/// have merged their folders of programs have the general chown at the Mac's path, which follows links that a
+/// user has planted.
+bool isAnother(const std::string& path, const std::string& own) {
+  return path == kOwnerChanger || (path == kOpener && isSymbolicLink(own));
+}
+
 }  // namespace
 
 std::string LinuxSubprocesses::executableFor(const std::string& path) {
   if (!hasEquivalent(path)) return path;
   std::string own = root_ + path;
-  // Desktops link this name to an opener of their own, which does not take the Mac's arguments.
-  const bool isAnother = path == kOpener && isSymbolicLink(own);
-  if (mayBeExecuted(own) && !isAnother) return own;
+  if (mayBeExecuted(own) && !isAnother(path, own)) return own;
   std::string equivalent = foundation::appendingPathComponent(
       mainBundle_.path(), "Contents/SharedSupport/" + foundation::lastPathComponent(path));
-  return mayBeExecuted(equivalent) ? equivalent : own;
+  // What only ever stands in for another program is missing where it is missing.
+  return mayBeExecuted(equivalent) || path == kOwnerChanger ? equivalent : own;
 }
 
 std::shared_ptr<Subprocess> LinuxSubprocesses::create(SubprocessOptions options) {

@@ -16,13 +16,12 @@ namespace platform {
 /// it. A standard stream that is closed in this process is the null device in the child, so that no file the
 /// child opens is taken for one. What childEnvironment() says becomes its environment.
 ///
-/// A parent that ignored SIGCHLD would make the kernel throw exit statuses away: launch() sets the signal
-/// back to its default then. terminationStatus() of a child whose status somebody else took is -1, and it
-/// throws foundation::Exception (NSInvalidArgumentException) for one that has not ended.
+/// terminationStatus() of a child whose status somebody else took is -1, and it throws foundation::Exception
+/// (NSInvalidArgumentException) for one that has not ended.
 ///
 /// The Mac's tools that this system may lack are taken from the bundle's Contents/SharedSupport then. A
 /// /usr/bin/open that is a symbolic link leads to some desktop's opener, which is another program: it counts
-/// as lacking.
+/// as lacking. So does every /usr/sbin/chown: the general one follows links that a user has planted.
 ///
 /// Arguments with a zero byte in them cannot be passed; launch() refuses them rather than cut them.
 class LinuxSubprocesses : public Subprocesses {

@@ -8,6 +8,7 @@
 #include "platform/foundation/Exception.h"
 #include "platform/foundation/Paths.h"
 #include "platform/linux/ApplicationBundles.h"
+#include "platform/linux/ConsoleUserCommand.h"
 #include "platform/linux/Recycling.h"
 
 namespace platform {
@@ -50,11 +51,14 @@ bool launch(const std::string& program, const Arguments& arguments) {
 bool launchForUser(const std::string& program, const Arguments& arguments) {
   if (!current().subprocesses.isExecutableFile(program)) return false;
   if (current().usersAndFolders.userID() != 0) return launch(program, arguments);
-  const auto user = current().usersAndFolders.consoleUser();
-  if (!user) return false;
-  Arguments asUser = {*user, "--", program};
-  asUser.insert(asUser.end(), arguments.begin(), arguments.end());
-  return launch(current().mainBundle.path() + "/Contents/SharedSupport/asuser", asUser);
+  std::vector<std::string> command = {program};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  auto asUser = commandForConsoleUser(current().mainBundle.path() + "/Contents/SharedSupport",
+                                      current().usersAndFolders.consoleUser(), command);
+  if (!asUser) return false;
+  const std::string tool = asUser->front();
+  asUser->erase(asUser->begin());
+  return launch(tool, *asUser);
 }
 
 bool openByDesktop(const std::string& what) {

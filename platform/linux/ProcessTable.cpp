@@ -33,9 +33,9 @@ std::optional<pid_t> processNumber(std::string_view name) {
 }
 
 std::string smallFile(int folder, const char* name) {
-  const Descriptor file(openat(folder, name, O_RDONLY | O_CLOEXEC));
+  const UniqueDescriptor file(openat(folder, name, O_RDONLY | O_CLOEXEC));
   std::array<char, 4096> text{};
-  const ssize_t count = file.valid() ? read(file.get(), text.data(), text.size()) : -1;
+  const ssize_t count = file ? read(file.get(), text.data(), text.size()) : -1;
   return count <= 0 ? std::string() : std::string(text.data(), static_cast<std::size_t>(count));
 }
 
@@ -122,8 +122,8 @@ bool isSameProcess(const ProcessInfo& seen, const ProcessInfo& now) {
 
 std::optional<ProcessInfo> ProcessTable::process(pid_t pid) const {
   const std::string path = procFolder_ + "/" + std::to_string(pid);
-  const Descriptor folder(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!folder.valid()) return std::nullopt;
+  const UniqueDescriptor folder(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) return std::nullopt;
   ProcessInfo info;
   info.pid = pid;
   if (!readStat(folder.get(), info) || !readUser(folder.get(), info)) return std::nullopt;
@@ -144,8 +144,8 @@ std::vector<ProcessInfo> ProcessTable::processes() const {
 }
 
 Result<ProcessHandle> ProcessHandle::open(const ProcessTable& table, const ProcessInfo& seen) {
-  Descriptor descriptor(static_cast<int>(syscall(SYS_pidfd_open, seen.pid, 0)));
-  if (!descriptor.valid()) return systemError(errno, seen.executable);
+  UniqueDescriptor descriptor(static_cast<int>(syscall(SYS_pidfd_open, seen.pid, 0)));
+  if (!descriptor) return systemError(errno, seen.executable);
   const std::optional<ProcessInfo> now = table.process(seen.pid);
   if (!now || !isSameProcess(seen, *now)) return systemError(ESRCH, seen.executable);
   return ProcessHandle(seen, std::move(descriptor));

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/foundation/Result.h"
-#include "platform/linux/Descriptor.h"
+#include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
 
@@ -71,11 +71,11 @@ class ProcessHandle {
   [[nodiscard]] int descriptor() const { return descriptor_.get(); }
 
  private:
-  ProcessHandle(ProcessInfo info, Descriptor descriptor)
+  ProcessHandle(ProcessInfo info, UniqueDescriptor descriptor)
       : info_(std::move(info)), descriptor_(std::move(descriptor)) {}
 
   ProcessInfo info_;
-  Descriptor descriptor_;
+  UniqueDescriptor descriptor_;
 };
 
 }  // namespace platform

@@ -1,6 +1,7 @@
 #include "platform/linux/PropertyListNesting.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -29,22 +30,24 @@ int depthChange(std::string_view tag) {
   return isClosing ? -1 : 1;
 }
 
-bool isXmlReasonablyNested(std::string_view text) {
+int faultOfXml(std::string_view text) {
   int depth = 0;
+  std::size_t values = 0;
   while (true) {
     text.remove_prefix(std::min(text.find('<'), text.size()));
-    if (text.empty()) return depth == 0;
+    if (text.empty()) return depth == 0 ? 0 : EINVAL;
     if (text.starts_with("<!--")) {
-      if (!skip(text, "-->")) return false;
+      if (!skip(text, "-->")) return EINVAL;
     } else if (text.starts_with("<![CDATA[")) {
-      if (!skip(text, "]]>")) return false;
+      if (!skip(text, "]]>")) return EINVAL;
     } else if (text.starts_with("<?")) {
-      if (!skip(text, "?>")) return false;
+      if (!skip(text, "?>")) return EINVAL;
     } else {
       const std::string_view tag = text.substr(1, text.find('>') - 1);
-      if (!skip(text, ">")) return false;
+      if (!skip(text, ">")) return EINVAL;
       depth += depthChange(tag);
-      if (depth < 0 || depth > static_cast<int>(kGreatestNesting)) return false;
+      if (depth < 0 || depth > static_cast<int>(kGreatestNesting)) return EINVAL;
+      if (!tag.starts_with('/') && ++values > kMostValues) return EFBIG;
     }
   }
 }
@@ -70,7 +73,8 @@ class BinaryObjects {
   [[nodiscard]] std::size_t count() const { return count_; }
   [[nodiscard]] std::size_t root() const { return root_; }
 
-  /// The numbers of what an object contains; nullopt when it does not lie within the bytes.
+  /// The numbers of what an object contains, of the first kMostValues + 1 at most; nullopt when it does not
+  /// lie within the bytes.
   [[nodiscard]] std::optional<std::vector<std::size_t>> elementsOf(std::size_t object) const {
     const auto at = number(table_ + object * offsetSize_, offsetSize_);
     const auto marker = at ? number(*at, 1) : std::nullopt;
@@ -81,7 +85,7 @@ class BinaryObjects {
     auto length = std::optional<std::size_t>(*marker & 0xFU);
     if (*length == 0xF) length = longCount(position);
     if (!length || *length > bytes_.size()) return std::nullopt;
-    return references(position, kind == 0xD ? 2 * *length : *length);
+    return references(position, std::min(kind == 0xD ? 2 * *length : *length, kMostValues + 1));
   }
 
  private:
@@ -125,9 +129,15 @@ class BinaryObjects {
 /// stands.
 class BinaryWalk {
  public:
-  explicit BinaryWalk(const BinaryObjects& objects) : objects_(objects), known_(objects.count()) {}
+  explicit BinaryWalk(const BinaryObjects& objects) : objects_(objects) {}
 
+  /// Answers 0 or an errno value.
+  int fault() { return succeeds() ? 0 : fault_; }
+
+ private:
   bool succeeds() {
+    if (objects_.count() > kMostValues) return isTooMuch();
+    known_.resize(objects_.count());
     if (objects_.root() >= objects_.count() || !enter(objects_.root())) return false;
     while (!path_.empty()) {
       if (!step()) return false;
@@ -135,7 +145,6 @@ class BinaryWalk {
     return true;
   }
 
- private:
   struct Object {
     std::size_t height = 0;  ///< 0 while it is not known
     std::size_t values = 0;
@@ -152,6 +161,9 @@ class BinaryWalk {
     auto elements = objects_.elementsOf(object);
     if (!elements || path_.size() > kGreatestNesting || known_[object].isOnPath) return false;
     known_[object].isOnPath = true;
+    // Arrays may share their bytes. Each element stands for one value or more.
+    elementsOnPath_ += elements->size();
+    if (elementsOnPath_ > kMostValues) return isTooMuch();
     path_.push_back({object, std::move(*elements)});
     return true;
   }
@@ -164,28 +176,37 @@ class BinaryWalk {
     ++visit.next;
     visit.sum.height = std::max(visit.sum.height, element.height + 1);
     visit.sum.values += element.values;
-    return visit.sum.values <= kMostValues && path_.size() + element.height <= kGreatestNesting + 1;
+    if (visit.sum.values > kMostValues) return isTooMuch();
+    return path_.size() + element.height <= kGreatestNesting + 1;
   }
 
   bool leave() {
     Visit& visit = path_.back();
     visit.sum.isOnPath = false;
     known_[visit.object] = visit.sum;
+    elementsOnPath_ -= visit.elements.size();
     path_.pop_back();
     return true;
+  }
+
+  bool isTooMuch() {
+    fault_ = EFBIG;
+    return false;
   }
 
   const BinaryObjects& objects_;
   std::vector<Object> known_;
   std::vector<Visit> path_;
+  std::size_t elementsOnPath_ = 0;
+  int fault_ = EINVAL;
 };
 
 }  // namespace
 
-bool isReasonablyNested(std::string_view bytes) {
-  if (!bytes.starts_with(kBinaryMagic)) return isXmlReasonablyNested(bytes);
+int nestingFault(std::string_view bytes) {
+  if (!bytes.starts_with(kBinaryMagic)) return faultOfXml(bytes);
   const BinaryObjects objects(bytes);
-  return BinaryWalk(objects).succeeds();
+  return BinaryWalk(objects).fault();
 }
 
 }  // namespace platform

@@ -1,18 +1,12 @@
 #include "platform/linux/Recycling.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <random>
 
 #include "platform/foundation/Paths.h"
+#include "platform/linux/ExclusiveRename.h"
 #include "platform/linux/GuardedFolders.h"
-#include "platform/posix/TreeCopy.h"
-#include "platform/posix/UniqueDescriptor.h"
+#include "platform/linux/TreeCopy.h"
 
 namespace platform {
 namespace {
@@ -36,87 +30,27 @@ std::string shortened(std::string text, std::size_t length) {
   return text;
 }
 
-/// Moves without replacing on file systems that cannot do so in one step: a file gets its second name before
-/// it loses the first, a folder takes the place of an empty one of ours.
-int moveByPlaceholder(int from, const std::string& name, int to, const std::string& newName) {
-  struct stat status {};
-  if (::fstatat(from, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-  if (!S_ISDIR(status.st_mode)) {
-    if (::linkat(from, name.c_str(), to, newName.c_str(), 0) != 0) return errno;
-    return ::unlinkat(from, name.c_str(), 0) == 0 ? 0 : errno;
-  }
-  if (::mkdirat(to, newName.c_str(), 0700) != 0) return errno;
-  if (::renameat(from, name.c_str(), to, newName.c_str()) == 0) return 0;
-  const int reason = errno;
-  ::unlinkat(to, newName.c_str(), AT_REMOVEDIR);
-  return reason;
-}
-
-int moveOnce(int from, const std::string& name, int to, const std::string& newName) {
-  if (::renameat2(from, name.c_str(), to, newName.c_str(), RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return errno;
-  return moveByPlaceholder(from, name, to, newName);
-}
-
 /// Answers 0 or an errno value; EXDEV when the trash lies on another file system.
 int moveToFreeName(int from, const std::string& name, int trash) {
   for (int attempt = 1; attempt <= kMostAttempts; ++attempt) {
-    const int reason = moveOnce(from, name, trash, nameInTrash(name, attempt));
-    if (reason != EEXIST && reason != ENOTEMPTY) return reason;
+    const auto moved = renameWithoutReplacing(from, name, trash, nameInTrash(name, attempt), name);
+    if (moved) return 0;
+    if (moved.error().code != EEXIST) return moved.error().code;
   }
   return EEXIST;
 }
 
-/// A folder in the trash that only this process can enter; gone with the object, and all that is still in it.
-class StagingFolder {
- public:
-  explicit StagingFolder(int trash) : trash_(trash), name_(".quillmend-" + std::to_string(randomNumber())) {
-    if (::mkdirat(trash, name_.c_str(), 0700) != 0) return;
-    made_ = true;
-    folder_.reset(::openat(trash, name_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat status {};
-    const bool isOurs = folder_ && ::fstat(folder_.get(), &status) == 0 && status.st_uid == ::geteuid();
-    if (isOurs && (status.st_mode & 077U) == 0) return;
-    folder_.reset();
-    errno = EPERM;
-  }
-  ~StagingFolder() {
-    if (made_ && folder_ && !content_.empty()) static_cast<void>(removeItem(folder_.get(), content_));
-    if (made_) ::unlinkat(trash_, name_.c_str(), AT_REMOVEDIR);
-  }
-  StagingFolder(const StagingFolder&) = delete;
-  StagingFolder& operator=(const StagingFolder&) = delete;
-
-  [[nodiscard]] int descriptor() const { return folder_.get(); }
-  void willHold(const std::string& name) { content_ = name; }
-
- private:
-  static unsigned randomNumber() { return std::random_device()(); }
-
-  int trash_;
-  std::string name_;
-  std::string content_;
-  bool made_ = false;
-  UniqueDescriptor folder_;
-};
-
-Result<void> moveByCopy(int from, const std::string& name, int trash) {
-  StagingFolder staging(trash);
-  if (staging.descriptor() < 0) return systemError(errno, name);
-  staging.willHold(name);
-  auto copied = copyItem(from, name, staging.descriptor());
-  if (!copied) return copied.error();
-  if (const int reason = moveToFreeName(staging.descriptor(), name, trash); reason != 0) {
-    return systemError(reason, name);
-  }
-  if (::fsync(trash) != 0) return systemError(errno, name);
-  return removeCopied(from, copied.value());
+Result<void> moveToOtherFileSystem(int from, const std::string& name, int trash) {
+  return moveByCopy(from, name, trash, name, [trash](int folder, const std::string& copy) -> Result<void> {
+    const int reason = moveToFreeName(folder, copy, trash);
+    return reason == 0 ? Result<void>() : systemError(reason, copy);
+  });
 }
 
 Result<void> recycleItem(int source, const std::string& name, int trash) {
   if (!isItemName(name)) return systemError(EINVAL, name);
   const int reason = moveToFreeName(source, name, trash);
-  if (reason == EXDEV) return moveByCopy(source, name, trash);
+  if (reason == EXDEV) return moveToOtherFileSystem(source, name, trash);
   if (reason != 0) return systemError(reason, name);
   return {};
 }

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <utility>
@@ -24,9 +25,10 @@ class FileActions {
 
   void setStream(int stream, int descriptor) {
     if (descriptor < 0) {
-      ::posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", O_RDWR, 0);
+      const int access = stream == STDIN_FILENO ? O_RDONLY : O_WRONLY;
+      ::posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", access, 0);
     } else {
-      ::posix_spawn_file_actions_adddup2(&actions_, descriptor, stream);
+      ::posix_spawn_file_actions_adddup2(&actions_, descriptor, stream);  // clears close-on-exec
     }
   }
   void closeAllOthers() { ::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1); }
@@ -38,10 +40,12 @@ class FileActions {
 
 class Attributes {
  public:
-  Attributes() {
+  explicit Attributes(ChildSession session) {
     ::posix_spawnattr_init(&attributes_);
+    // The leader of a session leads a process group too.
+    const int group = session == ChildSession::own ? POSIX_SPAWN_SETSID : POSIX_SPAWN_SETPGROUP;
     ::posix_spawnattr_setflags(&attributes_,
-                               POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+                               static_cast<short>(group | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK));
     ::posix_spawnattr_setpgroup(&attributes_, 0);
     sigset_t signals;
     sigfillset(&signals);
@@ -67,9 +71,18 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   return pointers;
 }
 
+bool hasZeroByte(const std::vector<std::string>& texts) {
+  return std::any_of(texts.begin(), texts.end(),
+                     [](const std::string& text) { return text.find('\0') != std::string::npos; });
+}
+
 }  // namespace
 
 Result<pid_t> spawnProgram(const ProgramToSpawn& program) {
+  if (hasZeroByte(program.command) || hasZeroByte(program.environment)) {
+    return systemError(EINVAL, program.command.front());
+  }
+  keepExitStatuses();
   FileActions actions;
   actions.setStream(STDIN_FILENO, program.standardInput);
   actions.setStream(STDOUT_FILENO, program.standardOutput);
@@ -77,8 +90,10 @@ Result<pid_t> spawnProgram(const ProgramToSpawn& program) {
   actions.closeAllOthers();
   std::vector<std::string> command = program.command;
   std::vector<std::string> environment = program.environment;
+  const std::string& executable = program.executable.empty() ? program.command.front() : program.executable;
+  const Attributes attributes(program.session);
   pid_t child = -1;
-  const int reason = ::posix_spawn(&child, command.front().c_str(), actions.get(), Attributes().get(),
+  const int reason = ::posix_spawn(&child, executable.c_str(), actions.get(), attributes.get(),
                                    pointersTo(command).data(), pointersTo(environment).data());
   if (reason != 0) return systemError(reason, program.command.front());
   return child;
@@ -90,6 +105,20 @@ int waitForProgram(pid_t child) {
     if (errno != EINTR) return -1;
   }
   return status;
+}
+
+void keepExitStatuses() {
+  struct sigaction action {};
+  if (::sigaction(SIGCHLD, nullptr, &action) != 0) return;
+  const bool isIgnored = (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN;
+  if (!isIgnored && (action.sa_flags & SA_NOCLDWAIT) == 0) return;
+  if (isIgnored) action.sa_handler = SIG_DFL;
+  action.sa_flags &= ~SA_NOCLDWAIT;
+  ::sigaction(SIGCHLD, &action, nullptr);
+}
+
+int ownStream(int stream) {
+  return ::fcntl(stream, F_GETFD) < 0 ? -1 : stream;
 }
 
 UniqueDescriptor raisedDescriptor(UniqueDescriptor descriptor) {

@@ -12,9 +12,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
-#include <thread>
 
 #include "platform/Platform.h"
+#include "platform/linux/ChildReaper.h"
+#include "platform/linux/ProcessDescriptor.h"
 #include "platform/linux/SpawnedProgram.h"
 
 namespace platform {
@@ -59,6 +60,18 @@ struct SudoInput {
   std::string askpass = {};
 };
 
+/// On the main thread its work is served until the descriptor is readable: a dialog may stand for minutes,
+/// and a program that says nothing for hours. Other threads simply block.
+void serveUntilReadable(const UniqueDescriptor& descriptor) {
+  auto& mainThread = current().mainThread;
+  if (descriptor && mainThread.isCurrent()) mainThread.serveUntilReadable(descriptor.get(), std::nullopt);
+}
+
+int waitServing(pid_t child) {
+  serveUntilReadable(openProcess(child));
+  return waitForProgram(child);
+}
+
 /// Runs sudo to its end. Its messages go to a file in memory: a pipe would stay open as long as anything that
 /// an askpass program has started.
 SudoAnswer runSudo(const std::string& sudo, const Arguments& arguments, const SudoInput& input = {}) {
@@ -70,7 +83,7 @@ SudoAnswer runSudo(const std::string& sudo, const Arguments& arguments, const Su
   program.command.insert(program.command.end(), arguments.begin(), arguments.end());
   const auto child = spawnProgram(program);
   if (!child) return {};
-  const int status = waitForProgram(child.value());
+  const int status = waitServing(child.value());
   return {true, status, messages ? beginningOf(messages.get()) : ""};
 }
 
@@ -123,20 +136,11 @@ bool isOneLine(const std::string& password) {
          password.find('\0') == std::string::npos;
 }
 
-void readToTheEnd(int descriptor) {
-  std::array<char, 4096> piece{};
-  ssize_t count = 0;
-  do {
-    count = ::read(descriptor, piece.data(), piece.size());
-  } while (count > 0 || (count < 0 && errno == EINTR));
-}
-
 class ProgramOutput : public CommunicationsPipe {
  public:
   explicit ProgramOutput(UniqueDescriptor descriptor) : descriptor_(std::move(descriptor)) {}
   ~ProgramOutput() override {
-    if (ended_) return;
-    std::thread([descriptor = std::move(descriptor_)] { readToTheEnd(descriptor.get()); }).detach();
+    if (!ended_) readToTheEnd(std::move(descriptor_));
   }
   ProgramOutput(const ProgramOutput&) = delete;
   ProgramOutput& operator=(const ProgramOutput&) = delete;
@@ -150,6 +154,7 @@ class ProgramOutput : public CommunicationsPipe {
   bool fill() {
     ssize_t count = -1;
     while (!ended_ && count < 0) {
+      serveUntilReadable(descriptor_);
       count = ::read(descriptor_.get(), buffer_.data(), buffer_.size());
       ended_ = count == 0 || (count < 0 && errno != EINTR);
     }
@@ -164,11 +169,6 @@ class ProgramOutput : public CommunicationsPipe {
   std::size_t filled_ = 0;
   bool ended_ = false;
 };
-
-/// Our own standard error, or -1 in a process that has none.
-int ownStandardError() {
-  return ::fcntl(STDERR_FILENO, F_GETFD) < 0 ? -1 : STDERR_FILENO;
-}
 
 Arguments withCommand(Arguments options, const std::string& path, const Arguments& arguments) {
   options.emplace_back("--");
@@ -288,10 +288,10 @@ AuthorizationStatus SudoAuthorization::start(const std::string& path, const Argu
   ProgramToSpawn program{.command = withCommand({sudo_, "-n", "-b"}, path, arguments),
                          .environment = currentEnvironment(),
                          .standardOutput = output.writing.get(),
-                         .standardError = ownStandardError()};
+                         .standardError = ownStream(STDERR_FILENO)};
   const auto child = spawnProgram(program);
   if (!child) return errAuthorizationInternal;
-  const AuthorizationStatus status = statusOf({true, waitForProgram(child.value()), ""});
+  const AuthorizationStatus status = statusOf({true, waitServing(child.value()), ""});
   if (status != errAuthorizationSuccess) return status;
   if (pipe != nullptr) *pipe = std::make_unique<ProgramOutput>(std::move(output.reading));
   return errAuthorizationSuccess;

@@ -43,7 +43,8 @@ class AuthorizationReference {};
 /// not absolute, or where no program is, is errAuthorizationToolExecuteFailure. Standard error is this
 /// process's own, standard input the null device. The program is no child of this process, which neither
 /// reaps nor waits for it, and may outlive it; a pipe that is given back before its end is read out behind
-/// the scenes, so that the program is not stopped by it.
+/// the scenes, so that the program is not stopped by it. A call on the main thread serves main-thread work
+/// while sudo or the program is waited for.
 ///
 /// free is `sudo -k`. There is no privileged parent to inherit from: copyPrivilegedReference answers
 /// errAuthorizationInvalidRef. May be called from any thread.

@@ -72,3 +72,25 @@ TEST_F(QuittingTest, TheRequestIsMadeOnTheMainThreadAndWaitedFor) {
   EXPECT_EQ(mac.recorder.lines()[0], "main (wait)");
   EXPECT_EQ(mac.recorder.lines()[1], "quit Compressor");
 }
+
+TEST_F(QuittingTest, ARequestToEndEndsTheWaitWithinASecond) {
+  mac.applications.launched = {{kNew}};
+  mac.interruption.signal = 15;
+  mac.interruption.comesAfter = 4;
+  EXPECT_FALSE(controller->closeAppWithBundleID(kNew));
+  EXPECT_EQ(mac.recorder.only({"sleep"}).size(), 5U);
+}
+
+TEST_F(QuittingTest, AnApplicationThatIsGoneWhenTheWaitIsEndedIsGone) {
+  mac.interruption.signal = 15;
+  EXPECT_TRUE(controller->closeAppWithBundleID(kNew));
+  EXPECT_EQ(recorded(), text({"quit Compressor", "sleep 1s"}));
+}
+
+TEST_F(QuittingTest, TheWindowsWaitDoesNotHeedRequestsToEnd) {
+  startWithGUI();
+  mac.applications.launched = {{kNew}};
+  mac.interruption.signal = 15;
+  EXPECT_FALSE(controller->closeAppWithBundleID(kNew));
+  EXPECT_EQ(mac.recorder.only({"sleep"}).size(), 63U);
+}

@@ -4,6 +4,7 @@
 #include "platform/foundation/Paths.h"
 #include "tests/app/ControllerTest.h"
 #include "tests/support/Gate.h"
+#include "tests/support/NoMoreThreads.h"
 
 // The whole procedure, line by line. The console's lines and the calls to the system are recorded in one
 // list, so that an expectation reads like the procedure itself.
@@ -989,6 +990,17 @@ TEST_F(RepairTest, EveryLineOfTheWorkerGoesThroughTheMainThreadAndIsWaitedFor) {
     EXPECT_EQ(lines[at - 1], "main (wait)") << lines[at];
   }
   EXPECT_THAT(lines, testing::Not(testing::Contains("main (no wait)")));
+}
+
+TEST_F(RepairTest, AThreadThatCannotBeHadIsLoggedAndTheButtonStaysEnabled) {
+  startWithGUI();
+  TGLog::appendLog("before");  // the log's own thread runs
+  {
+    const support::NoMoreThreads limit;
+    controller->repair();
+  }
+  EXPECT_EQ(recorded(), "");
+  EXPECT_THAT(windowLog().back(), testing::StartsWith("Exception in -[TGAppController repair:]. "));
 }
 
 TEST(RepairButtonTest, StartsARepairOnAThreadThatNobodyWaitsFor) {

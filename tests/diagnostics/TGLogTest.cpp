@@ -1,5 +1,8 @@
 #include "diagnostics/TGLog.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -10,6 +13,7 @@
 #include <thread>
 
 #include "tests/diagnostics/LogFixture.h"
+#include "tests/support/AsUser.h"
 #include "tests/support/Gate.h"
 
 namespace {
@@ -465,6 +469,42 @@ TEST_F(TGLogAsRootTest, WithoutTheLocalFolderNothingIsLogged) {
   EXPECT_THAT(lines[0], StartsWith(std::string("Unable to create log file ") + kLocalLog + " - "));
   EXPECT_EQ(lines[1], "Unable to log the following information: lost");
   EXPECT_EQ(lines[2], "Unable to open log for output");
+}
+
+/// Really as root, in the home folder of somebody else.
+class TGLogInAHomeFolderTest : public TGLogAsRootTest {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to give folders away";
+    fake.files.makeFolder("/Users/alice/Library");
+    fake.files.makeFolder(kLocalFolder);
+    give("/Users/alice");
+    give("/Users/alice/Library");
+  }
+  void give(const std::string& path) {
+    ASSERT_EQ(lchown(fake.files.real(path).c_str(), support::kNobody, support::kNobody), 0);
+  }
+};
+
+TEST_F(TGLogInAHomeFolderTest, TheFolderThatRootMakesIsTheUsersSoThatTheUsersOwnLogCanBegin) {
+  TGLog::createNewLog("Quillmend");
+  struct stat status {};
+  ASSERT_EQ(stat(fake.files.real(kFolder).c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, support::kNobody);
+  EXPECT_EQ(status.st_gid, support::kNobody);
+}
+
+TEST_F(TGLogInAHomeFolderTest, NothingIsRotatedWhereAUserHasPutALinkInThePlaceOfTheFolder) {
+  const std::string victim = "/private/Logs/Quillmend.1.log";
+  fake.files.makeFile(victim, "precious");
+  fake.files.makeFolder("/Users/alice/Library/Logs");
+  std::filesystem::create_directory_symlink(fake.files.real("/private/Logs"), fake.files.real(kFolder));
+  fake.files.makeFile("/Library/Logs/Vordenworks/Quillmend.1.log", "local");
+  TGLog::createNewLog("Quillmend");
+  EXPECT_EQ(content(victim), "precious");
+  EXPECT_FALSE(fake.files.exists("/private/Logs/Quillmend.2.log"));
+  ASSERT_THAT(messages(), SizeIs(1));
+  EXPECT_EQ(messages()[0], "Unable to move file " + generation(1) + " to " + generation(2));
 }
 
 // --- failures ---

@@ -35,6 +35,14 @@ TEST(PropertyList, FindsTheValueOfAKey) {
   EXPECT_EQ(PropertyList(Array{1}).find("0"), nullptr);
 }
 
+TEST(PropertyList, TheStringOfAKeyIsEmptyWhereThereIsNone) {
+  const PropertyList list = PropertyList::Dictionary{{"text", "a"}, {"number", 1}};
+  EXPECT_EQ(list.stringFor("text"), "a");
+  EXPECT_EQ(list.stringFor("number"), "");
+  EXPECT_EQ(list.stringFor("absent"), "");
+  EXPECT_EQ(PropertyList("text").stringFor("text"), "");
+}
+
 TEST(PropertyList, SettingReplacesInPlaceOrAppends) {
   PropertyList list = Dictionary{{"a", 1}, {"b", 2}};
   list.set("a", "new");

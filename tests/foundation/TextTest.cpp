@@ -141,6 +141,29 @@ TEST(CharacterCount, EachByteThatIsNoTextCountsAsOne) {
   EXPECT_EQ(characterCount("\xF4\x90\x80\x80"), 4U) << "beyond Unicode";
 }
 
+TEST(FirstCharacter, HasItsLengthAndItsNumber) {
+  const auto isCharacter = [](std::string_view text, std::size_t length, char32_t code) {
+    const Utf8Character character = firstCharacter(text);
+    return character.length == length && character.code == code;
+  };
+  EXPECT_TRUE(isCharacter("a", 1, U'a'));
+  EXPECT_TRUE(isCharacter(std::string_view("\0", 1), 1, 0));
+  EXPECT_TRUE(isCharacter("\xC2\x80z", 2, 0x80));
+  EXPECT_TRUE(isCharacter("\xE0\xA0\x80", 3, 0x800));
+  EXPECT_TRUE(isCharacter("\xED\x9F\xBF", 3, 0xD7FF));
+  EXPECT_TRUE(isCharacter("\xEE\x80\x80", 3, 0xE000));
+  EXPECT_TRUE(isCharacter("\xF0\x90\x80\x80", 4, 0x10000));
+  EXPECT_TRUE(isCharacter("\xF4\x8F\xBF\xBF", 4, 0x10FFFF));
+}
+
+TEST(FirstCharacter, IsNoneWhereNoValidTextBegins) {
+  for (const char* const bytes :
+       {"", "\x80", "\xC0\x80", "\xC1\xBF", "\xC3", "\xC3z", "\xE0\x9F\xBF", "\xE2\x82", "\xED\xA0\x80",
+        "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFF"}) {
+    EXPECT_EQ(firstCharacter(bytes).length, 0U) << bytes;
+  }
+}
+
 TEST(IsUtf8, TellsTextFromOtherBytes) {
   EXPECT_TRUE(isUtf8(""));
   EXPECT_TRUE(isUtf8("h\xC3\xA9 \xF0\x9F\x98\x80"));

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <map>
 #include <memory>
 #include <set>
 #include <tuple>
@@ -26,7 +27,7 @@ class KillToolTest : public ::testing::Test {
  protected:
   KillToolTest() {
     settings_.rootFolder = volume_.path("").substr(0, volume_.path("").size() - 1);
-    settings_.askEach = milliseconds(3000);
+    settings_.ask = milliseconds(3000);
   }
 
   std::string install(const std::string& place) {
@@ -95,15 +96,37 @@ TEST_F(KillToolTest, ClientsGoFirstAndTheDaemonLast) {
 }
 
 TEST_F(KillToolTest, WhoDoesNotEndIsEndedByForce) {
-  settings_.askEach = milliseconds(50);
+  settings_.ask = milliseconds(50);
   RunningProgram& stubborn = start(kDaemon, {"stubborn"});
   EXPECT_EQ(run(), ExitStatus::done) << report_.text();
   EXPECT_TRUE(wasKilled(stubborn.wait()));
 }
 
+TEST_F(KillToolTest, AClientThatLingersDoesNotHoldUpTheDaemonsEnd) {
+  RunningProgram& client = start(kClient, {"stubborn"});
+  RunningProgram& daemon = start(kDaemon);
+  std::map<int, std::chrono::steady_clock::time_point> first;  // by signal
+  onSignal_ = [&](const ProcessInfo& process, int signal) {
+    if (process.pid == daemon.pid() || signal == SIGKILL) {
+      first.emplace(signal, std::chrono::steady_clock::now());
+    }
+    if (signal == SIGKILL) {
+      EXPECT_EQ(process.pid, client.pid());
+      EXPECT_TRUE(daemon.hasEnded());
+    }
+  };
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(run(), ExitStatus::done) << report_.text();
+  ASSERT_TRUE(first.contains(SIGTERM) && first.contains(SIGKILL));
+  EXPECT_LT(first[SIGTERM] - begin, milliseconds(1000));
+  EXPECT_GE(first[SIGKILL] - begin, settings_.ask) << "who lingers still has its time";
+  EXPECT_TRUE(wasKilled(client.wait()));
+  EXPECT_TRUE(endedPolitely(daemon.wait()));
+}
+
 TEST_F(KillToolTest, AllWaitsTogetherAreBounded) {
-  settings_.askEach = milliseconds(3000);  // twelve seconds, were each of the four waited for by itself
-  settings_.askAll = milliseconds(200);
+  settings_.goodbye = milliseconds(3000);  // twelve seconds, were each of the four waited for by itself
+  settings_.ask = milliseconds(200);
   for (const char* place : {kDaemon, kQueue, kAgent, kClient}) start(place, {"stubborn"});
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(run(), ExitStatus::done);
@@ -129,7 +152,7 @@ TEST_F(KillToolTest, AProgramWhoseFileIsGoneOrReplacedIsStopped) {
 }
 
 TEST_F(KillToolTest, AChildThatATargetStartsMeanwhileIsStoppedToo) {
-  settings_.askEach = milliseconds(500);
+  settings_.ask = milliseconds(500);
   RunningProgram& parent = start(kDaemon, {"parent"});
   std::set<pid_t> asked;
   onSignal_ = [&](const ProcessInfo& process, int) { asked.insert(process.pid); };
@@ -192,7 +215,7 @@ TEST_F(KillToolTest, ItTakesNoArguments) {
 TEST_F(KillToolTest, WhereNothingRunsItEndsAtOnce) {
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(run(), ExitStatus::done);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, settings_.askEach - milliseconds(500));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, settings_.ask - milliseconds(500));
   EXPECT_EQ(report_.text(), "");
 }
 

@@ -54,6 +54,9 @@ Finished run(std::vector<std::string> command, const std::function<void()>& inCh
 }
 
 /// The test's folder under its real path, with a volume of its own: what is trashed there stays there.
+/// One of the places that a spool folder may be at, whosever it is.
+constexpr const char* kSpool = "Application Support/Apple Qmaster/Storage";
+
 class ProgramsTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -157,9 +160,9 @@ TEST_F(ProgramsTest, ABrokenStandardErrorDoesNotStopTheWork) {
 
 TEST_F(ProgramsTest, TheCallersEnvironmentMaskAndSignalsDoNotMatter) {
   volume_.makeFile("disk/file");
-  volume_.makeFolder("disk/spool");
-  volume_.makeFile("disk/spool/x");
-  chmod(path("spool").c_str(), 0777);
+  volume_.makeFolder(std::string("disk/") + kSpool);
+  volume_.makeFile(std::string("disk/") + kSpool + "/x");
+  chmod(path(kSpool).c_str(), 0777);
   const auto odd = [] {
     setenv("HOME", "/nowhere", 1);
     setenv("TMPDIR", "/nowhere", 1);
@@ -174,9 +177,9 @@ TEST_F(ProgramsTest, TheCallersEnvironmentMaskAndSignalsDoNotMatter) {
     if (chdir("/proc") != 0) _exit(1);
   };
   EXPECT_EQ(run({TRASHTOOL, path("file")}, odd).exitStatus, 0);
-  EXPECT_EQ(run({TRASHTOOL, "-spooldir", path("spool")}, odd).exitStatus, 0);
+  EXPECT_EQ(run({TRASHTOOL, "-spooldir", path(kSpool)}, odd).exitStatus, 0);
   EXPECT_THAT(trashed(), SizeIs(2));
-  EXPECT_EQ(volume_.mode("disk/spool"), 0777U);
+  EXPECT_EQ(volume_.mode(std::string("disk/") + kSpool), 0777U);
 }
 
 TEST_F(ProgramsTest, WithoutAnyArgumentVectorNothingHappens) {
@@ -215,14 +218,14 @@ TEST_F(ProgramsTest, TerminatedInTheMiddleEachEntryIsEitherHereOrInTheTrash) {
 TEST_F(ProgramsTest, EmptyingASpoolFolderTakesAsManySystemCallsForTenEntriesAsForAHundredThousand) {
   std::vector<long> calls;
   for (const int entries : {10, 100'000}) {
-    volume_.makeFolder("disk/spool");
-    const int folder = open(path("spool").c_str(), O_PATH | O_DIRECTORY);
+    volume_.makeFolder(std::string("disk/") + kSpool);
+    const int folder = open(path(kSpool).c_str(), O_PATH | O_DIRECTORY);
     for (int i = 0; i < entries; ++i)
       close(openat(folder, std::to_string(i).c_str(), O_CREAT | O_WRONLY, 0600));
     close(folder);
-    const CountedRun counted = countSystemCalls({TRASHTOOL, "-spooldir", path("spool")});
+    const CountedRun counted = countSystemCalls({TRASHTOOL, "-spooldir", path(kSpool)});
     ASSERT_EQ(counted.exitStatus, 0);
-    EXPECT_THAT(volume_.names("disk/spool"), IsEmpty());
+    EXPECT_THAT(volume_.names(std::string("disk/") + kSpool), IsEmpty());
     calls.push_back(counted.systemCalls);
   }
   EXPECT_GT(calls[0], 10);

@@ -84,6 +84,32 @@ TEST_F(SpoolFolderTest, AnEmptySpoolFolderLeavesNoFolderInTheTrash) {
   EXPECT_THAT(volume_.names(kTrash), IsEmpty());
 }
 
+TEST_F(SpoolFolderTest, AFolderPutInPlaceOfTheNewOneIsNeitherGivenAwayNorUsed) {
+  for (const auto exchange : {SpoolFolder::Exchange::allow, SpoolFolder::Exchange::avoid}) {
+    volume_.makeFile(std::string(kSpool) + "/job");
+    volume_.own(kSpool, TestVolume::kBob);
+    volume_.makeFile("secret/file");
+    chmod(volume_.path("secret").c_str(), 0700);
+    spool_.setExchange(exchange);
+    spool_.onStep([&](Step step) {
+      if (step != Step::made) return;
+      const std::string made = exchange == SpoolFolder::Exchange::allow
+                                   ? "private/var/spool/.qmaster.emptying"
+                                   : kTrash + ("/" + dated());
+      std::filesystem::remove(volume_.path(made));
+      std::filesystem::rename(volume_.path("secret"), volume_.path(made));
+    });
+    EXPECT_EQ(empty(), ExitStatus::failed);
+    EXPECT_THAT(report_.text(), ::testing::HasSubstr("was exchanged"));
+    EXPECT_THAT(volume_.names(kSpool), ElementsAre("job"));
+    const std::string now = exchange == SpoolFolder::Exchange::allow ? "private/var/spool/.qmaster.emptying"
+                                                                     : kTrash + ("/" + dated());
+    EXPECT_EQ(volume_.status(now).st_uid, 0U);
+    EXPECT_THAT(volume_.names(now), ElementsAre("file"));
+    std::filesystem::remove_all(volume_.path(now));
+  }
+}
+
 TEST_F(SpoolFolderTest, EmptyingTwiceInOneSecondGivesTwoFolders) {
   for (const char* name : {"first", "second"}) {
     volume_.makeFile(std::string(kSpool) + "/" + name);
@@ -117,6 +143,7 @@ TEST_F(SpoolFolderTest, AMountPointIsEmptiedIntoItsOwnVolumesTrash) {
 TEST_F(SpoolFolderTest, AFolderOnAnotherVolumeGoesIntoThatVolumesTrashAsOne) {
   volume_.mountVolume("Volumes/Disk");
   volume_.makeFile("Volumes/Disk/qmaster/a");
+  volume_.own("Volumes/Disk/qmaster", TestVolume::kAlice);
   EXPECT_EQ(empty("/Volumes/Disk/qmaster"), ExitStatus::done) << report_.text();
   const std::string own = "Volumes/Disk/.Trashes/" + std::to_string(TestVolume::kAlice);
   EXPECT_THAT(volume_.names(own + "/" + dated()), ElementsAre("a"));
@@ -229,7 +256,7 @@ TEST_F(SpoolFolderTest, SeveralAtOnceLoseNothingAndLeaveNothingBehind) {
 
 TEST_F(SpoolFolderTest, AForeignLockOnlyDelaysTheWork) {
   volume_.makeFile(std::string(kSpool) + "/a");
-  const platform::Descriptor foreign(open(volume_.path(kSpool).c_str(), O_RDONLY | O_DIRECTORY));
+  const platform::UniqueDescriptor foreign(open(volume_.path(kSpool).c_str(), O_RDONLY | O_DIRECTORY));
   ASSERT_EQ(flock(foreign.get(), LOCK_EX), 0);
   spool_.setLockPatience(std::chrono::milliseconds(20));
   EXPECT_EQ(empty(), ExitStatus::done) << report_.text();
@@ -246,15 +273,16 @@ TEST_F(SpoolFolderTest, AFileUnderOurTemporaryNameIsLeftAloneAndTheEntriesMoveOn
 
 TEST_F(SpoolFolderTest, AFolderNameOf255BytesWorks) {
   const std::string name(255, 's');
-  volume_.makeFile("spools/" + name + "/a");
-  EXPECT_EQ(empty("/spools/" + name), ExitStatus::done) << report_.text();
-  EXPECT_THAT(volume_.names("spools"), ElementsAre(name));
+  volume_.makeFile("var/spool/" + name + "/a");
+  EXPECT_EQ(empty("/var/spool/" + name), ExitStatus::done) << report_.text();
+  EXPECT_THAT(volume_.names("var/spool"), ElementsAre(name));
   EXPECT_THAT(volume_.names(kTrash), SizeIs(1));
 }
 
 TEST_F(SpoolFolderTest, AcrossVolumesTheFolderIsCopiedWhole) {
   volume_.mountVolume("Volumes/Disk");
   volume_.makeFile("Volumes/Disk/qmaster/job/data", "content");
+  volume_.own("Volumes/Disk/qmaster", TestVolume::kAlice);
   volume_.makeFile("Volumes/Disk/.Trashes");  // no volume trash possible
   EXPECT_EQ(empty("/Volumes/Disk/qmaster"), ExitStatus::done) << report_.text();
   EXPECT_EQ(volume_.read(kTrash + ("/" + dated()) + "/job/data"), "content");

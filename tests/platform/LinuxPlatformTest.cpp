@@ -60,6 +60,11 @@ TEST(LinuxPlatform, MessagesOfTheConsoleComeFromTheProgram) {
   EXPECT_THAT(text, HasSubstr("] xxx\n"));
 }
 
+TEST(LinuxPlatform, AParentThatHadExitStatusesThrownAwayIsNotFollowed) {
+  const auto child = startProbe("/usr/bin/env", {"--ignore-signal=CHLD", kProbe, "dispositions"});
+  EXPECT_EQ(child->availableOutput(), "SIGCHLD ignored\nSIGCHLD default\n");
+}
+
 class LinuxInterruptionTest : public ::testing::TestWithParam<int> {};
 
 INSTANTIATE_TEST_SUITE_P(Signals, LinuxInterruptionTest, ::testing::Values(SIGTERM, SIGINT, SIGHUP));
@@ -79,6 +84,15 @@ TEST(LinuxInterruption, ASignalThatWasIgnoredStaysIgnored) {
   ASSERT_EQ(::kill(onlyChild(), SIGTERM), 0);
   ASSERT_EQ(::kill(onlyChild(), SIGHUP), 0);
   EXPECT_EQ(child->availableOutput(), std::to_string(SIGHUP) + "\n");
+}
+
+TEST(LinuxInterruption, ASignalThatWasBlockedIsHeard) {
+  const auto child = startProbe("/usr/bin/env", {"--block-signal=HUP", "/bin/sh", "-c",
+                                                 "kill -HUP $$; exec \"$0\" interruption", kProbe});
+  child->waitUntilExit();
+  // It was pending since before the program began; no other is needed.
+  EXPECT_EQ(child->availableOutput(), "deferred\n" + std::to_string(SIGHUP) + "\n");
+  EXPECT_EQ(child->terminationStatus(), SIGHUP);
 }
 
 TEST(LinuxInterruption, TheFirstSignalCounts) {

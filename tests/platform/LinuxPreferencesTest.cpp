@@ -126,6 +126,26 @@ TEST_F(LinuxPreferencesTest, FileThatCannotBeReadIsNotReplaced) {
   EXPECT_TRUE(fake.files.isDirectory(kUsers));
 }
 
+TEST_F(LinuxPreferencesTest, FileThatHoldsMoreThanIsReadIsNotReplaced) {
+  const std::string large = "<plist><string>" + std::string(kLargestPropertyList, 'x') + "</string></plist>";
+  std::string many = "<plist><array>";
+  while (many.size() < kLargestPropertyList - 100) many += "<true/>";
+  many += "</array></plist>";
+  for (const std::string& content : {large, many}) {
+    fake.files.makeFile(kUsers, content);
+    preferences.setValue("key", 1);
+    EXPECT_FALSE(preferences.synchronize());
+    EXPECT_EQ(fake.files.readFile(kUsers, 2 * kLargestPropertyList).value(), content);
+  }
+}
+
+TEST_F(LinuxPreferencesTest, WhatCouldNotBeReadAgainIsNotWritten) {
+  store(kUsers, {{"other", 1}}, PropertyListFormat::xml);
+  preferences.setValue("key", std::string(kLargestPropertyList, 'x'));
+  EXPECT_FALSE(preferences.synchronize());
+  EXPECT_EQ(readDictionary(kUsers).value(), PropertyList(Dictionary{{"other", 1}}));
+}
+
 TEST_F(LinuxPreferencesTest, ValueThatCouldNotBeStoredIsStoredAtTheNextTry) {
   fake.files.beforeChange = [](const std::string& change, const std::string& path) {
     return change.starts_with("write") ? std::optional(foundation::systemError(ENOSPC, path)) : std::nullopt;

@@ -16,6 +16,7 @@
 #include "platform/linux/ChildEnvironment.h"
 #include "platform/linux/LinuxMainThread.h"
 #include "tests/platform/TemporaryFolder.h"
+#include "tests/support/EnvironmentVariable.h"
 
 namespace platform {
 namespace {
@@ -423,6 +424,21 @@ TEST_F(LinuxSubprocessesTest, AToolThatTheSystemLacksIsTheBundlesEquivalent) {
   EXPECT_FALSE(subprocesses.isExecutableFile("/elsewhere/scutil"));
 }
 
+TEST_F(LinuxSubprocessesTest, AnArchiverThatTheSystemLacksIsTheBundlesToo) {
+  const tests::TemporaryFolder folder;
+  bundle.folder = folder.path();
+  LinuxSubprocesses rooted(mainThread, bundle, folder.path("root"));
+  EXPECT_FALSE(rooted.isExecutableFile("/usr/bin/ditto"));
+  for (const std::string tool : {"Contents/SharedSupport/ditto", "root/usr/bin/ditto"}) {
+    const std::string path = folder.makeFile(tool, "#!/bin/sh\necho \"$0\"\n");
+    std::filesystem::permissions(path, std::filesystem::perms::all);
+    const auto child = rooted.create({.launchPath = "/usr/bin/ditto", .standardOutput = Stream::pipe});
+    child->launch();
+    child->waitUntilExit();
+    EXPECT_EQ(child->availableOutput(), path + "\n");
+  }
+}
+
 TEST_F(LinuxSubprocessesTest, AnOpenerThatIsALinkToAnotherProgramIsPassedOver) {
   const tests::TemporaryFolder folder;
   bundle.folder = folder.path();
@@ -449,35 +465,90 @@ TEST_F(LinuxSubprocessesTest, AnOpenerThatIsALinkToAnotherProgramIsPassedOver) {
   EXPECT_EQ(opening(), "own -a Menu\n");
 }
 
+TEST_F(LinuxSubprocessesTest, TheOwnerChangerIsAlwaysTheBundles) {
+  const tests::TemporaryFolder folder;
+  bundle.folder = folder.path();
+  const auto makeTool = [&folder](const std::string& name, const std::string& says) {
+    std::filesystem::permissions(folder.makeFile(name, "#!/bin/sh\necho \"" + says + " $*\"\n"),
+                                 std::filesystem::perms::all);
+  };
+  makeTool("root/usr/sbin/chown", "general");
+  LinuxSubprocesses rooted(mainThread, bundle, folder.path("root"));
+  EXPECT_FALSE(rooted.isExecutableFile("/usr/sbin/chown")) << "the general one follows planted links";
+  makeTool("Contents/SharedSupport/chown", "guarded");
+  EXPECT_TRUE(rooted.isExecutableFile("/usr/sbin/chown"));
+  const auto child = rooted.create(
+      {.launchPath = "/usr/sbin/chown", .arguments = {"alice", "file"}, .standardOutput = Stream::pipe});
+  child->launch();
+  child->waitUntilExit();
+  EXPECT_EQ(child->availableOutput(), "guarded alice file\n");
+}
+
 TEST(ChildEnvironment, AnUsersChildGetsItUnchanged) {
   const std::vector<const char*> environment = {"LD_PRELOAD=x.so", "PATH=/home/alice/bin", "A=b", nullptr};
   EXPECT_THAT(childEnvironment(environment.data(), false),
               ElementsAre("LD_PRELOAD=x.so", "PATH=/home/alice/bin", "A=b"));
 }
 
-TEST(ChildEnvironment, RootsChildGetsASafeOne) {
+TEST(ChildEnvironment, RootsChildGetsWhatItNeedsAndNothingElse) {
   const std::vector<const char*> environment = {"LD_PRELOAD=x.so",
                                                 "LD_LIBRARY_PATH=/x",
                                                 "IFS=/",
                                                 "BASH_ENV=/x",
                                                 "ENV=/x",
+                                                "PERL5LIB=/x",
+                                                "LOCPATH=/x",
+                                                "TMPDIR=/x",
+                                                "EDITOR=/x",
                                                 "BASH_FUNC_ls%%=() { x; }",
                                                 "PATH=/x",
-                                                "PATHS=kept",
-                                                "LDX=kept",
-                                                "A=b=c",
+                                                "HOMES=x",
+                                                "DISPLAY=:0",
+                                                "HOME=/root",
+                                                "USER=root",
+                                                "LOGNAME=root",
+                                                "TERM=xterm",
+                                                "LANG=C",
+                                                "LC_TIME=de",
+                                                "LANGUAGE=de:en",
+                                                "TZ=Europe/Paris",
+                                                "HOME",
                                                 nullptr};
   EXPECT_THAT(childEnvironment(environment.data(), true),
-              ElementsAre("PATHS=kept", "LDX=kept", "A=b=c", "PATH=/usr/bin:/bin:/usr/sbin:/sbin"));
+              ElementsAre("HOME=/root", "USER=root", "LOGNAME=root", "TERM=xterm", "LANG=C", "LC_TIME=de",
+                          "LANGUAGE=de:en", "TZ=Europe/Paris", "PATH=/usr/bin:/bin:/usr/sbin:/sbin"));
 }
 
-TEST_F(LinuxSubprocessesTest, RootsChildrenDoNotGetWhatChangesTheLoader) {
+TEST(ChildEnvironment, RootsChildGetsNoLanguageTerminalOrTimeZoneThatIsAPath) {
+  const std::vector<const char*> environment = {"LANG=../x", "LC_ALL=/x",   "LC_TIME=%n",
+                                                "TERM=/x",   "LANGUAGE=/x", "TZ=/x",
+                                                "TZ=:/x",    "TZ=../x",     nullptr};
+  EXPECT_THAT(childEnvironment(environment.data(), true), ElementsAre("PATH=/usr/bin:/bin:/usr/sbin:/sbin"));
+}
+
+TEST(ChildEnvironment, RootsChildThatOpensOnTheDesktopIsToldTheDisplay) {
+  const std::vector<const char*> environment = {"DISPLAY=:7", "WAYLAND_DISPLAY=wayland-1", "XAUTHORITY=/x",
+                                                nullptr};
+  EXPECT_THAT(childEnvironment(environment.data(), true, OpensOnDesktop::yes),
+              ElementsAre("DISPLAY=:7", "WAYLAND_DISPLAY=wayland-1", "PATH=/usr/bin:/bin:/usr/sbin:/sbin"));
+}
+
+TEST_F(LinuxSubprocessesTest, RootsChildrenGetARootsEnvironment) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root";
-  ::setenv("LD_LIBRARY_PATH", "/nowhere", 1);
+  const support::EnvironmentVariable library("LD_LIBRARY_PATH", "/nowhere");
+  const support::EnvironmentVariable display("DISPLAY", ":7");
   const auto lines = linesOf(run(kProbe, {"environment"}));
-  ::unsetenv("LD_LIBRARY_PATH");
   EXPECT_THAT(lines, AllOf(Contains("PATH=/usr/bin:/bin:/usr/sbin:/sbin"),
-                           Not(Contains(StartsWith("LD_LIBRARY_PATH")))));
+                           Not(Contains(StartsWith("LD_LIBRARY_PATH"))), Not(Contains("DISPLAY=:7"))));
+}
+
+TEST_F(LinuxSubprocessesTest, TheToolsThatOpenOnTheDesktopAreToldTheDisplay) {
+  const tests::TemporaryFolder folder;
+  const support::EnvironmentVariable display("DISPLAY", ":7");
+  for (const char* const name : {"open", "asuser"}) {
+    std::filesystem::copy_file(kProbe, folder.path(name));
+    EXPECT_THAT(linesOf(run(folder.path(name), {"environment"})), Contains("DISPLAY=:7")) << name;
+  }
 }
 
 TEST_F(LinuxSubprocessesTest, TenThousandRunsLeaveNoZombieAndNoDescriptor) {

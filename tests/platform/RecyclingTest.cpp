@@ -15,8 +15,9 @@
 #include <thread>
 
 #include "platform/linux/GuardedFolders.h"
-#include "platform/posix/TreeCopy.h"
+#include "platform/linux/TreeCopy.h"
 #include "tests/support/AsUser.h"
+#include "tests/support/ChangedRoot.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform {
@@ -24,6 +25,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using support::AsUser;
+using support::ChangedRoot;
 using support::kNobody;
 using support::TemporaryFolder;
 using ::testing::ElementsAre;
@@ -204,10 +206,13 @@ TEST_F(RecyclingAsRootTest, LinkThatAUserPlantedOnTheWayIsNotFollowed) {
 
 TEST_F(RecyclingAsRootTest, LinkThatOnlyRootCanHaveMadeIsFollowed) {
   const TemporaryFolder volume;
-  fs::create_symlink(home.path(), volume / "alice");
-  home.file("Library/a");
-  EXPECT_EQ(reasonOf(recycleItems(volume / "alice/Library", volume / "alice/.Trash", {"a"})), 0);
-  EXPECT_THAT(namesIn(trash), ElementsAre("a"));
+  volume.file("home/alice/Library/a");
+  fs::create_symlink("/home", volume / "Users");
+  give(volume / "home/alice");
+  ChangedRoot::run(volume.path(), [] {
+    EXPECT_EQ(reasonOf(recycleItems("/Users/alice/Library", "/Users/alice/.Trash", {"a"})), 0);
+    EXPECT_THAT(namesIn("/home/alice/.Trash"), ElementsAre("a"));
+  });
 }
 
 TEST_F(RecyclingAsRootTest, LoopOfLinksEnds) {
@@ -326,10 +331,10 @@ TEST_F(RecyclingAcrossFileSystemsTest, WhatChangesAfterTheCopyIsNotRemoved) {
   library.file("Item/b", "2");
   const int source = open(library.path().c_str(), O_RDONLY | O_DIRECTORY);
   const int target = open(trash.c_str(), O_RDONLY | O_DIRECTORY);
-  auto copied = copyItem(source, "Item", target);
+  auto copied = copyItem(source, "Item", target, "Item", "Item", optionsForMoving());
   ASSERT_TRUE(copied);
   library.file("Item/a", "changed");
-  EXPECT_EQ(reasonOf(removeCopied(source, copied.value())), EBUSY);
+  EXPECT_EQ(reasonOf(removeCopied(source, copied.value(), "Item")), EBUSY);
   EXPECT_EQ(library.content("Item/a"), "changed");
   close(source);
   close(target);
@@ -339,10 +344,10 @@ TEST_F(RecyclingAcrossFileSystemsTest, WhatIsAddedAfterTheCopyIsNotRemoved) {
   library.file("Item/a", "1");
   const int source = open(library.path().c_str(), O_RDONLY | O_DIRECTORY);
   const int target = open(trash.c_str(), O_RDONLY | O_DIRECTORY);
-  auto copied = copyItem(source, "Item", target);
+  auto copied = copyItem(source, "Item", target, "Item", "Item", optionsForMoving());
   ASSERT_TRUE(copied);
   library.file("Item/new", "2");
-  EXPECT_EQ(reasonOf(removeCopied(source, copied.value())), ENOTEMPTY);
+  EXPECT_EQ(reasonOf(removeCopied(source, copied.value(), "Item")), EBUSY);
   EXPECT_THAT(namesIn(library / "Item"), ElementsAre("new"));
   close(source);
   close(target);

@@ -1,14 +1,17 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utmp.h>
 
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
 #include <thread>
 
 #include "platform/linux/ComputerNames.h"
 #include "tests/platform/RunProgram.h"
 #include "tests/platform/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace platform {
 namespace {
@@ -79,9 +82,26 @@ TEST(Scutil, OtherArgumentsAreAnError) {
   EXPECT_THAT(runProgram({kTools + "/scutil", "--get", "ComputerName", "x"}), Pair(64, HasSubstr("usage")));
 }
 
+/// Opens as an ordinary user; root opens for whoever sits at the console.
 class OpenTest : public ::testing::Test {
  protected:
+  OpenTest() {
+    fs::permissions(folder.path(), fs::perms::all);
+    for (const char* const tool : {"open", "asuser"}) fs::copy_file(kTools + "/" + tool, folder.path(tool));
+  }
+
   tests::TemporaryFolder folder;
+
+  std::pair<int, std::string> open(const std::vector<std::string>& arguments,
+                                   const std::vector<std::string>& environment = {}) {
+    std::vector<std::string> command;
+    if (::geteuid() == 0) command = {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+    if (!environment.empty()) command.emplace_back("/usr/bin/env");
+    command.insert(command.end(), environment.begin(), environment.end());
+    command.push_back(folder.path("open"));
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return runProgram(command);
+  }
 
   /// A program that writes its arguments, one a line, into the file "opened".
   std::string makeProgram(const std::string& name) {
@@ -100,48 +120,93 @@ class OpenTest : public ::testing::Test {
 };
 
 TEST_F(OpenTest, StartsAnExecutableWithTheFiles) {
-  EXPECT_THAT(runProgram({kTools + "/open", "-a", makeProgram("tool"), "one ", "-two"}), Pair(0, ""));
+  EXPECT_THAT(open({"-a", makeProgram("tool"), "one ", "-two"}), Pair(0, ""));
   EXPECT_EQ(waitForOpened(), "one \n-two\n");
 }
 
 TEST_F(OpenTest, StartsABundlesExecutable) {
   makeProgram("Some.app/Contents/MacOS/Some");
   makeProgram("Some.app/Contents/MacOS/other");
-  EXPECT_THAT(runProgram({kTools + "/open", "-a", folder.path("Some.app"), "x"}), Pair(0, ""));
+  EXPECT_THAT(open({"-a", folder.path("Some.app"), "x"}), Pair(0, ""));
   EXPECT_EQ(waitForOpened(), "x\n");
 }
 
 TEST_F(OpenTest, StartsTheOnlyExecutableOfABundleThatIsNamedOtherwise) {
   makeProgram("Some.menu/Contents/MacOS/other");
-  EXPECT_THAT(runProgram({kTools + "/open", "-a", folder.path("Some.menu"), "x"}), Pair(0, ""));
+  EXPECT_THAT(open({"-a", folder.path("Some.menu"), "x"}), Pair(0, ""));
   EXPECT_EQ(waitForOpened(), "x\n");
 }
 
 TEST_F(OpenTest, FindsAnApplicationByItsName) {
   makeProgram("Applications/Some Tool.app/Contents/MacOS/Some Tool");
-  EXPECT_THAT(runProgram({"/usr/bin/env", "HOME=" + folder.path(), kTools + "/open", "-a", "Some Tool", "x"}),
-              Pair(0, ""));
+  EXPECT_THAT(open({"-a", "Some Tool", "x"}, {"HOME=" + folder.path()}), Pair(0, ""));
   EXPECT_EQ(waitForOpened(), "x\n");
 }
 
 TEST_F(OpenTest, FilesGoToTheDesktopWithTheirWholePath) {
   makeProgram("bin/xdg-open");
   folder.makeFile("-file", "");
-  EXPECT_THAT(runProgram({"/usr/bin/env", "-C", folder.path(),
-                          "PATH=" + folder.path("bin") + ":/usr/bin:/bin", kTools + "/open", "./-file"}),
+  EXPECT_THAT(open({"./-file"}, {"-C", folder.path(), "PATH=" + folder.path("bin") + ":/usr/bin:/bin"}),
               Pair(0, ""));
   EXPECT_THAT(waitForOpened(), ::testing::EndsWith("/-file\n"));
   EXPECT_TRUE(waitForOpened().starts_with("/"));
 }
 
 TEST_F(OpenTest, WhatCannotBeOpenedIsSaid) {
-  EXPECT_THAT(runProgram({kTools + "/open", "-a", "No Such Application"}),
+  EXPECT_THAT(open({"-a", "No Such Application"}),
               Pair(1, "Unable to find application named 'No Such Application'\n"));
-  EXPECT_THAT(runProgram({kTools + "/open", "/nonexistent/file"}),
-              Pair(1, "The file /nonexistent/file does not exist.\n"));
-  EXPECT_THAT(runProgram({kTools + "/open"}), Pair(64, HasSubstr("usage: open")));
-  EXPECT_THAT(runProgram({kTools + "/open", "-a"}), Pair(64, HasSubstr("usage: open")));
-  EXPECT_THAT(runProgram({kTools + "/open", "-x"}), Pair(64, HasSubstr("usage: open")));
+  EXPECT_THAT(open({"/nonexistent/file"}), Pair(1, "The file /nonexistent/file does not exist.\n"));
+  EXPECT_THAT(open({}), Pair(64, HasSubstr("usage: open")));
+  EXPECT_THAT(open({"-a"}), Pair(64, HasSubstr("usage: open")));
+  EXPECT_THAT(open({"-x"}), Pair(64, HasSubstr("usage: open")));
+}
+
+TEST_F(OpenTest, FilesThatAreThereAreHandedOverWithTheirWholePath) {
+  folder.makeFile("file");
+  EXPECT_THAT(open({"-a", makeProgram("tool"), "file", "absent"}, {"-C", folder.path()}), Pair(0, ""));
+  EXPECT_EQ(waitForOpened(), folder.path("file") + "\nabsent\n");
+}
+
+/// Root's, with a console of the test's own: a /run that holds nothing but login records.
+class RootsOpenTest : public OpenTest {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  }
+  /// A program that writes whose it is, and where its home is.
+  std::string makeTellingProgram(const std::string& name) {
+    const std::string path = makeProgram(name);
+    std::ofstream(path) << "#!/bin/sh\necho \"$(id -un) $HOME $SECRET\" > '" << folder.path("part")
+                        << "'\nmv '" << folder.path("part") << "' '" << folder.path("opened") << "'\n";
+    return path;
+  }
+  std::pair<int, std::string> openAtConsoleOf(const std::string& user, const std::string& what) {
+    std::string records = folder.makeFile("utmp");
+    if (!user.empty()) {
+      utmp record{};
+      record.ut_type = USER_PROCESS;
+      user.copy(record.ut_user, sizeof record.ut_user);
+      std::string("tty1").copy(record.ut_line, sizeof record.ut_line);
+      std::ofstream(records, std::ios::binary).write(reinterpret_cast<const char*>(&record), sizeof record);
+    }
+    return runProgram({"/usr/bin/unshare", "--mount", "/bin/sh", "-c",
+                       "mount -t tmpfs run /run && cp \"$1\" /run/utmp && SECRET=1 exec \"$2\" -a \"$3\"",
+                       "sh", records, folder.path("open"), what});
+  }
+};
+
+TEST_F(RootsOpenTest, StartsAnApplicationAsTheUserAtTheConsole) {
+  makeTellingProgram("Some.app/Contents/MacOS/Some");
+  EXPECT_THAT(openAtConsoleOf("nobody", folder.path("Some.app")), Pair(0, ""));
+  EXPECT_EQ(waitForOpened(), "nobody /nonexistent \n");
+}
+
+TEST_F(RootsOpenTest, StartsNothingWithNobodyAtTheConsole) {
+  const std::string program = makeTellingProgram("tool");
+  EXPECT_THAT(openAtConsoleOf("", program),
+              Pair(1, "open: " + program + ": nobody is at the console to open it for\n"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_FALSE(fs::exists(folder.path("opened")));
 }
 
 class ChownTest : public ::testing::Test {
@@ -193,12 +258,28 @@ TEST_F(ChownTest, ALinkThatAUserPlantedIsNotFollowed) {
 }
 
 TEST_F(ChownTest, AFolderLinkThatOnlyRootCanPlantIsFollowed) {
-  const std::string file = folder.makeFile("real/file");
-  fs::create_directory_symlink("real", folder.path("alias"));
-  EXPECT_THAT(run({"1234", folder.path("alias/file")}), Pair(0, ""));
+  const support::TemporaryFolder roots("/run");  // unlike /tmp, nobody else's on the whole way
+  const std::string file = roots.file("real/file");
+  fs::create_directory_symlink("real", roots / "alias");
+  EXPECT_THAT(run({"1234", roots / "alias/file"}), Pair(0, ""));
   EXPECT_EQ(ownerOf(file), 1234U);
-  fs::create_directory_symlink("loop", folder.path("loop"));
-  EXPECT_THAT(run({"1234", folder.path("loop/file")}), Pair(1, HasSubstr("loop")));
+  fs::create_directory_symlink("loop", roots / "loop");
+  EXPECT_THAT(run({"1234", roots / "loop/file"}), Pair(1, HasSubstr("loop")));
+}
+
+TEST_F(ChownTest, ALinkOfRootsBelowAFolderThatAUserCanRenameIsNotFollowed) {
+  const std::string victim = folder.makeFile("victim/file");
+  fs::create_directories(makeUsersFolder() + "/roots");
+  fs::create_directory_symlink(folder.path("victim"), folder.path("user/roots/link"));
+  EXPECT_THAT(run({"1234", folder.path("user/roots/link/file")}), Pair(1, HasSubstr("not root's")));
+  EXPECT_EQ(ownerOf(victim), 0U);
+}
+
+TEST_F(ChownTest, ARelativePathIsOneOfTheCurrentFolder) {
+  folder.makeFile("file");
+  fs::current_path(folder.path());
+  EXPECT_THAT(run({"1234", "file"}), Pair(0, ""));
+  EXPECT_EQ(ownerOf(folder.path("file")), 1234U);
 }
 
 TEST_F(ChownTest, AFileWithFurtherNamesIsNotGivenAway) {

@@ -120,6 +120,19 @@ int deferInterruption() {
   return 9;
 }
 
+/// What SIGCHLD does before the platform is made and after.
+int printDispositions() {
+  const auto print = [] {
+    struct sigaction action {};
+    ::sigaction(SIGCHLD, nullptr, &action);
+    std::cout << "SIGCHLD " << (action.sa_handler == SIG_IGN ? "ignored" : "default") << "\n";
+  };
+  print();
+  static_cast<void>(platform::native());
+  print();
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -136,6 +149,7 @@ int main(int argc, char** argv) {
   if (mode == "capture-closed") return captureWithClosedStreams(rest.at(0), rest.at(1));
   if (mode == "console") return writeToConsole(std::stoi(rest.at(0)), std::stoul(rest.at(1)));
   if (mode == "information") return printProcessInformation();
+  if (mode == "dispositions") return printDispositions();
   if (mode == "interruption") return deferInterruption();
   return 64;
 }

@@ -6,14 +6,17 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <thread>
 
 #include "platform/fakes/FakePlatform.h"
 #include "platform/linux/ProcessTable.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/EnvironmentVariable.h"
+#include "tests/support/NoMoreThreads.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestAccount.h"
@@ -354,6 +357,63 @@ TEST_F(SudoAuthorizationTest, ThePasswordIsInNoArgumentAndNoEnvironment) {
   EXPECT_EQ(folder.content("input"), "very secret\n");
   EXPECT_THAT(folder.content("seen"), ::testing::HasSubstr("-S"));
   EXPECT_THAT(folder.content("seen"), ::testing::Not(::testing::HasSubstr("secret")));
+}
+
+/// With a program in sudo's place, which needs no account.
+class SudoInPlaceTest : public ::testing::Test {
+ protected:
+  SudoAuthorization& service(const std::string& script) {
+    const std::string program = folder.file("sudo", "#!/bin/sh\n" + script + "\n");
+    EXPECT_EQ(chmod(program.c_str(), 0755), 0);
+    sudo.emplace(program);
+    EXPECT_EQ(sudo->create(std::nullopt, kAuthorizationFlagDefaults, &held), errAuthorizationSuccess);
+    return *sudo;
+  }
+  /// Waits until work is served on the main thread, though not for ever.
+  [[nodiscard]] std::string waitingForService(const std::string& then) const {
+    return "for i in $(seq 500); do test -e '" + (folder / "served") + "' && " + then + "; sleep 0.01; done";
+  }
+
+  fakes::FakePlatform fake;
+  TemporaryFolder folder;
+  std::optional<SudoAuthorization> sudo;
+  AuthorizationRef held = nullptr;
+};
+
+TEST_F(SudoInPlaceTest, WorkOfTheMainThreadIsServedWhileSudoAsks) {
+  auto& asking = service(waitingForService("exit 0") + "; exit 1");
+  fake.mainThread.whenServing = [this] { folder.file("served"); };
+  EXPECT_EQ(asking.copyRights(held, administrator(), std::nullopt, kAsking), errAuthorizationSuccess);
+}
+
+TEST_F(SudoInPlaceTest, OtherThreadsServeNoWorkOfTheMainThread) {
+  auto& asking = service("exit 0");
+  fake.mainThread.current = false;
+  fake.mainThread.whenServing = [] { FAIL() << "this is not the main thread"; };
+  EXPECT_EQ(asking.copyRights(held, administrator(), std::nullopt, kAsking), errAuthorizationSuccess);
+}
+
+TEST_F(SudoInPlaceTest, WorkOfTheMainThreadIsServedWhileAProgramsOutputIsAwaited) {
+  auto& starting = service("case \"$*\" in *-b*) (" + waitingForService("echo done && exit") + ") & ;; esac");
+  std::unique_ptr<CommunicationsPipe> pipe;
+  ASSERT_EQ(starting.executeWithPrivileges(held, "/bin/true", 0, {}, &pipe), errAuthorizationSuccess);
+  fake.mainThread.whenServing = [this] { folder.file("served"); };
+  EXPECT_EQ(readAll(*pipe), "done\n");
+}
+
+TEST_F(SudoInPlaceTest, AnAnswerIsHeardAlsoWhereAParentHadExitStatusesThrownAway) {
+  auto& asking = service("exit 0");
+  static_cast<void>(std::signal(SIGCHLD, SIG_IGN));
+  EXPECT_EQ(asking.copyRights(held, administrator(), std::nullopt, kAsking), errAuthorizationSuccess);
+  static_cast<void>(std::signal(SIGCHLD, SIG_DFL));
+}
+
+TEST_F(SudoInPlaceTest, APipeCanBeGivenBackWhereNoThreadIsLeftToReadIt) {
+  auto& starting = service("exit 0");
+  std::unique_ptr<CommunicationsPipe> pipe;
+  ASSERT_EQ(starting.executeWithPrivileges(held, "/bin/true", 0, {}, &pipe), errAuthorizationSuccess);
+  const support::NoMoreThreads limit;
+  pipe.reset();
 }
 
 TEST(SudoAuthorization, MissingSudoIsAnInternalError) {

@@ -133,6 +133,17 @@ TEST_F(TGAuthorizationTest, AuthStartAsksOnceAndKeepsTheRights) {
   EXPECT_THAT(messages(), IsEmpty());
 }
 
+TEST_F(TGAuthorizationTest, RightsAreHeldOnlyOnceTheyAreGranted) {
+  auto& authorization = *TGAuthorization::sharedController();
+  std::vector<bool> whileAsking;
+  fakes_.authorization.whileAsking = [&] { whileAsking.push_back(authorization.isAuthorized()); };
+  EXPECT_TRUE(authorization.authStart());
+  EXPECT_TRUE(authorization.isAuthorized());
+  EXPECT_TRUE(authorization.authStartWithUser("carol", "secret"));
+  EXPECT_TRUE(authorization.isAuthorized());
+  EXPECT_THAT(whileAsking, ElementsAre(false, false));
+}
+
 TEST_F(TGAuthorizationTest, AuthStartGivesBackWhatARefusalLeft) {
   fakes_.authorization.rights = platform::errAuthorizationCanceled;
   auto& authorization = *TGAuthorization::sharedController();

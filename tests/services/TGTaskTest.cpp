@@ -1,7 +1,5 @@
 #include "services/TGTask.h"
 
-#include <pthread.h>
-
 #include <atomic>
 #include <cmath>
 #include <csignal>
@@ -11,6 +9,7 @@
 #include <thread>
 
 #include "tests/services/ServicesTest.h"
+#include "tests/support/NoMoreThreads.h"
 
 namespace {
 
@@ -273,6 +272,17 @@ TEST_F(TGTaskTest, ATimedRunWithoutAResultIsTerminatedToo) {
   EXPECT_THAT(calls(), ElementsAre("run /usr/bin/tool", "terminate /usr/bin/tool"));
 }
 
+/// The timer is over before the tool has been launched as often as not.
+TEST_F(TGTaskTest, ATimeoutOfLessThanASecondMissesNoTool) {
+  fakes_.clock.holdOtherThreads();
+  fakes_.clock.wakeOtherThreads();
+  fakes_.subprocesses.runs[kTool] = {.runsUntilTerminated = true};
+  for (int run = 0; run < 200; ++run) {
+    EXPECT_EQ(TGTask::create()->terminationCodeFromTimedTask(kTool, std::nullopt, TGTask::Interval(0.9)),
+              SIGTERM);
+  }
+}
+
 TEST_F(TGTaskTest, ACaptureThatTimesOutYieldsWhatWasRead) {
   toolOutlastsItsTimeout("half of it");
   const auto task = TGTask::create();
@@ -319,34 +329,12 @@ TEST_F(TGTaskTest, ATimedRunThatCannotBeLaunchedLeavesNoTask) {
   fakes_.clock.waitForSleepers(1);
 }
 
-/// While it lives no thread can be started: none finds room for its stack.
-class NoMoreThreads {
- public:
-  NoMoreThreads() {
-    ::pthread_getattr_default_np(&usual_);
-    pthread_attr_t huge;
-    ::pthread_attr_init(&huge);
-    ::pthread_attr_setstacksize(&huge, std::size_t{1} << 50U);
-    EXPECT_EQ(::pthread_setattr_default_np(&huge), 0);
-    ::pthread_attr_destroy(&huge);
-  }
-  ~NoMoreThreads() {
-    EXPECT_EQ(::pthread_setattr_default_np(&usual_), 0);
-    ::pthread_attr_destroy(&usual_);
-  }
-  NoMoreThreads(const NoMoreThreads&) = delete;
-  NoMoreThreads& operator=(const NoMoreThreads&) = delete;
-
- private:
-  pthread_attr_t usual_{};
-};
-
 TEST_F(TGTaskTest, AToolIsRunWithoutATimeoutWhereNoTimerCanBeStarted) {
   fakes_.subprocesses.runs[kTool].status = 3;
   const auto task = TGTask::create();
   TGLog::appendLog("before");  // the log's own thread runs
   {
-    const NoMoreThreads limit;
+    const support::NoMoreThreads limit;
     EXPECT_EQ(task->terminationCodeFromTimedTask(kTool, {{"x"}}, 5s), 3);
   }
   EXPECT_THAT(calls(), ElementsAre("run /usr/bin/tool x"));

@@ -247,6 +247,11 @@ TEST_F(RepairDamageTest, ACompressorThatWillNotQuitIsWaitedForInVainAndTheRepair
   expectRun(sample, outcome, script);
   EXPECT_GE(outcome.timeAfter("Waiting for Compressor 4 to exit..."), 42s);
   EXPECT_LT(outcome.timeAfter("Waiting for Compressor 4 to exit..."), 60s);
+  EXPECT_THAT(
+      outcome.running,
+      Contains(
+          "root /Applications/Compressor.app/Contents/PlugIns/Compressor/CompressorKit.bundle/qmasterd"));
+  EXPECT_THAT(outcome.running, Contains("501 /Applications/Compressor.app/Contents/MacOS/Compressor"));
   EXPECT_EQ(movedInto(outcome, aliceTrash), trashedOf4());
 }
 

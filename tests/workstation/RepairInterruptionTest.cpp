@@ -91,6 +91,18 @@ TEST_F(RepairInterruptionTest, BeforeQmasterWasTouchedLeavesItAlone) {
       << "it is opened again";
 }
 
+TEST_F(RepairInterruptionTest, WhileACompressorThatWillNotQuitIsWaitedForIsHeardAtOnce) {
+  const TemporaryVolume sample({.compressors = {{"4.0.7", "", true}},
+                                .logFolder = true,
+                                .damage = {{"ignores-quit", "/Applications/Compressor.app"}}});
+  const auto begin = std::chrono::steady_clock::now();
+  const auto outcome = runUntil("Waiting for Compressor 4 to exit...", SIGTERM, sample);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 20s) << "the wait would take 42 seconds and more";
+  RepairScript script;
+  script.begun().closed4().say(interrupted(SIGTERM, "Qmaster was not touched; run the repair again."));
+  expectEndedBy(SIGTERM, sample, outcome, script);
+}
+
 TEST_F(RepairInterruptionTest, OfASilentRepairIsSaidInTheLog) {
   const TemporaryVolume sample({.compressors = {{"4.0.7", "", true}}, .logFolder = true});
   auto before = takeSnapshot(sample);

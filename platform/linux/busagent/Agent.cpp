@@ -30,12 +30,6 @@ constexpr const char* kPosterInterface = "com.vordenworks.DistributedNotificatio
 constexpr const char* kClientPath = "/com/vordenworks/Client";
 constexpr std::chrono::seconds kLinger{60};
 
-std::string text(const PropertyList& fields, const char* key) {
-  const auto* value = fields.find(key);
-  const auto* string = value == nullptr ? nullptr : value->as<std::string>();
-  return string == nullptr ? "" : *string;
-}
-
 /// Leaves the program time to read that a client did not answer.
 std::chrono::milliseconds patience(const Request& request) {
   using std::chrono::milliseconds;
@@ -117,7 +111,7 @@ void Agent::carryOut(const Request& request) try {
 
 void Agent::postSignal(const Request& request) {
   auto signal = poster_->createSignal(kPosterInterface, "Posted");
-  signal << text(request.fields, "name") << std::string();
+  signal << request.fields.stringFor("name") << std::string();
   const auto* userInfo = request.fields.find("userInfo");
   const bool hasDictionary = userInfo != nullptr && userInfo->as<PropertyList::Dictionary>() != nullptr;
   append(signal, hasDictionary ? *userInfo : PropertyList());
@@ -137,7 +131,7 @@ void Agent::notify(const Request& request) {
 }
 
 void Agent::findClient(const Request& request) {
-  const std::string name = text(request.fields, "name");
+  const std::string name = request.fields.stringFor("name");
   calls_.call(
       busItself(), "GetNameOwner", [&](sdbus::MethodCall& call) { call << name; }, patience(request),
       [this, number = request.number](sdbus::MethodReply& reply, const sdbus::Error* error) {
@@ -148,15 +142,16 @@ void Agent::findClient(const Request& request) {
 }
 
 void Agent::askClient(const Request& request) {
-  const Target client{text(request.fields, "connection"), kClientPath, "org.freedesktop.DBus.Introspectable"};
+  const Target client{request.fields.stringFor("connection"), kClientPath,
+                      "org.freedesktop.DBus.Introspectable"};
   calls_.call(
       client, "Introspect", [](sdbus::MethodCall&) {}, patience(request),
       [this, request](sdbus::MethodReply& reply, const sdbus::Error* error) {
         if (error != nullptr) return clientDidNotAnswer(request, *error);
         std::string document;
         reply >> document;
-        const bool isThere =
-            declaresMethod(document, text(request.fields, "interface"), text(request.fields, "method"));
+        const bool isThere = declaresMethod(document, request.fields.stringFor("interface"),
+                                            request.fields.stringFor("method"));
         answer(request.number, isThere ? Outcome::done : Outcome::absent);
       });
 }
@@ -170,11 +165,11 @@ void Agent::clientDidNotAnswer(const Request& request, const sdbus::Error& error
 }
 
 void Agent::messageClient(const Request& request) {
-  const std::string connection = text(request.fields, "connection");
+  const std::string connection = request.fields.stringFor("connection");
   const auto* arguments = request.fields.find("arguments");
   const auto* values = arguments == nullptr ? nullptr : arguments->as<PropertyList::Array>();
-  calls_.send({connection, kClientPath, text(request.fields, "interface")}, text(request.fields, "method"),
-              [&](sdbus::MethodCall& call) {
+  calls_.send({connection, kClientPath, request.fields.stringFor("interface")},
+              request.fields.stringFor("method"), [&](sdbus::MethodCall& call) {
                 if (values == nullptr) return;
                 for (const PropertyList& value : *values) append(call, value);
               });
@@ -183,7 +178,7 @@ void Agent::messageClient(const Request& request) {
 }
 
 void Agent::answerByPresence(const Request& request, Outcome whenThere) {
-  const std::string connection = text(request.fields, "connection");
+  const std::string connection = request.fields.stringFor("connection");
   calls_.call(
       busItself(), "NameHasOwner", [&](sdbus::MethodCall& call) { call << connection; }, patience(request),
       [this, whenThere, number = request.number](sdbus::MethodReply& reply, const sdbus::Error* error) {

@@ -21,12 +21,6 @@ Target server() {
   return {"org.freedesktop.Notifications", "/org/freedesktop/Notifications", "org.freedesktop.Notifications"};
 }
 
-std::string text(const PropertyList& fields, const char* key) {
-  const auto* value = fields.find(key);
-  const auto* string = value == nullptr ? nullptr : value->as<std::string>();
-  return string == nullptr ? "" : *string;
-}
-
 std::int64_t number(const PropertyList& fields, const char* key) {
   const auto* value = fields.find(key);
   const auto* whole = value == nullptr ? nullptr : value->as<std::int64_t>();
@@ -144,10 +138,10 @@ void NotificationServer::notify(const PropertyList& fields) {
 }
 
 void NotificationServer::fill(sdbus::MethodCall& call, const PropertyList& fields) const {
-  const std::string description = text(fields, "description");
+  const std::string description = fields.stringFor("description");
   const std::vector<std::string> actions = {"default", kApplicationName};
   call << std::string(kApplicationName) << std::uint32_t{0} << std::string(kApplicationIcon);
-  call << text(fields, "title")
+  call << fields.stringFor("title")
        << (capabilities_.contains("body-markup") ? escaped(description) : description);
   call << (capabilities_.contains("actions") ? actions : std::vector<std::string>());
   appendHints(call, fields);

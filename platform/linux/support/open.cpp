@@ -3,22 +3,24 @@
 // Files are opened by the desktop (xdg-open), or with -a by an application: a bundle or an executable by its
 // path, or the name of a bundle in an Applications folder. The application gets the files as its arguments.
 // What is started runs on by itself; open ends at once: 0 when it was started, 1 when not, 64 for wrong
-// arguments.
+// arguments. Root opens for the user at the console and as that user, through asuser; with nobody at the
+// console nothing is started.
 
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "platform/foundation/Paths.h"
+#include "platform/linux/ConsoleUser.h"
+#include "platform/linux/ConsoleUserCommand.h"
+#include "platform/linux/SpawnedProgram.h"
 
 namespace {
 
@@ -68,34 +70,57 @@ std::optional<std::string> executableOf(const std::string& application) {
   return std::nullopt;
 }
 
-/// Starts a program that runs on by itself, in a session of its own; 0 or an errno value.
-int startDetached(std::vector<std::string> command) {
-  std::vector<char*> arguments;
-  arguments.reserve(command.size() + 1);
-  for (std::string& argument : command) arguments.push_back(argument.data());
-  arguments.push_back(nullptr);
-  posix_spawn_file_actions_t streams;
-  ::posix_spawn_file_actions_init(&streams);
-  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    ::posix_spawn_file_actions_addopen(&streams, stream, "/dev/null", O_RDWR, 0);
-  }
-  ::posix_spawn_file_actions_addclosefrom_np(&streams, STDERR_FILENO + 1);
-  posix_spawnattr_t attributes;
-  ::posix_spawnattr_init(&attributes);
-  ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
-  pid_t child = 0;
-  const int reason =
-      ::posix_spawnp(&child, command.front().c_str(), &streams, &attributes, arguments.data(), environ);
-  ::posix_spawnattr_destroy(&attributes);
-  ::posix_spawn_file_actions_destroy(&streams);
-  return reason;
+std::vector<std::string> searchPath() {
+  const char* const value = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe): one thread
+  std::stringstream folders(value != nullptr ? value : "/usr/bin:/bin");
+  std::vector<std::string> path;
+  for (std::string folder; std::getline(folders, folder, ':');) path.push_back(folder);
+  return path;
 }
 
-/// Starts it and says so when it could not be.
+std::optional<std::string> programCalled(const std::string& name) {
+  for (const std::string& folder : searchPath()) {
+    const std::string program = appendingPathComponent(folder, name);
+    if (folder.starts_with('/') && isExecutable(program)) return program;
+  }
+  return std::nullopt;
+}
+
+std::string absolute(const std::string& path) {
+  std::error_code error;
+  std::string whole = std::filesystem::absolute(path, error).string();
+  return error ? path : whole;
+}
+
+/// A file that is there, by its whole path: what is started may not start in this folder.
+std::string argumentFor(const std::string& file) {
+  return ::access(file.c_str(), F_OK) == 0 ? absolute(file) : file;
+}
+
+/// The folder of this program, where the bundle's other tools lie.
+std::string toolFolder() {
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path().string();
+}
+
+int complain(const std::string& what, const std::string& why) {
+  std::fprintf(stderr, "open: %s: %s\n", what.c_str(), why.c_str());
+  return 1;
+}
+
+/// Starts a program that runs on by itself, in a session of its own; says so when it could not be started.
 int start(const std::vector<std::string>& command) {
-  const int reason = startDetached(command);
-  if (reason != 0) std::fprintf(stderr, "open: %s: %s\n", command.front().c_str(), std::strerror(reason));
-  return reason == 0 ? 0 : 1;
+  std::optional<std::vector<std::string>> wanted = command;
+  if (::geteuid() == 0) {
+    wanted = platform::commandForConsoleUser(toolFolder(), platform::consoleUser(), command);
+    if (!wanted) return complain(command.front(), "nobody is at the console to open it for");
+  }
+  const auto child = platform::spawnProgram({.command = *wanted,
+                                             .environment = platform::currentEnvironment(),
+                                             .session = platform::ChildSession::own});
+  if (child) return 0;
+  std::fprintf(stderr, "open: %s\n", child.error().localizedDescription().c_str());
+  return 1;
 }
 
 int openWith(const std::string& application, const std::vector<std::string>& files) {
@@ -104,8 +129,8 @@ int openWith(const std::string& application, const std::vector<std::string>& fil
     std::fprintf(stderr, "Unable to find application named '%s'\n", application.c_str());
     return 1;
   }
-  std::vector<std::string> command = {*executable};
-  command.insert(command.end(), files.begin(), files.end());
+  std::vector<std::string> command = {absolute(*executable)};
+  for (const std::string& file : files) command.push_back(argumentFor(file));
   return start(command);
 }
 
@@ -113,17 +138,19 @@ bool isAddress(const std::string& text) {
   return text.find("://") != std::string::npos || text.starts_with("mailto:");
 }
 
+int handToDesktop(const std::string& item) {
+  const auto opener = programCalled("xdg-open");
+  return opener ? start({*opener, item}) : complain("xdg-open", "No such file or directory");
+}
+
 int openByDesktop(const std::string& file) {
-  if (const auto executable = executableInBundle(file)) return start({*executable});
-  if (isAddress(file)) return start({"xdg-open", file});
-  std::error_code error;
-  const std::string path = std::filesystem::absolute(file, error).string();
-  if (::access(path.c_str(), F_OK) != 0) {
-    std::fprintf(stderr, "The file %s does not exist.\n", path.c_str());
-    return 1;
-  }
+  if (const auto executable = executableInBundle(file)) return start({absolute(*executable)});
+  if (isAddress(file)) return handToDesktop(file);
   // An absolute path cannot be taken for an option.
-  return start({"xdg-open", path});
+  const std::string path = absolute(file);
+  if (::access(path.c_str(), F_OK) == 0) return handToDesktop(path);
+  std::fprintf(stderr, "The file %s does not exist.\n", path.c_str());
+  return 1;
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 
 #include "platform/foundation/Result.h"
 
-namespace helpers {
+namespace platform {
 
 /// Whether to use renameat2(2)'s flags; `avoid` takes the way of a file system that lacks them.
 enum class RenameFlags { use, avoid };
@@ -21,4 +21,4 @@ enum class RenameFlags { use, avoid };
                                                               std::string_view path,
                                                               RenameFlags flags = RenameFlags::use);
 
-}  // namespace helpers
+}  // namespace platform

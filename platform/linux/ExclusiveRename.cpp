@@ -1,4 +1,4 @@
-#include "helpers/SafeRename.h"
+#include "platform/linux/ExclusiveRename.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,14 +7,13 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "platform/linux/Descriptor.h"
+#include "platform/posix/UniqueDescriptor.h"
 
-namespace helpers {
+namespace platform {
 namespace {
 
 using foundation::Result;
 using foundation::systemError;
-using platform::Descriptor;
 
 struct Move {
   int fromFolder;
@@ -38,8 +37,9 @@ int moveFolder(const Move& move) {
 }
 
 int moveOntoEmptyFile(const Move& move) {
-  const Descriptor ours(openat(move.toFolder, move.toName, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-  return ours.valid() ? renameOverOurs(move, 0) : errno;
+  const UniqueDescriptor ours(
+      openat(move.toFolder, move.toName, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  return ours ? renameOverOurs(move, 0) : errno;
 }
 
 bool lacksHardLinks(int error) {
@@ -80,4 +80,4 @@ Result<void> renameWithoutReplacing(int fromFolder, const std::string& fromName,
   return {};
 }
 
-}  // namespace helpers
+}  // namespace platform

@@ -1,4 +1,4 @@
-#include "helpers/SafeRename.h"
+#include "platform/linux/ExclusiveRename.h"
 
 #include <gmock/gmock.h>
 
@@ -6,10 +6,13 @@
 
 #include "tests/helpers/TestVolume.h"
 
-namespace helpers {
+namespace platform {
 namespace {
 
-class SafeRenameTest : public ::testing::TestWithParam<RenameFlags> {
+using helpers::Surroundings;
+using helpers::TestVolume;
+
+class ExclusiveRenameTest : public ::testing::TestWithParam<RenameFlags> {
  protected:
   int move(const std::string& from, const std::string& to) {
     const Surroundings surroundings = volume_.surroundings();
@@ -20,7 +23,7 @@ class SafeRenameTest : public ::testing::TestWithParam<RenameFlags> {
   TestVolume volume_;
 };
 
-TEST_P(SafeRenameTest, MovesFilesFoldersLinksAndFifos) {
+TEST_P(ExclusiveRenameTest, MovesFilesFoldersLinksAndFifos) {
   volume_.makeFile("file");
   volume_.makeFile("folder/inside");
   volume_.makeLink("nowhere", "link");
@@ -34,7 +37,7 @@ TEST_P(SafeRenameTest, MovesFilesFoldersLinksAndFifos) {
   EXPECT_TRUE(S_ISLNK(volume_.status("moved-link").st_mode));
 }
 
-TEST_P(SafeRenameTest, NothingIsReplaced) {
+TEST_P(ExclusiveRenameTest, NothingIsReplaced) {
   volume_.makeFile("file", "new");
   volume_.makeFolder("folder");
   volume_.makeFile("takenFile", "old");
@@ -46,7 +49,7 @@ TEST_P(SafeRenameTest, NothingIsReplaced) {
   EXPECT_EQ(volume_.read("file"), "new");
 }
 
-TEST_P(SafeRenameTest, AFailedMoveLeavesNothingBehind) {
+TEST_P(ExclusiveRenameTest, AFailedMoveLeavesNothingBehind) {
   volume_.makeFolder("folder/below");
   EXPECT_EQ(move("missing", "target"), ENOENT);
   EXPECT_EQ(move("folder", "folder/below/itself"), EINVAL);
@@ -54,7 +57,7 @@ TEST_P(SafeRenameTest, AFailedMoveLeavesNothingBehind) {
   EXPECT_EQ(volume_.names("folder/below"), std::vector<std::string>());
 }
 
-TEST_P(SafeRenameTest, OtherVolumesAreToldApart) {
+TEST_P(ExclusiveRenameTest, OtherVolumesAreToldApart) {
   QUILLMEND_NEEDS_ROOT();
   volume_.mountVolume("disk");
   volume_.makeFile("file");
@@ -64,8 +67,8 @@ TEST_P(SafeRenameTest, OtherVolumesAreToldApart) {
   EXPECT_EQ(volume_.names("disk"), std::vector<std::string>());
 }
 
-INSTANTIATE_TEST_SUITE_P(WithAndWithoutFlags, SafeRenameTest,
+INSTANTIATE_TEST_SUITE_P(WithAndWithoutFlags, ExclusiveRenameTest,
                          ::testing::Values(RenameFlags::use, RenameFlags::avoid));
 
 }  // namespace
-}  // namespace helpers
+}  // namespace platform

@@ -1,4 +1,4 @@
-#include "helpers/PathEntry.h"
+#include "platform/linux/PathEntry.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -10,16 +10,15 @@
 #include <deque>
 #include <memory>
 
-#include "helpers/Report.h"
 #include "platform/foundation/Paths.h"
 
-namespace helpers {
+namespace platform {
 namespace {
 
 using foundation::Error;
+using foundation::errorWithReason;
 using foundation::Result;
 using foundation::systemError;
-using platform::Descriptor;
 
 constexpr int kMostLinks = 40;  // as many as the kernel follows
 
@@ -32,21 +31,12 @@ bool onlyRootCanWrite(const FileStatus& folder) {
   return (folder.mode & S_IWGRP) == 0 || (folder.mode & S_ISVTX) != 0;
 }
 
-Result<std::string> linkTarget(int link, std::string_view path) {
-  std::string target(4096, '\0');
-  const ssize_t length = readlinkat(link, "", target.data(), target.size());
-  if (length < 0) return systemError(errno, path);
-  if (static_cast<std::size_t>(length) == target.size()) return systemError(ENAMETOOLONG, path);
-  target.resize(static_cast<std::size_t>(length));
-  return target;
-}
-
 class PathWalk {
  public:
   PathWalk(std::string_view path, LastLink lastLink) : asked_(path), lastLink_(lastLink) { prepend(path); }
 
-  Result<PathEntry> walk(const Surroundings& surroundings) {
-    if (auto started = enterRoot(surroundings); !started) return started.error();
+  Result<PathEntry> walk(int root) {
+    if (auto started = enterRoot(root); !started) return started.error();
     while (!pending_.empty()) {
       const std::string component = std::move(pending_.front());
       pending_.pop_front();
@@ -57,15 +47,15 @@ class PathWalk {
   }
 
  private:
-  Result<void> enterRoot(const Surroundings& surroundings) {
-    Descriptor root(openat(surroundings.root.get(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!root.valid()) return systemError(errno, "/");
+  Result<void> enterRoot(int rootFolder) {
+    UniqueDescriptor root(openat(rootFolder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!root) return systemError(errno, "/");
     auto status = statusOf(root.get(), "/");
     if (!status) return status.error();
     const bool trusted = onlyRootCanWrite(status.value());
     levels_.clear();
     levels_.push_back(PathLevel{"", std::move(root), status.value(), trusted});
-    root_ = &surroundings;
+    root_ = rootFolder;
     return {};
   }
 
@@ -93,10 +83,10 @@ class PathWalk {
       return errorWithReason(EPERM, asked_, "refused: it leads through a symbolic link that is not root's");
     }
     if (++followed_ > kMostLinks) return systemError(ELOOP, asked_);
-    const Result<std::string> target = linkTarget(link, asked_);
+    const Result<std::string> target = targetOfLink(link, asked_);
     if (!target) return target.error();
     prepend(target.value());
-    return target.value().starts_with('/') ? enterRoot(*root_) : Result<void>();
+    return target.value().starts_with('/') ? enterRoot(root_) : Result<void>();
   }
 
   void prepend(std::string_view path) {
@@ -118,7 +108,7 @@ class PathWalk {
   LastLink lastLink_;
   std::deque<std::string> pending_;
   std::vector<PathLevel> levels_;
-  const Surroundings* root_ = nullptr;
+  int root_ = -1;
   int followed_ = 0;
 };
 
@@ -140,6 +130,8 @@ FileStatus statusFrom(const struct statx& raw) {
   status.links = raw.stx_nlink;
   status.size = raw.stx_size;
   status.representedDevice = makedev(raw.stx_rdev_major, raw.stx_rdev_minor);
+  status.blocks = raw.stx_blocks;
+  status.accessed = timeOf(raw.stx_atime);
   status.modified = timeOf(raw.stx_mtime);
   status.changed = timeOf(raw.stx_ctime);
   return status;
@@ -156,15 +148,24 @@ Result<FileStatus> statusOf(int descriptor, std::string_view path) {
   return statusFrom(raw);
 }
 
-Result<Descriptor> openEntry(int folder, const std::string& name, std::string_view path, int flags) {
-  Descriptor opened(openat(folder, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC | flags));
-  if (!opened.valid()) return systemError(errno, path);
+Result<UniqueDescriptor> openEntry(int folder, const std::string& name, std::string_view path, int flags) {
+  UniqueDescriptor opened(openat(folder, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC | flags));
+  if (!opened) return systemError(errno, path);
   return opened;
 }
 
+Result<std::string> targetOfLink(int link, std::string_view path) {
+  std::string target(4096, '\0');
+  const ssize_t length = readlinkat(link, "", target.data(), target.size());
+  if (length < 0) return systemError(errno, path);
+  if (static_cast<std::size_t>(length) == target.size()) return systemError(ENAMETOOLONG, path);
+  target.resize(static_cast<std::size_t>(length));
+  return target;
+}
+
 Result<std::vector<std::string>> namesIn(int folder, std::string_view path, std::size_t most) {
-  Descriptor readable(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!readable.valid()) return systemError(errno, path);
+  UniqueDescriptor readable(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!readable) return systemError(errno, path);
   const std::unique_ptr<DIR, CloseFolder> stream(fdopendir(readable.get()));
   if (!stream) return systemError(errno, path);
   static_cast<void>(readable.release());  // the stream's from here on
@@ -180,14 +181,18 @@ Result<std::vector<std::string>> namesIn(int folder, std::string_view path, std:
   return names;
 }
 
-Result<PathEntry> locate(const Surroundings& surroundings, std::string_view path, LastLink lastLink) {
+Result<PathEntry> locate(int root, std::string_view path, LastLink lastLink) {
   if (!path.starts_with('/')) return errorWithReason(EINVAL, path, "not an absolute path");
   if (path.find('\0') != std::string_view::npos) return systemError(EINVAL, path);
-  return PathWalk(path, lastLink).walk(surroundings);
+  return PathWalk(path, lastLink).walk(root);
+}
+
+bool isTrustedOwner(uid_t user) {
+  return user == 0 || user == ::geteuid();
 }
 
 bool isMissing(const Error& error) {
   return error.code == ENOENT || error.code == ENOTDIR;
 }
 
-}  // namespace helpers
+}  // namespace platform

@@ -1,12 +1,13 @@
-#include "helpers/OwnerName.h"
+#include "platform/linux/OwnerName.h"
 
 #include <grp.h>
-#include <pwd.h>
 
 #include <charconv>
 #include <cstdint>
 
-namespace helpers {
+#include "platform/linux/Accounts.h"
+
+namespace platform {
 namespace {
 
 /// -1 is no number of a user or group: to chown(2) it means "leave".
@@ -17,12 +18,8 @@ std::optional<std::uint32_t> number(std::string_view text) {
   return value;
 }
 
-const passwd* accountNamed(const std::string& name) {
-  return getpwnam(name.c_str());  // NOLINT(concurrency-mt-unsafe): the tools have one thread
-}
-
 std::optional<uid_t> userNamed(const std::string& name) {
-  if (const passwd* account = accountNamed(name)) return account->pw_uid;
+  if (const auto account = accountNamed(name)) return account->user;
   return number(name);
 }
 
@@ -33,9 +30,8 @@ std::optional<gid_t> groupNamed(const std::string& name) {
 }
 
 std::optional<gid_t> loginGroup(const std::string& user) {
-  const passwd* account = accountNamed(user);
-  if (account == nullptr) return std::nullopt;
-  return account->pw_gid;
+  const auto account = accountNamed(user);
+  return account ? std::optional(account->group) : std::nullopt;
 }
 
 }  // namespace
@@ -52,4 +48,4 @@ std::optional<Ownership> ownershipNamed(const std::string& text) {
   return ownership.group ? std::optional(ownership) : std::nullopt;
 }
 
-}  // namespace helpers
+}  // namespace platform

@@ -1,8 +1,8 @@
-#include "helpers/OwnerName.h"
+#include "platform/linux/OwnerName.h"
 
 #include <gmock/gmock.h>
 
-namespace helpers {
+namespace platform {
 namespace {
 
 TEST(OwnerName, RootAndWheelAreZeroAlsoWhereThereIsNoWheel) {
@@ -41,4 +41,4 @@ TEST(OwnerName, UnknownAndMalformedOnesAreNothing) {
 }
 
 }  // namespace
-}  // namespace helpers
+}  // namespace platform

@@ -1,4 +1,4 @@
-#include "helpers/PathEntry.h"
+#include "platform/linux/PathEntry.h"
 
 #include <gmock/gmock.h>
 
@@ -6,8 +6,11 @@
 
 #include "tests/helpers/TestVolume.h"
 
-namespace helpers {
+namespace platform {
 namespace {
+
+using helpers::Surroundings;
+using helpers::TestVolume;
 
 class LocateTest : public ::testing::Test {
  protected:
@@ -142,4 +145,4 @@ TEST(FileStatus, WhereMountsAreNotToldTheDeviceSaysWhichVolumeItIs) {
 }
 
 }  // namespace
-}  // namespace helpers
+}  // namespace platform

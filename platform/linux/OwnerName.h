@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace helpers {
+namespace platform {
 
 /// The owner and group that a file is to get; what is absent stays as it is.
 struct Ownership {
@@ -19,4 +19,4 @@ struct Ownership {
 /// where the system has no group of that name. Nothing where the text is malformed or a name is unknown.
 [[nodiscard]] std::optional<Ownership> ownershipNamed(const std::string& text);
 
-}  // namespace helpers
+}  // namespace platform

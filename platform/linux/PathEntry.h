@@ -8,13 +8,12 @@
 #include <string_view>
 #include <vector>
 
-#include "helpers/Surroundings.h"
 #include "platform/foundation/Result.h"
-#include "platform/linux/Descriptor.h"
+#include "platform/posix/UniqueDescriptor.h"
 
 /// Files held by descriptors. Every descriptor here is opened with O_PATH: nothing is ever opened for reading
 /// or writing by looking, so that a FIFO or a device cannot make a tool wait or do something.
-namespace helpers {
+namespace platform {
 
 /// What statx(2) tells about one file.
 struct FileStatus {
@@ -27,6 +26,8 @@ struct FileStatus {
   std::uint64_t links = 0;
   std::uint64_t size = 0;
   std::uint64_t representedDevice = 0;  ///< of a device file, as makedev(3) forms it
+  std::uint64_t blocks = 0;             ///< of 512 bytes; fewer than the size needs where there are holes
+  timespec accessed{};
   timespec modified{};
   timespec changed{};
 
@@ -52,8 +53,11 @@ struct FileStatus {
 [[nodiscard]] foundation::Result<FileStatus> statusOf(int descriptor, std::string_view path);
 
 /// Opens one entry of an open folder without following it: O_PATH and O_NOFOLLOW, and `flags`.
-[[nodiscard]] foundation::Result<platform::Descriptor> openEntry(int folder, const std::string& name,
-                                                                 std::string_view path, int flags = 0);
+[[nodiscard]] foundation::Result<UniqueDescriptor> openEntry(int folder, const std::string& name,
+                                                             std::string_view path, int flags = 0);
+
+/// What a symbolic link leads to that is open with O_PATH.
+[[nodiscard]] foundation::Result<std::string> targetOfLink(int link, std::string_view path);
 
 /// The names in an open folder, "." and ".." left out. `most` limits how many are read; 0 reads all.
 [[nodiscard]] foundation::Result<std::vector<std::string>> namesIn(int folder, std::string_view path,
@@ -62,7 +66,7 @@ struct FileStatus {
 /// One component on the way from "/" to a path's end.
 struct PathLevel {
   std::string name;  ///< empty for "/"
-  platform::Descriptor descriptor;
+  UniqueDescriptor descriptor;
   FileStatus status;
   bool onlyRootCanChange = false;  ///< this folder and all above it: see locate()
 };
@@ -80,20 +84,23 @@ struct PathEntry {
 
 enum class LastLink { keep, follow };
 
-/// Opens a path, one component at a time, so that nobody can turn it elsewhere by planting a symbolic link. A
-/// link on the way is followed only where none but root (or the user that this process acts as) can have put
-/// it there: link and folder belong to root, and neither the folder nor any above it can be written by others
-/// (by a group only where the sticky bit is set, as "/" is on some systems). /var on a Mac is such a link.
-/// Any other link on the way is refused. With LastLink::keep a link at the path's end is the entry itself;
-/// with `follow` the rule above holds for it.
+/// Opens a path below `root`, an open folder that is "/" to it, one component at a time, so that nobody can
+/// turn it elsewhere by planting a symbolic link. A link on the way is followed only where none but root (or
+/// the user that this process acts as) can have put it there: link and folder belong to root, and neither the
+/// folder nor any above it can be written by others (by a group only where the sticky bit is set, as "/" is
+/// on some systems). /var on a Mac is such a link. Any other link on the way is refused. With LastLink::keep
+/// a link at the path's end is the entry itself; with `follow` the rule above holds for it.
 ///
 /// Errors: ENOENT or ENOTDIR where there is no such entry; EPERM where it is refused, as "/" is, and a link
 /// as above; EINVAL for a path that does not begin with a slash or holds a zero byte; else what the system
 /// said.
-[[nodiscard]] foundation::Result<PathEntry> locate(const Surroundings& surroundings, std::string_view path,
+[[nodiscard]] foundation::Result<PathEntry> locate(int root, std::string_view path,
                                                    LastLink lastLink = LastLink::keep);
 
 /// Whether an error of locate() means that there is no such entry.
 [[nodiscard]] bool isMissing(const foundation::Error& error);
 
-}  // namespace helpers
+/// Whether only root, or the user that this process acts as, owns it.
+[[nodiscard]] bool isTrustedOwner(uid_t user);
+
+}  // namespace platform

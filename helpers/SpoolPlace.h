@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include "helpers/Surroundings.h"
+
+namespace helpers {
+
+/// Whether a folder may be emptied as a spool folder. Its path comes from a services file, which a user may
+/// have written, so that a path alone is no reason: "/etc/ssh" can stand there too. It may be
+/// - where it belongs to the account whose trash it goes to, unless that is root, to whom the system belongs;
+/// - where it lies in /var/spool, /private/var/spool, /Users/Shared or an "Application Support/Apple
+/// Qmaster";
+/// - where a services file names it that nobody but root can have written: the machine's
+///   (/Library/Application Support/Apple Qmaster/qmasterservices.plist), or the one in root's home.
+/// `asked` is the path as it was asked for. A link of root's own may lead from one of those places elsewhere,
+/// so the place counts by either path; by the asked one only where it goes up nowhere.
+[[nodiscard]] bool maySpoolBeEmptied(const Surroundings& surroundings, const PathEntry& spool,
+                                     const std::string& asked);
+
+/// Whether a property list, XML or binary, holds that text as a string of its own, whole. Texts that are not
+/// ASCII are found in XML only.
+[[nodiscard]] bool holdsString(const std::string& propertyList, const std::string& text);
+
+}  // namespace helpers

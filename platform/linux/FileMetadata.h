@@ -1,0 +1,45 @@
+#pragma once
+
+#include <string_view>
+
+#include "platform/linux/PathEntry.h"
+
+namespace platform {
+
+/// Which of a file's rights come along with a copy.
+enum class Privileges {
+  keep,
+  drop  ///< no set-ID bits where root copies, and no attributes of security.* (file capabilities among them)
+};
+
+/// What happens where an owner, a group or an extended attribute cannot be kept.
+enum class Fidelity {
+  exact,    ///< it is an error
+  possible  ///< it stays behind, as cp -a does it: set-ID bits do not outlive their owner
+};
+
+struct MetadataOptions {
+  Privileges privileges = Privileges::keep;
+  Fidelity fidelity = Fidelity::exact;
+};
+
+/// The mode that a copy is to have whose owner and group are those of the original.
+[[nodiscard]] mode_t modeOfCopy(const FileStatus& original, Privileges privileges);
+
+/// Makes the open file or folder `to` like `from`: owner, group, extended attributes (access control lists
+/// are among them) and mode. Both must be open for more than O_PATH. Makes no call for what is so already.
+[[nodiscard]] foundation::Result<void> copyOwnerModeAndAttributes(int from, const FileStatus& original,
+                                                                  int to, std::string_view path,
+                                                                  MetadataOptions options = {});
+
+/// Owner and mode for what is opened with O_PATH: links (which have no mode), FIFOs, sockets and devices.
+[[nodiscard]] foundation::Result<void> copyOwnerAndMode(const FileStatus& original, int to,
+                                                        std::string_view path, MetadataOptions options = {});
+
+/// Sets the times of access and modification; `file` may be open with O_PATH.
+[[nodiscard]] foundation::Result<void> copyTimes(const FileStatus& original, int file, std::string_view path);
+
+/// Sets the mode of what is open, with O_PATH or more.
+[[nodiscard]] foundation::Result<void> setPermissions(int descriptor, mode_t mode, std::string_view path);
+
+}  // namespace platform

@@ -1,0 +1,230 @@
+#include "platform/linux/LinuxFiles.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+
+#include "platform/foundation/Paths.h"
+#include "platform/foundation/Text.h"
+#include "platform/linux/ExclusiveRename.h"
+#include "platform/linux/GuardedFolders.h"
+#include "platform/linux/TreeCopy.h"
+#include "platform/posix/RegularFile.h"
+
+namespace platform {
+namespace {
+
+using foundation::Result;
+using foundation::systemError;
+
+Result<void> writeAll(int descriptor, std::string_view bytes, const std::string& path) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return systemError(errno, path);
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return {};
+}
+
+class LinuxWritableFile : public WritableFile {
+ public:
+  LinuxWritableFile(UniqueDescriptor descriptor, std::string path)
+      : descriptor_(std::move(descriptor)), path_(std::move(path)) {}
+
+  Result<void> write(std::string_view bytes) override { return writeAll(descriptor_.get(), bytes, path_); }
+  Result<void> seekToEnd() override {
+    if (::lseek(descriptor_.get(), 0, SEEK_END) < 0) return systemError(errno, path_);
+    return {};
+  }
+
+ private:
+  UniqueDescriptor descriptor_;
+  std::string path_;
+};
+
+/// A folder held open, so that what is done in it stays in it whatever becomes of its path meanwhile, and the
+/// name of an item in it.
+struct Place {
+  UniqueDescriptor folder;
+  std::string name;
+};
+
+Result<Place> placeOf(const std::string& path) {
+  const std::string parent = foundation::deletingLastPathComponent(path);
+  auto folder = openGuardedFolder(parent.empty() ? "." : parent);
+  if (!folder) return systemError(folder.error().code, path);
+  return Place{std::move(folder).value(), foundation::lastPathComponent(path)};
+}
+
+/// A name that nobody can guess and occupy beforehand, independent of the target's (which may be as long as a
+/// name can be).
+std::string temporaryName() {
+  std::array<unsigned char, 12> bytes{};
+  if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) return {};
+  std::string name = ".quillmend.";
+  for (const unsigned char byte : bytes) name += foundation::stringWithFormat("%02x", unsigned{byte});
+  return name;
+}
+
+/// A temporary file beside the one that it will replace; gone with the object unless it was renamed.
+class ReplacementFile {
+ public:
+  ReplacementFile(const Place& target, mode_t mode)
+      : target_(target),
+        name_(temporaryName()),
+        descriptor_(::openat(target.folder.get(), name_.c_str(),
+                             O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode)) {}
+  ~ReplacementFile() {
+    if (descriptor_ && !renamed_) ::unlinkat(target_.folder.get(), name_.c_str(), 0);
+  }
+  ReplacementFile(const ReplacementFile&) = delete;
+  ReplacementFile& operator=(const ReplacementFile&) = delete;
+
+  [[nodiscard]] bool isOpen() const { return static_cast<bool>(descriptor_); }
+  [[nodiscard]] int descriptor() const { return descriptor_.get(); }
+  [[nodiscard]] bool replaceTarget() {
+    const int folder = target_.folder.get();
+    renamed_ = ::renameat(folder, name_.c_str(), folder, target_.name.c_str()) == 0;
+    return renamed_;
+  }
+
+ private:
+  const Place& target_;
+  std::string name_;
+  UniqueDescriptor descriptor_;
+  bool renamed_ = false;
+};
+
+/// What the group may do is no more than what everybody may.
+mode_t withoutGroupsOwnRights(mode_t mode) {
+  return (mode & 0707U) | ((mode & 07U) << 3U);
+}
+
+bool giveTo(int descriptor, uid_t owner, gid_t group) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) return false;
+  const bool isGivenAlready = status.st_uid == owner && status.st_gid == group;
+  return isGivenAlready || ::fchown(descriptor, owner, group) == 0;
+}
+
+/// Gives the replacement the owner and mode of the file that it replaces. Set-id bits are not taken over: as
+/// root that would put new content under a right that was given to the old.
+bool takeOverAttributes(int descriptor, const struct stat& old) {
+  mode_t mode = old.st_mode & 0777U;
+  if (!giveTo(descriptor, old.st_uid, old.st_gid)) {
+    if (::geteuid() == 0) return false;
+    if (::fchown(descriptor, static_cast<uid_t>(-1), old.st_gid) != 0) mode = withoutGroupsOwnRights(mode);
+  }
+  return ::fchmod(descriptor, mode) == 0;
+}
+
+/// A file that root makes in somebody else's folder becomes that folder's owner's. By its descriptor, and
+/// while it is still empty: nothing else can change hands, whatever is renamed meanwhile.
+bool giveToFoldersOwner(int descriptor, int folder) {
+  struct stat around {};
+  if (::geteuid() != 0) return true;
+  if (::fstat(folder, &around) != 0) return false;
+  return around.st_uid == 0 || giveTo(descriptor, around.st_uid, around.st_gid);
+}
+
+/// 0 or an errno value.
+int renameExclusively(const Place& from, const Place& to) {
+  const auto moved =
+      renameWithoutReplacing(from.folder.get(), from.name, to.folder.get(), to.name, from.name);
+  return moved ? 0 : moved.error().code;
+}
+
+Result<void> moveAcrossFileSystems(const Place& from, const Place& to, const std::string& path) {
+  return moveByCopy(from.folder.get(), from.name, to.folder.get(), path,
+                    [&](int folder, const std::string& name) {
+                      return renameWithoutReplacing(folder, name, to.folder.get(), to.name, path);
+                    });
+}
+
+/// Puts a file in the place of what lies there, `old` where that is a file. What replaces a file may be as
+/// confidential as that: nobody else reads it before it has its mode.
+Result<void> writeReplacement(const Place& target, const struct stat* old, std::string_view bytes,
+                              const std::string& path) {
+  ReplacementFile file(target, old != nullptr ? 0600 : 0644);
+  if (!file.isOpen()) return systemError(errno, path);
+  const bool isNew = old == nullptr;
+  if (isNew && !giveToFoldersOwner(file.descriptor(), target.folder.get())) return systemError(errno, path);
+  if (auto written = writeAll(file.descriptor(), bytes, path); !written) return written;
+  if (!isNew && !takeOverAttributes(file.descriptor(), *old)) return systemError(errno, path);
+  if (::fsync(file.descriptor()) != 0 || !file.replaceTarget()) return systemError(errno, path);
+  ::fsync(target.folder.get());  // makes the renaming itself last through a power cut
+  return {};
+}
+
+}  // namespace
+
+Result<std::string> LinuxFileQueries::readFileItself(const std::string& path, std::uint64_t limit) {
+  const auto place = placeOf(path);
+  if (!place) return place.error();
+  const auto file =
+      openRegularFile(place.value().folder.get(), place.value().name, O_RDONLY | O_NOFOLLOW, path);
+  if (!file) return file.error();
+  return readWholeFile(file.value().get(), limit, path);
+}
+
+Result<void> LinuxFileChanges::createDirectory(const std::string& path) {
+  auto place = placeOf(path);
+  const std::string parent = foundation::deletingLastPathComponent(path);
+  if (!place && place.error().code == ENOENT && !parent.empty() && parent != path) {
+    if (auto made = createDirectory(parent); !made) return made;
+    place = placeOf(path);
+  }
+  if (!place) return place.error();
+  const int reason = makeFolderForOwner(place.value().folder.get(), place.value().name, 0777);
+  if (reason == 0 || (reason == EEXIST && openGuardedFolder(path))) return {};
+  return systemError(reason, path);
+}
+
+Result<void> LinuxFileChanges::move(const std::string& from, const std::string& to) {
+  const auto source = placeOf(from);
+  if (!source) return source.error();
+  const auto target = placeOf(to);
+  if (!target) return target.error();
+  const int reason = renameExclusively(source.value(), target.value());
+  if (reason == 0) return {};
+  if (reason == EXDEV) return moveAcrossFileSystems(source.value(), target.value(), from);
+  return systemError(reason, reason == EEXIST ? to : from);
+}
+
+Result<void> LinuxFileChanges::remove(const std::string& path) {
+  const auto place = placeOf(path);
+  if (!place) return place.error();
+  const std::string& name = place.value().name;
+  if (name == "/" || name == "." || name == "..") return systemError(EINVAL, path);
+  auto removed = removeItem(place.value().folder.get(), name);
+  return removed ? removed : systemError(removed.error().code, path);
+}
+
+Result<void> LinuxFileChanges::writeAtomically(const std::string& path, std::string_view bytes) {
+  const auto place = placeOf(path);
+  if (!place) return place.error();
+  const Place& target = place.value();
+  struct stat old {};
+  const bool isThere = ::fstatat(target.folder.get(), target.name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
+  if (isThere && S_ISDIR(old.st_mode)) return systemError(EISDIR, path);
+  return writeReplacement(target, isThere && S_ISREG(old.st_mode) ? &old : nullptr, bytes, path);
+}
+
+Result<std::unique_ptr<WritableFile>> LinuxFileChanges::openForWriting(const std::string& path) {
+  const auto place = placeOf(path);
+  if (!place) return place.error();
+  auto file = openRegularFile(place.value().folder.get(), place.value().name, O_WRONLY | O_NOFOLLOW, path);
+  if (!file) return file.error();
+  struct stat status {};
+  if (::fstat(file.value().get(), &status) != 0) return systemError(errno, path);
+  if (::geteuid() == 0 && status.st_nlink > 1) return systemError(EMLINK, path);
+  return std::unique_ptr<WritableFile>(std::make_unique<LinuxWritableFile>(std::move(file).value(), path));
+}
+
+}  // namespace platform

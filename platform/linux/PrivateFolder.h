@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/foundation/Result.h"
+#include "platform/posix/UniqueDescriptor.h"
+
+namespace platform {
+
+/// A folder that copies grow in: hidden, mode 0700, without access control lists and this process's own, so
+/// that in a folder of somebody else's nobody can exchange what is being made before it has its owner.
+/// Removed with the object, and with it what is still inside.
+class PrivateFolder {
+ public:
+  /// Makes ".copying-" and a random number in an open folder. Whatever is found under that name must be a
+  /// folder of this process's with mode 0700 and empty; EBUSY where it is not, because then somebody has
+  /// exchanged it. `path` is for the error.
+  [[nodiscard]] static foundation::Result<PrivateFolder> make(int parent, std::string_view path);
+  ~PrivateFolder();
+  PrivateFolder(PrivateFolder&&) = default;
+  PrivateFolder& operator=(PrivateFolder&&) = delete;
+
+  [[nodiscard]] int descriptor() const { return folder_.get(); }
+
+ private:
+  PrivateFolder(UniqueDescriptor parent, std::string name, UniqueDescriptor folder)
+      : parent_(std::move(parent)), name_(std::move(name)), folder_(std::move(folder)) {}
+
+  UniqueDescriptor parent_;
+  std::string name_;
+  UniqueDescriptor folder_;
+};
+
+/// Whether an open folder is one that this process has just made: its own, with that mode, and empty. EBUSY
+/// where it is not. REQUIRES that it is open for reading.
+[[nodiscard]] foundation::Result<void> requireFreshFolder(int folder, mode_t mode, std::string_view path);
+
+}  // namespace platform

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+#include "platform/foundation/Result.h"
+
+/// Removing by descriptors: no link is followed. What cannot be removed is passed over; the first failure is
+/// the answer.
+namespace platform {
+
+/// Removes an item and all below it.
+foundation::Result<void> removeItem(int folder, const std::string& name);
+
+/// Removes all that is in an open folder. `path` is for the error.
+foundation::Result<void> removeContents(int folder, const std::string& path);
+
+}  // namespace platform
