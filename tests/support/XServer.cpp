@@ -21,6 +21,8 @@ pid_t start(std::vector<std::string> command, int handedOn = -1) {
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
   if (handedOn >= 0) posix_spawn_file_actions_adddup2(&actions, handedOn, handedOn);
+  // Goes with this process, however that ends.
+  command.insert(command.begin(), {"setpriv", "--pdeathsig", "TERM", "--"});
   std::vector<char*> arguments;
   for (std::string& word : command) arguments.push_back(word.data());
   arguments.push_back(nullptr);
@@ -48,6 +50,18 @@ std::string lineFrom(int descriptor) {
   return line;
 }
 
+/// A window that is shown before there is a manager stays without the keyboard.
+void awaitWindowManager() {
+  constexpr int kLooks = 400;
+  for (int look = 0; look < kLooks; ++look) {
+    int status = -1;
+    ::waitpid(start({"xdotool", "get_desktop"}), &status, 0);
+    if (status == 0) return;
+    ::usleep(50000);
+  }
+  throw std::runtime_error("no window manager");
+}
+
 }  // namespace
 
 XServer::XServer() {
@@ -63,6 +77,7 @@ XServer::XServer() {
   ::setenv("DISPLAY", name().c_str(), 1);
   ::unsetenv("WAYLAND_DISPLAY");
   windowManager_ = start({"openbox"});
+  awaitWindowManager();
 }
 
 XServer::~XServer() {

@@ -77,7 +77,7 @@ bool Application::runUntilReadable(int descriptor, std::optional<nanoseconds> in
 void Application::runPanel(const std::string& title, const std::string& message) {
   const std::unique_ptr<QMessageBox> panel(
       makePanel(panelParent_, QString::fromStdString(title), QString::fromStdString(message)));
-  panel->setStandardButtons(QMessageBox::Ok);
+  addDefaultButton(*panel);
   panel->exec();
 }
 

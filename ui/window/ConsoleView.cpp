@@ -32,6 +32,15 @@ QString plain(const std::string& text) {
   return letters;
 }
 
+bool hasEndlessWord(const QString& text) {
+  constexpr qsizetype kEndless = 4096;
+  qsizetype length = 0;
+  return std::any_of(text.cbegin(), text.cend(), [&length](QChar letter) {
+    length = letter.isSpace() ? 0 : length + 1;
+    return length > kEndless;
+  });
+}
+
 QFont consoleFont(const QFont& system, const outlets::Font& wanted) {
   QFont font = system;
   font.setPointSizeF(wanted.size * kPointsPerMacPoint);
@@ -68,7 +77,17 @@ std::size_t ConsoleView::length() const {
 
 void ConsoleView::setString(const std::string& text) {
   insertedLinks_.clear();
-  setPlainText(plain(text));
+  clear();
+  setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+  setPlainText(prepared(text));
+}
+
+/// A text for the document. The toolkit looks for the end of a word from each line that the word fills, which
+/// takes it minutes with a word of a megabyte: from such a word on, lines are cut anywhere.
+QString ConsoleView::prepared(const std::string& text) {
+  const QString letters = plain(text);
+  if (hasEndlessWord(letters)) setWordWrapMode(QTextOption::WrapAnywhere);
+  return letters;
 }
 
 QTextCursor ConsoleView::cursorOver(outlets::Range range) const {
@@ -86,7 +105,7 @@ void ConsoleView::setSelectedRange(outlets::Range range) {
 
 void ConsoleView::insert(const std::string& text, const QTextCharFormat& format) {
   QTextCursor cursor = textCursor();
-  cursor.insertText(plain(text), format);
+  cursor.insertText(prepared(text), format);
   setTextCursor(cursor);
 }
 
@@ -147,9 +166,11 @@ void ConsoleView::scrollRangeToVisible(outlets::Range range) {
   const QTextCursor selection = textCursor();
   setTextCursor(cursorOver({range.location + range.length, 0}));
   ensureCursorVisible();
-  const int place = verticalScrollBar()->value();
+  QScrollBar* const bar = verticalScrollBar();
+  const bool isAtEnd = range.location + range.length >= length();
+  const int place = isAtEnd ? bar->maximum() : bar->value();
   if (selection != textCursor()) setTextCursor(selection);
-  verticalScrollBar()->setValue(place);
+  bar->setValue(place);
 }
 
 void ConsoleView::setNeedsDisplay() {

@@ -48,6 +48,7 @@ class ConsoleView : public QPlainTextEdit, public outlets::TextView {
 
  private:
   [[nodiscard]] QTextCursor cursorOver(outlets::Range range) const;
+  [[nodiscard]] QString prepared(const std::string& text);
   void insert(const std::string& text, const QTextCharFormat& format);
   void setColor(QTextCharFormat& format, outlets::Color color) const;
   void applyPalette();

@@ -42,6 +42,10 @@ MainWindow::MainWindow(outlets::InterfaceOwner& owner)
 
 MainWindow::~MainWindow() = default;
 
+QList<QAbstractButton*> MainWindow::boxes() const {
+  return {ui_->trashPrefs, ui_->resetQmasterCheck, ui_->resetLayoutCheck};
+}
+
 /// What an interface description cannot say.
 void MainWindow::dress() {
   constexpr double kNameScale = 1.7;
@@ -55,6 +59,18 @@ void MainWindow::dress() {
   ui_->repairProgress->setSizePolicy(policy);
   ui_->repairProgress->hide();
   ui_->repairButton->setFocus();
+  dressBoxes();
+  setMinimumSize(minimumSize().expandedTo(minimumSizeHint()));  // large fonts need more room
+}
+
+/// On a dark ground the toolkit draws an empty box nearly as dark.
+void MainWindow::dressBoxes() {
+  QPalette own;  // whatever is not set here is inherited
+  const QColor ground = palette().color(QPalette::Window);
+  constexpr int kHalf = 128;
+  constexpr int kLighter = 190;
+  if (ground.lightness() < kHalf) own.setColor(QPalette::Base, ground.lighter(kLighter));
+  for (QAbstractButton* const box : boxes()) box->setPalette(own);
 }
 
 outlets::Connections MainWindow::connections() {
@@ -87,7 +103,7 @@ void MainWindow::connectActions() {
   connect(ui_->prefsAdminPass, &QAction::triggered, this,
           [this] { perform(QStringLiteral("prefsToggleAdminPass"), &parts_->prefsAdminPass); });
   connect(ui_->repairButton, &QPushButton::clicked, ui_->repair, &QAction::trigger);
-  for (QAbstractButton* const box : {ui_->trashPrefs, ui_->resetQmasterCheck, ui_->resetLayoutCheck}) {
+  for (QAbstractButton* const box : boxes()) {
     connect(box, &QAbstractButton::clicked, this, [this] { perform(QStringLiteral("storeOptions"), nullptr); });
   }
 }
@@ -108,7 +124,7 @@ void MainWindow::beginAlertSheet(const std::string& message, const std::string& 
       makePanel(this, QString::fromStdString(message), QString::fromStdString(informativeText));
   sheet->setAttribute(Qt::WA_DeleteOnClose);
   sheet->setWindowFlag(Qt::Sheet);
-  sheet->setStandardButtons(QMessageBox::Ok);
+  addDefaultButton(*sheet);
   sheet->open();
 }
 
@@ -124,6 +140,11 @@ void MainWindow::hide() {
   ui_->repairProgress->hide();
   ui_->repairStage->setText(tr("Ready"));
   if (question_ != nullptr) question_->reject();  // nothing is left to ask about
+}
+
+void MainWindow::changeEvent(QEvent* event) {
+  QMainWindow::changeEvent(event);
+  if (event->type() == QEvent::PaletteChange) dressBoxes();
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
@@ -167,7 +188,7 @@ void MainWindow::showAbout() {
   about->setAttribute(Qt::WA_DeleteOnClose);
   about->setWindowTitle(tr("About Quillmend"));
   about->setDetailedText(text);
-  about->setStandardButtons(QMessageBox::Ok);
+  addDefaultButton(*about);
   about->open();
 }
 

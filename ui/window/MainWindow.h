@@ -6,6 +6,7 @@
 
 #include "ui/InterfaceOwner.h"
 
+class QAbstractButton;
 class QMessageBox;
 class QProgressBar;
 
@@ -40,6 +41,7 @@ class MainWindow : public QMainWindow, public outlets::Window, private outlets::
   void saveFrame();
 
  protected:
+  void changeEvent(QEvent* event) override;
   void closeEvent(QCloseEvent* event) override;
 
  private:
@@ -47,6 +49,8 @@ class MainWindow : public QMainWindow, public outlets::Window, private outlets::
   void hide() override;
 
   void dress();
+  void dressBoxes();
+  [[nodiscard]] QList<QAbstractButton*> boxes() const;
   void connectActions();
   void connectOwnActions();
   void perform(const QString& action, outlets::Sender* sender);

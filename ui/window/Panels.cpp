@@ -4,6 +4,7 @@
 #include <QIcon>
 #include <QLabel>
 #include <QMessageBox>
+#include <QPushButton>
 
 namespace window {
 
@@ -23,8 +24,14 @@ QMessageBox* makePanel(QWidget* parent, const QString& message, const QString& t
   // Made by setInformativeText, and markup by itself.
   if (auto* const information = panel->findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel"))) {
     information->setTextFormat(Qt::PlainText);
+    constexpr int kTextWidth = 300;
+    information->setMinimumWidth(kTextWidth);
   }
   return panel;
+}
+
+void addDefaultButton(QMessageBox& panel) {
+  panel.addButton(QMessageBox::Ok)->setIcon({});
 }
 
 }  // namespace window

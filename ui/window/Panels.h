@@ -11,4 +11,7 @@ namespace window {
 /// buttons yet; with a parent it stands over that window.
 [[nodiscard]] QMessageBox* makePanel(QWidget* parent, const QString& message, const QString& text);
 
+/// The one button of a panel that only tells something: OK, without a picture.
+void addDefaultButton(QMessageBox& panel);
+
 }  // namespace window

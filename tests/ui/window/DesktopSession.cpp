@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QPalette>
 #include <QPixmap>
+#include <QProcess>
 #include <QScreen>
 #include <QWidget>
 #include <algorithm>
@@ -24,14 +25,45 @@ double luminance(const QColor& color) {
   return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) + 0.0722 * linear(color.blueF());
 }
 
+/// Whatever is not of the ground's colour.
+QRect shownPart(const QImage& screen) {
+  QRect part;
+  const QRgb ground = screen.pixel(0, 0);
+  for (int y = 0; y < screen.height(); ++y) {
+    int left = 0;
+    while (left < screen.width() && screen.pixel(left, y) == ground) ++left;
+    if (left == screen.width()) continue;
+    int right = screen.width() - 1;
+    while (screen.pixel(right, y) == ground) --right;
+    part |= QRect(QPoint(left, y), QPoint(right, y));
+  }
+  return part;
+}
+
 }  // namespace
+
+std::string xdotool(const QStringList& arguments) {
+  QProcess tool;
+  tool.start(QStringLiteral("xdotool"), arguments);
+  tool.waitForFinished();
+  return tool.readAllStandardOutput().trimmed().toStdString();
+}
+
+void press(const char* keys) {
+  xdotool({QStringLiteral("key"), QString::fromLatin1(keys)});
+}
+
+std::string focusedTitle() {
+  return xdotool({QStringLiteral("getwindowfocus"), QStringLiteral("getwindowname")});
+}
 
 void saveScreenshot(QWidget& widget, const std::string& name) {
   widget.grab().save(fileFor(name));
 }
 
 void saveScreen(const std::string& name) {
-  QGuiApplication::primaryScreen()->grabWindow(0).save(fileFor(name));
+  const QImage screen = QGuiApplication::primaryScreen()->grabWindow(0).toImage();
+  screen.copy(shownPart(screen)).save(fileFor(name));
 }
 
 void useDarkPalette() {

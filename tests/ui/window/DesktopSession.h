@@ -16,10 +16,20 @@ inline bool waitUntil(const std::function<bool()>& condition,
   return QTest::qWaitFor(condition, static_cast<int>(limit.count()));
 }
 
+/// Runs xdotool, which acts as a person at the keyboard and the mouse does; answers what it printed, without the
+/// line break at its end.
+std::string xdotool(const QStringList& arguments);
+
+/// Presses keys by their names: "ctrl+a".
+void press(const char* keys);
+
+/// The title of the window that has the keyboard.
+[[nodiscard]] std::string focusedTitle();
+
 /// Writes what a widget looks like to <build>/screenshots/<name>.png.
 void saveScreenshot(QWidget& widget, const std::string& name);
 
-/// The same of the whole screen.
+/// The same of all that is on the screen.
 void saveScreen(const std::string& name);
 
 /// A dark desktop's colours, and the ones that the test began with.

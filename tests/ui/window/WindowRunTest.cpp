@@ -36,35 +36,18 @@ VisitOptions windowVisit() {
   return options;
 }
 
-/// Runs xdotool; answers what it printed, without the line break at its end.
-std::string xdotool(const QStringList& arguments) {
-  QProcess tool;
-  tool.start(QStringLiteral("xdotool"), arguments);
-  tool.waitForFinished();
-  return tool.readAllStandardOutput().trimmed().toStdString();
-}
-
-void press(const char* keys) {
-  xdotool({QStringLiteral("key"), QString::fromLatin1(keys)});
-}
-
-/// The title of the window that has the keyboard.
-std::string activeTitle() {
-  return xdotool({QStringLiteral("getactivewindow"), QStringLiteral("getwindowname")});
-}
-
 /// The program with its window on a volume.
 class WindowRun {
  public:
   explicit WindowRun(const Volume& volume, const VisitOptions& options = windowVisit())
       : volume_(volume), before_(takeSnapshot(volume)), visit_(volume, {quillmend}, options) {
-    EXPECT_TRUE(window::waitUntil([] { return activeTitle() == "Quillmend"; }, 30s)) << "no window";
-    identifier_ = xdotool({QStringLiteral("getactivewindow")});
+    EXPECT_TRUE(window::waitUntil([] { return window::focusedTitle() == "Quillmend"; }, 30s)) << "no window";
+    identifier_ = window::xdotool({QStringLiteral("getactivewindow")});
   }
 
   /// The number of the program's windows on the screen.
   [[nodiscard]] static std::size_t windowCount() {
-    const std::string found = xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+    const std::string found = window::xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"),
                                        QStringLiteral("--name"), QStringLiteral("^Quillmend$")});
     return found.empty() ? 0 : split(found, '\n').size();
   }
@@ -72,8 +55,8 @@ class WindowRun {
   /// The console's text, as copying gives it.
   [[nodiscard]] static std::string consoleText() {
     QGuiApplication::clipboard()->setText(QStringLiteral("nothing"));
-    press("ctrl+a");
-    press("ctrl+c");
+    window::press("ctrl+a");
+    window::press("ctrl+c");
     const auto isThere = [] { return QGuiApplication::clipboard()->text() != QStringLiteral("nothing"); };
     EXPECT_TRUE(window::waitUntil(isThere));
     return QGuiApplication::clipboard()->text().toStdString();
@@ -95,7 +78,7 @@ class WindowRun {
   }
 
   void resize(const char* width, const char* height) const {
-    xdotool({QStringLiteral("windowsize"), QStringLiteral("--sync"), QString::fromStdString(identifier_),
+    window::xdotool({QStringLiteral("windowsize"), QStringLiteral("--sync"), QString::fromStdString(identifier_),
              QString::fromLatin1(width), QString::fromLatin1(height)});
     std::this_thread::sleep_for(300ms);
   }
@@ -124,18 +107,18 @@ TEST_F(WindowRunTest, ARepairFromTheWindowSaysWhatOneWithoutAWindowSays) {
   const TemporaryVolume sample(compressors(copies));
   WindowRun program(sample);
   window::saveScreen("empty");
-  press("ctrl+r");
+  window::press("ctrl+r");
   program.waitForLog("Checking file permissions...");
   window::saveScreen("repairing");
   WindowRun::waitForAlert();
   window::saveScreen("alert");
-  press("Return");
+  window::press("Return");
   ASSERT_TRUE(window::waitUntil([] { return WindowRun::windowCount() == 1; }));
   ASSERT_THAT(without.finished.size(), 1U);
   EXPECT_EQ(WindowRun::consoleText(), without.finished.front());
-  press("End");
+  window::press("End");
   window::saveScreen("repaired");
-  press("ctrl+q");
+  window::press("ctrl+q");
   const auto outcome = program.end();
   EXPECT_EQ(outcome.visit.status, 0);
   EXPECT_EQ(outcome.callTexts(), without.callTexts());
@@ -145,16 +128,16 @@ TEST_F(WindowRunTest, ARepairFromTheWindowSaysWhatOneWithoutAWindowSays) {
 TEST_F(WindowRunTest, ErrorsAreRedAndTheAlertTellsOfThem) {
   const TemporaryVolume sample(compressors({{"3.5.3"}}, {{"missing", "/usr/sbin/qmasterca"}}));
   WindowRun program(sample);
-  press("alt+r");
+  window::press("alt+r");
   WindowRun::waitForAlert();
   window::saveScreen("alert-of-errors");
-  press("Return");
+  window::press("Return");
   ASSERT_TRUE(window::waitUntil([] { return WindowRun::windowCount() == 1; }));
   window::saveScreen("errors");
   EXPECT_THAT(WindowRun::consoleText(), HasSubstr("'/usr/sbin/qmasterca' does not exist."));
   program.resize("480", "360");
   window::saveScreen("narrow");
-  press("ctrl+w");
+  window::press("ctrl+w");
   EXPECT_EQ(program.end().visit.status, 0);
 }
 
@@ -163,25 +146,25 @@ TEST_F(WindowRunTest, AtTwiceTheDensityEverythingIsTwiceAsSharp) {
   VisitOptions options = windowVisit();
   options.environment.emplace_back("QT_SCALE_FACTOR", "2");
   WindowRun program(sample, options);
-  press("ctrl+r");
+  window::press("ctrl+r");
   WindowRun::waitForAlert();
-  press("Return");
+  window::press("Return");
   ASSERT_TRUE(window::waitUntil([] { return WindowRun::windowCount() == 1; }));
   window::saveScreen("double");
-  press("ctrl+q");
+  window::press("ctrl+q");
   EXPECT_EQ(program.end().visit.status, 0);
 }
 
 TEST_F(WindowRunTest, ClosingInMidRepairAsksAndThenLetsTheStepEnd) {
   const TemporaryVolume sample(compressors({{"3.5.3"}}));
   WindowRun program(sample);
-  press("ctrl+r");
+  window::press("ctrl+r");
   program.waitForLog("Stopping Qmaster...");
-  press("ctrl+q");
+  window::press("ctrl+q");
   ASSERT_TRUE(window::waitUntil([] { return WindowRun::windowCount() == 2; })) << "no question";
   std::this_thread::sleep_for(300ms);
   window::saveScreen("question");
-  press("alt+q");
+  window::press("alt+q");
   const auto outcome = program.end();
   EXPECT_EQ(outcome.visit.status, 0);
   const auto log = readLog(sample, "/Library/Logs/Vordenworks/Quillmend.1.log");
@@ -195,23 +178,23 @@ TEST_F(WindowRunTest, ClosingInMidRepairAsksAndThenLetsTheStepEnd) {
 TEST_F(WindowRunTest, StayingInMidRepairLetsItGoOn) {
   const TemporaryVolume sample(compressors({{"4.0.7"}}));
   WindowRun program(sample);
-  press("ctrl+r");
+  window::press("ctrl+r");
   program.waitForLog("Stopping Qmaster...");
-  press("ctrl+q");
+  window::press("ctrl+q");
   ASSERT_TRUE(window::waitUntil([] { return WindowRun::windowCount() == 2; })) << "no question";
-  press("Return");
+  window::press("Return");
   ASSERT_TRUE(window::waitUntil([] { return WindowRun::windowCount() == 1; }));
   WindowRun::waitForAlert();
-  press("Return");
+  window::press("Return");
   EXPECT_THAT(WindowRun::consoleText(), HasSubstr(successSummary));
-  press("ctrl+q");
+  window::press("ctrl+q");
   EXPECT_EQ(program.end().visit.status, 0);
 }
 
 TEST_F(WindowRunTest, ASignalInMidRepairLetsTheStepEndAndEndsTheProgramByIt) {
   const TemporaryVolume sample(compressors({{"3.5.3"}}));
   WindowRun program(sample);
-  press("ctrl+r");
+  window::press("ctrl+r");
   program.waitForLog("Stopping Qmaster...");
   program.signal(SIGTERM);
   const auto outcome = program.end();
@@ -223,9 +206,9 @@ TEST_F(WindowRunTest, TheCheckBoxesAndThePlaceAreRemembered) {
   const TemporaryVolume sample(compressors({}));
   {
     WindowRun program(sample);
-    press("alt+t");
+    window::press("alt+p");
     program.resize("500", "400");
-    press("ctrl+q");
+    window::press("ctrl+q");
     EXPECT_EQ(program.end().visit.status, 0);
   }
   const auto list =
@@ -233,12 +216,12 @@ TEST_F(WindowRunTest, TheCheckBoxesAndThePlaceAreRemembered) {
   EXPECT_THAT(list, HasSubstr("shouldTrash"));
   EXPECT_THAT(list, HasSubstr(" 500 400"));
   WindowRun again(sample);
-  const std::string geometry = xdotool({QStringLiteral("getactivewindow"), QStringLiteral("getwindowgeometry")});
+  const std::string geometry = window::xdotool({QStringLiteral("getactivewindow"), QStringLiteral("getwindowgeometry")});
   EXPECT_THAT(geometry, HasSubstr("500x400"));
-  press("ctrl+r");
+  window::press("ctrl+r");
   WindowRun::waitForAlert();
-  press("Return");
-  press("ctrl+q");
+  window::press("Return");
+  window::press("ctrl+q");
   EXPECT_EQ(again.end().visit.status, 0);
 }
 

@@ -39,6 +39,7 @@ class AskpassDialog : public QDialog {
     ui_.explanation->setText(account.isEmpty() ? tr("Enter your password to allow this.")
                                                : tr("Enter the password of “%1” to allow this.").arg(account));
     setWindowFlag(Qt::WindowStaysOnTopHint);
+    for (QAbstractButton* const button : ui_.buttons->buttons()) button->setIcon({});
     ui_.password->setFocus();
     connect(ui_.buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     connect(ui_.buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
