@@ -67,8 +67,8 @@ void awaitWindowManager() {
 XServer::XServer() {
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-  server_ = start({"Xvfb", "-displayfd", std::to_string(ends[1]), "-screen", "0", "1600x1300x24", "-dpi", "96",
-                   "-nolisten", "tcp", "-noreset"},
+  server_ = start({"Xvfb", "-displayfd", std::to_string(ends[1]), "-screen", "0", "1600x1300x24", "-dpi",
+                   "96", "-nolisten", "tcp", "-noreset"},
                   ends[1]);
   ::close(ends[1]);
   number_ = lineFrom(ends[0]);

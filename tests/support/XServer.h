@@ -7,8 +7,8 @@
 
 namespace support {
 
-/// A display of the test's own: an Xvfb on a free number with a window manager, which $DISPLAY names; both are
-/// ended with the object. Throws std::runtime_error where there is none to be had.
+/// A display of the test's own: an Xvfb on a free number with a window manager, which $DISPLAY names; both
+/// are ended with the object. Throws std::runtime_error where there is none to be had.
 class XServer {
  public:
   XServer();

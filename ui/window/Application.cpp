@@ -33,8 +33,8 @@ milliseconds roundedUp(nanoseconds interval) {
 /// The toolkit takes the user's language for everything; only letters are to be the user's here. Numbers and
 /// dates that are written to files have one form.
 void keepFormats() {
-  std::setlocale(LC_ALL, "C");    // NOLINT(concurrency-mt-unsafe): no other thread runs yet
-  std::setlocale(LC_CTYPE, "");   // NOLINT(concurrency-mt-unsafe)
+  std::setlocale(LC_ALL, "C");   // NOLINT(concurrency-mt-unsafe): no other thread runs yet
+  std::setlocale(LC_CTYPE, "");  // NOLINT(concurrency-mt-unsafe)
 }
 
 void introduce() {
@@ -84,7 +84,8 @@ void Application::runPanel(const std::string& title, const std::string& message)
 void Application::terminate() {
   isTerminating_ = true;
   // Queued: a loop that does not run yet would not hear of it.
-  QMetaObject::invokeMethod(qApp, [] { QCoreApplication::exit(0); }, Qt::QueuedConnection);
+  QMetaObject::invokeMethod(
+      qApp, [] { QCoreApplication::exit(0); }, Qt::QueuedConnection);
 }
 
 int runApplication(int argc, char** argv, platform::WindowHost& host, outlets::InterfaceOwner& owner) {

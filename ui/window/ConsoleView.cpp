@@ -21,8 +21,8 @@ QChar picture(QChar letter) {
   if (unit < 0x20) return QChar(static_cast<char16_t>(0x2400 + unit));
   if (unit == 0x7F) return QChar(u'\u2421');
   // Further line ends, and what a document takes for the ends of its frames.
-  const bool isUnfit = (unit > 0x7F && unit < 0xA0) || unit == 0x2028 || unit == 0x2029 ||
-                       (unit >= 0xFDD0 && unit <= 0xFDEF);
+  const bool isUnfit =
+      (unit > 0x7F && unit < 0xA0) || unit == 0x2028 || unit == 0x2029 || (unit >= 0xFDD0 && unit <= 0xFDEF);
   return isUnfit ? QChar(QChar::ReplacementCharacter) : letter;
 }
 
@@ -228,8 +228,8 @@ bool ConsoleView::focusNextPrevChild(bool next) {
   const QTextCursor now = textCursor();
   const bool isAtLink = !selectedAddress().isEmpty();
   for (const QTextCursor& link : all) {
-    const bool isBeyond = next ? link.selectionStart() >= now.selectionEnd()
-                               : link.selectionEnd() <= now.selectionStart();
+    const bool isBeyond =
+        next ? link.selectionStart() >= now.selectionEnd() : link.selectionEnd() <= now.selectionStart();
     if (hasFocus() && (!isAtLink || isBeyond)) {
       setTextCursor(link);
       return true;

@@ -12,9 +12,9 @@ namespace window {
 ///
 /// A character is a UTF-16 unit. Control characters other than tabs and line feeds, and bytes that are not
 /// UTF-8, have pictures in their places, one for one: a text cannot move the cursor, or look like two lines.
-/// Colours are roles: black is the palette's text colour, red and blue are the shades of it that can be read on
-/// the palette's ground, light or dark, and they follow when it changes. A font size is in the Mac's points, 72
-/// to the inch of 72 pixels: 12 is as large as other applications' 9 points.
+/// Colours are roles: black is the palette's text colour, red and blue are the shades of it that can be read
+/// on the palette's ground, light or dark, and they follow when it changes. A font size is in the Mac's
+/// points, 72 to the inch of 72 pixels: 12 is as large as other applications' 9 points.
 ///
 /// A link is opened by a click, or reached with Tab and opened with Return. Copying and selecting all work
 /// whether the text is editable or not.

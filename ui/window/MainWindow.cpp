@@ -60,7 +60,7 @@ void MainWindow::dress() {
   ui_->repairProgress->hide();
   ui_->repairButton->setFocus();
   dressBoxes();
-  setMinimumSize(minimumSize().expandedTo(minimumSizeHint()));  // large fonts need more room
+  setMinimumSize(minimumSize().expandedTo(ui_->content->minimumSizeHint()));  // large fonts need more room
 }
 
 /// On a dark ground the toolkit draws an empty box nearly as dark.
@@ -91,8 +91,8 @@ void MainWindow::perform(const QString& action, outlets::Sender* sender) {
 }
 
 void MainWindow::connectActions() {
-  const QList<QAction*> own = {ui_->closeWindow, ui_->quit,     ui_->copy, ui_->selectAll,
-                               ui_->minimize,    ui_->zoom,     ui_->about};
+  const QList<QAction*> own = {ui_->closeWindow, ui_->quit, ui_->copy, ui_->selectAll,
+                               ui_->minimize,    ui_->zoom, ui_->about};
   for (QMenu* const menu : ui_->menuBar->findChildren<QMenu*>(Qt::FindDirectChildrenOnly)) {
     for (QAction* const item : menu->actions()) {
       if (item->isSeparator() || own.contains(item) || item == ui_->prefsAdminPass) continue;
@@ -104,7 +104,8 @@ void MainWindow::connectActions() {
           [this] { perform(QStringLiteral("prefsToggleAdminPass"), &parts_->prefsAdminPass); });
   connect(ui_->repairButton, &QPushButton::clicked, ui_->repair, &QAction::trigger);
   for (QAbstractButton* const box : boxes()) {
-    connect(box, &QAbstractButton::clicked, this, [this] { perform(QStringLiteral("storeOptions"), nullptr); });
+    connect(box, &QAbstractButton::clicked, this,
+            [this] { perform(QStringLiteral("storeOptions"), nullptr); });
   }
 }
 

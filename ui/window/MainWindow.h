@@ -16,9 +16,9 @@ class MainWindow;
 
 namespace window {
 
-/// The main window, from resources/MainWindow.ui. A control's press and a menu item's choice are the action of
-/// its name, performed by the owner; items that the owner knows no action for are disabled, but for those that
-/// every application has (quit, copy, ...), which are the window's own.
+/// The main window, from resources/MainWindow.ui. A control's press and a menu item's choice are the action
+/// of its name, performed by the owner; items that the owner knows no action for are disabled, but for those
+/// that every application has (quit, copy, ...), which are the window's own.
 ///
 /// Closing it while a repair is under way asks first. It is then closed by the end of the repair.
 class MainWindow : public QMainWindow, public outlets::Window, private outlets::ProgressIndicator {

@@ -13,7 +13,8 @@ QMessageBox* makePanel(QWidget* parent, const QString& message, const QString& t
   panel->setTextFormat(Qt::PlainText);
   panel->setWindowTitle(QApplication::applicationDisplayName());
   constexpr int kIconSide = 56;
-  panel->setIconPixmap(QApplication::windowIcon().pixmap(QSize(kIconSide, kIconSide), panel->devicePixelRatioF()));
+  panel->setIconPixmap(
+      QApplication::windowIcon().pixmap(QSize(kIconSide, kIconSide), panel->devicePixelRatioF()));
   panel->setText(message);
   panel->setInformativeText(text);
   if (auto* const title = panel->findChild<QLabel*>(QStringLiteral("qt_msgbox_label"))) {

@@ -105,8 +105,9 @@ TEST_F(ApplicationTest, ClicksDuringAWaitAreKeptForLater) {
   button.show();
   ASSERT_TRUE(QTest::qWaitForWindowActive(&button));
   QTimer::singleShot(0, [&] {
-    const QString place = QStringLiteral("%1 %2").arg(button.mapToGlobal(button.rect().center()).x()).arg(
-        button.mapToGlobal(button.rect().center()).y());
+    const QString place = QStringLiteral("%1 %2")
+                              .arg(button.mapToGlobal(button.rect().center()).x())
+                              .arg(button.mapToGlobal(button.rect().center()).y());
     QProcess::execute(QStringLiteral("sh"),
                       {QStringLiteral("-c"), QStringLiteral("xdotool mousemove %1 click 1").arg(place)});
   });

@@ -39,9 +39,7 @@ class AskpassTest : public ::testing::Test {
   static bool waitForDialog() {
     return waitUntil([] { return focusedTitle() == "Quillmend"; });
   }
-  static void type(const char* text) {
-    xdotool({QStringLiteral("type"), QString::fromUtf8(text)});
-  }
+  static void type(const char* text) { xdotool({QStringLiteral("type"), QString::fromUtf8(text)}); }
   std::string output() {
     EXPECT_TRUE(program.waitForFinished(10000));
     return program.readAllStandardOutput().toStdString();

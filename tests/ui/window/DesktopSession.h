@@ -6,8 +6,8 @@
 #include <functional>
 #include <string>
 
-/// What tests of the window have in common. Their main program (Main.cpp) gives each test process a display of
-/// its own.
+/// What tests of the window have in common. Their main program (Main.cpp) gives each test process a display
+/// of its own.
 namespace window {
 
 /// Lets the toolkit work until the condition holds; answers whether it did in time.
@@ -16,8 +16,8 @@ inline bool waitUntil(const std::function<bool()>& condition,
   return QTest::qWaitFor(condition, static_cast<int>(limit.count()));
 }
 
-/// Runs xdotool, which acts as a person at the keyboard and the mouse does; answers what it printed, without the
-/// line break at its end.
+/// Runs xdotool, which acts as a person at the keyboard and the mouse does; answers what it printed, without
+/// the line break at its end.
 std::string xdotool(const QStringList& arguments);
 
 /// Presses keys by their names: "ctrl+a".

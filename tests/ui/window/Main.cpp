@@ -8,7 +8,8 @@
 
 /// What the toolkit's own libraries keep to their end is nobody's leak here.
 extern "C" const char* __lsan_default_suppressions() {  // NOLINT: the sanitizer's name
-  return "leak:libfontconfig\nleak:libX11\nleak:libxcb\nleak:libQt6\nleak:libglib\nleak:libdbus\nleak:libGL\n";
+  return "leak:libfontconfig\nleak:libX11\nleak:libxcb\nleak:libQt6\nleak:libglib\nleak:libdbus\nleak:"
+         "libGL\n";
 }
 
 /// A display of its own for each test process; not for the one that only lists the tests.

@@ -83,13 +83,34 @@ TEST_F(MainWindowTest, TheMenusAreInTheUsualOrder) {
   QStringList titles;
   for (const QAction* const menu : window.menuBar()->actions()) titles << menu->text().remove(u'&');
   EXPECT_EQ(titles.join(u' '), QStringLiteral("File Edit Tools Window Help"));
+  show();
+  for (const QAction* const menu : window.menuBar()->actions()) {
+    EXPECT_TRUE(menu->isEnabled() && menu->menu()->isEnabled()) << menu->text().toStdString();
+  }
+}
+
+TEST_F(MainWindowTest, NoMenuLooksDisabled) {
+  show();
+  const QImage bar = window.menuBar()->grab().toImage();
+  const auto darkest = [&bar](const QRect& part) {
+    int lightness = 255;
+    for (int x = part.left(); x <= part.right(); ++x) {
+      for (int y = part.top(); y <= part.bottom(); ++y) {
+        lightness = std::min(lightness, bar.pixelColor(x, y).lightness());
+      }
+    }
+    return lightness;
+  };
+  for (QAction* const menu : window.menuBar()->actions()) {
+    EXPECT_LT(darkest(window.menuBar()->actionGeometry(menu)), 60) << menu->text().toStdString();
+  }
 }
 
 TEST_F(MainWindowTest, EveryCommandPerformsTheActionOfItsName) {
   for (const char* name :
        {"repair", "viewLog", "viewTaskLog", "gatherLogs", "menuRestartQmaster", "menuStopQmaster",
-        "menuTrashCompressorPrefs", "menuTrashCompressor4Prefs", "resetWindowLayout", "helpManual", "helpHome",
-        "helpCareplex", "helpTGHome", "helpReportBug", "helpSuggestFeature"}) {
+        "menuTrashCompressorPrefs", "menuTrashCompressor4Prefs", "resetWindowLayout", "helpManual",
+        "helpHome", "helpCareplex", "helpTGHome", "helpReportBug", "helpSuggestFeature"}) {
     owner.lines.clear();
     action(name)->trigger();
     EXPECT_THAT(owner.lines, ElementsAre(name));
@@ -314,11 +335,12 @@ TEST_F(MainWindowTest, ItFollowsADarkDesktop) {
   console->insertText("Starting repair...", {.isBold = true});
   console->insertText("\n\n", {});
   const std::size_t start = console->length();
-  console->insertText("'/usr/sbin/qmasterca' does not exist. You are advised to reinstall Compressor / Qmaster.",
-                      {});
+  console->insertText(
+      "'/usr/sbin/qmasterca' does not exist. You are advised to reinstall Compressor / Qmaster.", {});
   console->setTextColor(outlets::Color::red, {start, console->length() - start});
   console->insertText("\n\n", {});
-  console->insertHyperlink({"Get Stellate Toolbox for even more features", "https://www.vordenworks.example"});
+  console->insertHyperlink(
+      {"Get Stellate Toolbox for even more features", "https://www.vordenworks.example"});
   useDarkPalette();
   window.connections().repairProgress->showStage("Removing caches", 5, 10);
   QTest::qWait(200);

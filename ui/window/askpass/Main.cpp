@@ -1,6 +1,7 @@
-/// askpass: sudo's dialog for the password (sudo(8), -A). Writes the password and a line break to standard output
-/// and ends with 0, or ends with 1 and nothing written when the dialog is cancelled or there is no display. The
-/// first argument is sudo's own prompt, "[sudo] password for alice: ", which tells whose password is wanted.
+/// askpass: sudo's dialog for the password (sudo(8), -A). Writes the password and a line break to standard
+/// output and ends with 0, or ends with 1 and nothing written when the dialog is cancelled or there is no
+/// display. The first argument is sudo's own prompt, "[sudo] password for alice: ", which tells whose
+/// password is wanted.
 ///
 /// The password is never logged and never shown, lies in memory that is wiped, and goes to sudo alone.
 
@@ -36,8 +37,9 @@ class AskpassDialog : public QDialog {
     QFont bold = ui_.message->font();
     bold.setBold(true);
     ui_.message->setFont(bold);
-    ui_.explanation->setText(account.isEmpty() ? tr("Enter your password to allow this.")
-                                               : tr("Enter the password of “%1” to allow this.").arg(account));
+    ui_.explanation->setText(account.isEmpty()
+                                 ? tr("Enter your password to allow this.")
+                                 : tr("Enter the password of “%1” to allow this.").arg(account));
     setWindowFlag(Qt::WindowStaysOnTopHint);
     for (QAbstractButton* const button : ui_.buttons->buttons()) button->setIcon({});
     ui_.password->setFocus();

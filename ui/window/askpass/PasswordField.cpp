@@ -77,7 +77,8 @@ void PasswordField::paintEvent(QPaintEvent* /*event*/) {
   }
   if (!hasFocus()) return;
   const int caretHeight = fontMetrics().height();
-  painter.fillRect(kInset + dots * (kDot + kGap), (height() - caretHeight) / 2, 1, caretHeight, palette().text());
+  painter.fillRect(kInset + dots * (kDot + kGap), (height() - caretHeight) / 2, 1, caretHeight,
+                   palette().text());
 }
 
 void PasswordField::type(QString text) {

@@ -6,10 +6,10 @@
 
 namespace window {
 
-/// A line to type a password into. It shows a dot for each character and never the character; what is typed goes
-/// into a SecretText and nowhere else, so it has no history, no selection and no way to copy out of it. The
-/// caret stays at the end; Ctrl+U, Ctrl+A and Delete clear the whole line. A character that does not fit any more
-/// is refused with a beep.
+/// A line to type a password into. It shows a dot for each character and never the character; what is typed
+/// goes into a SecretText and nowhere else, so it has no history, no selection and no way to copy out of it.
+/// The caret stays at the end; Ctrl+U, Ctrl+A and Delete clear the whole line. A character that does not fit
+/// any more is refused with a beep.
 class PasswordField : public QWidget {
  public:
   explicit PasswordField(QWidget* parent = nullptr);

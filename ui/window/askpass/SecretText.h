@@ -5,9 +5,9 @@
 
 namespace window {
 
-/// A line of UTF-8 text that leaves no trace: memory of its own, which never moves, is kept out of swap where the
-/// system allows it, out of core dumps and out of children, and is overwritten when it is cleared and when it
-/// goes.
+/// A line of UTF-8 text that leaves no trace: memory of its own, which never moves, is kept out of swap where
+/// the system allows it, out of core dumps and out of children, and is overwritten when it is cleared and
+/// when it goes.
 class SecretText {
  public:
   /// Bytes. As much as sudo reads, without the line break.
