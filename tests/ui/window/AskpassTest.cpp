@@ -37,9 +37,8 @@ class AskpassTest : public ::testing::Test {
     ASSERT_TRUE(waitForDialog());
   }
   static bool waitForDialog() {
-    return waitUntil([] { return focusedTitle() == "Quillmend"; });
+    return waitUntil([] { return hasKeyboard("askpass"); });
   }
-  static void type(const char* text) { xdotool({QStringLiteral("type"), QString::fromUtf8(text)}); }
   std::string output() {
     EXPECT_TRUE(program.waitForFinished(10000));
     return program.readAllStandardOutput().toStdString();

@@ -40,6 +40,14 @@ QRect shownPart(const QImage& screen) {
   return part;
 }
 
+/// Their numbers.
+QStringList windowsOf(const char* program) {
+  const std::string found =
+      xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--classname"),
+               QStringLiteral("^%1$").arg(QString::fromLatin1(program))});
+  return QString::fromStdString(found).split(u'\n', Qt::SkipEmptyParts);
+}
+
 }  // namespace
 
 std::string xdotool(const QStringList& arguments) {
@@ -51,6 +59,19 @@ std::string xdotool(const QStringList& arguments) {
 
 void press(const char* keys) {
   xdotool({QStringLiteral("key"), QString::fromLatin1(keys)});
+}
+
+void type(const char* text) {
+  xdotool({QStringLiteral("type"), QString::fromUtf8(text)});
+}
+
+std::size_t windowCount(const char* program) {
+  return static_cast<std::size_t>(windowsOf(program).size());
+}
+
+bool hasKeyboard(const char* program) {
+  const QString focused = QString::fromStdString(xdotool({QStringLiteral("getwindowfocus")}));
+  return windowsOf(program).contains(focused);
 }
 
 std::string focusedTitle() {

@@ -23,6 +23,15 @@ std::string xdotool(const QStringList& arguments);
 /// Presses keys by their names: "ctrl+a".
 void press(const char* keys);
 
+/// Types a text.
+void type(const char* text);
+
+/// The windows on the screen of a program, by the name of its executable.
+[[nodiscard]] std::size_t windowCount(const char* program);
+
+/// Whether one of them has the keyboard.
+[[nodiscard]] bool hasKeyboard(const char* program);
+
 /// The title of the window that has the keyboard.
 [[nodiscard]] std::string focusedTitle();
 
