@@ -5,7 +5,6 @@
 #include <QApplication>
 #include <QEventLoop>
 #include <QMessageBox>
-#include <QSessionManager>
 #include <QSocketNotifier>
 #include <QTimer>
 #include <clocale>

@@ -401,5 +401,42 @@ TEST_F(WindowRunTest, APreferencesFileThatIsNoneIsReplaced) {
   EXPECT_EQ(program.end().visit.status, 0);
 }
 
+TEST_F(WindowRunTest, AnEndByQuittingIsStampedAndOneThatNobodyWantedIsNoticedAtTheNextStart) {
+  const TemporaryVolume sample(compressors({}));
+  {
+    WindowRun program(sample);
+    EXPECT_EQ(WindowRun::windowCount(), 1U);
+    program.signal(SIGKILL);
+    EXPECT_EQ(program.end().visit.status, 128 + SIGKILL);
+  }
+  EXPECT_THAT(contentsOf(sample.volume().host(preferencesFile).string()).value_or(""),
+              Not(HasSubstr("exit")));
+  // Nothing is opened then, and the noticing is said.
+  writeInside(sample, "/Users/alice/Library/Preferences/com.vordenworks.global.plist",
+              "<plist version=\"1.0\"><dict><key>disable-crash-reporter</key><true/></dict></plist>");
+  writeInside(sample, "/Library/Logs/DiagnosticReports/Quillmend_2026-01-01_edit-suite-4.crash", "a report");
+  {
+    WindowRun program(sample);
+    window::press("ctrl+q");
+    const auto outcome = program.end();
+    EXPECT_EQ(outcome.visit.status, 0);
+    EXPECT_THAT(outcome.consoleTexts(), Contains("Crash reporter disabled"));
+  }
+  EXPECT_THAT(contentsOf(sample.volume().host(preferencesFile).string()).value_or(""), HasSubstr("exit"));
+  WindowRun program(sample);
+  window::press("ctrl+q");
+  EXPECT_THAT(program.end().consoleTexts(), Not(Contains("Crash reporter disabled")));
+}
+
+TEST_F(WindowRunTest, TheDesktopKnowsTheWindowByItsEntry) {
+  const TemporaryVolume sample(compressors({}));
+  WindowRun program(sample);
+  const std::string ofTheClass = window::xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                                  QStringLiteral("--class"), QStringLiteral("^Quillmend$")});
+  EXPECT_EQ(ofTheClass, std::to_string(program.number())) << "StartupWMClass";
+  window::press("alt+F4");
+  EXPECT_EQ(program.end().visit.status, 0) << "the last window's end is the program's";
+}
+
 }  // namespace
 }  // namespace workstation
