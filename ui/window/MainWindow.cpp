@@ -1,5 +1,6 @@
 #include "ui/window/MainWindow.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QFile>
@@ -129,17 +130,24 @@ void MainWindow::beginAlertSheet(const std::string& message, const std::string& 
   sheet->open();
 }
 
+/// A label does not announce its new text by itself.
+void MainWindow::tellStage(const QString& text) {
+  ui_->repairStage->setText(text);
+  QAccessibleEvent change(ui_->repairStage, QAccessible::NameChanged);
+  QAccessible::updateAccessibility(&change);
+}
+
 void MainWindow::showStage(const std::string& title, std::size_t done, std::size_t total) {
-  ui_->repairStage->setText(isEnding_ ? tr("Ending after this step…") : QString::fromStdString(title) + u'…');
+  tellStage(isEnding_ ? tr("Ending after this step…") : QString::fromStdString(title) + u'…');
+  ui_->repairProgress->show();  // what is not seen is not announced either
   // A maximum of 0 is a bar that only shows that something goes on.
   ui_->repairProgress->setMaximum(static_cast<int>(total));
   ui_->repairProgress->setValue(static_cast<int>(done));
-  ui_->repairProgress->show();
 }
 
 void MainWindow::hide() {
   ui_->repairProgress->hide();
-  ui_->repairStage->setText(tr("Ready"));
+  tellStage(tr("Ready"));
   if (question_ != nullptr) question_->reject();  // nothing is left to ask about
 }
 
@@ -174,7 +182,7 @@ void MainWindow::askBeforeClosing() {
 
 void MainWindow::endAndTerminate() {
   isEnding_ = owner_.isRepairing();
-  if (isEnding_) ui_->repairStage->setText(tr("Ending after this step…"));
+  if (isEnding_) tellStage(tr("Ending after this step…"));
   owner_.endRepairAndTerminate();
 }
 

@@ -48,6 +48,7 @@ class MainWindow : public QMainWindow, public outlets::Window, private outlets::
   void showStage(const std::string& title, std::size_t done, std::size_t total) override;
   void hide() override;
 
+  void tellStage(const QString& text);
   void dress();
   void dressBoxes();
   [[nodiscard]] QList<QAbstractButton*> boxes() const;
