@@ -1,6 +1,7 @@
 #include "app/TGAppController.h"
 #include "diagnostics/TGException.h"
 #include "diagnostics/TGLog.h"
+#include "diagnostics/TGTroubleshootingUtils.h"
 #include "platform/Platform.h"
 #include "platform/foundation/Identifiers.h"
 #include "platform/foundation/Paths.h"
@@ -96,4 +97,17 @@ void TGAppController::helpSuggestFeature() {
 
 void TGAppController::helpTGHome() {
   openPage("");
+}
+
+void TGAppController::viewLog() {
+  TGTroubleshootingUtils::viewLogForApp("Quillmend");
+}
+
+void TGAppController::viewTaskLog() {
+  TGTroubleshootingUtils::viewTaskLogForApp("Quillmend");
+}
+
+void TGAppController::gatherLogs() {
+  // Alerts have told the user how it ended.
+  TGTroubleshootingUtils::gatherLogsForAppWithName("Quillmend");
 }

@@ -218,6 +218,11 @@ class TGAppController {
   void helpReportBug();
   void helpSuggestFeature();
   void helpTGHome();
+  /// Show the current log in the viewer for logs, the second that of a run without a window.
+  void viewLog();
+  void viewTaskLog();
+  /// Puts the logs, crash reports and preferences into an archive on the desktop, for support.
+  void gatherLogs();
 
   /// @}
 

@@ -145,22 +145,19 @@ void KillTool::stopTargets(const std::vector<Target>& targets, int slowness) {
   const Deadline end = std::chrono::steady_clock::now() + settings_.ask / slowness;
   for (const QmasterRole role :
        {QmasterRole::client, QmasterRole::controller, QmasterRole::queue, QmasterRole::daemon}) {
-    ask(targets, role, std::min(end, std::chrono::steady_clock::now() + settings_.goodbye));
-    noteDescendants(look());  // the last moment when a parent is still known
+    ask(targets, role);
   }
+  noteDescendants(look());  // while parents that take their time are still known
   for (const Target& target : targets) static_cast<void>(waitForExit(target.handle, end));
   noteDescendants(look());
   force(targets, settings_.force);
 }
 
-/// Who is slow to end does not hold the next role up for longer than the deadline.
-void KillTool::ask(const std::vector<Target>& targets, QmasterRole role, Deadline deadline) {
-  std::vector<const Target*> asked;
+void KillTool::ask(const std::vector<Target>& targets, QmasterRole role) {
   for (const Target& target : targets) {
     if (target.role != role || stopRequested()) continue;
-    if (signal(target, SIGTERM) && signal(target, SIGCONT)) asked.push_back(&target);
+    if (signal(target, SIGTERM)) static_cast<void>(signal(target, SIGCONT));
   }
-  for (const Target* target : asked) static_cast<void>(waitForExit(target->handle, deadline));
 }
 
 void KillTool::force(const std::vector<Target>& targets, Milliseconds patience) {

@@ -16,14 +16,12 @@ namespace helpers {
 
 /// killtool: stops Qmaster and the applications that use it (qmasterRole says which programs those are).
 ///
-/// One role after the other is asked to end (SIGTERM, and SIGCONT for one that is stopped). Each has
-/// `goodbye` to itself, so that it can take leave of those that are asked next; the daemon is asked soon all
-/// the same, whoever lingers: a repair does not wait for this tool, and a service that is still there when
-/// the repair starts it again would not be started. All are then waited for together, up to `ask` from the
-/// first request; what is left is ended by force (SIGKILL) and waited for up to `force`. The same is done up
-/// to `rounds` times, each further round with a quarter of the time and only for what descends from an
-/// earlier target, or runs since before this process. A daemon that the system or a repair has started
-/// meanwhile is meant to stay.
+/// One role after the other is asked to end (SIGTERM, and SIGCONT for one that is stopped), none waited for
+/// in between: a repair does not wait for this tool, and a service that is still there when the repair starts
+/// it again would not be started. All are then waited for together, up to `ask`; what is left is ended by
+/// force (SIGKILL) and waited for up to `force`. The same is done up to `rounds` times, each further round
+/// with a quarter of the time and only for what descends from an earlier target, or runs since before this
+/// process. A daemon that the system or a repair has started meanwhile is meant to stay.
 ///
 /// Each process is held by a pidfd from the moment it is recognised. A process counts only if the file that
 /// it runs is the one that we see at that path too, so that a program of that path in another root folder is
@@ -34,7 +32,6 @@ class KillTool {
  public:
   struct Settings {
     std::string rootFolder;  ///< what lies before each path; empty for "/"
-    std::chrono::milliseconds goodbye{20};
     std::chrono::milliseconds ask{1500};
     std::chrono::milliseconds force{1000};
     int rounds = 3;
@@ -56,7 +53,6 @@ class KillTool {
     platform::ProcessHandle handle;
   };
   using Milliseconds = std::chrono::milliseconds;
-  using Deadline = std::chrono::steady_clock::time_point;
 
   using Processes = std::map<pid_t, platform::ProcessInfo>;
 
@@ -68,7 +64,7 @@ class KillTool {
   [[nodiscard]] std::optional<QmasterRole> roleOf(const platform::ProcessInfo& process) const;
   [[nodiscard]] bool isSeenByUs(const platform::ProcessInfo& process) const;
   void stopTargets(const std::vector<Target>& targets, int slowness);
-  void ask(const std::vector<Target>& targets, QmasterRole role, Deadline deadline);
+  void ask(const std::vector<Target>& targets, QmasterRole role);
   void force(const std::vector<Target>& targets, Milliseconds patience);
   [[nodiscard]] bool signal(const Target& target, int number);
 

@@ -7,7 +7,7 @@
 namespace helpers {
 
 /// What a program is to Qmaster, in the order in which killtool asks them to end: those who use the service
-/// first, so that they can say goodbye to it; the daemon that starts the others last.
+/// first, the daemon that starts the others last.
 enum class QmasterRole {
   client,      ///< applications and the status menu
   controller,  ///< job and service controllers, transcoders, and other programs of Qmaster's own

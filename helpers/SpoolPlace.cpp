@@ -29,10 +29,22 @@ bool isSpoolPlace(const std::string& path) {
          holds({"Application Support", "Apple Qmaster"}) != way.end();
 }
 
-/// What a file holds that root alone can have written; nothing where anybody else can.
-std::string contentsOfRootsFile(const Surroundings& surroundings, const std::string& path) {
+bool onlyAdministratorsCanWrite(const FileStatus& status, const std::optional<gid_t>& administrators) {
+  if (!isTrustedOwner(status.owner) || (status.mode & S_IWOTH) != 0) return false;
+  const bool isTheirs = status.group == 0 || status.group == administrators;
+  return isTheirs || (status.mode & S_IWGRP) == 0;
+}
+
+/// What a file holds that the computer's administrators alone can have written; nothing where anybody else
+/// can.
+std::string contentsOfAdministratorsFile(const Surroundings& surroundings, const std::string& path) {
   const auto entry = locate(surroundings, path, LastLink::follow);
-  if (!entry || !entry.value().self().onlyRootCanChange || !entry.value().status().isRegular()) return {};
+  if (!entry || !entry.value().status().isRegular()) return {};
+  const std::vector<PathLevel>& levels = entry.value().levels;
+  const bool trusted = std::all_of(levels.begin(), levels.end(), [&](const PathLevel& level) {
+    return onlyAdministratorsCanWrite(level.status, surroundings.administrators);
+  });
+  if (!trusted) return {};
   const platform::UniqueDescriptor file(::openat(entry.value().folder().descriptor.get(),
                                                  entry.value().name().c_str(),
                                                  O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -44,14 +56,14 @@ std::string contentsOfRootsFile(const Surroundings& surroundings, const std::str
   return text;
 }
 
-bool isNamedByRoot(const Surroundings& surroundings, const std::string& asked) {
+bool isNamedByAdministrators(const Surroundings& surroundings, const std::string& asked) {
   std::vector<std::string> homes = {"/"};
   for (const Account& account : surroundings.accounts) {
     if (account.user == 0) homes.push_back(account.home);
   }
   return std::any_of(homes.begin(), homes.end(), [&](const std::string& home) {
     const std::string file = foundation::appendingPathComponent(home, kServicesFile);
-    return holdsString(contentsOfRootsFile(surroundings, file), asked);
+    return holdsString(contentsOfAdministratorsFile(surroundings, file), asked);
   });
 }
 
@@ -91,7 +103,7 @@ bool maySpoolBeEmptied(const Surroundings& surroundings, const PathEntry& spool,
   if (isSpoolPlace(spool.path) || isSpoolPlace(asked)) return true;
   const Account account = trashAccount(surroundings, spool.levels, spool.levels.size());
   if (account.user != 0 && spool.status().owner == account.user) return true;
-  return isNamedByRoot(surroundings, asked);
+  return isNamedByAdministrators(surroundings, asked);
 }
 
 }  // namespace helpers

@@ -2,12 +2,16 @@
 
 #include <fcntl.h>
 
+#include "platform/linux/OwnerName.h"
+
 namespace helpers {
 
 Surroundings thisComputer(const std::function<std::optional<std::string>()>& consoleUser) {
   Surroundings surroundings;
   surroundings.root.reset(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
   surroundings.accounts = platform::allAccounts();
+  const auto administrators = platform::ownershipNamed(":admin");
+  if (administrators) surroundings.administrators = administrators->group;
   surroundings.consoleAccount = [consoleUser]() -> std::optional<Account> {
     const std::optional<std::string> name = consoleUser ? consoleUser() : std::nullopt;
     return name ? platform::accountNamed(*name) : std::nullopt;

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/OSStatus.h"
 #include "platform/foundation/PropertyList.h"
 
 namespace platform {
@@ -16,6 +17,11 @@ class Applications {
   /// The path of the application with that identifier (the case of letters matters:
   /// "com.apple.compressor.Compressor" and "com.apple.Compressor" are two), or nullopt. Looked up afresh.
   [[nodiscard]] virtual std::optional<std::string> pathForIdentifier(const std::string& identifier) = 0;
+
+  /// Makes the application at a path known, so that it is found by its identifier, also by the next processes
+  /// of the user (of everybody, for root), and after a restart: LSRegisterURL. What is known already is
+  /// success.
+  virtual OSStatus registerApplication(const std::string& path) = 0;
 
   /// The identifiers of all running applications; an application is running while a process runs whose
   /// executable lies in its bundle.

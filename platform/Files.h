@@ -75,6 +75,11 @@ class FileChanges {
   /// that is removed on failure, then the removal of the source.
   virtual foundation::Result<void> move(const std::string& from, const std::string& to) = 0;
 
+  /// Copies an item to a path where nothing is (EEXIST otherwise), a folder with all it holds, with modes,
+  /// times, extended attributes and hard links among the copied; links are copied as links. A copy that fails
+  /// leaves nothing behind, and nothing is at the path before the copy is whole.
+  virtual foundation::Result<void> copy(const std::string& from, const std::string& to) = 0;
+
   /// Removes a file, link or whole folder; never follows a link.
   virtual foundation::Result<void> remove(const std::string& path) = 0;
 

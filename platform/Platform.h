@@ -6,7 +6,13 @@
 #include "platform/ClientConnections.h"
 #include "platform/Clock.h"
 #include "platform/DesktopApplication.h"
+#include "platform/FileAttributes.h"
+#include "platform/FileBrowser.h"
+#include "platform/FileOperations.h"
+#include "platform/FileReferences.h"
 #include "platform/Files.h"
+#include "platform/FolderQueries.h"
+#include "platform/Gathering.h"
 #include "platform/MainBundle.h"
 #include "platform/MainThread.h"
 #include "platform/Notifications.h"
@@ -15,6 +21,7 @@
 #include "platform/PropertyLists.h"
 #include "platform/Subprocesses.h"
 #include "platform/SystemConsole.h"
+#include "platform/UserInterfaceEvents.h"
 #include "platform/UsersAndFolders.h"
 #include "platform/Workspace.h"
 
@@ -24,9 +31,15 @@ namespace platform {
 struct Platform {
   Clock& clock;
   MainThread& mainThread;
+  UserInterfaceEvents& userInterfaceEvents;
   UsersAndFolders& usersAndFolders;
   FileQueries& fileQueries;
   FileChanges& fileChanges;
+  FileAttributes& fileAttributes;
+  FolderQueries& folderQueries;
+  FileReferences& fileReferences;
+  FileOperations& fileOperations;
+  FileBrowser& fileBrowser;
   Subprocesses& subprocesses;
   Applications& applications;
   Workspace& workspace;
@@ -37,6 +50,7 @@ struct Platform {
   ClientConnections& clientConnections;
   PropertyLists& propertyLists;
   Preferences& preferences;
+  Gathering& gathering;
   Alerts& alerts;
   SystemConsole& systemConsole;
   MainBundle& mainBundle;

@@ -340,6 +340,11 @@ Result<void> RootedFiles::move(const std::string& from, const std::string& to) {
   return changes_.move(real(from), real(to));
 }
 
+Result<void> RootedFiles::copy(const std::string& from, const std::string& to) {
+  if (auto error = refusal("copy", from)) return *error;
+  return changes_.copy(real(from), real(to));
+}
+
 Result<void> RootedFiles::remove(const std::string& path) {
   if (auto error = refusal("remove", path)) return *error;
   return changes_.remove(real(path));
@@ -353,6 +358,123 @@ Result<void> RootedFiles::writeAtomically(const std::string& path, std::string_v
 Result<std::unique_ptr<platform::WritableFile>> RootedFiles::openForWriting(const std::string& path) {
   if (auto error = refusal("openForWriting", path)) return *error;
   return changes_.openForWriting(real(path));
+}
+
+Result<void> FakeGathering::createPrivateFolder(const std::string& path) {
+  if (files_.beforeChange) {
+    if (auto error = files_.beforeChange("createPrivateFolder", path)) return *error;
+  }
+  return gathering_.createPrivateFolder(files_.real(path));
+}
+
+Result<std::vector<std::string>> FakeGathering::contentsOfDirectory(const platform::Reader& reader,
+                                                                    const std::string& path) {
+  readers.insert(reader);
+  return gathering_.contentsOfDirectory(std::nullopt, files_.real(path));
+}
+
+bool FakeGathering::exists(const platform::Reader& reader, const std::string& path) {
+  readers.insert(reader);
+  return gathering_.exists(std::nullopt, files_.real(path));
+}
+
+Result<void> FakeGathering::copy(const platform::Reader& reader, const std::string& from,
+                                 const std::string& to, platform::AtLink atLink) {
+  readers.insert(reader);
+  if (files_.beforeChange) {
+    if (auto error = files_.beforeChange("copy", from)) return *error;
+  }
+  return gathering_.copy(std::nullopt, files_.real(from), files_.real(to), atLink);
+}
+
+bool FakeUserInterfaceEvents::dispatchNext(std::chrono::nanoseconds longestWait) {
+  recorder_.add("event " + describeDuration(longestWait));
+  clock_.advance(longestWait);
+  if (whenAsked) whenAsked(++asked);
+  return false;
+}
+
+bool FakeFileAttributes::isSymbolicLink(const std::string& path) {
+  std::error_code none;
+  return std::filesystem::is_symlink(files_.real(path), none);
+}
+
+Result<void> FakeFileAttributes::setImmutable(const std::string& path, platform::Immutable immutable) {
+  std::error_code none;
+  if (!std::filesystem::exists(std::filesystem::symlink_status(files_.real(path), none))) {
+    return systemError(ENOENT, path);
+  }
+  const bool locks = immutable == platform::Immutable::yes;
+  recorder_.add((locks ? "lock " : "unlock ") + path);
+  if (refusal) return *refusal;
+  if (locks) {
+    locked.insert(path);
+  } else {
+    locked.erase(path);
+  }
+  return {};
+}
+
+Result<platform::FinderInformation> FakeFileAttributes::finderInformation(const std::string& path) {
+  if (!files_.exists(path)) return systemError(ENOENT, path);
+  return information[path];
+}
+
+Result<void> FakeFileAttributes::setFinderInformation(const std::string& path,
+                                                      const platform::FinderInformation& wanted) {
+  recorder_.add("finder information " + path);
+  if (refusal) return *refusal;
+  information[path] = wanted;
+  return {};
+}
+
+Result<platform::FSRef> FakeFileReferences::reference(const std::string& path) {
+  if (!files_.exists(path)) return systemError(ENOENT, path);
+  paths.push_back(path);
+  platform::FSRef reference;
+  reference.hidden[0] = static_cast<std::uint8_t>(paths.size());
+  return reference;
+}
+
+Result<std::string> FakeFileReferences::path(const platform::FSRef& reference) {
+  const std::size_t number = reference.hidden[0];
+  if (number == 0 || number > paths.size()) return systemError(ENOENT, "");
+  return paths[number - 1];
+}
+
+platform::FileOperationRef FakeFileOperations::create() {
+  recorder_.add("create operation");
+  operation = std::make_shared<platform::FileOperation>();
+  return operation;
+}
+
+platform::OSStatus FakeFileOperations::scheduleOnMainThread(const platform::FileOperationRef&) {
+  recorder_.add("schedule operation");
+  return scheduling;
+}
+
+platform::OSStatus FakeFileOperations::unscheduleFromMainThread(const platform::FileOperationRef&) {
+  recorder_.add("unschedule operation");
+  return unscheduling;
+}
+
+platform::OSStatus FakeFileOperations::copyObject(
+    const platform::FileOperationRef&, const std::string& source, const std::string& destinationFolder,
+    const std::string& destinationName, std::chrono::nanoseconds statusInterval, StatusCallback newCallback) {
+  recorder_.add("copy " + source + " -> " + destinationFolder + " / " + destinationName + " every " +
+                describeDuration(statusInterval));
+  callback = std::move(newCallback);
+  return beginning;
+}
+
+platform::OSStatus FakeFileOperations::cancel(const platform::FileOperationRef&) {
+  recorder_.add("cancel operation");
+  return platform::noErr;
+}
+
+platform::OSStatus FakeFileBrowser::itemChanged(const std::string& path) {
+  recorder_.add("file browser " + path);
+  return answer;
 }
 
 std::shared_ptr<platform::Subprocess> FakeSubprocesses::create(platform::SubprocessOptions options) {
@@ -376,6 +498,11 @@ std::optional<std::string> FakeApplications::pathForIdentifier(const std::string
   const auto found = paths.find(identifier);
   if (found == paths.end()) return std::nullopt;
   return found->second;
+}
+
+platform::OSStatus FakeApplications::registerApplication(const std::string& path) {
+  recorder_.add("register " + path);
+  return registration;
 }
 
 std::vector<std::string> FakeApplications::launchedIdentifiers() {
@@ -576,9 +703,15 @@ void FakeLocalNotifications::removeObserver(int number) {
 FakePlatform::FakePlatform()
     : platform_{clock,
                 mainThread,
+                userInterfaceEvents,
                 users,
                 files,
                 files,
+                fileAttributes,
+                folderQueries,
+                fileReferences,
+                fileOperations,
+                fileBrowser,
                 subprocesses,
                 applications,
                 workspace,
@@ -589,6 +722,7 @@ FakePlatform::FakePlatform()
                 clientConnections,
                 propertyLists,
                 preferences,
+                gathering,
                 alerts,
                 systemConsole,
                 mainBundle,

@@ -17,6 +17,8 @@
 #include "platform/foundation/Exception.h"
 #include "platform/linux/LibplistPropertyLists.h"
 #include "platform/linux/LinuxFiles.h"
+#include "platform/linux/LinuxFolderQueries.h"
+#include "platform/linux/LinuxGathering.h"
 
 /// A platform for tests: it does nothing to the system and records every call, in order, as one line of text.
 /// Services that the test steers have public fields.
@@ -48,6 +50,8 @@ class FakeClock : public platform::Clock {
   std::chrono::nanoseconds uptime() override { return uptime_.load(); }
   /// Advances both clocks by the duration.
   void sleep(std::chrono::nanoseconds duration) override;
+  /// Lets time pass without a pause being recorded.
+  void advance(std::chrono::nanoseconds duration) { uptime_ = uptime_.load() + duration; }
 
   /// From now on a thread other than the caller's really sleeps, unrecorded, until it is woken; one that is
   /// never woken sleeps on, also when the clock is gone.
@@ -95,6 +99,22 @@ class FakeMainThread : public platform::MainThread {
   std::mutex mutex_;
   std::condition_variable changed_;
   int performed_ = 0;
+};
+
+/// Records "event 10ms". None ever comes: the wait for one takes its whole time by
+/// the clock, without being recorded as a pause.
+class FakeUserInterfaceEvents : public platform::UserInterfaceEvents {
+ public:
+  FakeUserInterfaceEvents(Recorder& recorder, FakeClock& clock) : recorder_(recorder), clock_(clock) {}
+  bool dispatchNext(std::chrono::nanoseconds longestWait) override;
+
+  /// What happens at each question, in turn; the count of questions begins with 1.
+  std::function<void(int count)> whenAsked;
+  int asked = 0;
+
+ private:
+  Recorder& recorder_;
+  FakeClock& clock_;
 };
 
 class FakeUsersAndFolders : public platform::UsersAndFolders {
@@ -151,6 +171,7 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   std::optional<foundation::Date> modificationDate(const std::string& path) override;
   foundation::Result<void> createDirectory(const std::string& path) override;
   foundation::Result<void> move(const std::string& from, const std::string& to) override;
+  foundation::Result<void> copy(const std::string& from, const std::string& to) override;
   foundation::Result<void> remove(const std::string& path) override;
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) override;
   foundation::Result<std::unique_ptr<platform::WritableFile>> openForWriting(
@@ -167,6 +188,94 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   std::string root_;
   platform::LinuxFileQueries queries_;
   platform::LinuxFileChanges changes_;
+};
+
+/// Keeps locks and Finder information beside the files; records "lock PATH" and "unlock PATH" where something
+/// is, whatever its state.
+class FakeFileAttributes : public platform::FileAttributes {
+ public:
+  FakeFileAttributes(Recorder& recorder, RootedFiles& files) : recorder_(recorder), files_(files) {}
+  bool isSymbolicLink(const std::string& path) override;
+  bool isImmutable(const std::string& path) override { return locked.contains(path); }
+  foundation::Result<void> setImmutable(const std::string& path, platform::Immutable immutable) override;
+  foundation::Result<platform::FinderInformation> finderInformation(const std::string& path) override;
+  foundation::Result<void> setFinderInformation(const std::string& path,
+                                                const platform::FinderInformation& information) override;
+
+  std::set<std::string> locked;
+  std::map<std::string, platform::FinderInformation> information;
+  /// What every change fails with.
+  std::optional<foundation::Error> refusal;
+
+ private:
+  Recorder& recorder_;
+  RootedFiles& files_;
+};
+
+/// Folders of the files, as they are.
+class FakeFolderQueries : public platform::FolderQueries {
+ public:
+  explicit FakeFolderQueries(RootedFiles& files) : files_(files) {}
+  foundation::Result<platform::FolderListing> entries(const std::string& path) override {
+    return queries_.entries(files_.real(path));
+  }
+  std::uint64_t totalSize(const std::string& path) override { return queries_.totalSize(files_.real(path)); }
+  std::optional<platform::ItemIdentity> identity(const std::string& path) override {
+    return queries_.identity(files_.real(path));
+  }
+
+ private:
+  RootedFiles& files_;
+  platform::LinuxFolderQueries queries_;
+};
+
+/// References that know of every move that they are told of.
+class FakeFileReferences : public platform::FileReferences {
+ public:
+  explicit FakeFileReferences(RootedFiles& files) : files_(files) {}
+  foundation::Result<platform::FSRef> reference(const std::string& path) override;
+  foundation::Result<std::string> path(const platform::FSRef& reference) override;
+
+  /// Where each item that was referred to is now, in the order of the references.
+  std::vector<std::string> paths;
+
+ private:
+  RootedFiles& files_;
+};
+
+/// Records "create operation", "schedule operation", "unschedule operation", "cancel operation" and
+/// "copy SOURCE -> FOLDER / NAME every 1s"; the test calls the callback.
+class FakeFileOperations : public platform::FileOperations {
+ public:
+  explicit FakeFileOperations(Recorder& recorder) : recorder_(recorder) {}
+  platform::FileOperationRef create() override;
+  platform::OSStatus scheduleOnMainThread(const platform::FileOperationRef& operation) override;
+  platform::OSStatus unscheduleFromMainThread(const platform::FileOperationRef& operation) override;
+  platform::OSStatus copyObject(const platform::FileOperationRef& operation, const std::string& source,
+                                const std::string& destinationFolder, const std::string& destinationName,
+                                std::chrono::nanoseconds statusInterval, StatusCallback callback) override;
+  platform::OSStatus cancel(const platform::FileOperationRef& operation) override;
+
+  platform::OSStatus scheduling = platform::noErr;
+  platform::OSStatus unscheduling = platform::noErr;
+  platform::OSStatus beginning = platform::noErr;
+  StatusCallback callback;
+  platform::FileOperationRef operation;
+
+ private:
+  Recorder& recorder_;
+};
+
+/// Records "file browser PATH".
+class FakeFileBrowser : public platform::FileBrowser {
+ public:
+  explicit FakeFileBrowser(Recorder& recorder) : recorder_(recorder) {}
+  platform::OSStatus itemChanged(const std::string& path) override;
+
+  platform::OSStatus answer = platform::noErr;
+
+ private:
+  Recorder& recorder_;
 };
 
 /// What a fake tool does.
@@ -208,10 +317,13 @@ class FakeApplications : public platform::Applications {
  public:
   explicit FakeApplications(Recorder& recorder) : recorder_(recorder) {}
   std::optional<std::string> pathForIdentifier(const std::string& identifier) override;
+  /// Records "register PATH" and answers `registration`.
+  platform::OSStatus registerApplication(const std::string& path) override;
   std::vector<std::string> launchedIdentifiers() override;
   std::optional<foundation::PropertyList> askToQuit(const std::string& applicationName) override;
 
   std::map<std::string, std::string> paths;
+  platform::OSStatus registration = platform::noErr;
   /// What each question for the running applications is answered, in turn; the last answer stays.
   std::deque<std::vector<std::string>> launched;
   std::optional<foundation::PropertyList> quitError;
@@ -338,6 +450,27 @@ class FakePreferences : public platform::Preferences {
   Recorder& recorder_;
 };
 
+/// Real copies within the files, by the process's own rights whoever the reader is.
+class FakeGathering : public platform::Gathering {
+ public:
+  explicit FakeGathering(RootedFiles& files) : files_(files) {}
+  foundation::Result<void> createPrivateFolder(const std::string& path) override;
+  foundation::Result<std::vector<std::string>> contentsOfDirectory(const platform::Reader& reader,
+                                                                   const std::string& path) override;
+  bool exists(const platform::Reader& reader, const std::string& path) override;
+  /// Asks the files' beforeChange as "copy" of the item that is copied.
+  foundation::Result<void> copy(const platform::Reader& reader, const std::string& from,
+                                const std::string& to, platform::AtLink atLink) override;
+
+  /// Those for whom something was listed, looked for or copied.
+  std::set<platform::Reader> readers;
+
+ private:
+  RootedFiles& files_;
+  platform::PosixFileQueries queries_;
+  platform::LinuxGathering gathering_{queries_};
+};
+
 class FakeAlerts : public platform::Alerts {
  public:
   explicit FakeAlerts(Recorder& recorder) : recorder_(recorder) {}
@@ -458,7 +591,13 @@ class FakePlatform {
   RootedFiles files;
   FakeClock clock{recorder};
   FakeMainThread mainThread{recorder};
+  FakeUserInterfaceEvents userInterfaceEvents{recorder, clock};
   FakeUsersAndFolders users{recorder};
+  FakeFileAttributes fileAttributes{recorder, files};
+  FakeFolderQueries folderQueries{files};
+  FakeFileReferences fileReferences{files};
+  FakeFileOperations fileOperations{recorder};
+  FakeFileBrowser fileBrowser{recorder};
   FakeSubprocesses subprocesses{recorder, files};
   FakeApplications applications{recorder};
   FakeWorkspace workspace{recorder, files};
@@ -468,6 +607,7 @@ class FakePlatform {
   FakeDesktopNotifications desktopNotifications{recorder};
   FakeClientConnections clientConnections{recorder};
   FakePreferences preferences{recorder};
+  FakeGathering gathering{files};
   FakeAlerts alerts{recorder};
   FakeSystemConsole systemConsole{recorder};
   FakeMainBundle mainBundle{files};

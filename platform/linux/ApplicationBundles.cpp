@@ -42,8 +42,6 @@ bool readAll(int file, std::uint64_t limit, std::string& bytes) {
   return false;
 }
 
-enum class Trust { anybody, rootOnly };
-
 bool isTrusted(const struct stat& status, Trust trust) {
   if (trust == Trust::anybody) return true;
   return status.st_uid == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
@@ -92,14 +90,9 @@ void append(std::vector<std::string>& paths, const std::vector<std::string>& mor
 }
 
 std::vector<std::string> registeredIn(const std::string& root, const std::string& file, Trust trust) {
-  const PropertyList registry = dictionaryInFile(root + file, trust);
-  const PropertyList* const list = registry.find("Applications");
-  const auto* const entries = list == nullptr ? nullptr : list->as<PropertyList::Array>();
   std::vector<std::string> paths;
-  if (entries == nullptr) return paths;
-  for (const PropertyList& entry : *entries) {
-    const std::string* const path = entry.as<std::string>();
-    if (path != nullptr && path->starts_with('/') && isFolder(root + *path)) paths.push_back(root + *path);
+  for (const std::string& path : registeredApplications(root + file, trust)) {
+    if (isFolder(root + path)) paths.push_back(root + path);
   }
   return paths;
 }
@@ -160,6 +153,19 @@ std::vector<std::string> applicationsInFolder(const std::string& folder) {
   }
   append(here, below);
   return here;
+}
+
+std::vector<std::string> registeredApplications(const std::string& file, Trust trust) {
+  const PropertyList registry = dictionaryInFile(file, trust);
+  const PropertyList* const list = registry.find("Applications");
+  const auto* const entries = list == nullptr ? nullptr : list->as<PropertyList::Array>();
+  std::vector<std::string> paths;
+  if (entries == nullptr) return paths;
+  for (const PropertyList& entry : *entries) {
+    const std::string* const path = entry.as<std::string>();
+    if (path != nullptr && path->starts_with('/')) paths.push_back(*path);
+  }
+  return paths;
 }
 
 std::vector<std::string> applicationPaths(const std::string& root) {

@@ -58,6 +58,12 @@ struct ApplicationBundle {
 /// and nobody else may write it.
 [[nodiscard]] std::vector<std::string> applicationPaths(const std::string& root);
 
+/// Whose registry is believed: anybody's, or only a file that is root's own and that nobody else may write.
+enum class Trust { anybody, rootOnly };
+
+/// The paths in a registry file, whether something is there or not; none from a file that is not believed.
+[[nodiscard]] std::vector<std::string> registeredApplications(const std::string& file, Trust trust);
+
 inline constexpr const char* kApplicationRegistry = "/Library/Preferences/com.vordenworks.applications.plist";
 
 }  // namespace platform

@@ -6,6 +6,7 @@
 #include <csignal>
 
 #include "platform/linux/ApplicationBundles.h"
+#include "platform/linux/ApplicationRegistry.h"
 
 namespace platform {
 namespace {
@@ -56,6 +57,11 @@ std::optional<std::string> LinuxApplications::pathForIdentifier(const std::strin
     if (readBundle(path).identifier() == identifier) return path;
   }
   return std::nullopt;
+}
+
+OSStatus LinuxApplications::registerApplication(const std::string& path) {
+  const auto registered = registerApplicationBundle(root_, path);
+  return registered ? noErr : statusForErrno(registered.error().code);
 }
 
 std::vector<std::string> LinuxApplications::launchedIdentifiers() {

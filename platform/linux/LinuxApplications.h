@@ -28,6 +28,7 @@ class LinuxApplications : public Applications {
       : root_(std::move(root)), processes_(std::move(processes)) {}
 
   std::optional<std::string> pathForIdentifier(const std::string& identifier) override;
+  OSStatus registerApplication(const std::string& path) override;
   std::vector<std::string> launchedIdentifiers() override;
   std::optional<foundation::PropertyList> askToQuit(const std::string& applicationName) override;
 

@@ -13,6 +13,7 @@
 #include "platform/foundation/Text.h"
 #include "platform/linux/ExclusiveRename.h"
 #include "platform/linux/GuardedFolders.h"
+#include "platform/linux/PrivateFolder.h"
 #include "platform/linux/TreeCopy.h"
 #include "platform/posix/RegularFile.h"
 
@@ -133,11 +134,11 @@ bool giveToFoldersOwner(int descriptor, int folder) {
   return around.st_uid == 0 || giveTo(descriptor, around.st_uid, around.st_gid);
 }
 
-/// 0 or an errno value.
+/// Answers 0 or an errno value.
 int renameExclusively(const Place& from, const Place& to) {
-  const auto moved =
+  const auto renamed =
       renameWithoutReplacing(from.folder.get(), from.name, to.folder.get(), to.name, from.name);
-  return moved ? 0 : moved.error().code;
+  return renamed ? 0 : renamed.error().code;
 }
 
 Result<void> moveAcrossFileSystems(const Place& from, const Place& to, const std::string& path) {
@@ -145,6 +146,11 @@ Result<void> moveAcrossFileSystems(const Place& from, const Place& to, const std
                     [&](int folder, const std::string& name) {
                       return renameWithoutReplacing(folder, name, to.folder.get(), to.name, path);
                     });
+}
+
+bool isTaken(const Place& place) {
+  struct stat status {};
+  return ::fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 /// Puts a file in the place of what lies there, `old` where that is a file. What replaces a file may be as
@@ -195,6 +201,23 @@ Result<void> LinuxFileChanges::move(const std::string& from, const std::string& 
   if (reason == 0) return {};
   if (reason == EXDEV) return moveAcrossFileSystems(source.value(), target.value(), from);
   return systemError(reason, reason == EEXIST ? to : from);
+}
+
+// As copyItemAtPath, but through folders that root may enter.
+Result<void> LinuxFileChanges::copy(const std::string& from, const std::string& to) {
+  const auto source = placeOf(from);
+  if (!source) return source.error();
+  const auto target = placeOf(to);
+  if (!target) return target.error();
+  if (isTaken(target.value())) return systemError(EEXIST, to);
+  const int folder = target.value().folder.get();
+  const std::string& name = target.value().name;
+  const auto staging = PrivateFolder::make(folder, to);
+  if (!staging) return staging.error();
+  const int inside = staging.value().descriptor();
+  const auto copied = copyItem(source.value().folder.get(), source.value().name, inside, name, from, {});
+  if (!copied) return copied.error();
+  return renameWithoutReplacing(inside, name, folder, name, to);
 }
 
 Result<void> LinuxFileChanges::remove(const std::string& path) {

@@ -32,6 +32,7 @@ class LinuxFileChanges : public FileChanges {
  public:
   foundation::Result<void> createDirectory(const std::string& path) override;
   foundation::Result<void> move(const std::string& from, const std::string& to) override;
+  foundation::Result<void> copy(const std::string& from, const std::string& to) override;
   foundation::Result<void> remove(const std::string& path) override;
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) override;
   foundation::Result<std::unique_ptr<WritableFile>> openForWriting(const std::string& path) override;

@@ -119,4 +119,14 @@ bool LinuxMainThread::serveUntilReadable(int descriptor, std::optional<nanosecon
   }
 }
 
+bool LinuxMainThread::serveNext(nanoseconds longestWait) {
+  if (loop_ != nullptr) return loop_->runUntilReadable(-1, longestWait);
+  pollfd work{wake_.get(), POLLIN, 0};
+  const Remaining remaining(longestWait);
+  const auto left = remaining.left();
+  if (::ppoll(&work, 1, &*left, nullptr) <= 0) return false;  // interrupted: the caller looks again
+  serveQueued();
+  return true;
+}
+
 }  // namespace platform

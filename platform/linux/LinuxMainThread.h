@@ -24,6 +24,10 @@ class LinuxMainThread : public MainThread {
   /// REQUIRES isCurrent(). Runs what is queued now; what that work queues in turn waits for the next call.
   void serveQueued();
 
+  /// REQUIRES isCurrent(). Waits for queued work, at most that long, and runs what is queued then; answers
+  /// whether there was any. An event loop gets the whole time, for its own events too.
+  bool serveNext(std::chrono::nanoseconds longestWait);
+
   /// REQUIRES isCurrent(). Hands waits on the main thread to an event loop, or with nullptr back to poll(2).
   void setEventLoop(EventLoop* loop) { loop_ = loop; }
 

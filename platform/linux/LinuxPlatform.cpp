@@ -11,7 +11,13 @@
 #include "platform/linux/LinuxApplications.h"
 #include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxDesktopApplication.h"
+#include "platform/linux/LinuxFileAttributes.h"
+#include "platform/linux/LinuxFileBrowser.h"
+#include "platform/linux/LinuxFileOperations.h"
+#include "platform/linux/LinuxFileReferences.h"
 #include "platform/linux/LinuxFiles.h"
+#include "platform/linux/LinuxFolderQueries.h"
+#include "platform/linux/LinuxGathering.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
 #include "platform/linux/LinuxMainThread.h"
@@ -19,6 +25,7 @@
 #include "platform/linux/LinuxProcessInformation.h"
 #include "platform/linux/LinuxSubprocesses.h"
 #include "platform/linux/LinuxSystemConsole.h"
+#include "platform/linux/LinuxUserInterfaceEvents.h"
 #include "platform/linux/LinuxUsersAndFolders.h"
 #include "platform/linux/LinuxWorkspace.h"
 #include "platform/linux/SpawnedProgram.h"
@@ -44,9 +51,15 @@ struct LinuxPlatform {
   ProcessSetUp setUp;
   LinuxClock clock;
   LinuxMainThread mainThread;
+  LinuxUserInterfaceEvents userInterfaceEvents{mainThread};
   LinuxUsersAndFolders usersAndFolders;
   LinuxFileQueries fileQueries;
   LinuxFileChanges fileChanges;
+  LinuxFileAttributes fileAttributes;
+  LinuxFolderQueries folderQueries;
+  LinuxFileReferences fileReferences;
+  LinuxFileOperations fileOperations{mainThread, clock};
+  LinuxFileBrowser fileBrowser;
   LibplistPropertyLists propertyLists;
   LinuxMainBundle mainBundle{fileQueries, propertyLists};
   LinuxProcessInformation processInformation{fileQueries, propertyLists};
@@ -61,14 +74,21 @@ struct LinuxPlatform {
   BusDesktopNotifications desktopNotifications{busAgent};
   BusClientConnections clientConnections{busAgent};
   LinuxPreferences preferences;
+  LinuxGathering gathering{fileQueries};
   LinuxAlerts alerts;
   LinuxInterruption interruption;
   LinuxDesktopApplication desktopApplication{mainThread, alerts, interruption};
   Platform platform{clock,
                     mainThread,
+                    userInterfaceEvents,
                     usersAndFolders,
                     fileQueries,
                     fileChanges,
+                    fileAttributes,
+                    folderQueries,
+                    fileReferences,
+                    fileOperations,
+                    fileBrowser,
                     subprocesses,
                     applications,
                     workspace,
@@ -79,6 +99,7 @@ struct LinuxPlatform {
                     clientConnections,
                     propertyLists,
                     preferences,
+                    gathering,
                     alerts,
                     systemConsole,
                     mainBundle,

@@ -6,9 +6,15 @@ namespace {
 struct UnimplementedPlatform {
   UnimplementedClock clock;
   UnimplementedMainThread mainThread;
+  UnimplementedUserInterfaceEvents userInterfaceEvents;
   UnimplementedUsersAndFolders usersAndFolders;
   UnimplementedFileQueries fileQueries;
   UnimplementedFileChanges fileChanges;
+  UnimplementedFileAttributes fileAttributes;
+  UnimplementedFolderQueries folderQueries;
+  UnimplementedFileReferences fileReferences;
+  UnimplementedFileOperations fileOperations;
+  UnimplementedFileBrowser fileBrowser;
   UnimplementedSubprocesses subprocesses;
   UnimplementedApplications applications;
   UnimplementedWorkspace workspace;
@@ -19,6 +25,7 @@ struct UnimplementedPlatform {
   UnimplementedClientConnections clientConnections;
   UnimplementedPropertyLists propertyLists;
   UnimplementedPreferences preferences;
+  UnimplementedGathering gathering;
   UnimplementedAlerts alerts;
   UnimplementedSystemConsole systemConsole;
   UnimplementedMainBundle mainBundle;
@@ -27,9 +34,15 @@ struct UnimplementedPlatform {
   UnimplementedDesktopApplication desktopApplication;
   Platform platform{clock,
                     mainThread,
+                    userInterfaceEvents,
                     usersAndFolders,
                     fileQueries,
                     fileChanges,
+                    fileAttributes,
+                    folderQueries,
+                    fileReferences,
+                    fileOperations,
+                    fileBrowser,
                     subprocesses,
                     applications,
                     workspace,
@@ -40,6 +53,7 @@ struct UnimplementedPlatform {
                     clientConnections,
                     propertyLists,
                     preferences,
+                    gathering,
                     alerts,
                     systemConsole,
                     mainBundle,

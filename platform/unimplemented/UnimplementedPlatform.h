@@ -30,6 +30,11 @@ class UnimplementedMainThread : public MainThread {
   bool serveUntilReadable(int, std::optional<std::chrono::nanoseconds>) override { return false; }
 };
 
+class UnimplementedUserInterfaceEvents : public UserInterfaceEvents {
+ public:
+  bool dispatchNext(std::chrono::nanoseconds) override { return false; }
+};
+
 class UnimplementedUsersAndFolders : public UsersAndFolders {
  public:
   /// Nobody's number: never that of root, whom the program would do more for.
@@ -66,6 +71,9 @@ class UnimplementedFileChanges : public FileChanges {
   foundation::Result<void> move(const std::string& from, const std::string&) override {
     return notImplemented(from);
   }
+  foundation::Result<void> copy(const std::string& from, const std::string&) override {
+    return notImplemented(from);
+  }
   foundation::Result<void> remove(const std::string& path) override { return notImplemented(path); }
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view) override {
     return notImplemented(path);
@@ -73,6 +81,51 @@ class UnimplementedFileChanges : public FileChanges {
   foundation::Result<std::unique_ptr<WritableFile>> openForWriting(const std::string& path) override {
     return notImplemented(path);
   }
+};
+
+class UnimplementedFileAttributes : public FileAttributes {
+ public:
+  bool isSymbolicLink(const std::string&) override { return false; }
+  bool isImmutable(const std::string&) override { return false; }
+  foundation::Result<void> setImmutable(const std::string& path, Immutable) override {
+    return notImplemented(path);
+  }
+  foundation::Result<FinderInformation> finderInformation(const std::string& path) override {
+    return notImplemented(path);
+  }
+  foundation::Result<void> setFinderInformation(const std::string& path, const FinderInformation&) override {
+    return notImplemented(path);
+  }
+};
+
+class UnimplementedFolderQueries : public FolderQueries {
+ public:
+  foundation::Result<FolderListing> entries(const std::string& path) override { return notImplemented(path); }
+  std::uint64_t totalSize(const std::string&) override { return 0; }
+  std::optional<ItemIdentity> identity(const std::string&) override { return {}; }
+};
+
+class UnimplementedFileReferences : public FileReferences {
+ public:
+  foundation::Result<FSRef> reference(const std::string& path) override { return notImplemented(path); }
+  foundation::Result<std::string> path(const FSRef&) override { return notImplemented(); }
+};
+
+class UnimplementedFileOperations : public FileOperations {
+ public:
+  FileOperationRef create() override { return nullptr; }
+  OSStatus scheduleOnMainThread(const FileOperationRef&) override { return ioErr; }
+  OSStatus unscheduleFromMainThread(const FileOperationRef&) override { return ioErr; }
+  OSStatus copyObject(const FileOperationRef&, const std::string&, const std::string&, const std::string&,
+                      std::chrono::nanoseconds, StatusCallback) override {
+    return ioErr;
+  }
+  OSStatus cancel(const FileOperationRef&) override { return ioErr; }
+};
+
+class UnimplementedFileBrowser : public FileBrowser {
+ public:
+  OSStatus itemChanged(const std::string&) override { return ioErr; }
 };
 
 /// A child that cannot be launched.
@@ -108,6 +161,7 @@ class UnimplementedSubprocesses : public Subprocesses {
 class UnimplementedApplications : public Applications {
  public:
   std::optional<std::string> pathForIdentifier(const std::string&) override { return {}; }
+  OSStatus registerApplication(const std::string&) override { return ioErr; }
   std::vector<std::string> launchedIdentifiers() override { return {}; }
   std::optional<foundation::PropertyList> askToQuit(const std::string& applicationName) override {
     return foundation::PropertyList::Dictionary{
@@ -189,6 +243,21 @@ class UnimplementedPreferences : public Preferences {
   void setValue(const std::string&, const foundation::PropertyList&) override {}
   void setValueForAnyUserOnCurrentHost(const std::string&, const foundation::PropertyList&) override {}
   bool synchronize() override { return false; }
+};
+
+class UnimplementedGathering : public Gathering {
+ public:
+  foundation::Result<void> createPrivateFolder(const std::string& path) override {
+    return notImplemented(path);
+  }
+  foundation::Result<std::vector<std::string>> contentsOfDirectory(const Reader&,
+                                                                   const std::string& path) override {
+    return notImplemented(path);
+  }
+  bool exists(const Reader&, const std::string&) override { return false; }
+  foundation::Result<void> copy(const Reader&, const std::string& from, const std::string&, AtLink) override {
+    return notImplemented(from);
+  }
 };
 
 class UnimplementedAlerts : public Alerts {

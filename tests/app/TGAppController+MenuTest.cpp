@@ -206,3 +206,34 @@ TEST_F(ToggleTest, AnythingElseThatIsThrownGoesOn) {
   FailingSwitch failing(mac.recorder);
   EXPECT_THROW(controller->prefsToggleAdminPass(&failing), std::runtime_error);
 }
+
+TEST_F(MenuTest, TheLogAndTheTaskLogAreShown) {
+  const std::string folder = "/Users/alice/Library/Logs/Vordenworks/";
+  startWithGUI();
+  mac.files.makeFile(folder + "Quillmend.1.log");
+  mac.files.makeFile(folder + "Quillmend.1.task.log");
+  controller->viewLog();
+  controller->viewTaskLog();
+  EXPECT_EQ(recorded(),
+            text({"open " + folder + "Quillmend.1.log", "open " + folder + "Quillmend.1.task.log"}));
+}
+
+TEST_F(MenuTest, AMissingTaskLogIsSaidToBeMissing) {
+  startWithGUI();
+  controller->viewTaskLog();
+  EXPECT_EQ(recorded(),
+            text({"alert No log found: You must run the application as a task (e.g. through Tickwarden) "
+                  "before viewing a log."}));
+}
+
+TEST_F(MenuTest, LogsAreGatheredUnderTheApplicationsName) {
+  startWithGUI();
+  mac.files.makeFile("/Library/Logs/Vordenworks/Quillmend.1.log");
+  mac.subprocesses.executables.insert("/usr/bin/ditto");
+  const std::string archive = "/Users/alice/Desktop/Quillmend Logs.zip";
+  mac.subprocesses.runs["/usr/bin/ditto"].whenLaunched = [&] { mac.files.makeFile(archive); };
+  controller->gatherLogs();
+  EXPECT_EQ(recorded(),
+            text({"run /usr/bin/ditto -ck --keepParent /private/tmp/TG_App_Logs " + archive,
+                  "alert Logs gathered successfully: The gathered logs were placed on your desktop."}));
+}

@@ -187,6 +187,80 @@ TEST_F(TGBugReporterTest, TheFoldersAreSearchedTheUsersFirst) {
   EXPECT_EQ(TGBugReporter::checkForCrashes(), std::nullopt);
 }
 
+class TGBugReporterNamesTest : public TGBugReporterTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(TGBugReporterNamesTest, OnlyTheBeginningOfAReportsNameIsLookedAt) {
+  stampDefaults("launch", kLaunched);
+  const std::string report = std::string(kUserReports) + GetParam();
+  makeReport(report, 10);
+  EXPECT_EQ(TGBugReporter::checkForCrashes("Quillmend", std::nullopt), report);
+}
+
+INSTANTIATE_TEST_SUITE_P(Endings, TGBugReporterNamesTest,
+                         testing::Values("Quillmend_2011-01-01-120000_host.crash",
+                                         "Quillmend_2026-01-01-120000.ips", "quillmend_1.IPS",
+                                         "Quillmend_1.crash.synced", "Quillmend_"));
+
+TEST_F(TGBugReporterTest, ReportsOfBothEndingsAreOneList) {
+  stampDefaults("launch", kLaunched);
+  const std::string folder = kUserReports;
+  makeReport(folder + "Quillmend_2011-01-01.crash", 10);
+  makeReport(folder + "Quillmend_2011-01-02.ips", 20);
+  EXPECT_EQ(TGBugReporter::checkForCrashes(), folder + "Quillmend_2011-01-02.ips");
+  makeReport(folder + "Quillmend_2011-01-03.crash", -10);
+  EXPECT_EQ(TGBugReporter::checkForCrashes(), std::nullopt) << "the last one decides, whatever its ending";
+}
+
+TEST_F(TGBugReporterTest, AFolderThatCannotBeListedContributesNothing) {
+  stampDefaults("launch", kLaunched);
+  fake.files.makeFile("/Users/alice/Library/Logs/CrashReporter", "no folder");
+  const std::string report = std::string(kUserReports) + "Quillmend_1.crash";
+  makeReport(report, 10);
+  EXPECT_EQ(TGBugReporter::checkForCrashes(), report);
+}
+
+TEST_F(TGBugReporterTest, ADomainWithoutALibraryContributesNothing) {
+  stampDefaults("launch", kLaunched);
+  const std::string report = "/Library/Logs/DiagnosticReports/Quillmend_1.ips";
+  makeReport(report, 10);
+  fake.users.searchPathsOverride =
+      [](auto, platform::SearchPathDomain domain) -> std::optional<std::vector<std::string>> {
+    if (domain == platform::SearchPathDomain::user) return std::vector<std::string>();
+    return std::nullopt;
+  };
+  EXPECT_EQ(TGBugReporter::checkForCrashes(), report);
+}
+
+TEST_F(TGBugReporterTest, ACrashIsToldOfOnceAndACleanExitIsNone) {
+  writeStore(kStore, PropertyList::Dictionary{});
+  Listener listener;
+  TGBugReporter::startBugReporter("Quillmend", kStore, &listener);
+  const double launched = fake.clock.start.unixTime();
+  makeReport(std::string(kUserReports) + "Quillmend_1.ips", launched - kLaunched + 10);
+  fake.clock.start = Date::fromUnixTime(launched + 60);
+  TGBugReporter::startBugReporter("Quillmend", kStore, &listener);
+  EXPECT_THAT(listener.heard, ElementsAre(std::string(kUserReports) + "Quillmend_1.ips"));
+  fake.clock.start = Date::fromUnixTime(launched + 120);
+  TGBugReporter::startBugReporter("Quillmend", kStore, &listener);
+  EXPECT_THAT(listener.heard, testing::SizeIs(1)) << "the report is older than the last launch";
+  fake.clock.start = Date::fromUnixTime(launched + 180);
+  TGBugReporter::stopBugReporter(kStore);
+  makeReport(std::string(kUserReports) + "Quillmend_2.ips", launched - kLaunched + 170);
+  TGBugReporter::startBugReporter("Quillmend", kStore, &listener);
+  EXPECT_THAT(listener.heard, testing::SizeIs(1));
+}
+
+TEST_F(TGBugReporterTest, AsRootTheFoldersAreThoseOfTheUserAtTheConsole) {
+  fake.users.user = 0;
+  fake.users.console = "bob";
+  stampDefaults("launch", kLaunched);
+  makeReport(std::string(kUserReports) + "Quillmend_1.crash", 10);
+  EXPECT_EQ(TGBugReporter::checkForCrashes(), std::nullopt);
+  const std::string report = "/Users/bob/Library/Logs/DiagnosticReports/Quillmend_1.crash";
+  makeReport(report, 10);
+  EXPECT_EQ(TGBugReporter::checkForCrashes(), report);
+}
+
 TEST_F(TGBugReporterTest, AReportThatIsADanglingLinkIsPassedOver) {
   stampDefaults("launch", kLaunched);
   fake.files.makeFolder(kUserReports);

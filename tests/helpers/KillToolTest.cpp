@@ -125,7 +125,6 @@ TEST_F(KillToolTest, AClientThatLingersDoesNotHoldUpTheDaemonsEnd) {
 }
 
 TEST_F(KillToolTest, AllWaitsTogetherAreBounded) {
-  settings_.goodbye = milliseconds(3000);  // twelve seconds, were each of the four waited for by itself
   settings_.ask = milliseconds(200);
   for (const char* place : {kDaemon, kQueue, kAgent, kClient}) start(place, {"stubborn"});
   const auto begin = std::chrono::steady_clock::now();

@@ -96,13 +96,33 @@ TEST_F(SpoolPlaceTest, WhatRootsOwnServicesFileNamesIsEmptied) {
   EXPECT_EQ(empty("/data/other"), ExitStatus::done) << report_.text();
 }
 
+TEST_F(SpoolPlaceTest, AdministratorsMayWriteTheServicesFileAsTheyMayOnAMac) {
+  makeSpool("/data/spool");
+  nameInServices("/data/spool");
+  for (const char* place : {kServices, "Library/Application Support/Apple Qmaster", "Library"}) {
+    const std::string path = volume_.path(std::string("top/") + place);
+    ASSERT_EQ(chown(path.c_str(), 0, TestVolume::kAdministrators), 0);
+    ASSERT_EQ(chmod(path.c_str(), 0775), 0);
+  }
+  EXPECT_EQ(empty("/data/spool"), ExitStatus::done) << report_.text();
+}
+
+TEST_F(SpoolPlaceTest, AnotherGroupsServicesFileIsNoWordOfAdministrators) {
+  makeSpool("/data/spool");
+  nameInServices("/data/spool");
+  const std::string path = volume_.path(std::string("top/") + kServices);
+  ASSERT_EQ(chown(path.c_str(), 0, TestVolume::kAdministrators + 1), 0);
+  ASSERT_EQ(chmod(path.c_str(), 0664), 0);
+  EXPECT_EQ(empty("/data/spool"), ExitStatus::refused);
+}
+
 TEST_F(SpoolPlaceTest, AServicesFileThatOthersCanChangeIsNoWordOfRoots) {
   makeSpool("/data/spool");
   nameInServices("/data/spool");
   for (const char* writable : {kServices, "Library/Application Support/Apple Qmaster", "Library"}) {
     const std::string place = std::string("top/") + writable;
     const mode_t before = volume_.mode(place);
-    chmod(volume_.path(place).c_str(), before | 0022U);
+    chmod(volume_.path(place).c_str(), before | 0002U);
     EXPECT_EQ(empty("/data/spool"), ExitStatus::refused) << writable;
     chmod(volume_.path(place).c_str(), before);
   }

@@ -42,6 +42,7 @@ class TestVolume {
 
   static constexpr uid_t kAlice = 4201;
   static constexpr uid_t kBob = 4202;
+  static constexpr gid_t kAdministrators = 80;
 
   [[nodiscard]] std::string path(const std::string& place) const { return top_ + "/" + place; }
 
@@ -109,6 +110,7 @@ class TestVolume {
                      {"daemon", 1, 1, "/usr/sbin"},
                      {"alice", kAlice, kAlice, "/Users/alice"},
                      {"bob", kBob, kBob, "/Users/bob"}};
+    made.administrators = kAdministrators;
     made.consoleAccount = [] { return std::optional(Account{"alice", kAlice, kAlice, "/Users/alice"}); };
     made.now = [] { return foundation::Date::fromUnixTime(1'700'000'000); };
     return made;

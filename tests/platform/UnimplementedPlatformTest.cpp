@@ -22,6 +22,10 @@ TEST_F(UnimplementedPlatformTest, WhatCanFailFailsWithENOSYS) {
   EXPECT_EQ(platform.fileChanges.remove("/a").error().code, ENOSYS);
   EXPECT_EQ(platform.fileChanges.writeAtomically("/a", "").error().code, ENOSYS);
   EXPECT_EQ(platform.fileChanges.openForWriting("/a").error().code, ENOSYS);
+  EXPECT_EQ(platform.gathering.createPrivateFolder("/a").error().code, ENOSYS);
+  EXPECT_EQ(platform.gathering.contentsOfDirectory({}, "/").error().code, ENOSYS);
+  EXPECT_EQ(platform.gathering.copy({}, "/a", "/b", AtLink::copyLink).error().code, ENOSYS);
+  EXPECT_FALSE(platform.gathering.exists({}, "/"));
   EXPECT_EQ(platform.propertyLists.parse("").error().code, ENOSYS);
   EXPECT_EQ(platform.propertyLists.serialize({}, PropertyListFormat::xml).error().code, ENOSYS);
   EXPECT_EQ(platform.workspace.recycle("/a", "/b", {"c"}).error().code, ENOSYS);

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "platform/Clock.h"
+#include "platform/FileOperations.h"
+#include "platform/MainThread.h"
+
+namespace platform {
+
+/// Each copy has a thread of its own, which first counts what there is to copy and then copies it
+/// (TreeCopy.h). It looks for a cancellation between the pieces of a file. A program that ends while
+/// it copies leaves what was copied so far in a hidden folder beside the destination (".quillmend." and
+/// digits).
+class LinuxFileOperations : public FileOperations {
+ public:
+  LinuxFileOperations(MainThread& mainThread, Clock& clock) : mainThread_(mainThread), clock_(clock) {}
+
+  FileOperationRef create() override;
+  OSStatus scheduleOnMainThread(const FileOperationRef& operation) override;
+  OSStatus unscheduleFromMainThread(const FileOperationRef& operation) override;
+  OSStatus copyObject(const FileOperationRef& operation, const std::string& source,
+                      const std::string& destinationFolder, const std::string& destinationName,
+                      std::chrono::nanoseconds statusInterval, StatusCallback callback) override;
+  OSStatus cancel(const FileOperationRef& operation) override;
+
+ private:
+  MainThread& mainThread_;
+  Clock& clock_;
+};
+
+}  // namespace platform

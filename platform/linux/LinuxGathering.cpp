@@ -1,0 +1,278 @@
+#include "platform/linux/LinuxGathering.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "platform/UsersAndFolders.h"
+#include "platform/foundation/Paths.h"
+#include "platform/linux/FileRights.h"
+#include "platform/posix/UniqueDescriptor.h"
+
+namespace platform {
+namespace {
+
+using foundation::Result;
+using foundation::systemError;
+
+/// nullopt: those that the process has.
+using Rights = std::optional<FileRights>;
+
+constexpr std::size_t kPieceSize = 256UL << 10;
+constexpr int kLooking = O_PATH | O_CLOEXEC;
+constexpr int kReading = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+bool isRoot() {
+  return ::geteuid() == 0;
+}
+
+/// The rights to look with; an error for a reader that is not known, for whom nothing can be read.
+Result<Rights> rightsFor(const Reader& reader, const std::string& path) {
+  if (!isRoot() || !reader) return Rights();
+  Rights rights = fileRightsOf(*reader);
+  if (!rights) return systemError(EACCES, path);
+  return rights->user == 0 ? Rights() : std::move(rights);
+}
+
+/// A path with a zero byte would be cut short in the system's hands, and mean another item.
+bool isWhole(const std::string& path) {
+  return path.find('\0') == std::string::npos;
+}
+
+UniqueDescriptor openWith(const Rights& rights, int folder, const std::string& path, int flags) {
+  const FileRightsScope scope(rights);
+  if (!scope.isInForce()) {
+    errno = EPERM;
+    return {};
+  }
+  return UniqueDescriptor(::openat(folder, path.c_str(), flags));
+}
+
+std::string pathOfDescriptor(const UniqueDescriptor& item) {
+  return "/proc/self/fd/" + std::to_string(item.get());
+}
+
+/// An item held fast: neither renaming nor exchanging it makes it another one.
+struct Item {
+  UniqueDescriptor descriptor;
+  struct stat status {};
+};
+
+Result<Item> lookAt(const Rights& rights, int folder, const std::string& name, int flags,
+                    const std::string& path) {
+  Item item{openWith(rights, folder, name, kLooking | flags)};
+  if (!item.descriptor || ::fstat(item.descriptor.get(), &item.status) != 0) return systemError(errno, path);
+  return item;
+}
+
+UniqueDescriptor openForReading(const Rights& rights, const Item& item, int flags) {
+  return openWith(rights, AT_FDCWD, pathOfDescriptor(item.descriptor), kReading | flags);
+}
+
+std::string targetOfLink(const Item& link) {
+  std::string target(4096, '\0');
+  const ssize_t length = ::readlinkat(link.descriptor.get(), "", target.data(), target.size());
+  target.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
+  return target;
+}
+
+std::string destinationOf(const std::string& target, const std::string& linkPath) {
+  std::string expanded = expandingTildeInPath(target);
+  if (expanded.starts_with('/')) return expanded;
+  return foundation::appendingPathComponent(foundation::deletingLastPathComponent(linkPath), expanded);
+}
+
+/// Copies that many bytes; 0 or an errno value. Less than that are there when the file is cut meanwhile.
+int copyBytes(int from, int to, off_t count) {
+  std::string piece(kPieceSize, '\0');
+  while (count > 0) {
+    const auto wanted = std::min(piece.size(), static_cast<std::size_t>(count));
+    const ssize_t length = ::read(from, piece.data(), wanted);
+    if (length < 0 && errno == EINTR) continue;
+    if (length < 0) return errno;
+    if (length == 0) return 0;
+    for (ssize_t written = 0; written < length;) {
+      const ssize_t step = ::write(to, piece.data() + written, static_cast<std::size_t>(length - written));
+      if (step < 0 && errno != EINTR) return errno;
+      written += std::max<ssize_t>(step, 0);
+    }
+    count -= length;
+  }
+  return 0;
+}
+
+/// Copies the first `size` bytes, the holes among them as holes: a file may be said to be far longer than any
+/// disk. Answers 0 or an errno value.
+int copyContents(int from, int to, off_t size) {
+  off_t at = 0;
+  while (at < size) {
+    const off_t data = ::lseek(from, at, SEEK_DATA);
+    if (data < 0 && errno != ENXIO) return errno;
+    if (data < 0 || data >= size) break;
+    const off_t end = ::lseek(from, data, SEEK_HOLE);
+    if (end < 0 || ::lseek(from, data, SEEK_SET) < 0 || ::lseek(to, data, SEEK_SET) < 0) return errno;
+    if (const int reason = copyBytes(from, to, std::min(end, size) - data); reason != 0) return reason;
+    at = end;
+  }
+  return ::ftruncate(to, size) == 0 ? 0 : errno;
+}
+
+std::array<timespec, 2> timesOf(const struct stat& status) {
+  return {status.st_atim, status.st_mtim};
+}
+
+/// A file under way; gone with the object unless it was kept.
+class NewFile {
+ public:
+  explicit NewFile(const std::string& path)
+      : path_(path), descriptor_(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)) {}
+  ~NewFile() {
+    if (descriptor_ && !kept_) ::unlink(path_.c_str());
+  }
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+
+  [[nodiscard]] bool isOpen() const { return static_cast<bool>(descriptor_); }
+  [[nodiscard]] int descriptor() const { return descriptor_.get(); }
+
+  /// The copy's own owner, who packs it, can read it whatever the original's mode says.
+  bool keep(const struct stat& original) {
+    const auto times = timesOf(original);
+    kept_ = ::fchmod(descriptor_.get(), (original.st_mode & 0777U) | S_IRUSR) == 0 &&
+            ::futimens(descriptor_.get(), times.data()) == 0;
+    return kept_;
+  }
+
+ private:
+  const std::string& path_;
+  UniqueDescriptor descriptor_;
+  bool kept_ = false;
+};
+
+class ItemCopy {
+ public:
+  ItemCopy(FileQueries& queries, const Reader& reader, Rights rights)
+      : queries_(queries), readsAsOwner_(isRoot() && !reader), rights_(std::move(rights)) {}
+
+  Result<void> copy(int folder, const std::string& name, const std::string& path, const std::string& to,
+                    AtLink atLink) {
+    const auto item = lookAt(rights_, folder, name, O_NOFOLLOW, path);
+    if (!item) return item.error();
+    const Rights reading = readingRights(item.value());
+    switch (item.value().status.st_mode & S_IFMT) {
+      case S_IFREG:
+        return copyFile(reading, item.value(), path, to);
+      case S_IFLNK:
+        return copyLink(reading, item.value(), path, to, atLink);
+      case S_IFDIR:
+        return copyFolder(reading, item.value(), path, to);
+      default:
+        return systemError(ENOTSUP, path);
+    }
+  }
+
+ private:
+  [[nodiscard]] Rights readingRights(const Item& item) const {
+    if (!readsAsOwner_) return rights_;
+    return item.status.st_uid == 0 ? Rights() : fileRightsOf(item.status.st_uid);
+  }
+
+  static Result<void> copyFile(const Rights& rights, const Item& item, const std::string& path,
+                               const std::string& to) {
+    const UniqueDescriptor source = openForReading(rights, item, 0);
+    struct stat status {};
+    if (!source || ::fstat(source.get(), &status) != 0) return systemError(errno, path);
+    NewFile file(to);
+    if (!file.isOpen()) return systemError(errno, to);
+    const int reason = copyContents(source.get(), file.descriptor(), status.st_size);
+    if (reason != 0) return systemError(reason, path);
+    if (!file.keep(status)) return systemError(errno, to);
+    return {};
+  }
+
+  static Result<void> copyLink(const Rights& rights, const Item& link, const std::string& path,
+                               const std::string& to, AtLink atLink) {
+    const std::string target = targetOfLink(link);
+    if (atLink == AtLink::copyDestination) {
+      const std::string destination = destinationOf(target, path);
+      const auto item = lookAt(rights, AT_FDCWD, destination, 0, destination);
+      if (item && S_ISREG(item.value().status.st_mode)) {
+        return copyFile(rights, item.value(), destination, to);
+      }
+    }
+    if (::symlink(target.c_str(), to.c_str()) != 0) return systemError(errno, to);
+    return {};
+  }
+
+  Result<void> copyFolder(const Rights& rights, const Item& item, const std::string& path,
+                          const std::string& to) {
+    const UniqueDescriptor folder = openForReading(rights, item, O_DIRECTORY);
+    if (!folder) return systemError(errno, path);
+    const auto names = queries_.contentsOfDirectory(pathOfDescriptor(folder));
+    if (!names) return systemError(names.error().code, path);
+    if (::mkdir(to.c_str(), 0700) != 0) return systemError(errno, to);
+    for (const std::string& name : names.value()) {
+      auto copied = copy(folder.get(), name, foundation::appendingPathComponent(path, name),
+                         foundation::appendingPathComponent(to, name), AtLink::copyLink);
+      if (!copied) return copied;
+    }
+    return finishFolder(item, to);
+  }
+
+  /// Last, because what is put into a folder changes its times. Its owner must be able to empty it.
+  static Result<void> finishFolder(const Item& item, const std::string& to) {
+    const auto times = timesOf(item.status);
+    if (::chmod(to.c_str(), (item.status.st_mode & 0777U) | S_IRWXU) != 0 ||
+        ::utimensat(AT_FDCWD, to.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0) {
+      return systemError(errno, to);
+    }
+    return {};
+  }
+
+  FileQueries& queries_;
+  const bool readsAsOwner_;
+  const Rights rights_;
+};
+
+}  // namespace
+
+Result<void> LinuxGathering::createPrivateFolder(const std::string& path) {
+  std::error_code error;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
+  if (error) return systemError(error.value(), path);
+  if (::mkdir(path.c_str(), 0700) != 0) return systemError(errno, path);
+  return {};
+}
+
+Result<std::vector<std::string>> LinuxGathering::contentsOfDirectory(const Reader& reader,
+                                                                     const std::string& path) {
+  const auto rights = rightsFor(reader, path);
+  if (!rights) return rights.error();
+  const FileRightsScope scope(rights.value());
+  if (!scope.isInForce()) return systemError(EPERM, path);
+  return queries_.contentsOfDirectory(path);
+}
+
+bool LinuxGathering::exists(const Reader& reader, const std::string& path) {
+  const auto rights = rightsFor(reader, path);
+  if (!rights || !isWhole(path)) return false;
+  const FileRightsScope scope(rights.value());
+  return scope.isInForce() && queries_.exists(path);
+}
+
+Result<void> LinuxGathering::copy(const Reader& reader, const std::string& from, const std::string& to,
+                                  AtLink atLink) {
+  if (!isWhole(from) || !isWhole(to)) return systemError(EINVAL, from);
+  auto rights = rightsFor(reader, from);
+  if (!rights) return rights.error();
+  return ItemCopy(queries_, reader, std::move(rights).value()).copy(AT_FDCWD, from, from, to, atLink);
+}
+
+}  // namespace platform

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "platform/Files.h"
+#include "platform/Gathering.h"
+
+namespace platform {
+
+/// Gathering on Linux: path_resolution(7) with the reader's rights (FileRights.h), descriptors of O_PATH that
+/// are opened for reading through /proc/self/fd.
+class LinuxGathering : public Gathering {
+ public:
+  explicit LinuxGathering(FileQueries& queries) : queries_(queries) {}
+
+  foundation::Result<void> createPrivateFolder(const std::string& path) override;
+  foundation::Result<std::vector<std::string>> contentsOfDirectory(const Reader& reader,
+                                                                   const std::string& path) override;
+  bool exists(const Reader& reader, const std::string& path) override;
+  foundation::Result<void> copy(const Reader& reader, const std::string& from, const std::string& to,
+                                AtLink atLink) override;
+
+ private:
+  FileQueries& queries_;
+};
+
+}  // namespace platform

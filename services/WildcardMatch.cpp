@@ -1,0 +1,47 @@
+#include "services/WildcardMatch.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "platform/foundation/Text.h"
+
+namespace {
+
+/// How many bytes the first character has.
+std::size_t characterLength(std::string_view text) {
+  const auto first = static_cast<unsigned char>(text.front());
+  if (first < 0x80) return 1;
+  const std::size_t length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : first >= 0xc0 ? 2 : 1;
+  return length <= text.size() && foundation::isUtf8(text.substr(0, length)) ? length : 1;
+}
+
+}  // namespace
+
+bool isLike(std::string_view name, std::string_view pattern) {
+  constexpr auto none = std::string_view::npos;
+  std::size_t at = 0;       // in the name
+  std::size_t wanted = 0;   // in the pattern
+  std::size_t star = none;  // behind the last "*" met; what it stands for ends at `tried`
+  std::size_t tried = 0;
+  while (at < name.size()) {
+    if (wanted < pattern.size() && pattern[wanted] == '*') {
+      star = ++wanted;
+      tried = at;
+    } else if (wanted < pattern.size() && pattern[wanted] == '?') {
+      at += characterLength(name.substr(at));
+      ++wanted;
+    } else if (wanted < pattern.size() && pattern[wanted] == name[at]) {
+      ++at;
+      ++wanted;
+    } else if (star != none) {
+      // A whole character: "?" behind it must not begin in the middle of one.
+      tried += characterLength(name.substr(tried));
+      at = tried;
+      wanted = star;
+    } else {
+      return false;
+    }
+  }
+  const auto rest = pattern.substr(wanted);
+  return std::all_of(rest.begin(), rest.end(), [](char c) { return c == '*'; });
+}
