@@ -332,23 +332,25 @@ TEST_F(WindowRunTest, PreferencesAndLayoutAreTrashedFromTheMenu) {
   EXPECT_THAT(outcome.callTexts(), IsEmpty());
 }
 
-TEST_F(WindowRunTest, TheLinkAndTheHelpPagesAreOpenedInTheUsersBrowser) {
+TEST_F(WindowRunTest, TheLinkTheHelpPagesAndTheManualAreOpenedAsTheUserDoes) {
   const TemporaryVolume sample(compressors({}));
   makeBrowser(sample);
   WindowRun program(sample);
   window::press("Tab");
   window::press("Tab");
   window::press("Return");
-  for (const char* letter : {"q", "c", "v", "b", "f"}) program.choose("alt+h", letter);
-  const auto isOpened = [&] { return linesOf(sample, "/Users/alice/opened").size() == 6; };
+  for (const char* letter : {"q", "c", "v", "b", "f", "m"}) program.choose("alt+h", letter);
+  const auto isOpened = [&] { return linesOf(sample, "/Users/alice/opened").size() == 7; };
   EXPECT_TRUE(window::waitUntil(isOpened));
   window::press("ctrl+q");
   EXPECT_EQ(program.end().visit.status, 0);
   const std::string site = "alice https://www.vordenworks.example";
-  EXPECT_THAT(linesOf(sample, "/Users/alice/opened"),
-              UnorderedElementsAre(site + "/stellatetoolbox", site + "/quillmend.htm", site + "/Careplex/",
-                                   site, StartsWith(site + "/software_bugreport.htm?app=quillmend&version="),
-                                   site + "/software_featurerequest.htm?app=quillmend"));
+  EXPECT_THAT(
+      linesOf(sample, "/Users/alice/opened"),
+      UnorderedElementsAre(site + "/stellatetoolbox", site + "/quillmend.htm", site + "/Careplex/", site,
+                           StartsWith(site + "/software_bugreport.htm?app=quillmend&version="),
+                           site + "/software_featurerequest.htm?app=quillmend",
+                           "alice /Applications/Quillmend.app/Contents/Resources/Quillmend User Manual.pdf"));
 }
 
 TEST_F(WindowRunTest, WithoutABrowserAndWithoutASessionBusEverythingElseWorks) {
