@@ -71,11 +71,13 @@ int LinuxDesktopApplication::endRequestDescriptor() {
 void LinuxDesktopApplication::applicationDidStart(WindowApplication& application) {
   application_ = &application;
   mainThread_.setEventLoop(&application);
+  clock_.setEventLoop(&application);
   alerts_.setPanels(&application);
 }
 
 void LinuxDesktopApplication::applicationDidEnd() {
   alerts_.setPanels(nullptr);
+  clock_.setEventLoop(nullptr);
   mainThread_.setEventLoop(nullptr);
   application_ = nullptr;
 }

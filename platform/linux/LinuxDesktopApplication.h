@@ -5,6 +5,7 @@
 #include "platform/DesktopApplication.h"
 #include "platform/WindowModule.h"
 #include "platform/linux/LinuxAlerts.h"
+#include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainThread.h"
 
@@ -19,8 +20,9 @@ namespace platform {
 /// then on SIGTERM, SIGINT and SIGHUP are requests to end the application.
 class LinuxDesktopApplication : public DesktopApplication, private WindowHost {
  public:
-  LinuxDesktopApplication(LinuxMainThread& mainThread, LinuxAlerts& alerts, LinuxInterruption& interruption)
-      : mainThread_(mainThread), alerts_(alerts), interruption_(interruption) {}
+  LinuxDesktopApplication(LinuxClock& clock, LinuxMainThread& mainThread, LinuxAlerts& alerts,
+                          LinuxInterruption& interruption)
+      : clock_(clock), mainThread_(mainThread), alerts_(alerts), interruption_(interruption) {}
 
   int run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner) override;
   void terminate() override;
@@ -32,6 +34,7 @@ class LinuxDesktopApplication : public DesktopApplication, private WindowHost {
   void applicationDidStart(WindowApplication& application) override;
   void applicationDidEnd() override;
 
+  LinuxClock& clock_;
   LinuxMainThread& mainThread_;
   LinuxAlerts& alerts_;
   LinuxInterruption& interruption_;

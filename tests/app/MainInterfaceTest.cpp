@@ -76,10 +76,10 @@ TEST_F(MainInterfaceTest, TheWindowsControllerOffersTheCrashAnalysisInItsConsole
 }
 
 TEST_F(MainInterfaceTest, EveryActionOfTheInterfaceIsKnownAndOthersAreNot) {
-  for (const char* action :
-       {"repair", "menuRestartQmaster", "menuStopQmaster", "menuTrashCompressorPrefs",
-        "menuTrashCompressor4Prefs", "resetWindowLayout", "prefsToggleAdminPass", "helpManual",
-        "helpCareplex", "helpHome", "helpReportBug", "helpSuggestFeature", "helpTGHome", "storeOptions"}) {
+  for (const char* action : {"repair", "menuRestartQmaster", "menuStopQmaster", "menuTrashCompressorPrefs",
+                             "menuTrashCompressor4Prefs", "resetWindowLayout", "prefsToggleAdminPass",
+                             "helpManual", "helpCareplex", "helpHome", "helpReportBug", "helpSuggestFeature",
+                             "helpTGHome", "viewLog", "viewTaskLog", "gatherLogs", "storeOptions"}) {
     EXPECT_TRUE(interface.respondsToAction(action)) << action;
   }
   EXPECT_FALSE(interface.respondsToAction("menuItemResetOldQmasterConfig"));
@@ -97,8 +97,7 @@ TEST_F(MainInterfaceTest, ResettingTheLayoutByHandIsConfirmed) {
   load();
   mac.recorder.clear();
   interface.performAction("resetWindowLayout", nullptr);
-  EXPECT_EQ(recorded(),
-            "alert Compressor window layout successfully reset: Please relaunch Compressor.\n");
+  EXPECT_EQ(recorded(), "alert Compressor window layout successfully reset: Please relaunch Compressor.\n");
 }
 
 TEST_F(MainInterfaceTest, TheToggleGetsItsSender) {

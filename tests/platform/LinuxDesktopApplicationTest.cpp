@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <thread>
 
 #include "platform/fakes/FakePlatform.h"
 #include "tests/support/EnvironmentVariable.h"
@@ -57,7 +58,8 @@ class LinuxDesktopApplicationTest : public ::testing::Test {
   LinuxMainThread mainThread;
   LinuxAlerts alerts;
   LinuxInterruption interruption;
-  LinuxDesktopApplication application{mainThread, alerts, interruption};
+  LinuxClock clock;
+  LinuxDesktopApplication application{clock, mainThread, alerts, interruption};
   NoOwner owner;
   EnvironmentVariable wayland{"WAYLAND_DISPLAY", std::nullopt};
   EnvironmentVariable display{"DISPLAY", ":99"};
@@ -81,6 +83,25 @@ TEST_F(LinuxDesktopApplicationTest, WaitsAlertsAndTheEndAreTheWindowsWhileItRuns
   mainThread.perform(ask, Wait::no);
   EXPECT_EQ(application.run({}, owner), 42);
   EXPECT_EQ(bundle.content("record"), "[wait 7][panel Title: Message][terminate][hears]");
+}
+
+TEST_F(LinuxDesktopApplicationTest, PausesOfTheMainThreadAreTheWindowsWhileItRunsAndLastAsLongAsEver) {
+  putModule(WINDOW_MODULE);
+  const EnvironmentVariable record("WINDOW_MODULE_RECORD", bundle / "record");
+  constexpr auto kPause = std::chrono::milliseconds(5);
+  std::chrono::nanoseconds lasted{0};
+  const auto pause = [&] {
+    const auto start = clock.uptime();
+    clock.sleep(kPause);
+    lasted = clock.uptime() - start;
+  };
+  mainThread.perform([&] { std::thread(pause).join(); }, Wait::no);
+  EXPECT_EQ(application.run({}, owner), 42);
+  EXPECT_EQ(bundle.content("record"), "[hears]") << "another thread's are not";
+  mainThread.perform(pause, Wait::no);
+  EXPECT_EQ(application.run({}, owner), 42);
+  EXPECT_EQ(bundle.content("record"), "[wait -1][hears]");
+  EXPECT_GE(lasted, kPause) << "this window's waits are over at once";
 }
 
 TEST_F(LinuxDesktopApplicationTest, WaitsAndAlertsAreThePlatformsAgainAfterwards) {

@@ -17,7 +17,10 @@ namespace window {
 /// The outlets that stand for controls.
 struct MainWindow::Parts {
   explicit Parts(Ui::MainWindow& ui)
-      : repairButton(*ui.repairButton, *ui.repair),
+      : repairButton(*ui.repairButton,
+                     // What a repair does too is not to be done beside it.
+                     {ui.repair, ui.menuRestartQmaster, ui.menuStopQmaster, ui.menuTrashCompressorPrefs,
+                      ui.menuTrashCompressor4Prefs, ui.resetWindowLayout}),
         trashPrefs(*ui.trashPrefs),
         resetQmasterCheck(*ui.resetQmasterCheck),
         resetLayoutCheck(*ui.resetLayoutCheck),

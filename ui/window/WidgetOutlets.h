@@ -2,6 +2,8 @@
 
 #include <QAbstractButton>
 #include <QAction>
+#include <QList>
+#include <utility>
 
 #include "ui/Outlets.h"
 
@@ -14,16 +16,17 @@ namespace window {
 
 class ButtonOutlet : public outlets::Button {
  public:
-  /// The action is the menu's for the same thing, and is enabled with the button.
-  ButtonOutlet(QAbstractButton& button, QAction& action) : button_(button), action_(action) {}
+  /// The menus' actions are enabled with the button.
+  ButtonOutlet(QAbstractButton& button, QList<QAction*> actions)
+      : button_(button), actions_(std::move(actions)) {}
   void setEnabled(bool isEnabled) override {
     button_.setEnabled(isEnabled);
-    action_.setEnabled(isEnabled);
+    for (QAction* const action : actions_) action->setEnabled(isEnabled);
   }
 
  private:
   QAbstractButton& button_;
-  QAction& action_;
+  QList<QAction*> actions_;
 };
 
 /// Setting a state is no action of the user's and performs none.

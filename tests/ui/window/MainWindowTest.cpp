@@ -175,13 +175,16 @@ TEST_F(MainWindowTest, TheButtonRepairsAlsoByTheKeyboardAlone) {
   EXPECT_THAT(owner.lines, ElementsAre("repair", "repair"));
 }
 
-TEST_F(MainWindowTest, ADisabledButtonDisablesTheMenusCommandToo) {
+TEST_F(MainWindowTest, ADisabledButtonDisablesTheMenusCommandsOfARepairToo) {
   show();
   window.connections().repairButton->setEnabled(false);
+  EXPECT_FALSE(action("menuStopQmaster")->isEnabled());
+  EXPECT_TRUE(action("viewLog")->isEnabled());
   press(find<QPushButton>("repairButton"));
   QTest::keyClick(&window, Qt::Key_R, Qt::ControlModifier);
   EXPECT_THAT(owner.lines, IsEmpty());
   window.connections().repairButton->setEnabled(true);
+  EXPECT_TRUE(action("menuStopQmaster")->isEnabled());
   QTest::keyClick(&window, Qt::Key_R, Qt::ControlModifier);
   EXPECT_THAT(owner.lines, ElementsAre("repair"));
 }

@@ -296,8 +296,12 @@ TEST_F(WindowRunTest, QmasterIsStoppedAndStartedFromTheMenu) {
   const TemporaryVolume sample(compressors({{"3.5.3"}}));
   {
     WindowRun program(sample);
+    window::LoopWatch watch(program.number());
     program.choose("alt+t", "s");
     WindowRun::waitForPanel();
+    const auto findings = watch.end();
+    RecordProperty("longest_turn_in_milliseconds", static_cast<int>(findings.longest.count()));
+    EXPECT_LT(findings.longest, 500ms) << "of the seconds that it takes";
     window::saveScreen("qmaster-stopped");
     window::press("Return");
     window::press("ctrl+q");
