@@ -76,7 +76,8 @@ class WindowRun {
   }
 
   static void waitUntilAlone() {
-    EXPECT_TRUE(window::waitUntil([] { return windowCount() == 1; })) << "the panel stays";
+    EXPECT_TRUE(window::waitUntil([] { return windowCount() == 1 && window::focusedTitle() == "Quillmend"; }))
+        << "the panel stays";
   }
 
   /// Chooses a menu's command by the keys for both.
@@ -233,6 +234,7 @@ TEST_F(WindowRunTest, StayingInMidRepairLetsItGoOn) {
   WindowRun::waitUntilAlone();
   WindowRun::waitForPanel();
   window::press("Return");
+  WindowRun::waitUntilAlone();
   EXPECT_THAT(WindowRun::consoleText(), HasSubstr(successSummary));
   window::press("ctrl+q");
   EXPECT_EQ(program.end().visit.status, 0);
@@ -268,6 +270,7 @@ TEST_F(WindowRunTest, TheCheckBoxesAndThePlaceAreRemembered) {
   window::press("ctrl+r");
   WindowRun::waitForPanel();
   window::press("Return");
+  WindowRun::waitUntilAlone();
   window::press("ctrl+q");
   EXPECT_EQ(again.end().visit.status, 0);
 }
@@ -276,7 +279,7 @@ TEST_F(WindowRunTest, TheWindowAnswersAllThroughARepair) {
   constexpr auto kLimit = 100ms;
   window::LoopWatch::Findings findings;
   // What else runs on the machine only ever makes an answer slower.
-  for (int attempt = 0; attempt < 3 && (attempt == 0 || findings.longest > kLimit); ++attempt) {
+  for (int attempt = 0; attempt < 5 && (attempt == 0 || findings.longest > kLimit); ++attempt) {
     const TemporaryVolume sample(compressors({{"3.5.3"}, {"4.0.7"}}));
     WindowRun program(sample);
     window::LoopWatch watch(program.number());
@@ -284,6 +287,7 @@ TEST_F(WindowRunTest, TheWindowAnswersAllThroughARepair) {
     WindowRun::waitForPanel();
     findings = watch.end();
     window::press("Return");
+    WindowRun::waitUntilAlone();
     window::press("ctrl+q");
     EXPECT_EQ(program.end().visit.status, 0);
   }
@@ -304,6 +308,7 @@ TEST_F(WindowRunTest, QmasterIsStoppedAndStartedFromTheMenu) {
     EXPECT_LT(findings.longest, 500ms) << "of the seconds that it takes";
     window::saveScreen("qmaster-stopped");
     window::press("Return");
+    WindowRun::waitUntilAlone();
     window::press("ctrl+q");
     const auto outcome = program.end();
     EXPECT_EQ(outcome.visit.status, 0);
@@ -314,6 +319,7 @@ TEST_F(WindowRunTest, QmasterIsStoppedAndStartedFromTheMenu) {
   program.choose("alt+t", "r");
   WindowRun::waitForPanel();
   window::press("Return");
+  WindowRun::waitUntilAlone();
   window::press("ctrl+q");
   const auto outcome = program.end();
   EXPECT_THAT(outcome.running, Contains("root /usr/sbin/qmasterd"));
