@@ -24,9 +24,8 @@ Action resetLayout() {
 }
 
 Action toggleAdminPass() {
-  return [](TGAppController& controller, outlets::Sender* sender) {
-    controller.prefsToggleAdminPass(sender);
-  };
+  return
+      [](TGAppController& controller, outlets::Sender* sender) { controller.prefsToggleAdminPass(sender); };
 }
 
 /// By the names that the interface description has for them.
@@ -118,9 +117,8 @@ bool MainInterface::respondsToAction(const std::string& action) {
 
 void MainInterface::performAction(const std::string& action, outlets::Sender* sender) {
   if (!controller_ || !respondsToAction(action)) return;
-  guarded(("-[TGAppController " + action + ":]").c_str(), [&] {
-    action == "storeOptions" ? storeOptions() : actions().at(action)(*controller_, sender);
-  });
+  guarded(("-[TGAppController " + action + ":]").c_str(),
+          [&] { action == "storeOptions" ? storeOptions() : actions().at(action)(*controller_, sender); });
 }
 
 void MainInterface::openAddress(const std::string& address) {

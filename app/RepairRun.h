@@ -112,8 +112,8 @@ class RepairRun {
   bool errorsFound_ = false;
   bool closedOldCompressor_ = false;
   bool closedCompressor4_ = false;
-  std::optional<std::string> ending_;         ///< why it ends before its end
-  std::size_t stages_ = 0;                    ///< 0 until the versions are known
+  std::optional<std::string> ending_;  ///< why it ends before its end
+  std::size_t stages_ = 0;             ///< 0 until the versions are known
   std::size_t stagesBegun_ = 0;
   std::vector<std::string> stoppedVersions_;  ///< whose Qmaster was stopped, once for each copy
 

@@ -9,10 +9,10 @@ namespace outlets {
 class InterfaceOwner;
 }
 
-/// What a program and its window module are to each other. The module is a library of its own, loaded when the
-/// desktop application starts, because it needs a toolkit and the rest of the program does not. Both sides see
-/// each other through abstract classes alone, and nothing is thrown from one to the other: the module may
-/// stand on another copy of the C++ library.
+/// What a program and its window module are to each other. The module is a library of its own, loaded when
+/// the desktop application starts, because it needs a toolkit and the rest of the program does not. Both
+/// sides see each other through abstract classes alone, and nothing is thrown from one to the other: the
+/// module may stand on another copy of the C++ library.
 namespace platform {
 
 /// An event loop that owns the main thread while a window is open.

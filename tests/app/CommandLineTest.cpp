@@ -167,7 +167,8 @@ INSTANTIATE_TEST_SUITE_P(Flags, TrashFlagTest,
 TEST_F(CommandLineTest, FlagsWithoutRepairStartTheDesktopApplicationWithUnchangedArguments) {
   mac.desktopApplication.result = 7;
   EXPECT_EQ(run({"-Silent", "-trash"}), 7);
-  EXPECT_EQ(recorded(), text({"desktop application " + std::string(kProgram) + " -Silent -trash", kDelivered}));
+  EXPECT_EQ(recorded(),
+            text({"desktop application " + std::string(kProgram) + " -Silent -trash", kDelivered}));
 }
 
 TEST_F(CommandLineTest, NoArgumentStartsTheDesktopApplication) {

@@ -25,8 +25,8 @@ class RecordedApplication : public platform::WindowApplication {
 
 }  // namespace
 
-/// A window module for tests: writes its arguments, and what it is asked for between its start and its end, to
-/// the file that WINDOW_MODULE_RECORD names; answers 42. Queued work is what asks it.
+/// A window module for tests: writes its arguments, and what it is asked for between its start and its end,
+/// to the file that WINDOW_MODULE_RECORD names; answers 42. Queued work is what asks it.
 extern "C" int QuillmendWindowMain(int argc, char** argv, platform::WindowHost* host,
                                    outlets::InterfaceOwner* owner) {
   std::ofstream record(std::getenv("WINDOW_MODULE_RECORD"));

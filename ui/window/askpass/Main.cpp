@@ -24,7 +24,7 @@ namespace {
 QString accountIn(const QString& prompt) {
   const QString marker = QStringLiteral("password for ");
   const auto at = prompt.indexOf(marker);
-  const QString named = at < 0 ? QString() : prompt.mid(at + marker.size()).section(u':', 0, 0).trimmed();
+  QString named = at < 0 ? QString() : prompt.mid(at + marker.size()).section(u':', 0, 0).trimmed();
   if (!named.isEmpty()) return named;
   const passwd* const account = ::getpwuid(::getuid());  // NOLINT(concurrency-mt-unsafe): the only thread
   return account == nullptr ? QString() : QString::fromLocal8Bit(account->pw_name);
