@@ -85,7 +85,7 @@ void ConsoleView::setString(const std::string& text) {
 /// A text for the document. The toolkit looks for the end of a word from each line that the word fills, which
 /// takes it minutes with a word of a megabyte: from such a word on, lines are cut anywhere.
 QString ConsoleView::prepared(const std::string& text) {
-  const QString letters = plain(text);
+  QString letters = plain(text);
   if (hasEndlessWord(letters)) setWordWrapMode(QTextOption::WrapAnywhere);
   return letters;
 }
