@@ -115,7 +115,8 @@ class RepairRun {
   std::optional<std::string> ending_;  ///< why it ends before its end
   std::size_t stages_ = 0;             ///< 0 until the versions are known
   std::size_t stagesBegun_ = 0;
-  std::vector<std::string> stoppedVersions_;  ///< whose Qmaster was stopped, once for each copy
+  std::vector<std::string> versions_;  ///< of Compressor, once for each copy
+  bool stoppedQmaster_ = false;        ///< of all versions: killtool makes no difference
 
   VersionCode versionCode_ = VersionCode::unsupported;
   BaseFolders folders_;

@@ -173,6 +173,9 @@ void RepairRun::closeCompressors() {
   const auto launched = platform::current().applications.launchedIdentifiers();
   closedOldCompressor_ = closeCompressor(launched, kCompressor3, "Waiting for Compressor to exit...");
   closedCompressor4_ = closeCompressor(launched, kCompressor4, "Waiting for Compressor 4 to exit...");
+  // Both go by one name, so version 4 has been asked along with the old one, also where an interrupted repair
+  // does not come to wait for it.
+  if (closedOldCompressor_ && contains(launched, kCompressor4)) closedCompressor4_ = true;
 }
 
 /// Answers whether it was running: one that would not quit is reopened too, which brings it to the front.
@@ -185,9 +188,9 @@ bool RepairRun::closeCompressor(const std::vector<std::string>& launched, const 
 }
 
 void RepairRun::repairVersions() {
-  const auto versions = controller_.compressorVersions();
-  stages_ = versions.size() * kVersionStages.size() + kClosingStages;
-  for (const std::string& version : versions) {
+  versions_ = controller_.compressorVersions();
+  stages_ = versions_.size() * kVersionStages.size() + kClosingStages;
+  for (const std::string& version : versions_) {
     if (!goesOn()) return;
     repairVersion(version);
   }
@@ -195,7 +198,7 @@ void RepairRun::repairVersions() {
 
 void RepairRun::repairVersion(const std::string& version) {
   classify(version);
-  stoppedVersions_.push_back(version);
+  stoppedQmaster_ = true;
   for (const Stage& stage : kVersionStages) {
     enterStage(stage.title);
     (this->*stage.work)();
@@ -322,13 +325,14 @@ void RepairRun::checkComputerName() {
 }
 
 void RepairRun::restartQmaster() {
-  if (ending_ && stoppedVersions_.empty()) return;
+  if (ending_ && !stoppedQmaster_) return;
   enterStage("Starting Qmaster");
   // Microseconds, on purpose. An interrupted repair may come straight from the stop, though, and killtool,
   // which nobody waits for, must not meet what is started now.
   platform::current().clock.sleep(ending_ ? std::chrono::nanoseconds(2s) : 250us);
   line("Attempting to start Qmaster...");
-  startQmaster(stoppedVersions_);
+  // All of them, also where an interrupted repair has come to one only: killtool makes no difference.
+  startQmaster(versions_);
   line("Relaunching menu bar icon...");
   controller_.qmasterMenuLaunch();
 }
@@ -379,10 +383,11 @@ void RepairRun::reportInterruption() {
     return version == "3.0" || version == "3.5" || version == "4.0";
   };
   std::string outcome = "Qmaster was not touched; run the repair again.";
-  if (std::any_of(stoppedVersions_.begin(), stoppedVersions_.end(), isStarted)) {
-    outcome = "Qmaster was started again; run the repair again to finish it.";
-  } else if (!stoppedVersions_.empty()) {
-    outcome = "Qmaster was stopped and is not started for this version; run the repair again to finish it.";
+  if (stoppedQmaster_) {
+    outcome =
+        std::any_of(versions_.begin(), versions_.end(), isStarted)
+            ? "Qmaster was started again; run the repair again to finish it."
+            : "Qmaster was stopped and is not started for this version; run the repair again to finish it.";
   }
   const std::string text = stringWithFormat("%@ %@", *ending_, outcome);
   // Said in the log by a silent run too: the services must not change without a word.

@@ -26,7 +26,10 @@ int main(int argc, char* argv[]) {
         stderr);
     return 1;
   }
-  // Whoever reads our output may leave; the repair goes on.
-  if (std::signal(SIGPIPE, SIG_IGN) == SIG_ERR) return 1;
+  // Whoever reads our output may leave, and whoever starts us may limit the size of files; the repair goes
+  // on.
+  for (const int signal : {SIGPIPE, SIGXFSZ}) {
+    if (std::signal(signal, SIG_IGN) == SIG_ERR) return 1;
+  }
   return runCommandLine({argv, argv + argc}, stdout);
 }

@@ -46,10 +46,11 @@ void ChmodTool::changeOne(const PathEntry& entry, const FileMode& mode) {
   const FileStatus& status = entry.status();
   const mode_t permissions = mode.appliedTo(status.permissions(), status.isFolder());
   if (permissions == status.permissions()) return;
-  if (!status.isFolder() && status.links > 1) {
-    return report_.failure(entry.path, "has further hard links, left as it is");
-  }
-  change(entry.self().descriptor.get(), entry.path, permissions);
+  LinkedFiles linked(report_);
+  const TreeVisit visit{entry.self().descriptor.get(), status, entry.name(), entry.folder().status,
+                        entry.path};
+  if (!linked.keeps(visit)) return change(visit.descriptor, visit.path, permissions);
+  linked.finish([&](int descriptor, const std::string& path) { change(descriptor, path, permissions); });
 }
 
 void ChmodTool::changeTree(const PathEntry& top, const FileMode& mode) {
@@ -58,7 +59,7 @@ void ChmodTool::changeTree(const PathEntry& top, const FileMode& mode) {
     if (visit.status.isSymbolicLink()) return;
     const mode_t permissions = wanted(visit.status, visit.path, mode);
     if (permissions == visit.status.permissions()) return;
-    if (!visit.status.isFolder() && visit.status.links > 1) return linked.add(visit);
+    if (linked.keeps(visit)) return;
     change(visit.descriptor, visit.path, permissions);
   });
   walk.onListed(listed_);

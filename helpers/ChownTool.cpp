@@ -35,7 +35,7 @@ void ChownTool::changeTree(const PathEntry& top, const Ownership& ownership) {
   LinkedFiles linked(report_);
   TreeWalk walk(report_, [&](const TreeVisit& visit) {
     if (isAlready(visit.status, ownership)) return;
-    if (!visit.status.isFolder() && visit.status.links > 1) return linked.add(visit);
+    if (linked.keeps(visit)) return;
     change(visit.descriptor, visit.path, ownership);
   });
   walk.onListed(listed_);

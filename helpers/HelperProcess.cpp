@@ -1,14 +1,14 @@
 #include "helpers/HelperProcess.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <initializer_list>
+
+#include "platform/posix/StandardStreams.h"
 
 namespace helpers {
 namespace {
@@ -19,14 +19,6 @@ volatile std::sig_atomic_t stopWish = 0;
 
 void rememberStopWish(int /*signal*/) {
   stopWish = 1;
-}
-
-void openStandardDescriptors() {
-  for (int number = 0; number <= 2; ++number) {
-    if (fcntl(number, F_GETFD) >= 0) continue;
-    // The lowest free number is the missing one, because those below it are open by now.
-    if (open("/dev/null", O_RDWR) != number) _exit(kOsError);
-  }
 }
 
 void setAction(int signal, void (*handler)(int)) {
@@ -52,7 +44,7 @@ void resetSignals() {
 }  // namespace
 
 void prepareHelperProcess() {
-  openStandardDescriptors();
+  if (!platform::openStandardStreams()) _exit(kOsError);
   syscall(SYS_close_range, 3U, ~0U, 0U);
   clearenv();
   umask(0);

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <system_error>
 
+#include "helpers/SystemLog.h"
 #include "platform/foundation/Text.h"
 #include "platform/posix/UniqueDescriptor.h"
 
@@ -78,13 +79,26 @@ std::string escaped(std::string_view text) {
 
 void Report::failure(std::string_view path, std::string_view reason) {
   anyFailure_ = true;
-  writeLine(toolName_ + ": " + escaped(path) + ": " + std::string(reason) + "\n");
+  say(escaped(path) + ": " + std::string(reason));
+}
+
+void Report::moved(std::string_view path, std::string_view place) const {
+  writeToSystemLog(systemLog_, LogLevel::info, toolName_, escaped(path) + ": moved to " + escaped(place));
 }
 
 ExitStatus Report::stop(ExitStatus status, std::string_view message) {
   if (status != ExitStatus::done) anyFailure_ = true;
-  writeLine(toolName_ + ": " + std::string(message) + "\n");
+  if (status == ExitStatus::usage) {
+    writeLine(std::string(message));
+  } else {
+    say(std::string(message));
+  }
   return status;
+}
+
+void Report::say(const std::string& text) {
+  writeToSystemLog(systemLog_, LogLevel::warning, toolName_, text);
+  writeLine(text);
 }
 
 /// The description of an error repeats its path, unescaped: only what follows it is wanted.
@@ -112,12 +126,13 @@ ssize_t Report::writeSome(int reopened, std::string_view text) const {
   return write(descriptor_, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
 }
 
-void Report::writeLine(const std::string& text) {
+void Report::writeLine(const std::string& message) {
   using std::chrono::milliseconds;
   using std::chrono::steady_clock;
   const auto deadline = steady_clock::now() + (isStuck_ ? milliseconds(0) : patience_);
   const platform::UniqueDescriptor reopened = openedWithoutBlocking(descriptor_);
-  std::string_view rest = text;
+  const std::string line = toolName_ + ": " + message + "\n";
+  std::string_view rest = line;
   isStuck_ = false;
   while (!rest.empty() && !isStuck_) {
     const ssize_t count = writeSome(reopened.get(), rest);

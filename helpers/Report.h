@@ -25,7 +25,9 @@ enum class ExitStatus {
 /// per byte.
 [[nodiscard]] std::string escaped(std::string_view text);
 
-/// Where a tool says what it could not do: one line an entry on a descriptor, standard error as a rule.
+/// Where a tool says what it could not do: one line an entry on a descriptor, standard error as a rule, and
+/// in the system log: a repair gives its tools no standard error that anybody sees. Wrong arguments are for
+/// the caller alone.
 /// A closed or broken descriptor never stops the work. Nor does a pipe or terminal that nobody reads: a line
 /// waits for room for `patience`, then lines are dropped without waiting until one gets through again.
 /// Remembers whether anything failed.
@@ -34,12 +36,20 @@ class Report {
   /// How long a write waits for room, at most.
   static constexpr std::chrono::milliseconds kPatience{1000};
 
-  explicit Report(std::string toolName, int descriptor = 2, std::chrono::milliseconds patience = kPatience)
-      : toolName_(std::move(toolName)), descriptor_(descriptor), patience_(patience) {}
+  /// `systemLog` is the log's socket, "" for none.
+  explicit Report(std::string toolName, int descriptor = 2, std::chrono::milliseconds patience = kPatience,
+                  std::string systemLog = "")
+      : toolName_(std::move(toolName)),
+        descriptor_(descriptor),
+        patience_(patience),
+        systemLog_(std::move(systemLog)) {}
 
   /// "tool: path: reason", with the path escaped.
   void failure(std::string_view path, std::string_view reason);
   void failure(const foundation::Error& error) { failure(error.path, reasonOf(error)); }
+
+  /// "path: moved to place", in the system log alone: whoever puts things back has to know where they were.
+  void moved(std::string_view path, std::string_view place) const;
 
   /// "tool: message" for a run that does nothing; returns the status for the caller to hand on.
   ExitStatus stop(ExitStatus status, std::string_view message);
@@ -49,13 +59,15 @@ class Report {
 
  private:
   [[nodiscard]] static std::string reasonOf(const foundation::Error& error);
-  void writeLine(const std::string& text);
+  void say(const std::string& text);
+  void writeLine(const std::string& message);
   [[nodiscard]] bool hasRoom(std::chrono::milliseconds patience) const;
   [[nodiscard]] ssize_t writeSome(int reopened, std::string_view text) const;
 
   std::string toolName_;
   int descriptor_;
   std::chrono::milliseconds patience_;
+  std::string systemLog_;
   bool anyFailure_ = false;
   bool isStuck_ = false;  ///< nobody reads: the next line does not wait
 };

@@ -127,10 +127,12 @@ SpoolFolder::Outcome SpoolFolder::finishInterrupted(const PathEntry& spool) {
   }
   const std::string path = foundation::deletingLastPathComponent(spool.path) + "/" + name;
   const auto names = TrashName::ofContents(spool.name(), surroundings_.now());
-  if (auto taken = trash.value().take(parent, name, path, names); !taken) {
+  const auto taken = trash.value().take(parent, name, path, names);
+  if (!taken) {
     report_.failure(taken.error());
     return Outcome::impossible;
   }
+  report_.moved(spool.path, trash.value().path() + "/" + taken.value());
   return Outcome::again;
 }
 
@@ -173,7 +175,9 @@ SpoolFolder::Outcome SpoolFolder::trashExchanged(const PathEntry& spool, TrashCa
   // Empty where another run has been quicker.
   if (unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0) return Outcome::done;
   const auto names = TrashName::ofContents(spool.name(), surroundings_.now());
-  if (auto taken = trash.take(parent, name, spool.path, names); !taken) {
+  if (const auto taken = trash.take(parent, name, spool.path, names)) {
+    report_.moved(spool.path, trash.path() + "/" + taken.value());
+  } else {
     report_.failure(taken.error());
     putBack(spool);
   }
@@ -213,6 +217,7 @@ void SpoolFolder::moveEntries(const PathEntry& spool) {
   if (!folder) return report_.failure(folder.error());
   auto dated = trash.value().opened(folder.value());
   if (!dated) return report_.failure(dated.error());
+  report_.moved(spool.path, dated.value().path());
   for (const std::string& entry : entries.value()) {
     if (stopRequested()) {
       report_.failure(spool.path, "not finished: asked to stop");

@@ -1,6 +1,7 @@
 #include "helpers/SpoolPlace.h"
 
 #include <fcntl.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,10 +30,19 @@ bool isSpoolPlace(const std::string& path) {
          holds({"Application Support", "Apple Qmaster"}) != way.end();
 }
 
-bool onlyAdministratorsCanWrite(const FileStatus& status, const std::optional<gid_t>& administrators) {
+/// An access list gives accounts of its own choosing what the bits of the group say.
+bool mayHaveAccessList(const platform::UniqueDescriptor& descriptor) {
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor.get());
+  const ssize_t size = ::getxattr(link.c_str(), "system.posix_acl_access", nullptr, 0);
+  return size >= 0 || (errno != ENODATA && errno != EOPNOTSUPP);
+}
+
+bool onlyAdministratorsCanWrite(const PathLevel& level, const std::optional<gid_t>& administrators) {
+  const FileStatus& status = level.status;
   if (!isTrustedOwner(status.owner) || (status.mode & S_IWOTH) != 0) return false;
+  if ((status.mode & S_IWGRP) == 0) return true;
   const bool isTheirs = status.group == 0 || status.group == administrators;
-  return isTheirs || (status.mode & S_IWGRP) == 0;
+  return isTheirs && !mayHaveAccessList(level.descriptor);
 }
 
 /// What a file holds that the computer's administrators alone can have written; nothing where anybody else
@@ -42,7 +52,7 @@ std::string contentsOfAdministratorsFile(const Surroundings& surroundings, const
   if (!entry || !entry.value().status().isRegular()) return {};
   const std::vector<PathLevel>& levels = entry.value().levels;
   const bool trusted = std::all_of(levels.begin(), levels.end(), [&](const PathLevel& level) {
-    return onlyAdministratorsCanWrite(level.status, surroundings.administrators);
+    return onlyAdministratorsCanWrite(level, surroundings.administrators);
   });
   if (!trusted) return {};
   const platform::UniqueDescriptor file(::openat(entry.value().folder().descriptor.get(),

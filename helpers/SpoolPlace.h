@@ -10,9 +10,10 @@ namespace helpers {
 /// have written, so that a path alone is no reason: "/etc/ssh" can stand there too. It may be
 /// - where it belongs to the account whose trash it goes to, unless that is root, to whom the system belongs;
 /// - where it lies in /var/spool, /private/var/spool, /Users/Shared or an "Application Support/Apple
-/// Qmaster";
+///   Qmaster";
 /// - where a services file names it that nobody but root and the computer's administrators (the groups 0 and
-/// "admin") can have written, who may become root anyway: the machine's
+///   "admin") can have written, who may become root anyway, and that no access list gives to others: the
+///   machine's
 ///   (/Library/Application Support/Apple Qmaster/qmasterservices.plist), or the one in root's home.
 /// `asked` is the path as it was asked for. A link of root's own may lead from one of those places elsewhere,
 /// so the place counts by either path; by the asked one only where it goes up nowhere.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <string>
 #include <vector>
 
@@ -13,7 +15,7 @@ namespace helpers {
 template <typename Run>
 int toolMain(int count, char** values, const char* name, const Run& run) {
   prepareHelperProcess();
-  Report report(name);
+  Report report(name, STDERR_FILENO, Report::kPatience, "/dev/log");
   try {
     const std::vector<std::string> arguments(values + (count > 0 ? 1 : 0), values + count);
     return static_cast<int>(run(arguments, report));

@@ -1,7 +1,6 @@
 #include "helpers/TrashCan.h"
 
 #include <fcntl.h>
-#include <sys/fsuid.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +8,7 @@
 #include <cerrno>
 
 #include "helpers/HelperProcess.h"
+#include "platform/linux/FileRights.h"
 #include "platform/linux/PrivateFolder.h"
 
 namespace helpers {
@@ -25,27 +25,6 @@ bool isPersonOrRoot(uid_t user) {
   return user == 0 || user >= kFirstPerson;
 }
 
-/// Acts on files with another user's rights while it lives. Unlike the effective user id this lets nobody
-/// send the process signals or trace it.
-class FileRightsOf {
- public:
-  FileRightsOf(uid_t user, gid_t group) : active_(geteuid() == 0 && user != 0) {
-    if (!active_) return;
-    setfsgid(group);
-    setfsuid(user);
-  }
-  ~FileRightsOf() {
-    if (!active_) return;
-    setfsuid(geteuid());
-    setfsgid(getegid());
-  }
-  FileRightsOf(const FileRightsOf&) = delete;
-  FileRightsOf& operator=(const FileRightsOf&) = delete;
-
- private:
-  bool active_;
-};
-
 /// Modes are given in full while it lives: the file mode mask takes nothing away.
 class ExactModes {
  public:
@@ -58,6 +37,12 @@ class ExactModes {
   mode_t mask_;
 };
 
+/// A folder of a user's own is made with the user's rights alone.
+std::optional<platform::FileRights> rightsOf(const Account& owner) {
+  if (geteuid() != 0 || owner.user == 0) return std::nullopt;
+  return platform::FileRights{owner.user, owner.group};
+}
+
 struct OpenFolder {
   UniqueDescriptor descriptor;
   FileStatus status;
@@ -68,7 +53,8 @@ Result<OpenFolder> openOwnFolder(int parent, const std::string& name, mode_t mod
                                  const std::string& path) {
   {
     const ExactModes exactModes;
-    const FileRightsOf rights(owner.user, owner.group);
+    const platform::FileRightsScope rights(rightsOf(owner));
+    if (!rights.isInForce()) return systemError(EPERM, path);
     if (mkdirat(parent, name.c_str(), mode) != 0 && errno != EEXIST) {
       const int error = errno;
       if (faccessat(parent, name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) return systemError(error, path);

@@ -44,7 +44,11 @@ ExitStatus TrashTool::trashItem(const std::string& path) {
   if (liesIn(item, trash.value().status())) return ExitStatus::done;
   const auto taken = trash.value().take(item.folder().descriptor.get(), item.name(), item.path,
                                         TrashName::ofItem(item.name(), surroundings_.now()));
-  if (!taken && !isMissing(taken.error())) report_.failure(taken.error());
+  if (taken) {
+    report_.moved(item.path, trash.value().path() + "/" + taken.value());
+  } else if (!isMissing(taken.error())) {
+    report_.failure(taken.error());
+  }
   return report_.status();
 }
 
@@ -65,6 +69,7 @@ void TrashTool::trashEntries(const PathEntry& folder, const std::vector<std::str
   auto trash = TrashCan::open(surroundings_, report_, folder.levels, folder.levels.size());
   if (!trash) return report_.failure(trash.error());
   if (liesIn(folder, trash.value().status())) return;
+  report_.moved(folder.path + "/*", trash.value().path());
   for (const std::string& name : names) {
     const std::string path = folder.path + "/" + name;
     if (stopRequested()) return report_.failure(path, "not moved: asked to stop");

@@ -97,6 +97,17 @@ std::string TreeWalk::currentPath() const {
   return path;
 }
 
+bool LinkedFiles::keeps(const TreeVisit& visit) {
+  if (visit.status.isFolder()) return false;
+  if (visit.status.links > 1) {
+    add(visit);
+    return true;
+  }
+  if (platform::hasKeptItsName(visit.descriptor)) return false;
+  report_.failure(visit.path, "removed or exchanged while it was looked at, left as it is");
+  return true;
+}
+
 void LinkedFiles::add(const TreeVisit& visit) {
   File& file = files_[FileKey(visit.status.device, visit.status.inode)];
   if (file.path.empty()) {

@@ -72,8 +72,9 @@ class LinkedFiles {
 
   explicit LinkedFiles(Report& report) : report_(report) {}
 
-  /// Takes note of an entry that is no folder and has more than one name.
-  void add(const TreeVisit& visit);
+  /// Whether an entry is one to be kept apart, of which it then takes note. Also kept, and reported at once,
+  /// is a file that has lost the name it was found by: its other names are not known.
+  [[nodiscard]] bool keeps(const TreeVisit& visit);
 
   /// At the end of the walk: changes those whose names are all known, reports the others.
   void finish(const Change& change);
@@ -85,6 +86,8 @@ class LinkedFiles {
     std::string path;
     std::set<std::tuple<std::uint64_t, std::uint64_t, std::string>> names;
   };
+
+  void add(const TreeVisit& visit);
 
   Report& report_;
   std::map<FileKey, File> files_;

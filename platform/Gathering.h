@@ -25,14 +25,17 @@ enum class AtLink {
 ///  - a process that is not root has its own rights, whoever the reader is;
 ///  - root looks and reads with the rights of the reader's account, its groups included, and of no other;
 ///  - root without a reader gathers for itself, and reads each item with the rights of the account that owns
-///    it: a link opens no more than its owner could.
+///    it: a link opens no more than its owner could. What has further names (hard links) it reads with the
+///    rights that every account has, because others may have given it this one.
 /// An item is opened once and then copied through its descriptor. Nothing blocks on a FIFO or a device.
 class Gathering {
  public:
   virtual ~Gathering() = default;
 
   /// Makes a folder that only the process's account can enter (mode 0700), and those above it that are
-  /// missing. EEXIST when anything is there already: it may be somebody else's.
+  /// missing. EEXIST when anything is there already: it may be somebody else's. For root EPERM where others
+  /// could put something else in its place afterwards: a folder on the way is not root's, or others may write
+  /// to it and it has no sticky bit.
   virtual foundation::Result<void> createPrivateFolder(const std::string& path) = 0;
 
   /// The names in a folder, as FileQueries::contentsOfDirectory.
@@ -49,7 +52,8 @@ class Gathering {
   /// `atLink` is for a link at `from` itself; links inside of folders are always copied as links. A relative
   /// destination is looked up from the link's folder, "~" and "~name" at its beginning are expanded, links on
   /// the way are followed. A link whose destination the reader cannot see, or which leads to anything but a
-  /// file, is copied as a link. Files are copied as long as they are when they are opened, however they grow.
+  /// file, is copied as a link. Files are copied as long as they are when they are opened, however they grow;
+  /// one that is cut meanwhile ends where its end was met.
   /// A file that cannot be copied whole leaves nothing behind.
   virtual foundation::Result<void> copy(const Reader& reader, const std::string& from, const std::string& to,
                                         AtLink atLink) = 0;

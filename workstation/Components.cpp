@@ -96,8 +96,10 @@ std::vector<std::string> standInPlaces(const Volume& volume) {
       places.push_back(compressor + std::string(kitFolder) + '/' + tool);
     }
   }
-  std::erase_if(places,
-                [&](const std::string& place) { return !std::filesystem::exists(volume.host(place)); });
+  std::erase_if(places, [&](const std::string& place) {
+    std::error_code unreachable;
+    return !std::filesystem::exists(volume.host(place), unreachable);
+  });
   return places;
 }
 

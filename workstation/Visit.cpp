@@ -78,7 +78,8 @@ std::string hostNameOf(const Volume& volume) {
 bool isMacProgram(const fs::path& program) {
   constexpr std::array<std::string_view, 3> formats{"\xce\xfa\xed\xfe", "\xcf\xfa\xed\xfe",
                                                     "\xca\xfe\xba\xbe"};
-  if (!fs::is_regular_file(program)) return false;
+  std::error_code unreachable;
+  if (!fs::is_regular_file(program, unreachable)) return false;
   const int file = ::open(program.c_str(), O_RDONLY | O_CLOEXEC);
   std::array<char, 4> magic{};
   const bool read = file >= 0 && ::read(file, magic.data(), magic.size()) == 4;

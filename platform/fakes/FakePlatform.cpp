@@ -236,9 +236,12 @@ void FakeClock::wakeOtherThreads() {
 
 void FakeMainThread::perform(std::function<void()> work, platform::Wait wait) {
   if (recordsWork) recorder_.add(wait == platform::Wait::yes ? "main (wait)" : "main (no wait)");
-  const bool was = std::exchange(current, true);
-  work();
-  current = was;
+  {
+    const std::scoped_lock turn(performing_);
+    const bool was = current.exchange(true);
+    work();
+    current = was;
+  }
   const std::scoped_lock lock(mutex_);
   ++performed_;
   changed_.notify_all();

@@ -89,13 +89,14 @@ class FakeMainThread : public platform::MainThread {
   /// Waits until that much work has been done; what other threads handed over is then behind them.
   void waitUntilPerformed(int count);
 
-  bool current = true;
+  std::atomic<bool> current = true;
   bool recordsWork = false;
   /// Called when somebody begins to wait and serve work.
   std::function<void()> whenServing;
 
  private:
   Recorder& recorder_;
+  std::recursive_mutex performing_;  ///< one piece of work at a time, which may have more performed at once
   std::mutex mutex_;
   std::condition_variable changed_;
   int performed_ = 0;

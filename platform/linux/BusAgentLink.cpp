@@ -119,11 +119,8 @@ void BusAgentLink::close() {
 }
 
 void BusAgentLink::abandon() {
-  {
-    const std::scoped_lock lock(mutex_);
-    isAbandoned_ = true;
-  }
   close();
+  static_cast<void>(sendSignal(process_, SIGKILL));
 }
 
 void BusAgentLink::serve() {
@@ -164,12 +161,6 @@ void BusAgentLink::take(const bus::Report& report) {
 }
 
 void BusAgentLink::bury() {
-  bool mustEnd = false;
-  {
-    const std::scoped_lock lock(mutex_);
-    mustEnd = isAbandoned_;
-  }
-  if (mustEnd) sendSignal(process_, SIGKILL);
   siginfo_t ignored{};
   while (::waitid(P_PIDFD, static_cast<id_t>(process_.get()), &ignored, WEXITED) < 0 && errno == EINTR) {
   }

@@ -57,7 +57,7 @@ class BusAgentLink {
 
   /// Ends the conversation: the agent ends by itself when it has nothing more to do.
   void close();
-  /// Ends the conversation and the agent with it.
+  /// Ends the conversation and the agent with it, by SIGKILL.
   void abandon();
 
  private:
@@ -73,7 +73,6 @@ class BusAgentLink {
   std::mutex mutex_;
   std::condition_variable changed_;
   bool isOpen_ = true;
-  bool isAbandoned_ = false;
   std::map<std::uint64_t, std::optional<bus::Report>> awaited_;
   bus::FrameReader frames_{bus::kLongestReport};
 };

@@ -2,7 +2,6 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <pwd.h>
 #include <signal.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -17,6 +16,7 @@
 #include <string_view>
 #include <tuple>
 
+#include "platform/linux/Accounts.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
@@ -47,14 +47,6 @@ using SeatGetActive = int(const char* seat, char** session, uid_t* user);
 using SessionGetText = int(const char* session, char** text);
 using SessionGetUser = int(const char* session, uid_t* user);
 
-std::string accountName(uid_t user) {
-  passwd entry{};
-  passwd* found = nullptr;
-  std::vector<char> buffer(16384);
-  getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found);
-  return found == nullptr ? std::string() : std::string(found->pw_name);
-}
-
 std::string sessionText(const SystemdLibrary& library, const char* function, const char* session) {
   auto* ask = library.function<SessionGetText>(function);
   char* text = nullptr;
@@ -68,7 +60,8 @@ std::string sessionUserName(const SystemdLibrary& library, const char* session) 
   auto* ask = library.function<SessionGetUser>("sd_session_get_uid");
   uid_t user = 0;
   if (ask == nullptr || ask(session, &user) < 0) return "";
-  return accountName(user);
+  const auto account = accountWithID(user);
+  return account ? account->name : "";
 }
 
 bool isGreeterAccount(std::string_view name) {

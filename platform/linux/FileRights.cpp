@@ -12,6 +12,7 @@
 namespace platform {
 namespace {
 
+constexpr uid_t kNobody = 65534;
 constexpr gid_t kNoGroup = 65534;
 
 FileRights rightsOf(const Account& account) {
@@ -56,6 +57,10 @@ std::optional<FileRights> fileRightsOf(const std::string& accountName) {
 FileRights fileRightsOf(uid_t user) {
   const auto account = accountWithID(user);
   return account ? rightsOf(*account) : FileRights{user, kNoGroup};
+}
+
+FileRights rightsOfEverybody() {
+  return {kNobody, kNoGroup};
 }
 
 FileRightsScope::FileRightsScope(const std::optional<FileRights>& rights) {

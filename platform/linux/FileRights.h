@@ -22,6 +22,9 @@ struct FileRights {
 /// Those of an account by its number; one that is not in the database has no group.
 [[nodiscard]] FileRights fileRightsOf(uid_t user);
 
+/// Those that every account has.
+[[nodiscard]] FileRights rightsOfEverybody();
+
 /// Puts rights in force for this thread and the length of the scope: setfsuid(2), setfsgid(2), setgroups(2).
 /// The kernel then takes away the capabilities that open files to root. Nothing else changes, so no signal of
 /// that account reaches the process. nullopt leaves everything as it is. errno is the same after the scope.

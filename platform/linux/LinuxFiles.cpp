@@ -13,7 +13,7 @@
 #include "platform/foundation/Text.h"
 #include "platform/linux/ExclusiveRename.h"
 #include "platform/linux/GuardedFolders.h"
-#include "platform/linux/PrivateFolder.h"
+#include "platform/linux/PathEntry.h"
 #include "platform/linux/TreeCopy.h"
 #include "platform/posix/RegularFile.h"
 
@@ -148,9 +148,17 @@ Result<void> moveAcrossFileSystems(const Place& from, const Place& to, const std
                     });
 }
 
-bool isTaken(const Place& place) {
-  struct stat status {};
-  return ::fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+/// A regular file that is no link. Root does not open what has further names, because one of them may be a
+/// file that is not for the user whose folder this is.
+Result<UniqueDescriptor> openFileItself(const std::string& path, int flags) {
+  const auto place = placeOf(path);
+  if (!place) return place.error();
+  auto file = openRegularFile(place.value().folder.get(), place.value().name, flags | O_NOFOLLOW, path);
+  if (!file || ::geteuid() != 0) return file;
+  const auto status = statusOf(file.value().get(), path);
+  if (!status) return status.error();
+  if (status.value().links > 1 || !hasKeptItsName(file.value().get())) return systemError(EMLINK, path);
+  return file;
 }
 
 /// Puts a file in the place of what lies there, `old` where that is a file. What replaces a file may be as
@@ -171,10 +179,7 @@ Result<void> writeReplacement(const Place& target, const struct stat* old, std::
 }  // namespace
 
 Result<std::string> LinuxFileQueries::readFileItself(const std::string& path, std::uint64_t limit) {
-  const auto place = placeOf(path);
-  if (!place) return place.error();
-  const auto file =
-      openRegularFile(place.value().folder.get(), place.value().name, O_RDONLY | O_NOFOLLOW, path);
+  const auto file = openFileItself(path, O_RDONLY);
   if (!file) return file.error();
   return readWholeFile(file.value().get(), limit, path);
 }
@@ -209,15 +214,8 @@ Result<void> LinuxFileChanges::copy(const std::string& from, const std::string& 
   if (!source) return source.error();
   const auto target = placeOf(to);
   if (!target) return target.error();
-  if (isTaken(target.value())) return systemError(EEXIST, to);
-  const int folder = target.value().folder.get();
-  const std::string& name = target.value().name;
-  const auto staging = PrivateFolder::make(folder, to);
-  if (!staging) return staging.error();
-  const int inside = staging.value().descriptor();
-  const auto copied = copyItem(source.value().folder.get(), source.value().name, inside, name, from, {});
-  if (!copied) return copied.error();
-  return renameWithoutReplacing(inside, name, folder, name, to);
+  return copyIntoPlace({source.value().folder.get(), source.value().name, from},
+                       {target.value().folder.get(), target.value().name, to});
 }
 
 Result<void> LinuxFileChanges::remove(const std::string& path) {
@@ -240,13 +238,8 @@ Result<void> LinuxFileChanges::writeAtomically(const std::string& path, std::str
 }
 
 Result<std::unique_ptr<WritableFile>> LinuxFileChanges::openForWriting(const std::string& path) {
-  const auto place = placeOf(path);
-  if (!place) return place.error();
-  auto file = openRegularFile(place.value().folder.get(), place.value().name, O_WRONLY | O_NOFOLLOW, path);
+  auto file = openFileItself(path, O_WRONLY);
   if (!file) return file.error();
-  struct stat status {};
-  if (::fstat(file.value().get(), &status) != 0) return systemError(errno, path);
-  if (::geteuid() == 0 && status.st_nlink > 1) return systemError(EMLINK, path);
   return std::unique_ptr<WritableFile>(std::make_unique<LinuxWritableFile>(std::move(file).value(), path));
 }
 

@@ -10,6 +10,7 @@ namespace platform {
 ///
 /// Only readFileItself() is guarded: it is for root's reading of what it copies into a user's file. Where
 /// readFile() leads root through a user's link, no more comes back to the user than whether a switch is on.
+/// Root does not read a file in this way that has further names (EMLINK): one of them may be a secret.
 class LinuxFileQueries : public PosixFileQueries {
  public:
   foundation::Result<std::string> readFileItself(const std::string& path, std::uint64_t limit) override;
@@ -26,8 +27,8 @@ class LinuxFileQueries : public PosixFileQueries {
 /// of devices and set-id bits holds here. Writing atomically replaces a link rather than what it leads to,
 /// and does not take set-id bits over. A process that may not give the new file to the old one's owner keeps
 /// it as its own; where it may not keep the group either, the group gets no more rights than everybody has.
-/// Root does not open a file for writing that has further names (EMLINK): one of them may be another
-/// program's file.
+/// Root does not open a file for writing that has further names (EMLINK, also where the name it was opened by
+/// has gone): one of them may be another program's file.
 class LinuxFileChanges : public FileChanges {
  public:
   foundation::Result<void> createDirectory(const std::string& path) override;

@@ -7,13 +7,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "platform/UsersAndFolders.h"
 #include "platform/foundation/Paths.h"
 #include "platform/linux/FileRights.h"
+#include "platform/linux/GuardedFolders.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
@@ -89,11 +88,13 @@ std::string destinationOf(const std::string& target, const std::string& linkPath
   return foundation::appendingPathComponent(foundation::deletingLastPathComponent(linkPath), expanded);
 }
 
-/// Copies that many bytes; 0 or an errno value. Less than that are there when the file is cut meanwhile.
-int copyBytes(int from, int to, off_t count) {
+/// Adds what it copied to `at`, which does not come up to `end` when the file is cut meanwhile. Answers 0 or
+/// an errno value.
+int copyBytes(int from, int to, off_t& at, off_t end) {
+  if (::lseek(from, at, SEEK_SET) < 0 || ::lseek(to, at, SEEK_SET) < 0) return errno;
   std::string piece(kPieceSize, '\0');
-  while (count > 0) {
-    const auto wanted = std::min(piece.size(), static_cast<std::size_t>(count));
+  while (at < end) {
+    const auto wanted = std::min(piece.size(), static_cast<std::size_t>(end - at));
     const ssize_t length = ::read(from, piece.data(), wanted);
     if (length < 0 && errno == EINTR) continue;
     if (length < 0) return errno;
@@ -103,23 +104,34 @@ int copyBytes(int from, int to, off_t count) {
       if (step < 0 && errno != EINTR) return errno;
       written += std::max<ssize_t>(step, 0);
     }
-    count -= length;
+    at += length;
   }
   return 0;
 }
 
+/// How long a file is whose content was met up to there, and nothing but a hole or the end behind it.
+off_t lengthOf(int file, off_t met, off_t most) {
+  struct stat status {};
+  if (::fstat(file, &status) != 0) return met;
+  return std::max(met, std::min(most, status.st_size));
+}
+
 /// Copies the first `size` bytes, the holes among them as holes: a file may be said to be far longer than any
-/// disk. Answers 0 or an errno value.
+/// disk. One that is cut meanwhile ends behind what was met of it. Answers 0 or an errno value.
 int copyContents(int from, int to, off_t size) {
-  off_t at = 0;
-  while (at < size) {
-    const off_t data = ::lseek(from, at, SEEK_DATA);
-    if (data < 0 && errno != ENXIO) return errno;
-    if (data < 0 || data >= size) break;
-    const off_t end = ::lseek(from, data, SEEK_HOLE);
-    if (end < 0 || ::lseek(from, data, SEEK_SET) < 0 || ::lseek(to, data, SEEK_SET) < 0) return errno;
-    if (const int reason = copyBytes(from, to, std::min(end, size) - data); reason != 0) return reason;
-    at = end;
+  off_t met = 0;
+  while (met < size) {
+    const off_t data = ::lseek(from, met, SEEK_DATA);
+    const off_t hole = data < 0 ? data : ::lseek(from, data, SEEK_HOLE);
+    if (hole < 0 && errno != ENXIO) return errno;
+    if (hole < 0 || data >= size) {
+      size = lengthOf(from, met, size);
+      break;
+    }
+    off_t at = data;
+    if (const int reason = copyBytes(from, to, at, std::min(hole, size)); reason != 0) return reason;
+    if (at > data) met = at;
+    if (at < std::min(hole, size)) size = met;
   }
   return ::ftruncate(to, size) == 0 ? 0 : errno;
 }
@@ -179,8 +191,11 @@ class ItemCopy {
   }
 
  private:
+  /// Whoever may change the folder can have given a name in it to anybody's file: one with further names is
+  /// read as everybody could.
   [[nodiscard]] Rights readingRights(const Item& item) const {
     if (!readsAsOwner_) return rights_;
+    if (!S_ISDIR(item.status.st_mode) && item.status.st_nlink > 1) return rightsOfEverybody();
     return item.status.st_uid == 0 ? Rights() : fileRightsOf(item.status.st_uid);
   }
 
@@ -241,13 +256,47 @@ class ItemCopy {
   const Rights rights_;
 };
 
+/// Makes a folder and those above it that are missing, whatever the umask such that others cannot change
+/// them. Answers 0 or an errno value.
+int makeFolders(const std::string& path) {
+  if (::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST) return 0;
+  const std::string above = foundation::deletingLastPathComponent(path);
+  if (errno != ENOENT || above.empty() || above == path) return errno;
+  if (const int reason = makeFolders(above); reason != 0) return reason;
+  return ::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST ? 0 : errno;
+}
+
+bool onlyRootCanExchangeItems(const struct stat& folder) {
+  return folder.st_uid == 0 && ((folder.st_mode & 0022U) == 0 || (folder.st_mode & S_ISVTX) != 0);
+}
+
+/// The items of root's in an open folder, it itself and the folders above it: what lies at a path in it stays
+/// there.
+bool onlyRootCanExchangeItemsIn(int folder) {
+  UniqueDescriptor above;
+  struct stat status {};
+  struct stat below {};
+  for (int at = folder; ::fstat(at, &status) == 0; at = above.get()) {
+    if (status.st_dev == below.st_dev && status.st_ino == below.st_ino) return true;
+    if (!onlyRootCanExchangeItems(status)) return false;
+    below = status;
+    above = UniqueDescriptor(::openat(at, "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  }
+  return false;
+}
+
 }  // namespace
 
 Result<void> LinuxGathering::createPrivateFolder(const std::string& path) {
-  std::error_code error;
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
-  if (error) return systemError(error.value(), path);
-  if (::mkdir(path.c_str(), 0700) != 0) return systemError(errno, path);
+  const std::string around = foundation::deletingLastPathComponent(path);
+  if (const int reason = makeFolders(around); reason != 0) return systemError(reason, path);
+  const auto parent = openGuardedFolder(around);
+  if (!parent) return systemError(parent.error().code, path);
+  const int folder = parent.value().get();
+  if (isRoot() && !onlyRootCanExchangeItemsIn(folder)) return systemError(EPERM, path);
+  if (::mkdirat(folder, foundation::lastPathComponent(path).c_str(), 0700) != 0) {
+    return systemError(errno, path);
+  }
   return {};
 }
 

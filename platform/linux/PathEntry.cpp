@@ -1,12 +1,12 @@
 #include "platform/linux/PathEntry.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <deque>
 #include <memory>
 
@@ -33,35 +33,51 @@ bool onlyRootCanWrite(const FileStatus& folder) {
 
 class PathWalk {
  public:
-  PathWalk(std::string_view path, LastLink lastLink) : asked_(path), lastLink_(lastLink) { prepend(path); }
+  PathWalk(std::string_view path, LastLink lastLink)
+      : asked_(path), lastLink_(lastLink), isAbsolute_(path.starts_with('/')) {
+    prepend(path);
+  }
 
-  Result<PathEntry> walk(int root) {
-    if (auto started = enterRoot(root); !started) return started.error();
+  Result<void> walk(int root) {
+    if (auto started = isAbsolute_ ? enterRoot(root) : enter(AT_FDCWD, false); !started) return started;
     while (!pending_.empty()) {
       const std::string component = std::move(pending_.front());
       pending_.pop_front();
-      if (auto stepped = step(component); !stepped) return stepped.error();
+      if (auto stepped = step(component); !stepped) return stepped;
     }
+    return {};
+  }
+
+  Result<PathEntry> entry() {
     if (levels_.size() < 2) return errorWithReason(EPERM, asked_, "refused: it is the root folder");
     return finish();
   }
 
+  Result<UniqueDescriptor> folder() {
+    if (!levels_.back().status.isFolder()) return systemError(ENOTDIR, asked_);
+    return std::move(levels_.back().descriptor);
+  }
+
  private:
-  Result<void> enterRoot(int rootFolder) {
-    UniqueDescriptor root(openat(rootFolder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!root) return systemError(errno, "/");
-    auto status = statusOf(root.get(), "/");
+  Result<void> enterRoot(int root) {
+    root_ = root;
+    return enter(root, true);
+  }
+
+  Result<void> enter(int top, bool mayBeTrusted) {
+    UniqueDescriptor folder(openat(top, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!folder) return systemError(errno, asked_);
+    auto status = statusOf(folder.get(), asked_);
     if (!status) return status.error();
-    const bool trusted = onlyRootCanWrite(status.value());
+    const bool trusted = mayBeTrusted && onlyRootCanWrite(status.value());
     levels_.clear();
-    levels_.push_back(PathLevel{"", std::move(root), status.value(), trusted});
-    root_ = rootFolder;
+    levels_.push_back(PathLevel{"", std::move(folder), status.value(), trusted});
     return {};
   }
 
   Result<void> step(const std::string& component) {
     if (component == ".") return {};
-    if (component == "..") {
+    if (component == ".." && (isAbsolute_ || levels_.size() > 1)) {
       if (levels_.size() > 1) levels_.pop_back();
       return {};
     }
@@ -106,6 +122,7 @@ class PathWalk {
 
   std::string asked_;
   LastLink lastLink_;
+  bool isAbsolute_;
   std::deque<std::string> pending_;
   std::vector<PathLevel> levels_;
   int root_ = -1;
@@ -163,28 +180,49 @@ Result<std::string> targetOfLink(int link, std::string_view path) {
   return target;
 }
 
-Result<std::vector<std::string>> namesIn(int folder, std::string_view path, std::size_t most) {
+Result<void> listFolder(int folder, std::string_view path,
+                        const std::function<bool(const dirent&)>& onEntry) {
   UniqueDescriptor readable(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!readable) return systemError(errno, path);
   const std::unique_ptr<DIR, CloseFolder> stream(fdopendir(readable.get()));
   if (!stream) return systemError(errno, path);
   static_cast<void>(readable.release());  // the stream's from here on
-  std::vector<std::string> names;
-  while (most == 0 || names.size() < most) {
+  while (true) {
     errno = 0;
     const dirent* entry = readdir(stream.get());  // NOLINT(concurrency-mt-unsafe): a stream of our own
     if (entry == nullptr && errno != 0) return systemError(errno, path);
-    if (entry == nullptr) break;
-    const std::string name = entry->d_name;
-    if (name != "." && name != "..") names.push_back(name);
+    if (entry == nullptr) return {};
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != ".." && !onEntry(*entry)) return {};
   }
+}
+
+Result<std::vector<std::string>> namesIn(int folder, std::string_view path, std::size_t most) {
+  std::vector<std::string> names;
+  const auto add = [&names, most](const dirent& entry) {
+    names.emplace_back(entry.d_name);
+    return names.size() != most;
+  };
+  if (auto listed = listFolder(folder, path, add); !listed) return listed.error();
   return names;
 }
 
 Result<PathEntry> locate(int root, std::string_view path, LastLink lastLink) {
   if (!path.starts_with('/')) return errorWithReason(EINVAL, path, "not an absolute path");
   if (path.find('\0') != std::string_view::npos) return systemError(EINVAL, path);
-  return PathWalk(path, lastLink).walk(root);
+  PathWalk walk(path, lastLink);
+  if (auto walked = walk.walk(root); !walked) return walked.error();
+  return walk.entry();
+}
+
+Result<UniqueDescriptor> locateFolder(const std::string& path) {
+  if (path.empty()) return systemError(ENOENT, path);
+  if (path.find('\0') != std::string::npos) return systemError(EINVAL, path);
+  const UniqueDescriptor root(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!root) return systemError(errno, path);
+  PathWalk walk(path, LastLink::follow);
+  if (auto walked = walk.walk(root.get()); !walked) return walked.error();
+  return walk.folder();
 }
 
 bool isTrustedOwner(uid_t user) {
@@ -193,6 +231,17 @@ bool isTrustedOwner(uid_t user) {
 
 bool isMissing(const Error& error) {
   return error.code == ENOENT || error.code == ENOTDIR;
+}
+
+bool hasKeptItsName(int descriptor) {
+  // The kernel marks the name that was opened, for good: neither a new name nor the old one given again takes
+  // the mark away.
+  constexpr std::string_view kMark = " (deleted)";
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  std::string name(PATH_MAX, '\0');
+  const ssize_t length = ::readlink(link.c_str(), name.data(), name.size());
+  if (length < 0) return errno == ENOENT;
+  return !std::string_view(name.data(), static_cast<std::size_t>(length)).ends_with(kMark);
 }
 
 }  // namespace platform

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -59,6 +61,10 @@ struct FileStatus {
 /// What a symbolic link leads to that is open with O_PATH.
 [[nodiscard]] foundation::Result<std::string> targetOfLink(int link, std::string_view path);
 
+/// Lists an open folder, "." and ".." left out, until `onEntry` answers no.
+[[nodiscard]] foundation::Result<void> listFolder(int folder, std::string_view path,
+                                                  const std::function<bool(const dirent&)>& onEntry);
+
 /// The names in an open folder, "." and ".." left out. `most` limits how many are read; 0 reads all.
 [[nodiscard]] foundation::Result<std::vector<std::string>> namesIn(int folder, std::string_view path,
                                                                    std::size_t most = 0);
@@ -97,10 +103,22 @@ enum class LastLink { keep, follow };
 [[nodiscard]] foundation::Result<PathEntry> locate(int root, std::string_view path,
                                                    LastLink lastLink = LastLink::keep);
 
+/// The same for a folder, the last link followed: "/" is one too, and a path may begin in the current folder.
+/// That counts as one that anybody can change, so that no link on a relative path is followed. The descriptor
+/// is open with O_PATH. ENOTDIR for what is no folder.
+[[nodiscard]] foundation::Result<UniqueDescriptor> locateFolder(const std::string& path);
+
 /// Whether an error of locate() means that there is no such entry.
 [[nodiscard]] bool isMissing(const foundation::Error& error);
 
 /// Whether only root, or the user that this process acts as, owns it.
 [[nodiscard]] bool isTrustedOwner(uid_t user);
+
+/// Whether an open file that is no folder still has the name that it was opened by. FileStatus::links of one
+/// that has lost it counts its other names only: a second name of /etc/shadow that is taken away between the
+/// two calls makes that a file with one link. So a file has no name elsewhere only where its status says one
+/// link and, asked after that, this is so. Answers no for a name that ends in " (deleted)", because the
+/// kernel tells by those words (proc(5)); yes where /proc is not mounted.
+[[nodiscard]] bool hasKeptItsName(int descriptor);
 
 }  // namespace platform

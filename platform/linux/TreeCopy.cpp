@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -62,16 +63,12 @@ struct FolderEntry {
 
 /// In the order of their inodes, in which a disk reads them fastest.
 Result<std::vector<FolderEntry>> entriesIn(int folder, const std::string& path) {
-  const int own = ::openat(folder, ".", kFolder);
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(own < 0 ? nullptr : ::fdopendir(own), &::closedir);
-  if (!listing) return systemError(errno, path);
   std::vector<FolderEntry> entries;
-  errno = 0;
-  while (const dirent* const entry = ::readdir(listing.get())) {  // NOLINT(concurrency-mt-unsafe): our own
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") entries.push_back({entry->d_ino, entry->d_type, std::string(name)});
-  }
-  if (errno != 0) return systemError(errno, path);
+  const auto add = [&entries](const dirent& entry) {
+    entries.push_back({entry.d_ino, entry.d_type, entry.d_name});
+    return true;
+  };
+  if (auto listed = listFolder(folder, path, add); !listed) return listed.error();
   std::sort(entries.begin(), entries.end(),
             [](const FolderEntry& a, const FolderEntry& b) { return a.inode < b.inode; });
   return entries;
@@ -104,9 +101,10 @@ class TreeCopy {
   TreeCopy(int toFolder, std::string path, const CopyOptions& options)
       : toFolder_(toFolder),
         path_(std::move(path)),
-        topLength_(path_.size()),
+        topLength_(path_.size() - (path_.ends_with('/') ? 1 : 0)),
         options_(options),
         metadata_{options.privileges, options.fidelity},
+        takesDevices_(options.privileges == Privileges::keep),
         pace_(options.onProgress, options.progressInterval, path_) {}
 
   Result<CopiedItem> run(const Place& from, const Place& to) {
@@ -160,10 +158,23 @@ class TreeCopy {
     auto status = statusOf(entry, path_);
     if (!status) return status.error();
     item.status = status.value();
+    if (!top_ || !item.status.isSameVolume(*top_)) {
+      if (auto heeded = heedMount(entry, item.status); !heeded) return heeded;
+    }
     if (!top_) top_ = item.status;
     if (options_.mounts == Mounts::refuse && !item.status.isSameVolume(*top_)) {
       return fail(EXDEV, "another volume is mounted there");
     }
+    return {};
+  }
+
+  /// What the mount it is read through does not let take effect is not to take effect because root copied it.
+  Result<void> heedMount(int entry, const FileStatus& status) {
+    struct statvfs mount {};
+    if (::geteuid() != 0 || status.isSameVolume(toStatus_)) return {};
+    if (::fstatvfs(entry, &mount) != 0) return fail(errno);
+    if ((mount.f_flag & ST_NOSUID) != 0) metadata_.privileges = Privileges::drop;
+    if ((mount.f_flag & ST_NODEV) != 0) takesDevices_ = false;
     return {};
   }
 
@@ -174,7 +185,7 @@ class TreeCopy {
     if (auto noted = note(source.get(), item); !noted) return noted;
     if (!item.status.isRegular() || (seen != nullptr && !item.status.isSameFile(before))) return changed();
     if (linkToFirstCopy(item.status, to)) return {};
-    const mode_t mode = modeOfCopy(item.status, options_.privileges) & 0777U;
+    const mode_t mode = modeOfCopy(item.status, metadata_.privileges) & 0777U;
     // Ours to write while it is made, whatever it will be.
     const UniqueDescriptor copy(::openat(to.folder, to.name.c_str(),
                                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode | 0600U));
@@ -253,7 +264,7 @@ class TreeCopy {
   /// Made anew, never opened.
   Result<void> makeSpecialFile(const Place& to, const FileStatus& status) const {
     const bool isDevice = S_ISCHR(status.mode) || S_ISBLK(status.mode);
-    if (isDevice && options_.privileges == Privileges::drop) {
+    if (isDevice && !takesDevices_) {
       return fail(ENOTSUP, "a device is not copied to another volume");
     }
     const mode_t mode = (status.mode & static_cast<mode_t>(S_IFMT)) | 0600U;
@@ -310,10 +321,11 @@ class TreeCopy {
   }
 
   int toFolder_;
-  std::string path_;  ///< of the item in hand
-  std::size_t topLength_;
+  std::string path_;       ///< of the item in hand
+  std::size_t topLength_;  ///< of the topmost item's path, without a slash at its end
   const CopyOptions& options_;
   MetadataOptions metadata_;
+  bool takesDevices_;
   CopyPace pace_;
   FileStatus toStatus_;
   std::string topName_;
@@ -387,9 +399,9 @@ Result<OpenPlace> placeOf(const std::string& path) {
   return place;
 }
 
-bool isTaken(const OpenPlace& place) {
+bool isTaken(const ItemPlace& place) {
   struct stat status {};
-  return ::fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  return ::fstatat(place.folder, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 class TreeCount {
@@ -457,14 +469,18 @@ Result<void> copyItemAtPath(const std::string& from, const std::string& to, cons
   if (!source) return source.error();
   const auto target = placeOf(to);
   if (!target) return target.error();
-  if (isTaken(target.value())) return systemError(EEXIST, to);
-  const auto staging = PrivateFolder::make(target.value().folder.get(), to);
+  return copyIntoPlace({source.value().folder.get(), source.value().name, from},
+                       {target.value().folder.get(), target.value().name, to}, options);
+}
+
+Result<void> copyIntoPlace(const ItemPlace& from, const ItemPlace& to, const CopyOptions& options) {
+  if (isTaken(to)) return systemError(EEXIST, to.path);
+  const auto staging = PrivateFolder::make(to.folder, to.path);
   if (!staging) return staging.error();
-  const std::string& name = target.value().name;
   const int inside = staging.value().descriptor();
-  const auto copied = copyItem(source.value().folder.get(), source.value().name, inside, name, from, options);
+  const auto copied = copyItem(from.folder, from.name, inside, to.name, from.path, options);
   if (!copied) return copied.error();
-  return renameWithoutReplacing(inside, name, target.value().folder.get(), name, to);
+  return renameWithoutReplacing(inside, to.name, to.folder, to.name, to.path);
 }
 
 Result<void> moveByCopy(int fromFolder, const std::string& fromName, int toFolder, const std::string& path,

@@ -19,6 +19,10 @@
 /// it; so is a folder that holds the place it is copied to (EINVAL), and folders deeper than 256
 /// (ENAMETOOLONG).
 ///
+/// What a mount disarms is not armed by root's copying it to another one: where set-ID bits take no effect
+/// (nosuid) they and file capabilities stay behind from there on, and where devices do not (nodev) a device
+/// is an error (ENOTSUP).
+///
 /// When an error comes (ECANCELED for a cancelled copy) nothing of the copy is left.
 namespace platform {
 
@@ -64,9 +68,19 @@ struct CopyOptions {
                                                       int toFolder, const std::string& toName,
                                                       const std::string& path, const CopyOptions& options);
 
-/// Copies a file, folder or link to a path where nothing is: EEXIST otherwise. Links on the way to both are
-/// followed, a link at the end of `from` is copied itself. The copy grows in a PrivateFolder beside `to` and
+/// An item in an open folder. `path` is for errors and progress.
+struct ItemPlace {
+  int folder = -1;
+  const std::string& name;
+  const std::string& path;
+};
+
+/// Copies an item to a place where nothing is: EEXIST otherwise. The copy grows in a PrivateFolder there and
 /// takes its name when it is whole.
+[[nodiscard]] foundation::Result<void> copyIntoPlace(const ItemPlace& from, const ItemPlace& to,
+                                                     const CopyOptions& options = {});
+
+/// The same by paths. Links on the way to both are followed, a link at the end of `from` is copied itself.
 [[nodiscard]] foundation::Result<void> copyItemAtPath(const std::string& from, const std::string& to,
                                                       const CopyOptions& options = {});
 

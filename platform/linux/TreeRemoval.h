@@ -4,8 +4,8 @@
 
 #include "platform/foundation/Result.h"
 
-/// Removing by descriptors: no link is followed. What cannot be removed is passed over; the first failure is
-/// the answer.
+/// Removing by descriptors, at any depth: no link is followed. What cannot be removed is passed over; the
+/// first failure is the answer. EBUSY where a folder is moved elsewhere meanwhile: then what is left stays.
 namespace platform {
 
 /// Removes an item and all below it.

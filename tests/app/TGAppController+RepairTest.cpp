@@ -808,12 +808,15 @@ TEST_F(InterruptedRepairTest, ARequestThatComesBehindTheLastStepChangesNothing) 
   EXPECT_EQ(seen(), text(all({all(steps), nameChecked(), restarted({"3.5"}, false), ended(kErrors)})));
 }
 
-TEST_F(InterruptedRepairTest, OnlyTheVersionsThatWereStoppedAreStarted) {
+/// One look at the processes stops the Qmaster of all versions, so all are started, also those that the
+/// repair has not come to.
+TEST_F(InterruptedRepairTest, StartsTheVersionsThatItHasNotComeToAsWell) {
   install4();
   const std::size_t looksOfFirstVersion = pieces().size() - 1;
   repairWithSignalAfter(static_cast<int>(looksOfFirstVersion));
-  EXPECT_THAT(mac.recorder.lines(), testing::Not(testing::Contains(testing::HasSubstr(kTool4))));
-  EXPECT_THAT(mac.recorder.lines(), testing::Contains("run /usr/sbin/qmasterprefs -reset"));
+  EXPECT_THAT(mac.recorder.lines(),
+              testing::Not(testing::Contains(testing::HasSubstr("Detected Compressor 4.x."))));
+  EXPECT_THAT(mac.recorder.lines(), testing::IsSupersetOf(restarted({"3.5", "4.0"}, false, "sleep 2s")));
 }
 
 TEST_F(InterruptedRepairTest, ASilentRunTellsItsLogOnly) {
@@ -837,6 +840,16 @@ TEST_F(InterruptedRepairTest, ClosedCompressorsAreReopened) {
   mac.applications.paths["com.apple.compressor.Compressor"] = kOldCompressor;
   repairWithSignalAfter(1);
   EXPECT_EQ(mac.recorder.lines().back(), "open " + std::string(kOldCompressor));
+}
+
+/// Both versions hear one request to quit.
+TEST_F(InterruptedRepairTest, ReopensACompressor4ThatItDidNotComeToWaitFor) {
+  mac.applications.launched = {{"com.apple.compressor.Compressor", "com.apple.Compressor"}, {}};
+  mac.applications.paths["com.apple.compressor.Compressor"] = kOldCompressor;
+  mac.applications.paths["com.apple.Compressor"] = "/Applications/Compressor.app";
+  repairWithSignalAfter(1);
+  EXPECT_THAT(mac.recorder.lines(), testing::IsSupersetOf(Lines{"open " + std::string(kOldCompressor),
+                                                                "open /Applications/Compressor.app"}));
 }
 
 TEST_F(RepairTest, TheWindowsRepairDoesNotHeedRequestsToEnd) {

@@ -321,6 +321,14 @@ TEST_F(AdditionalFilesTest, TheyAreMirroredToo) {
   EXPECT_EQ(archived, (Tree{{"/var/log/system.log", "system"}, {"/top", "top"}}));
 }
 
+TEST_F(AdditionalFilesTest, ALinkIsCopiedAsALink) {
+  fake.files.makeFile("/Volumes/Logs/real.txt", "real");
+  const std::string target = fake.files.real("/Volumes/Logs/real.txt");
+  makeLink("/var/log/link", target);
+  EXPECT_TRUE(gatherWith({"/var/log/link"}));
+  EXPECT_EQ(archived, (Tree{{"/var/log/link", "-> " + target}}));
+}
+
 TEST_F(AdditionalFilesTest, OneThatCannotBeCopiedEndsTheGathering) {
   fake.files.makeFile(kUserLogs + "Quillmend.1.log", "log");
   fake.files.makeFile("/var/log/system.log");
@@ -434,6 +442,25 @@ TEST_F(TGTroubleshootingUtilsTest, NoNamesAreNoGathering) {
   EXPECT_THAT(fake.recorder.lines(), IsEmpty());
   EXPECT_THAT(messages(), IsEmpty());
   EXPECT_TRUE(isThere(kStaging)) << "nothing is touched";
+}
+
+TEST_F(TGTroubleshootingUtilsTest, StrangeNamesAreNamesLikeOthers) {
+  fake.files.makeFile(kUserLogs + "caf\xe9.1.log", "latin");
+  fake.files.makeFile(kUserLogs + "%@.1.log", "format");
+  EXPECT_TRUE(gather("caf\xe9"));
+  EXPECT_EQ(archived, (Tree{{kUserLogs + "caf\xe9.1.log", "latin"}}));
+  EXPECT_TRUE(gather("%@"));
+  EXPECT_EQ(archived, (Tree{{kUserLogs + "%@.1.log", "format"}}));
+  EXPECT_TRUE(fake.files.exists("/Users/alice/Desktop/%@ Logs.zip"));
+  EXPECT_TRUE(gather("")) << "the beginning of every name";
+  EXPECT_EQ(archived.size(), 2U);
+  EXPECT_TRUE(fake.files.exists("/Users/alice/Desktop/ Logs.zip"));
+  for (const std::string& nonsense : {std::string("/"), std::string("../x"), std::string("x\0y", 3)}) {
+    EXPECT_FALSE(gather(nonsense));
+    TGTroubleshootingUtils::viewLogForApp(nonsense);
+    TGTroubleshootingUtils::viewTaskLogForApp(nonsense);
+  }
+  EXPECT_THAT(messages(), IsEmpty());
 }
 
 class CopyFailureTest : public TGTroubleshootingUtilsTest, public testing::WithParamInterface<std::string> {};

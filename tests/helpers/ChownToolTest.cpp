@@ -123,6 +123,16 @@ TEST_F(ChownToolTest, AFileWithAHardLinkOutsideIsLeftAndReported) {
   EXPECT_THAT(report_.text(), HasSubstr("/tree/innocent: has further hard links"));
 }
 
+TEST_F(ChownToolTest, AFileThatMayHaveLostTheNameItWasFoundByIsLeftAndReported) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFile("tree/name (deleted)");  // as the kernel tells of such a file
+  volume_.makeFile("tree/plain");
+  EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::failed);
+  EXPECT_EQ(owner("tree/name (deleted)"), 0U);
+  EXPECT_EQ(owner("tree/plain"), 4301U);
+  EXPECT_THAT(report_.text(), HasSubstr("/tree/name (deleted): removed or exchanged"));
+}
+
 TEST_F(ChownToolTest, AFileWhoseHardLinksAreAllInTheTreeIsChanged) {
   QUILLMEND_NEEDS_ROOT();
   volume_.makeFile("tree/one");

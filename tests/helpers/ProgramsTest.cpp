@@ -1,5 +1,7 @@
 // The programs themselves, as a repair starts them.
 #include <gmock/gmock.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/helpers/LogSocket.h"
 #include "tests/helpers/SystemCallCount.h"
 #include "tests/helpers/TestVolume.h"
 
@@ -126,6 +129,47 @@ TEST_F(ProgramsTest, EachFailureIsOneLineWithTheNameOfTheTool) {
   EXPECT_EQ(finished.exitStatus, 1);
   EXPECT_EQ(finished.standardError,
             "chowntool: " + path("tree/") + "c\\nd: has further hard links, left as it is\n");
+}
+
+/// Makes a socket this process's system log, in a mount namespace of its own.
+void becomeTheSystemLog(const std::string& socket) {
+  const bool done = unshare(CLONE_NEWNS) == 0 &&
+                    mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                    mount("tmpfs", "/dev", "tmpfs", 0, nullptr) == 0 &&
+                    close(open("/dev/log", O_CREAT | O_WRONLY, 0600)) == 0 &&
+                    mount(socket.c_str(), "/dev/log", nullptr, MS_BIND, nullptr) == 0;
+  if (!done) _exit(126);
+}
+
+TEST_F(ProgramsTest, EachToolTellsTheSystemLogWhatItCouldNotDo) {
+  const LogSocket log(path("log"));
+  const auto logged = [this] { becomeTheSystemLog(path("log")); };
+  const std::vector<std::vector<std::string>> refused = {
+      {TRASHTOOL, "/usr"}, {CHOWNTOOL, "-R", "root", "/usr"}, {CHMODTOOL, "-R", "755", "/usr"}};
+  for (const auto& command : refused) {
+    const Finished finished = run(command, logged);
+    EXPECT_EQ(finished.exitStatus, 77);
+    EXPECT_THAT(log.receive(), HasSubstr("tool["));
+  }
+  EXPECT_EQ(log.receive(), "nothing");
+}
+
+TEST_F(ProgramsTest, TrashtoolTellsTheSystemLogWhereItMovedThingsTo) {
+  const LogSocket log(path("log"));
+  const auto logged = [this] { becomeTheSystemLog(path("log")); };
+  volume_.makeFile("disk/file");
+  volume_.makeFile("disk/history/entry");
+  volume_.makeFile(std::string("disk/") + kSpool + "/segment");
+  EXPECT_EQ(run({TRASHTOOL, path("file")}, logged).exitStatus, 0);
+  EXPECT_THAT(log.receive(),
+              ::testing::MatchesRegex(".*: " + path("file") + ": moved to " + path(".Trashes/[0-9]+/file")));
+  EXPECT_EQ(run({TRASHTOOL, "-dircontents", path("history")}, logged).exitStatus, 0);
+  EXPECT_THAT(log.receive(), ::testing::MatchesRegex(".*: " + path("history") + "/[*]: moved to " +
+                                                     path(".Trashes/[0-9]+")));
+  EXPECT_EQ(run({TRASHTOOL, "-spooldir", path(kSpool)}, logged).exitStatus, 0);
+  EXPECT_THAT(log.receive(), ::testing::MatchesRegex(".*: " + path(kSpool) + ": moved to " +
+                                                     path(".Trashes/[0-9]+/Storage [-0-9. ]+")));
+  EXPECT_EQ(log.receive(), "nothing");
 }
 
 TEST_F(ProgramsTest, ClosedDescriptorsDoNoHarm) {

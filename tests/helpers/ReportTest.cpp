@@ -5,7 +5,10 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 
+#include "helpers/SystemLog.h"
+#include "tests/helpers/LogSocket.h"
 #include "tests/helpers/TestVolume.h"
 
 namespace helpers {
@@ -84,6 +87,65 @@ TEST_F(FullPipe, ThatIsReadAgainGetsTheLinesFromThere) {
   EXPECT_EQ(readAll().find('/'), std::string::npos);
   report.failure("/a", "reason");
   EXPECT_EQ(readAll(), "tool: /a: reason\n");
+}
+
+/// A report that writes to a system log as well.
+class LoggedReport : public ::testing::Test {
+ protected:
+  LoggedReport() {
+    if (mkdtemp(folder_.data()) == nullptr) throw std::runtime_error("mkdtemp");
+  }
+  ~LoggedReport() override { std::filesystem::remove_all(folder_); }
+  Report report() { return Report("tool", -1, Report::kPatience, socket()); }
+  [[nodiscard]] std::string socket() const { return folder_ + "/log"; }
+
+ private:
+  std::string folder_ = std::filesystem::temp_directory_path() / "report.XXXXXX";
+};
+
+TEST_F(LoggedReport, TellsTheSystemLogWhatCouldNotBeDone) {
+  const LogSocket log(socket());
+  report().failure("/a\nb", "reason");
+  EXPECT_THAT(log.receive(), ::testing::MatchesRegex("<12>[A-Z][a-z][a-z] [ 0-9][0-9] [0-9:]{8} tool\\[" +
+                                                     std::to_string(getpid()) + "\\]: /a\\\\nb: reason"));
+  EXPECT_EQ(log.receive(), "nothing");
+}
+
+TEST_F(LoggedReport, TellsTheSystemLogOfARefusalButNotOfWrongArguments) {
+  const LogSocket log(socket());
+  report().stop(ExitStatus::usage, "usage: tool");
+  EXPECT_EQ(log.receive(), "nothing");
+  report().stop(ExitStatus::refused, "refused");
+  EXPECT_THAT(log.receive(), ::testing::EndsWith("]: refused"));
+}
+
+TEST_F(LoggedReport, TellsTheSystemLogAloneWhatWasMovedWhere) {
+  const LogSocket log(socket());
+  const Report told = report();
+  told.moved("/a\nb", "/trash/a\nb");
+  EXPECT_THAT(log.receive(), ::testing::AllOf(::testing::StartsWith("<14>"),
+                                              ::testing::EndsWith("]: /a\\nb: moved to /trash/a\\nb")));
+  EXPECT_EQ(told.status(), ExitStatus::done);
+}
+
+TEST_F(LoggedReport, IsNotHeldUpByALogThatNobodyReads) {
+  const LogSocket log(socket());
+  alarm(30);  // ends a test that blocks
+  for (int i = 0; i < 5000; ++i) report().failure("/a", "reason");
+  alarm(0);
+  EXPECT_THAT(log.receive(), ::testing::EndsWith("]: /a: reason"));
+}
+
+TEST_F(LoggedReport, DoesWithoutALogThatIsNotThere) {
+  Report lonely = report();
+  lonely.failure("/a", "reason");
+  EXPECT_EQ(lonely.status(), ExitStatus::failed);
+}
+
+TEST_F(LoggedReport, CutsALineThatIsTooLong) {
+  const LogSocket log(socket());
+  report().failure("/a", std::string(2 * kLongestLogLine, 'r'));
+  EXPECT_EQ(log.receive().size(), kLongestLogLine);
 }
 
 }  // namespace

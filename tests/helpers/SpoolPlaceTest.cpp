@@ -1,6 +1,9 @@
 #include "helpers/SpoolPlace.h"
 
 #include <gmock/gmock.h>
+#include <sys/xattr.h>
+
+#include <cstdint>
 
 #include "helpers/SpoolFolder.h"
 #include "tests/helpers/TestVolume.h"
@@ -113,6 +116,19 @@ TEST_F(SpoolPlaceTest, AnotherGroupsServicesFileIsNoWordOfAdministrators) {
   const std::string path = volume_.path(std::string("top/") + kServices);
   ASSERT_EQ(chown(path.c_str(), 0, TestVolume::kAdministrators + 1), 0);
   ASSERT_EQ(chmod(path.c_str(), 0664), 0);
+  EXPECT_EQ(empty("/data/spool"), ExitStatus::refused);
+}
+
+TEST_F(SpoolPlaceTest, AServicesFileThatAnAccessListOpensToSomebodyIsNoWordOfAdministrators) {
+  makeSpool("/data/spool");
+  nameInServices("/data/spool");
+  const std::string path = volume_.path(std::string("top/") + kServices);
+  // Version 2, then tag and rights, and whose: the owner rw, bob rw, the group r, at most rw, others r.
+  constexpr std::uint32_t kNobodys = UINT32_MAX;
+  const std::vector<std::uint32_t> list = {2,        0x60001, kNobodys, 0x60002, TestVolume::kBob, 0x40004,
+                                           kNobodys, 0x60010, kNobodys, 0x40020, kNobodys};
+  ASSERT_EQ(setxattr(path.c_str(), "system.posix_acl_access", list.data(), list.size() * 4, 0), 0);
+  ASSERT_EQ(volume_.mode(std::string("top/") + kServices), 0664U);
   EXPECT_EQ(empty("/data/spool"), ExitStatus::refused);
 }
 

@@ -158,6 +158,12 @@ TEST_F(BusAgentTest, WhatHoldsNoReportEndsTheConversation) {
   }
 }
 
+TEST_F(BusAgentTest, AnAgentThatHangsUpWithoutEndingIsKilled) {
+  BusAgent agent(impostor("exec <&- sleep 30"));
+  EXPECT_LT(duration([&] { post(agent); }), 900ms);
+  EXPECT_TRUE(becomesTrue([] { return children().empty(); }));
+}
+
 TEST_F(BusAgentTest, AnswersToWhatWasNeverAskedAreDropped) {
   // An answer to request 9, then one to request 1, which is the first.
   BusAgent agent(

@@ -22,6 +22,7 @@
 #include "platform/linux/support/ditto/ZipFile.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/EnvironmentVariable.h"
+#include "tests/support/NoMoreThreads.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -540,6 +541,25 @@ TEST_F(Ditto, MakesAnArchiveThatTheUmaskAllowsToBeRead) {
   EXPECT_EQ(fs::status(archive).permissions(), static_cast<fs::perms>(0644));
 }
 
+TEST_F(Ditto, GivesWhatRootMakesInSomebodysFolderToThem) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  constexpr uid_t owner = 501;
+  constexpr gid_t group = 20;
+  ASSERT_EQ(::chown((folder / "out").c_str(), owner, group), 0);
+  std::ofstream(archive) << "old, and root's";
+  const mode_t before = ::umask(0077);
+  EXPECT_EQ(pack().status, 0);
+  EXPECT_EQ(run({"-ck", source, folder / "in/roots.zip"}).status, 0);
+  ::umask(before);
+  struct stat status {};
+  ASSERT_EQ(::stat(archive.c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, owner) << "could not be read otherwise";
+  EXPECT_EQ(status.st_gid, group);
+  EXPECT_EQ(status.st_mode & 07777U, 0600U);
+  ASSERT_EQ(::stat((folder / "in/roots.zip").c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, 0U);
+}
+
 TEST_F(Ditto, PassesOverFifosSocketsAndDevicesWithoutOpeningThem) {
   folder.file("in/Logs/a", "x");
   ASSERT_EQ(::mkfifo((source + "/fifo").c_str(), 0666), 0);
@@ -898,6 +918,55 @@ TEST_F(Ditto, HasNoEntryForAFileThatCannotBeReadAtAll) {
   ::close(out);
   ::close(unreadable);
   EXPECT_THAT(packedNames(), ElementsAre("y"));
+}
+
+// A pipe that has no more for now stands for a disk that fails in the middle of a file.
+TEST_F(Ditto, HasWhatCouldBeReadOfAFileThatFailsInTheMiddle) {
+  const std::string readable = noise(2 * kBlock + 7);
+  for (const std::size_t length : {readable.size(), 2 * kBlock, kBlock, std::size_t{1}}) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(::pipe2(ends, O_NONBLOCK | O_CLOEXEC), 0);
+    ASSERT_GE(::fcntl(ends[1], F_SETPIPE_SZ, 1 << 20), static_cast<int>(length));
+    ASSERT_EQ(::write(ends[1], readable.data(), length), static_cast<ssize_t>(length));
+    const int out = ::open(archive.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    ditto::ZipFile zip(out);
+    ditto::DeflateLine line(zip, 2);
+    const auto reading = line.deflate({.name = "x", .mode = S_IFREG | 0644}, ends[0], 8 * kBlock);
+    EXPECT_EQ(reading.failure, EAGAIN);
+    EXPECT_EQ(reading.size, length);
+    line.store({.name = "y", .mode = S_IFREG | 0644}, "y");
+    line.drain();
+    zip.finish();
+    for (const int descriptor : {out, ends[0], ends[1]}) ::close(descriptor);
+    expectIsIntact();
+    const TemporaryFolder unpacked;
+    EXPECT_EQ(runProgram({"/usr/bin/bsdtar", "-xf", archive, "-C", unpacked.path()}).status, 0);
+    EXPECT_EQ(unpacked.content("x"), readable.substr(0, length));
+    EXPECT_EQ(unpacked.content("y"), "y");
+  }
+}
+
+TEST_F(Ditto, ReadsNoFurtherWhenTheArchiveCannotBeWritten) {
+  constexpr std::size_t size = std::size_t{64} << 20U;
+  const int file = ::open(folder.file("in/noise", noise(size)).c_str(), O_RDONLY | O_CLOEXEC);
+  const int full = ::open("/dev/full", O_RDWR | O_CLOEXEC);
+  ditto::ZipFile zip(full);
+  ditto::DeflateLine line(zip, 2);
+  static_cast<void>(line.deflate({.name = "noise", .mode = S_IFREG | 0644}, file, size));
+  EXPECT_EQ(zip.failure(), ENOSPC);
+  EXPECT_LT(::lseek(file, 0, SEEK_CUR), off_t{size / 4});
+  ::close(file);
+  ::close(full);
+}
+
+TEST_F(Ditto, PacksWithoutAnyThreads) {
+  std::vector<std::string> files;
+  for (std::size_t number = 0; number < 12; ++number) {
+    files.push_back(folder.file("in/" + std::to_string(number), logText(number * number * 9000 + 1)));
+  }
+  const std::string usual = packedBy(2, archive, files);
+  const support::NoMoreThreads none;
+  EXPECT_EQ(packedBy(2, archive, files), usual);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "platform/linux/PathEntry.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/ChangedRoot.h"
 #include "tests/support/TemporaryFolder.h"
@@ -40,6 +41,15 @@ bool leadsTo(const std::string& path, const std::string& folder) {
   const auto opened = openGuardedFolder(path);
   struct stat status {};
   return opened && fstat(opened.value().get(), &status) == 0 && status.st_ino == statusOf(folder).st_ino;
+}
+
+TEST(LocateFolder, AFileIsNoFolderAndTheRootFolderIs) {
+  const TemporaryFolder ground;
+  EXPECT_EQ(locateFolder(ground.file("file")).error().code, ENOTDIR);
+  EXPECT_EQ(locateFolder(ground / "file/..").error().code, ENOTDIR);
+  EXPECT_EQ(locateFolder(std::string("/tmp\0/x", 7)).error().code, EINVAL);
+  EXPECT_TRUE(locateFolder("/").ok());
+  EXPECT_TRUE(locateFolder("../").ok());
 }
 
 class GuardedFoldersTest : public ::testing::Test {

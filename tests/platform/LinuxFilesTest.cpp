@@ -3,13 +3,16 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <thread>
 
+#include "platform/posix/UniqueDescriptor.h"
 #include "tests/platform/TemporaryFolder.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/ChangedRoot.h"
@@ -294,6 +297,23 @@ TEST_F(LinuxFilesTest, RootDoesNotWriteToAFileThatHasFurtherNames) {
   EXPECT_EQ(changes.openForWriting(file).error().code, EMLINK);
 }
 
+TEST_F(LinuxFilesTest, RootDoesNotReadAFileItselfThatHasFurtherNames) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  const std::string file = folder.makeFile("file", "secret");
+  ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
+  EXPECT_EQ(queries.readFileItself(file, 10).value(), "secret");
+  ASSERT_EQ(::link(file.c_str(), folder.path("second").c_str()), 0);
+  EXPECT_EQ(queries.readFileItself(folder.path("second"), 10).error().code, EMLINK);
+  AsUser::run(kNobody, [&] { EXPECT_EQ(queries.readFileItself(file, 10).value(), "secret"); });
+}
+
+TEST_F(LinuxFilesTest, RootOpensNothingThatMayHaveLostTheNameItWasOpenedBy) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  const std::string file = folder.makeFile("name (deleted)");  // as the kernel tells of such a file
+  EXPECT_EQ(changes.openForWriting(file).error().code, EMLINK);
+  EXPECT_EQ(queries.readFileItself(file, 10).error().code, EMLINK);
+}
+
 TEST_F(LinuxFilesTest, WritingToAFullDiskIsAnError) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to mount";
   const SmallFileSystem other(folder.path("other"));
@@ -302,6 +322,52 @@ TEST_F(LinuxFilesTest, WritingToAFullDiskIsAnError) {
   auto writable = changes.openForWriting(other.path("log"));
   ASSERT_TRUE(writable.ok());
   EXPECT_EQ(writable.value()->write(std::string(2 << 20, 'x')).error().code, ENOSPC);
+}
+
+/// Fewer descriptors than usual, for its scope.
+class FewDescriptors {
+ public:
+  FewDescriptors() {
+    ::getrlimit(RLIMIT_NOFILE, &usual_);
+    const rlimit few{256, usual_.rlim_max};
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+  }
+  ~FewDescriptors() { ::setrlimit(RLIMIT_NOFILE, &usual_); }
+  FewDescriptors(const FewDescriptors&) = delete;
+  FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+ private:
+  rlimit usual_{};
+};
+
+TEST_F(LinuxFilesTest, RemovesATreeThatIsDeeperThanDescriptorsCanBeHad) {
+  constexpr int kDepth = 600;
+  const std::string name(200, 'd');  // its path is longer than a call would take
+  UniqueDescriptor inside(::open(folder.path().c_str(), O_PATH | O_DIRECTORY));
+  for (int depth = 0; depth < kDepth; ++depth) {
+    ASSERT_EQ(::mkdirat(inside.get(), name.c_str(), 0755), 0);
+    inside.reset(::openat(inside.get(), name.c_str(), O_RDONLY | O_DIRECTORY));
+    if (depth % 100 == 0) {
+      ASSERT_EQ(::symlinkat("/", inside.get(), "link"), 0);
+    }
+  }
+  inside.reset();
+  const FewDescriptors limit;
+  const auto removed = changes.remove(folder.path(name));
+  EXPECT_TRUE(removed.ok()) << (removed ? "" : std::strerror(removed.error().code));
+  EXPECT_THAT(namesIn(folder.path()), IsEmpty());
+}
+
+TEST_F(LinuxFilesTest, WhatCannotBeRemovedIsPassedOverAndNamed) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to mount";
+  folder.makeFile("tree/a/file");
+  folder.makeFile("tree/z/file");
+  const SmallFileSystem busy(folder.path("tree/m"));
+  if (!busy.isMounted()) GTEST_SKIP() << "cannot mount here";
+  const auto removed = changes.remove(folder.path("tree"));
+  ASSERT_FALSE(removed.ok());
+  EXPECT_EQ(removed.error().code, EBUSY);
+  EXPECT_THAT(namesIn(folder.path("tree")), ElementsAre("m"));
 }
 
 TEST_F(LinuxFilesTest, NothingThatHoldsEverythingIsRemoved) {

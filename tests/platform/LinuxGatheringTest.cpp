@@ -19,6 +19,7 @@
 #include "platform/linux/FileRights.h"
 #include "platform/posix/PosixFiles.h"
 #include "tests/support/AsUser.h"
+#include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform {
@@ -120,6 +121,38 @@ TEST_F(LinuxGatheringTest, HolesStayHoles) {
   const struct stat status = statusOf(folder / "copy");
   EXPECT_EQ(status.st_size, kSize);
   EXPECT_LT(status.st_blocks, 2048);
+}
+
+TEST_F(LinuxGatheringTest, AFileThatIsCutMeanwhileEndsThere) {
+  constexpr std::size_t kSize = 32 << 20;
+  constexpr std::size_t kStep = 64 << 10;
+  for (int round = 0; round < 10; ++round) {
+    const std::string path = folder.file("log", round % 2 == 0 ? std::string(kSize, 'x') : "");
+    std::ofstream log(path, std::ios::binary | std::ios::in);
+    for (std::size_t at = 0; at < kSize; at += kStep) {  // without a content so far, these are between holes
+      log.seekp(static_cast<std::streamoff>(at + kStep - 1)) << 'x' << std::flush;
+    }
+    std::thread rotation([&] {
+      std::error_code notYet;
+      while (fs::file_size(folder / "copy", notYet) == 0 || notYet) std::this_thread::yield();
+      fs::resize_file(path, 0);
+    });
+    EXPECT_EQ(copy(path), 0);
+    rotation.join();
+    EXPECT_EQ(folder.content("copy").back(), 'x') << "no zeros in the place of what is gone";
+    fs::remove(folder / "copy");
+  }
+}
+
+// The kernel says 4096 bytes of each of these files.
+TEST_F(LinuxGatheringTest, AFileThatEndsBeforeItsSizeIsCopiedUpToItsEnd) {
+  const std::string path = "/sys/devices/system/cpu/online";
+  if (!fs::exists(path)) GTEST_SKIP() << "needs " << path;
+  const std::string content = queries.readFile(path, 4096).value();
+  ASSERT_LT(content.size(), fs::file_size(path));
+  EXPECT_EQ(copy(path), 0);
+  ASSERT_EQ(fs::file_size(folder / "copy"), content.size());
+  EXPECT_EQ(folder.content("copy"), content);
 }
 
 TEST_F(LinuxGatheringTest, WhatIsThereIsNotReplaced) {
@@ -269,6 +302,20 @@ class RootGatheringTest : public LinuxGatheringTest {
   const Reader nobody = "nobody";
 };
 
+TEST_F(RootGatheringTest, NoPrivateFolderIsMadeWhereOthersCouldExchangeIt) {
+  const std::string open = folder.folder("open");
+  ASSERT_EQ(::chmod(open.c_str(), 0777), 0);
+  EXPECT_EQ(reasonOf(gathering.createPrivateFolder(open + "/staging")), EPERM);
+  EXPECT_EQ(reasonOf(gathering.createPrivateFolder(open + "/between/staging")), EPERM);
+  EXPECT_EQ(reasonOf(gathering.createPrivateFolder(folder / "logs/staging")), EPERM) << "somebody else's";
+  link("open", "way");
+  EXPECT_EQ(reasonOf(gathering.createPrivateFolder(folder / "way/staging")), ELOOP);
+  EXPECT_FALSE(fs::exists(open + "/staging"));
+  ASSERT_EQ(::chmod(open.c_str(), 01777), 0);
+  EXPECT_TRUE(gathering.createPrivateFolder(open + "/staging")) << "as in every temporary folder";
+  EXPECT_EQ(modeOf(open + "/staging"), 0700U);
+}
+
 TEST_F(RootGatheringTest, WhatTheReaderMayReadIsCopied) {
   EXPECT_EQ(copy(file("logs/own", kNobody, 0600), AtLink::copyDestination, nobody), 0);
   EXPECT_EQ(folder.content("copy"), "content");
@@ -287,6 +334,36 @@ TEST_F(RootGatheringTest, ALinkOpensNoMoreThanItsReaderCould) {
   ASSERT_EQ(::chmod((folder / "secret").c_str(), 0700), 0);
   EXPECT_EQ(copy(folder / "logs/link", AtLink::copyDestination, nobody), 0) << "it cannot even be seen";
   EXPECT_EQ(fs::read_symlink(folder / "copy"), folder / "secret/key");
+}
+
+TEST_F(RootGatheringTest, AFurtherNameOfAFileOpensNoMoreThanItsReaderCould) {
+  fs::create_hard_link(folder / "secret/key", folder / "logs/log");
+  EXPECT_EQ(copy(folder / "logs/log", AtLink::copyDestination, nobody), EACCES);
+  EXPECT_FALSE(isCopied());
+}
+
+TEST_F(RootGatheringTest, AnotherUsersFilesStayTheirs) {
+  constexpr uid_t kBin = 2;
+  static_cast<void>(file("home/open", kBin, 0644, "for everybody"));
+  static_cast<void>(file("home/closed", kBin, 0600));
+  static_cast<void>(file("home/inside/open", kBin, 0644));
+  ASSERT_EQ(::chmod((folder / "home/inside").c_str(), 0700), 0);
+  ASSERT_EQ(::chown((folder / "home/inside").c_str(), kBin, kBin), 0);
+  link("../home/closed", "logs/closed");
+  EXPECT_EQ(copy(folder / "logs/closed", AtLink::copyDestination, nobody), EACCES);
+  EXPECT_EQ(copy(folder / "home/inside/open", AtLink::copyDestination, nobody), EACCES);
+  EXPECT_FALSE(isCopied());
+  link("../home/open", "logs/open");
+  EXPECT_EQ(copy(folder / "logs/open", AtLink::copyDestination, nobody), 0);
+  EXPECT_EQ(folder.content("copy"), "for everybody");
+}
+
+TEST_F(RootGatheringTest, AFullVolumeKeepsNoHalfCopy) {
+  const support::SmallVolume volume("64k");
+  ASSERT_TRUE(volume.isMounted());
+  const std::string path = file("logs/log", kNobody, 0600, std::string(200000, 'x'));
+  EXPECT_EQ(reasonOf(gathering.copy(nobody, path, volume / "copy", AtLink::copyLink)), ENOSPC);
+  EXPECT_TRUE(fs::is_empty(volume.path()));
 }
 
 TEST_F(RootGatheringTest, AFolderThatTheReaderCannotListStaysClosed) {
@@ -333,6 +410,19 @@ TEST_F(RootGatheringTest, WithoutAReaderAnItemIsReadAsItsOwnerCould) {
   link(folder / "secret/key", "logs/roots", 0);
   EXPECT_EQ(copy(folder / "logs/roots"), 0);
   EXPECT_EQ(folder.content("copy"), "secret");
+}
+
+TEST_F(RootGatheringTest, WithoutAReaderWhatHasFurtherNamesIsReadAsEverybodyCould) {
+  fs::create_hard_link(folder / "secret/key", folder / "logs/planted");
+  EXPECT_EQ(copy(folder / "logs/planted"), EACCES);
+  fs::create_symlink("key", folder / "secret/link");
+  fs::create_hard_link(folder / "secret/link", folder / "logs/link");
+  fs::create_hard_link(folder / "secret/key", folder / "logs/key");
+  EXPECT_EQ(copy(folder / "logs/link"), EACCES) << "root's link, somewhere else";
+  EXPECT_FALSE(isCopied());
+  fs::create_hard_link(file("secret/open", 0, 0644, "open"), folder / "logs/open");
+  EXPECT_EQ(copy(folder / "logs/open"), 0);
+  EXPECT_EQ(folder.content("copy"), "open");
 }
 
 TEST_F(RootGatheringTest, ReadingLeavesTheThreadItsRightsAndGroups) {
@@ -392,6 +482,37 @@ TEST_F(RootGatheringTest, AnItemThatIsExchangedMeanwhileOpensNothing) {
   ended = true;
   exchange.join();
   EXPECT_GT(copies, 0);
+}
+
+/// The same for the folder that it lies in: the way is gone with the reader's rights each time.
+TEST_F(RootGatheringTest, AFolderThatIsExchangedMeanwhileOpensNothing) {
+  static_cast<void>(file("logs/real/log", kNobody, 0644, "harmless"));
+  static_cast<void>(file("closed/log", 0, 0600, "secret"));
+  const std::string way = folder / "logs/way";
+  std::atomic<bool> ended = false;
+  std::thread exchange([&] {
+    const std::string spare = folder / "logs/spare";
+    while (!ended) {
+      for (const std::string& target : {folder / "closed", folder / "logs/real"}) {
+        static_cast<void>(::symlink(target.c_str(), spare.c_str()));
+        static_cast<void>(::rename(spare.c_str(), way.c_str()));
+      }
+    }
+  });
+  int copies = 0;
+  int refusals = 0;
+  for (int round = 0; round < 2000 || (round < 100000 && (copies == 0 || refusals == 0)); ++round) {
+    const int reason = copy(way + "/log", AtLink::copyDestination, nobody);
+    if (reason == EACCES) ++refusals;
+    if (reason != 0) continue;
+    ++copies;
+    EXPECT_EQ(folder.content("copy"), "harmless");
+    fs::remove(folder / "copy");
+  }
+  ended = true;
+  exchange.join();
+  EXPECT_GT(copies, 0);
+  EXPECT_GT(refusals, 0);
 }
 
 TEST_F(RootGatheringTest, WithoutTheRightToChangeRightsNothingIsRead) {

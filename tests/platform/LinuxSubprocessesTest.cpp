@@ -370,6 +370,7 @@ TEST_F(LinuxSubprocessesTest, AChildOutlivesTheProgramThatLaunchedIt) {
   const tests::TemporaryFolder folder;
   run(kProbe, {"leave-child", folder.path("sign")});
   EXPECT_FALSE(std::filesystem::exists(folder.path("sign")));
+  folder.makeFile("sign.go");
   EXPECT_TRUE(eventually([&] { return folder.read("sign") == "outlived\n"; }));
 }
 

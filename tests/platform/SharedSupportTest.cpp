@@ -180,7 +180,13 @@ class RootsOpenTest : public OpenTest {
                         << "'\nmv '" << folder.path("part") << "' '" << folder.path("opened") << "'\n";
     return path;
   }
-  std::pair<int, std::string> openAtConsoleOf(const std::string& user, const std::string& what) {
+  std::string accounts() {
+    return folder.makeFile("passwd", "root:x:0:0:root:/root:/bin/sh\nnobody:x:65534:65534:nobody:" +
+                                         folder.path() + ":/bin/sh\n");
+  }
+  /// `environment` is set for the tool; the account "nobody" has its home in the test's folder.
+  std::pair<int, std::string> openAtConsoleOf(const std::string& user, const std::string& what,
+                                              const std::string& environment = "SECRET=1") {
     std::string records = folder.makeFile("utmp");
     if (!user.empty()) {
       utmp record{};
@@ -190,15 +196,28 @@ class RootsOpenTest : public OpenTest {
       std::ofstream(records, std::ios::binary).write(reinterpret_cast<const char*>(&record), sizeof record);
     }
     return runProgram({"/usr/bin/unshare", "--mount", "/bin/sh", "-c",
-                       "mount -t tmpfs run /run && cp \"$1\" /run/utmp && SECRET=1 exec \"$2\" -a \"$3\"",
-                       "sh", records, folder.path("open"), what});
+                       "mount -t tmpfs run /run && cp \"$1\" /run/utmp && mount --bind \"$2\" /etc/passwd &&"
+                       " exec env \"$3\" \"$4\" -a \"$5\"",
+                       "sh", records, accounts(), environment, folder.path("open"), what});
   }
 };
 
 TEST_F(RootsOpenTest, StartsAnApplicationAsTheUserAtTheConsole) {
   makeTellingProgram("Some.app/Contents/MacOS/Some");
   EXPECT_THAT(openAtConsoleOf("nobody", folder.path("Some.app")), Pair(0, ""));
-  EXPECT_EQ(waitForOpened(), "nobody /nonexistent \n");
+  EXPECT_EQ(waitForOpened(), "nobody " + folder.path() + " \n");
+}
+
+TEST_F(RootsOpenTest, FindsAnApplicationByItsNameWhereTheUserAtTheConsoleHasIt) {
+  makeTellingProgram("Applications/Some Tool.app/Contents/MacOS/Some Tool");
+  EXPECT_THAT(openAtConsoleOf("nobody", "Some Tool", "HOME=/root"), Pair(0, ""));
+  EXPECT_EQ(waitForOpened(), "nobody " + folder.path() + " \n");
+}
+
+TEST_F(RootsOpenTest, DoesNotLookForAnApplicationInAHomeOfRootsOwn) {
+  makeTellingProgram("roots/Applications/Some Tool.app/Contents/MacOS/Some Tool");
+  EXPECT_THAT(openAtConsoleOf("nobody", "Some Tool", "HOME=" + folder.path("roots")),
+              Pair(1, HasSubstr("Unable to find application")));
 }
 
 TEST_F(RootsOpenTest, StartsNothingWithNobodyAtTheConsole) {
@@ -288,6 +307,14 @@ TEST_F(ChownTest, AFileWithFurtherNamesIsNotGivenAway) {
   ASSERT_EQ(::link(victim.c_str(), folder.path("user/name").c_str()), 0);
   EXPECT_THAT(run({"1234", folder.path("user/name")}), Pair(1, HasSubstr("further names")));
   EXPECT_EQ(ownerOf(victim), 0U);
+}
+
+TEST_F(ChownTest, AFileOfWhichItIsNotSureThatItHasNoFurtherNamesIsNotGivenAway) {
+  makeUsersFolder();
+  const std::string file =
+      folder.makeFile("user/name (deleted)");  // told from one that has lost its name by nothing
+  EXPECT_THAT(run({"1234", file}), Pair(1, HasSubstr("exchanged while it was looked at")));
+  EXPECT_EQ(ownerOf(file), 0U);
 }
 
 TEST_F(ChownTest, AFifoIsRefusedWithoutBlocking) {

@@ -64,11 +64,15 @@ int ignoreTermination(const std::string& seconds) {
   return 7;
 }
 
-/// Launches a child through the real platform that writes a file half a second later, and ends at once.
+/// Launches a child through the real platform that writes a file once there is one beside it that is called
+/// ".go" after it, and ends at once.
 int leaveChildBehind(const std::string& file) {
   platform::SubprocessOptions options;
   options.launchPath = "/bin/sh";
-  options.arguments = {"-c", "sleep 0.5; echo outlived > \"$0\"", file};
+  options.arguments = {"-c",
+                       "for i in $(seq 1000); do test -e \"$0.go\" && break; sleep 0.01; done;"
+                       " echo outlived > \"$0\"",
+                       file};
   options.standardOutput = platform::Stream::nullDevice;
   options.standardError = platform::Stream::nullDevice;
   platform::native().subprocesses.create(options)->launch();
@@ -109,11 +113,12 @@ int printProcessInformation() {
   return 0;
 }
 
-/// Defers interruption, says so, waits for a signal, says its number, and lets it end the process.
+/// Defers interruption, says so and which process it is, waits for a signal, says its number, and lets it end
+/// the process.
 int deferInterruption() {
   auto& interruption = platform::native().interruption;
   interruption.defer();
-  std::cout << "deferred" << std::endl;
+  std::cout << "deferred " << ::getpid() << std::endl;
   for (int turns = 0; turns < 5000 && !interruption.requested(); ++turns) ::usleep(1000);
   std::cout << interruption.requested().value_or(0) << std::endl;
   interruption.deliver();

@@ -18,6 +18,8 @@ class TGFileManagerFinderTest : public ServicesTest {
     fakes_.files.makeFile("/file");
     fakes_.recorder.clear();
   }
+  /// Until each timer sleeps: one that begins later would look for the platform of a test that has ended.
+  void TearDown() override { fakes_.clock.waitForSleepers(fakes_.recorder.only({"run"}).size()); }
 
   void setFlags(unsigned flags) {
     auto& information = fakes_.fileAttributes.information["/file"];

@@ -281,6 +281,7 @@ TEST_F(TGTaskTest, ATimeoutOfLessThanASecondMissesNoTool) {
     EXPECT_EQ(TGTask::create()->terminationCodeFromTimedTask(kTool, std::nullopt, TGTask::Interval(0.9)),
               SIGTERM);
   }
+  fakes_.mainThread.waitUntilPerformed(200);  // the timers stand on what ends with this test
 }
 
 TEST_F(TGTaskTest, ACaptureThatTimesOutYieldsWhatWasRead) {

@@ -1,10 +1,13 @@
 #include <gmock/gmock.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <random>
 #include <regex>
 
 #include "tests/support/ProgramRun.h"
@@ -51,6 +54,20 @@ class GatheringBundle {
 
  private:
   TemporaryFolder folder_;
+};
+
+/// A volume of 256 KiB over a folder for as long as it lives, which everybody may write to.
+class SmallFolder {
+ public:
+  explicit SmallFolder(std::string path) : path_(std::move(path)) {
+    EXPECT_EQ(::mount("tmpfs", path_.c_str(), "tmpfs", 0, "size=256k,mode=1777"), 0);
+  }
+  ~SmallFolder() { ::umount2(path_.c_str(), MNT_DETACH); }
+  SmallFolder(const SmallFolder&) = delete;
+  SmallFolder& operator=(const SmallFolder&) = delete;
+
+ private:
+  std::string path_;
 };
 
 class GatheringTest : public RootTest {
@@ -304,6 +321,88 @@ TEST_F(GatheringTest, RootReplacesALinkOnTheDesktopRatherThanWhatItLeadsTo) {
   EXPECT_EQ(gather("root").status, 0);
   EXPECT_EQ(unpacked(kArchive), logs());
   EXPECT_FALSE(isThere("/private/etc/planted"));
+}
+
+TEST_F(GatheringTest, WhatRootPutsOnADesktopIsItsOwners) {
+  makeLogs();
+  const mode_t before = ::umask(0077);
+  EXPECT_EQ(gather("root").status, 0);
+  ::umask(before);
+  struct stat status {};
+  ASSERT_EQ(::stat(host(kArchive).c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, kAlice);
+  EXPECT_EQ(unpacked(kArchive), logs());
+}
+
+TEST_F(GatheringTest, RootGathersNothingWhereOthersCouldExchangeStaging) {
+  makeLogs();
+  ASSERT_EQ(::chmod(host("/private/tmp").c_str(), 0777), 0);
+  const auto result = gather("root");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(printed(result),
+              ElementsAre("Error creating temp folder: /tmp/TG_App_Logs: Operation not permitted"));
+  EXPECT_FALSE(isThere(kStaging));
+  EXPECT_THAT(onDesktop(), IsEmpty());
+  EXPECT_EQ(gather("alice").status, 0) << "a user risks no more than what is theirs";
+}
+
+TEST_F(GatheringTest, RootGathersNothingOfOtherUsers) {
+  makeLogs();
+  makeFile("/Users/bob/Library/Logs/Vordenworks/Quillmend.1.log", "bob's", kBob);
+  makeFile("/Users/bob/Library/Preferences/com.vordenworks.quillmend.plist", "bob's", kBob);
+  EXPECT_EQ(gather("root").status, 0);
+  EXPECT_EQ(unpacked(kArchive), logs());
+}
+
+TEST_F(GatheringTest, AFurtherNameOfAFileThatAliceMayNotReadEndsTheGathering) {
+  makeLogs();
+  makeFile("/private/var/db/secret", "secret", 0, 0600);
+  fs::create_hard_link(host("/private/var/db/secret"), host(kUserLogs + "Quillmend.4.log"));
+  const auto result = gather("root");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(printed(result),
+              ElementsAre("Unable to copy log: " + kUserLogs + "Quillmend.4.log: Permission denied"));
+  EXPECT_THAT(onDesktop(), IsEmpty());
+}
+
+TEST_F(GatheringTest, AFIFOAmongTheLogsEndsTheGatheringWithoutWaiting) {
+  makeLogs();
+  ASSERT_EQ(::mkfifo(host(kUserLogs + "Quillmend.4.log").c_str(), 0666), 0);
+  const auto result = gather("root");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(printed(result),
+              ElementsAre("Unable to copy log: " + kUserLogs + "Quillmend.4.log: Operation not supported"));
+}
+
+TEST_F(GatheringTest, AFullTemporaryVolumeEndsTheGathering) {
+  makeLogs();
+  makeFile(kUserLogs + "Quillmend.4.log", std::string(400000, 'x'), kAlice);
+  for (const char* who : {"alice", "root"}) {
+    const SmallFolder full(host("/private/tmp"));
+    const auto result = gather(who);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(printed(result),
+                ElementsAre("Unable to copy log: " + kUserLogs + "Quillmend.4.log: No space left on device"));
+    EXPECT_EQ(treeOf(host(kStaging)).count(kUserLogs + "Quillmend.1.log"), 1U) << "staging stays";
+    EXPECT_EQ(treeOf(host(kStaging)).count(kUserLogs + "Quillmend.4.log"), 0U) << "without half a log";
+  }
+  EXPECT_THAT(onDesktop(), IsEmpty());
+}
+
+TEST_F(GatheringTest, AFullDesktopIsNoArchive) {
+  makeLogs();
+  std::string noise(400000, '\0');
+  std::generate(noise.begin(), noise.end(), std::minstd_rand());
+  makeFile(kUserLogs + "Quillmend.4.log", noise, kAlice);
+  for (const char* who : {"alice", "root"}) {
+    const SmallFolder full(host("/Users/alice/Desktop"));
+    const auto result = gather(who);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(printed(result),
+                ElementsAre("Logs could not be gathered", "Please check your file permissions."));
+    EXPECT_THAT(onDesktop(), IsEmpty()) << "not even a part of it";
+    EXPECT_FALSE(isThere(kStaging));
+  }
 }
 
 TEST_F(GatheringTest, ADesktopThatIsMissingIsNoArchive) {

@@ -51,7 +51,7 @@ TEST_F(RepairInterruptionTest, WhileQmasterStopsItIsStartedAgainAndNothingWasMov
   const TemporaryVolume sample({.compressors = {{"3.5.3"}, {"4.0.7"}}, .logFolder = true});
   const auto outcome = runUntil("Stopping Qmaster...", SIGTERM, sample);
   RepairScript script;
-  script.begun().detected("3.5", "Detected Compressor 3.5.x.").stopped3().starting().started35();
+  script.begun().detected("3.5", "Detected Compressor 3.5.x.").stopped3().starting().started35().started4();
   expectEndedBy(SIGTERM, sample, outcome, script.ended(interrupted(SIGTERM, startedAgain)));
   EXPECT_THAT(outcome.shown, ElementsAre("Repairing Compressor...", "Repair failed."));
   EXPECT_THAT(outcome.difference.moved, IsEmpty());

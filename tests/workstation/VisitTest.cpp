@@ -179,6 +179,13 @@ TEST_F(VisitTest, WithAGreeterOrNobodyThereIsNoSessionBus) {
   }
 }
 
+TEST_F(VisitTest, LinksInAToolsPlaceDoNotBarTheWay) {
+  const TemporaryVolume sample(
+      {.compressors = {{"3.5.3"}},
+       .damage = {{"link-loop", "/usr/sbin/qmasterprefs"}, {"link-loop", "/bin/launchctl"}}});
+  EXPECT_EQ(shell(sample, "exit 7").status, 7);
+}
+
 TEST_F(VisitTest, ASignalOfRootsOnTheSystemBusIsHeard) {
   const TemporaryVolume sample({.consoleUser = ""});
   const auto result =

@@ -22,7 +22,7 @@ Runs COMMAND with the Mac volume in the folder VOLUME as its root folder. Ends w
 128 and a signal's number, or with 125 if the volume could not be entered. Needs root.
 
   --user NAME          as one of the volume's users (root)
-  --console NAME       this user sits at the console, whatever the volume says
+  --console NAME       this user sits at the console, or nobody, whatever the volume says
   --bundle PATH        an application bundle, at /Applications/Quillmend.app inside
   --ro PATH=INSIDE     a further file or folder, read-only
   --rw PATH=INSIDE     the same, writable
@@ -55,7 +55,8 @@ void apply(const std::string& option, CommandLine& line, VisitOptions& options) 
   } else if (option == "--user") {
     options.user = line.valueOf(option);
   } else if (option == "--console") {
-    options.consoleUser = line.valueOf(option);
+    const auto& user = line.valueOf(option);
+    options.consoleUser = user == "nobody" ? "" : user;
   } else if (option == "--bundle") {
     options.bundle = line.valueOf(option);
   } else if (option == "--ro") {

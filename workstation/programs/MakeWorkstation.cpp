@@ -101,7 +101,7 @@ std::map<std::string, Handler> optionHandlers() {
 int run(CommandLine line) {
   const auto handlers = optionHandlers();
   Plan plan;
-  while (!line.empty() && line.peek().starts_with("--")) {
+  while (!line.empty() && line.peek().starts_with('-')) {
     const auto option = line.take();
     if (option == "--help") return printHelp(), 0;
     const auto handler = handlers.find(option);

@@ -21,7 +21,6 @@
 namespace {
 
 using foundation::systemError;
-using platform::FileStatus;
 using platform::Ownership;
 
 constexpr int kUsageError = 64;
@@ -55,6 +54,8 @@ class OwnerChange {
     const bool isFolder = status.value().isFolder();
     if (!isFolder && !status.value().isRegular()) return complain(path, "neither a file nor a folder");
     if (!isFolder && status.value().links > 1) return complain(path, "has further names");
+    if (!isFolder && !platform::hasKeptItsName(item))
+      return complain(path, "exchanged while it was looked at");
     const int failed = isFolder && isRecursive_ ? changeEntries(item, path, depth) : 0;
     constexpr auto kLeave = static_cast<uid_t>(-1);
     if (::fchownat(item, "", ownership_.owner.value_or(kLeave), ownership_.group.value_or(kLeave),

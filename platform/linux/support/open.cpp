@@ -1,7 +1,8 @@
 // open [-a application] [file...], for systems that have no open(1).
 //
 // Files are opened by the desktop (xdg-open), or with -a by an application: a bundle or an executable by its
-// path, or the name of a bundle in an Applications folder. The application gets the files as its arguments.
+// path, or the name of a bundle in an Applications folder (the computer's, or of whom it is opened for). The
+// application gets the files as its arguments.
 // What is started runs on by itself; open ends at once: 0 when it was started, 1 when not, 64 for wrong
 // arguments. Root opens for the user at the console and as that user, through asuser; with nobody at the
 // console nothing is started.
@@ -18,6 +19,7 @@
 #include <vector>
 
 #include "platform/foundation/Paths.h"
+#include "platform/linux/Accounts.h"
 #include "platform/linux/ConsoleUser.h"
 #include "platform/linux/ConsoleUserCommand.h"
 #include "platform/linux/SpawnedProgram.h"
@@ -50,13 +52,22 @@ std::optional<std::string> executableAt(const std::string& path) {
   return isExecutable(path) ? std::optional(path) : executableInBundle(path);
 }
 
+/// The home of whom it is opened for: root opens for the user at the console.
+std::optional<std::string> homeFolder() {
+  if (::geteuid() == 0) {
+    const auto user = platform::consoleUser();
+    const auto account = user ? platform::accountNamed(*user) : std::nullopt;
+    return account ? std::optional(account->home) : std::nullopt;
+  }
+  const char* const home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe): one thread
+  return home == nullptr ? std::nullopt : std::optional<std::string>(home);
+}
+
 /// Where an application's name is looked for.
 std::vector<std::string> applicationFolders() {
   std::vector<std::string> folders = {"/Applications", "/Applications/Utilities",
                                       "/System/Library/CoreServices"};
-  if (const char* const home = std::getenv("HOME"); home != nullptr) {
-    folders.push_back(appendingPathComponent(home, "Applications"));
-  }
+  if (const auto home = homeFolder()) folders.push_back(appendingPathComponent(*home, "Applications"));
   return folders;
 }
 

@@ -42,6 +42,19 @@ TEST_F(ProgramTest, RefusesToWorkWithTheRightsOfItsFile) {
   }
 }
 
+/// A scheduler may set one. The log then stays short, and Qmaster is started again all the same.
+TEST_F(ProgramTest, ALimitOfFileSizesDoesNotEndARepair) {
+  const std::string home = folder / "home";
+  std::filesystem::create_directory(home);
+  ASSERT_EQ(::chmod(home.c_str(), 0777), 0);
+  AsUser::run(kNobody, [&] {
+    const auto run =
+        runProgram({"/bin/sh", "-c", "ulimit -f 0; HOME='" + home + "' exec '" + program + "' -repair"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.output, HasSubstr("Unable to authorize"));
+  });
+}
+
 TEST_F(ProgramTest, WorksWithTheRightsOfWhoeverStartsIt) {
   ASSERT_EQ(::chmod(program.c_str(), 04755), 0);
   EXPECT_EQ(runProgram({program, "-help"}).status, 0) << "root's file started by root lends nothing";

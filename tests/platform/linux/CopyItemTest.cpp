@@ -52,6 +52,63 @@ class CopyItemTest : public ::testing::Test {
   std::string error_;
 };
 
+TEST_F(CopyItemTest, HardLinksStayLinksAlsoWhereThePathEndsWithASlash) {
+  ground_.file("tree/one", "text");
+  fs::create_hard_link(ground_ / "tree/one", ground_ / "tree/two");
+  for (const char* const end : {"", "/", "//"}) {
+    const std::string to = std::string("copy") + std::to_string(std::string(end).size());
+    ASSERT_EQ(copy(std::string("tree") + end, to), 0) << error_;
+    EXPECT_EQ(statusAt(ground_ / (to + "/one")).st_ino, statusAt(ground_ / (to + "/two")).st_ino) << end;
+  }
+}
+
+/// Root copies from a volume of somebody else's making, which is mounted so that it can do no harm.
+class CopyFromDisarmedVolumeTest : public CopyItemTest {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root to mount";
+    ASSERT_FALSE(ground_.folder("stick").empty());
+    mountWith(MS_NOSUID | MS_NODEV);
+    ground_.file("stick/tree/tool");
+    ASSERT_EQ(::chmod((ground_ / "stick/tree/tool").c_str(), 06755), 0);
+  }
+  void TearDown() override { ::umount2((ground_ / "stick").c_str(), MNT_DETACH); }
+  void mountWith(unsigned long flags) {
+    ASSERT_EQ(::mount("none", (ground_ / "stick").c_str(), "tmpfs", flags, "size=1m"), 0);
+  }
+  [[nodiscard]] mode_t mode(const std::string& path) const {
+    return statusAt(ground_ / path).st_mode & 07777U;
+  }
+};
+
+TEST_F(CopyFromDisarmedVolumeTest, SetIdBitsAreNotArmed) {
+  ASSERT_EQ(copy("stick/tree", "copy"), 0) << error_;
+  EXPECT_EQ(mode("copy/tool"), 0755U);
+  ASSERT_EQ(copy("stick/tree", "stick/copy"), 0) << error_;
+  EXPECT_EQ(mode("stick/copy/tool"), 06755U) << "there they take no effect either";
+  mountWith(MS_NODEV | MS_REMOUNT);
+  ASSERT_EQ(copy("stick/tree", "armed"), 0) << error_;
+  EXPECT_EQ(mode("armed/tool"), 06755U);
+}
+
+TEST_F(CopyFromDisarmedVolumeTest, SetIdBitsOfAVolumeThatIsMountedInWhatIsCopiedAreNotArmed) {
+  ground_.file("tree/first");
+  ASSERT_FALSE(ground_.folder("tree/bound").empty());
+  const std::string bound = ground_ / "tree/bound";
+  ASSERT_EQ(::mount((ground_ / "stick").c_str(), bound.c_str(), nullptr, MS_BIND, nullptr), 0);
+  const int reason = copy("tree", "copy");
+  ::umount2(bound.c_str(), MNT_DETACH);
+  ASSERT_EQ(reason, 0) << error_;
+  EXPECT_EQ(mode("copy/bound/tree/tool"), 0755U);
+}
+
+TEST_F(CopyFromDisarmedVolumeTest, DevicesAreRefused) {
+  ASSERT_EQ(::mknod((ground_ / "stick/tree/null").c_str(), S_IFCHR | 0666, 0x103), 0);
+  EXPECT_EQ(copy("stick/tree", "copy"), ENOTSUP);
+  EXPECT_THAT(error_, HasSubstr("stick/tree/null"));
+  EXPECT_EQ(copy("stick/tree", "stick/copy"), 0) << error_;
+}
+
 TEST_F(CopyItemTest, AFolderArrivesAsItIs) {
   ground_.file("tree/sub/file", "text");
   ground_.file("tree/\xFF\xFE\n", "a name that is bytes");

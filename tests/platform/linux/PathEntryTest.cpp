@@ -9,6 +9,7 @@
 namespace platform {
 namespace {
 
+using foundation::Result;
 using helpers::Surroundings;
 using helpers::TestVolume;
 
@@ -125,6 +126,44 @@ TEST_F(LocateTest, NamesAreTakenByteForByte) {
     volume_.makeFile("names/" + name);
     EXPECT_EQ(pathOf("/names/" + name), "/names/" + name);
   }
+}
+
+/// Somebody gives a file of another's a second name, and takes it away while that is looked at.
+class NameTest : public LocateTest {
+ protected:
+  void SetUp() override {
+    volume_.makeFile("secret");
+    ASSERT_EQ(link(volume_.path("secret").c_str(), volume_.path("name").c_str()), 0);
+    entry_ = locate(surroundings_, "/name");
+    ASSERT_TRUE(entry_.ok());
+  }
+  void takeNameAway() { ASSERT_EQ(unlink(volume_.path("name").c_str()), 0); }
+  int entry() { return entry_.value().self().descriptor.get(); }
+
+  Result<PathEntry> entry_ = foundation::systemError(ENOENT, "");
+};
+
+TEST_F(NameTest, AFileThatHasLostTheNameItWasOpenedByIsTold) {
+  EXPECT_TRUE(hasKeptItsName(entry()));
+  takeNameAway();
+  EXPECT_EQ(statusOf(entry(), "").value().links, 1U) << "the links alone say nothing";
+  EXPECT_FALSE(hasKeptItsName(entry()));
+}
+
+TEST_F(NameTest, ANameThatIsGivenAgainIsAnotherOne) {
+  takeNameAway();
+  ASSERT_EQ(link(volume_.path("secret").c_str(), volume_.path("name").c_str()), 0);
+  EXPECT_FALSE(hasKeptItsName(entry()));
+}
+
+TEST_F(NameTest, AFileThatIsRenamedKeepsAName) {
+  ASSERT_EQ(rename(volume_.path("name").c_str(), volume_.path("renamed").c_str()), 0);
+  EXPECT_TRUE(hasKeptItsName(entry()));
+}
+
+TEST_F(NameTest, ANameThatReadsAsIfItWereGoneDoesNotCount) {
+  ASSERT_EQ(rename(volume_.path("name").c_str(), volume_.path("name (deleted)").c_str()), 0);
+  EXPECT_FALSE(hasKeptItsName(entry()));
 }
 
 FileStatus reachedThrough(std::uint64_t device, std::uint64_t mount) {

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstring>
 #include <new>
+#include <system_error>
 #include <utility>
 
 namespace ditto {
@@ -106,10 +107,13 @@ DeflateLine::~DeflateLine() {
   stop();
 }
 
+/// With the threads that there are; without any the caller's own does the work.
 void DeflateLine::start() {
   const SignalsBlocked blocked;
   try {
     for (const auto& deflater : deflaters_) workers_.emplace_back([this, &deflater] { work(*deflater); });
+  } catch (const std::system_error&) {
+    return;
   } catch (...) {
     stop();
     throw;
@@ -142,7 +146,7 @@ DeflateLine::Reading DeflateLine::deflate(ZipEntry entry, int file, std::uint64_
   entry.isDeflated = true;
   std::optional<ZipEntry> begins = std::move(entry);
   const Block* before = nullptr;
-  for (bool ends = false; !ends;) {
+  for (bool ends = false; !ends && zip_.failure() == 0;) {
     Block& block = freeBlock();
     if (before != nullptr) {  // full, or there would be nothing after it
       block.dictionary = kWindow;
@@ -185,7 +189,11 @@ void DeflateLine::submit(bool isDone) {
 }
 
 void DeflateLine::writeOldest() {
-  const Block& oldest = blockNumber(written_);
+  Block& oldest = blockNumber(written_);
+  if (workers_.empty() && !oldest.isDone) {
+    deflaters_.front()->deflate(oldest);
+    oldest.isDone = true;
+  }
   {
     std::unique_lock lock(mutex_);
     done_.wait(lock, [&oldest] { return oldest.isDone; });

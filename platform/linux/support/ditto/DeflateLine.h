@@ -35,8 +35,8 @@ class DeflateLine {
   /// As many workers as the process may use cores, at most kMostWorkers.
   [[nodiscard]] static unsigned workersForThisMachine();
 
-  /// Signals are left to the caller's thread. Throws std::system_error when there can be no thread,
-  /// std::bad_alloc without memory.
+  /// Signals are left to the caller's thread. Where the system grants fewer threads, there are fewer workers;
+  /// without any the caller's thread deflates. Throws std::bad_alloc without memory.
   DeflateLine(ZipFile& zip, unsigned workers);
   /// What has not been drained is dropped.
   ~DeflateLine();
@@ -52,7 +52,7 @@ class DeflateLine {
   };
   /// Adds an entry with the content of an open file from its offset on: at most `size` bytes, so that a log
   /// that is being written ends somewhere. Where a read fails at the very beginning there is no entry; later,
-  /// it has what could be read.
+  /// it has what could be read. Nothing more is read for an archive that cannot be written.
   Reading deflate(ZipEntry entry, int file, std::uint64_t size);
 
   /// Waits for the workers and writes what they have made.

@@ -90,6 +90,13 @@ UniqueDescriptor makeTemporary(int folder) {
   }
 }
 
+/// What root makes in somebody else's folder is theirs: by a strict umask they could not read it otherwise.
+/// Where owners cannot be given, on a network volume, it is of use nevertheless.
+void giveToFoldersOwner(int file, const struct stat& folder) {
+  if (::geteuid() != 0 || folder.st_uid == 0) return;
+  static_cast<void>(::fchown(file, folder.st_uid, folder.st_gid));
+}
+
 /// The new name should outlast a power failure too; where the folder cannot be synced the file is whole
 /// anyway.
 void syncFolder(int place) {
@@ -122,6 +129,7 @@ Result<PendingFile> PendingFile::create(const std::string& path) {
   const EndingSignalsBlocked blocked;
   file.file_ = makeTemporary(file.folder_.get());
   if (!file.file_) return systemError(errno, path);
+  giveToFoldersOwner(file.file_.get(), file.place_);
   file.temporary_ = unfinished.name.data();
   unfinished.folder = file.folder_.get();
   unfinished.isThere = 1;

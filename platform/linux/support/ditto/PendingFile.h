@@ -21,7 +21,8 @@ namespace ditto {
 /// There may be one at a time in a process.
 class PendingFile {
  public:
-  /// The new file has mode 0644 less the umask. Errors: EISDIR for a folder's path, EINVAL where something
+  /// The new file has mode 0644 less the umask; made by root in somebody else's folder, it belongs to that
+  /// folder's owner and group. Errors: EISDIR for a folder's path, EINVAL where something
   /// else than a regular file or a link has the name (a device is not to be replaced), else the system's.
   [[nodiscard]] static foundation::Result<PendingFile> create(const std::string& path);
   PendingFile(PendingFile&& other) noexcept = default;

@@ -1,0 +1,51 @@
+#include "helpers/SystemLog.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+
+#include "platform/posix/UniqueDescriptor.h"
+
+namespace helpers {
+namespace {
+
+/// syslog(3): LOG_USER.
+constexpr int kFacility = 8;
+
+platform::UniqueDescriptor connectTo(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.empty() || path.size() >= sizeof(address.sun_path)) return {};
+  path.copy(address.sun_path, path.size());
+  platform::UniqueDescriptor log(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!log) return {};
+  if (connect(log.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) return {};
+  return log;
+}
+
+/// "Jan  1 10:00:00", local time. In English: a tool never leaves the C locale.
+std::string stamp() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  std::array<char, 32> text{};
+  if (localtime_r(&now, &local) == nullptr) return "";
+  return {text.data(), std::strftime(text.data(), text.size(), "%b %e %H:%M:%S", &local)};
+}
+
+}  // namespace
+
+void writeToSystemLog(const std::string& socket, LogLevel level, std::string_view tool,
+                      std::string_view line) {
+  const platform::UniqueDescriptor log = connectTo(socket);
+  if (!log) return;
+  std::string text = "<" + std::to_string(kFacility | static_cast<int>(level)) + ">" + stamp() + " ";
+  text.append(tool).append("[" + std::to_string(getpid()) + "]: ").append(line);
+  text.resize(std::min(text.size(), kLongestLogLine));
+  send(log.get(), text.data(), text.size(), MSG_NOSIGNAL);
+}
+
+}  // namespace helpers
