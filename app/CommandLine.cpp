@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "app/MainInterface.h"
 #include "app/TGAppController.h"
 #include "diagnostics/TGException.h"
 #include "diagnostics/TGLog.h"
@@ -97,7 +98,7 @@ int runCommandLine(const std::vector<std::string>& arguments, std::FILE* output)
     if (runSharingCommand(argument)) return 0;
     noteFlag(argument, flags);
   }
-  if (!flags.repair) return platform::current().desktopApplication.run(arguments);
+  if (!flags.repair) return runDesktopApplication(arguments);
   runRepair(flags);
   return 0;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,7 +38,13 @@ class RepairRun {
     std::string name;
   };
 
-  using Stage = void (RepairRun::*)();
+  /// A stage of one version; a request to end is heeded behind it.
+  struct Stage {
+    const char* title;  ///< for the progress indicator
+    void (RepairRun::*work)();
+  };
+  static const std::array<Stage, 8> kVersionStages;
+  static constexpr std::size_t kClosingStages = 2;  ///< behind the last version: the name, the start
 
   bool authorize();
   void reportRefusal();
@@ -54,7 +62,7 @@ class RepairRun {
   void postFinished();
   void reopenCompressors();
 
-  // The stages of one version, in the order in which they run; a request to end is heeded between them.
+  // The stages of one version.
   void stopQmaster();
   void fetchBaseFolders();
   void trashPreferences();
@@ -84,7 +92,10 @@ class RepairRun {
   void repairStartupItemFile(const std::string& name, const std::string& mode);
   void reportMissing(const std::string& path);
 
-  /// False once a run without a window was asked to end.
+  /// Tells the window's progress indicator.
+  void enterStage(const char* title);
+
+  /// False once it was asked to end.
   bool goesOn();
 
   void line(const std::string& text);
@@ -101,7 +112,9 @@ class RepairRun {
   bool errorsFound_ = false;
   bool closedOldCompressor_ = false;
   bool closedCompressor4_ = false;
-  std::optional<int> signal_;          ///< that asked this run to end
+  std::optional<std::string> ending_;  ///< why it ends before its end
+  std::size_t stages_ = 0;             ///< 0 until the versions are known
+  std::size_t stagesBegun_ = 0;
   std::vector<std::string> versions_;  ///< of Compressor, once for each copy
   bool stoppedQmaster_ = false;        ///< of all versions: killtool makes no difference
 

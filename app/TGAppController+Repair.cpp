@@ -57,6 +57,7 @@ bool flag(const foundation::PropertyList& options, const char* key) {
 }  // namespace
 
 void TGAppController::repair() {
+  if (isRepairing()) return;
   // Where the system has no thread left nothing has begun: the button can be tried again.
   guarded("-[TGAppController repair:]", [this] { repairThread().detach(); });
 }
@@ -66,7 +67,13 @@ std::thread TGAppController::repairThread() {
       foundation::PropertyList::Dictionary{{"shouldResetLayout", isOn(resetLayoutCheck)},
                                            {"shouldTrash", isOn(trashPrefs)},
                                            {"shouldResetQmaster", isOn(resetQmasterCheck)}};
-  return std::thread([this, options] { threadedRepair(options); });
+  isRepairing_ = true;
+  try {
+    return std::thread([this, options] { threadedRepair(options); });
+  } catch (...) {
+    isRepairing_ = false;
+    throw;
+  }
 }
 
 void TGAppController::threadedRepair(const foundation::PropertyList& options) {
@@ -86,7 +93,17 @@ void TGAppController::repairStart() {
 
 void TGAppController::repairEnd() {
   if (errorText != nullptr) errorText->setEditable(false);
+  if (repairProgress != nullptr) repairProgress->hide();
   if (repairButton != nullptr) repairButton->setEnabled(true);
+  isRepairing_ = false;
+  if (isAskedToEnd_) platform::current().desktopApplication.terminate();
+}
+
+std::optional<std::string> TGAppController::endRequest() const {
+  if (hasGUI_) return isAskedToEnd_ ? std::optional("Repair stopped.") : std::nullopt;
+  const auto signal = platform::current().interruption.requested();
+  if (!signal) return std::nullopt;
+  return stringWithFormat("Repair interrupted by signal %i.", *signal);
 }
 
 void TGAppController::startRepair(ShouldTrash flag, Silent isSilent) {
@@ -99,6 +116,18 @@ void TGAppController::startRepair(ShouldTrash shouldTrash, ShouldResetLayout sho
           [&] { RepairRun(*this, shouldTrash, shouldResetLayout, isSilent).perform(); });
 }
 
+/// A version's stages, in their order.
+const std::array<RepairRun::Stage, 8> RepairRun::kVersionStages = {{
+    {"Stopping Qmaster", &RepairRun::stopQmaster},
+    {"Looking for Compressor's folders", &RepairRun::fetchBaseFolders},
+    {"Trashing preferences", &RepairRun::trashPreferences},
+    {"Resetting window layout", &RepairRun::resetLayout},
+    {"Checking file permissions", &RepairRun::checkPermissions},
+    {"Removing caches", &RepairRun::removeCaches},
+    {"Removing temporary spool data", &RepairRun::removeSpoolData},
+    {"Clearing history", &RepairRun::clearHistory},
+}};
+
 RepairRun::RepairRun(TGAppController& controller, ShouldTrash shouldTrash,
                      ShouldResetLayout shouldResetLayout, Silent isSilent)
     : controller_(controller),
@@ -108,6 +137,7 @@ RepairRun::RepairRun(TGAppController& controller, ShouldTrash shouldTrash,
 
 void RepairRun::perform() {
   growl("Repairing Compressor...");
+  enterStage("Waiting for authorization");
   TGLog::appendLog("Starting repair...");
   if (!authorize()) {
     reportRefusal();
@@ -139,6 +169,7 @@ void RepairRun::reportRefusal() {
 }
 
 void RepairRun::closeCompressors() {
+  enterStage("Closing Compressor");
   const auto launched = platform::current().applications.launchedIdentifiers();
   closedOldCompressor_ = closeCompressor(launched, kCompressor3, "Waiting for Compressor to exit...");
   closedCompressor4_ = closeCompressor(launched, kCompressor4, "Waiting for Compressor 4 to exit...");
@@ -158,6 +189,7 @@ bool RepairRun::closeCompressor(const std::vector<std::string>& launched, const 
 
 void RepairRun::repairVersions() {
   versions_ = controller_.compressorVersions();
+  stages_ = versions_.size() * kVersionStages.size() + kClosingStages;
   for (const std::string& version : versions_) {
     if (!goesOn()) return;
     repairVersion(version);
@@ -167,11 +199,9 @@ void RepairRun::repairVersions() {
 void RepairRun::repairVersion(const std::string& version) {
   classify(version);
   stoppedQmaster_ = true;
-  for (const Stage stage :
-       {&RepairRun::stopQmaster, &RepairRun::fetchBaseFolders, &RepairRun::trashPreferences,
-        &RepairRun::resetLayout, &RepairRun::checkPermissions, &RepairRun::removeCaches,
-        &RepairRun::removeSpoolData, &RepairRun::clearHistory}) {
-    (this->*stage)();
+  for (const Stage& stage : kVersionStages) {
+    enterStage(stage.title);
+    (this->*stage.work)();
     if (!goesOn()) return;
   }
 }
@@ -284,6 +314,7 @@ void RepairRun::trashFolderContents(const std::optional<std::string>& base, cons
 
 void RepairRun::checkComputerName() {
   if (!goesOn()) return;
+  enterStage("Checking computer name");
   line("Checking computer name...");
   if (controller_.checkComputerName()) return;
   // No error of the repair's: Compressor is whole, the computer's settings are not.
@@ -294,10 +325,11 @@ void RepairRun::checkComputerName() {
 }
 
 void RepairRun::restartQmaster() {
-  if (signal_ && !stoppedQmaster_) return;
+  if (ending_ && !stoppedQmaster_) return;
+  enterStage("Starting Qmaster");
   // Microseconds, on purpose. An interrupted repair may come straight from the stop, though, and killtool,
   // which nobody waits for, must not meet what is started now.
-  platform::current().clock.sleep(signal_ ? std::chrono::nanoseconds(2s) : 250us);
+  platform::current().clock.sleep(ending_ ? std::chrono::nanoseconds(2s) : 250us);
   line("Attempting to start Qmaster...");
   // All of them, also where an interrupted repair has come to one only: killtool makes no difference.
   startQmaster(versions_);
@@ -327,7 +359,7 @@ void RepairRun::startQmaster(const std::vector<std::string>& versions) {
 }
 
 void RepairRun::report() {
-  if (signal_) {
+  if (ending_) {
     reportInterruption();
   } else if (errorsFound_) {
     boldErrorLine(stringWithFormat("Processing complete. %@", kErrorsFound));
@@ -335,13 +367,14 @@ void RepairRun::report() {
     boldLine(stringWithFormat("Processing complete. %@", kAllowTime));
   }
   if (controller_.hasGUI()) {
+    if (ending_) return;  // the window is about to go, and an alert with it
     const std::string text =
         errorsFound_ ? std::string(kErrorsFound) + "\n\nScroll up to see the relevant error messages."
                      : kAllowTime;
     onMainThread([&] { controller_.showAlert(text); });
   } else {
     postFinished();
-    growl(signal_ ? "Repair failed." : "Repair complete.");
+    growl(ending_ ? "Repair failed." : "Repair complete.");
   }
 }
 
@@ -356,7 +389,7 @@ void RepairRun::reportInterruption() {
             ? "Qmaster was started again; run the repair again to finish it."
             : "Qmaster was stopped and is not started for this version; run the repair again to finish it.";
   }
-  const std::string text = stringWithFormat("Repair interrupted by signal %i. %@", *signal_, outcome);
+  const std::string text = stringWithFormat("%@ %@", *ending_, outcome);
   // Said in the log by a silent run too: the services must not change without a word.
   if (isSilent_) TGLog::appendLog("%@", text);
   errorLine(text);
@@ -378,9 +411,16 @@ void RepairRun::reopenCompressors() {
   }
 }
 
+void RepairRun::enterStage(const char* title) {
+  outlets::ProgressIndicator* const progress = controller_.repairProgress;
+  if (progress == nullptr) return;
+  onMainThread([&] { progress->showStage(title, stages_ == 0 ? 0 : stagesBegun_, stages_); });
+  if (stages_ > 0) ++stagesBegun_;
+}
+
 bool RepairRun::goesOn() {
-  if (!signal_ && !controller_.hasGUI()) signal_ = platform::current().interruption.requested();
-  return !signal_;
+  if (!ending_) ending_ = controller_.endRequest();
+  return !ending_;
 }
 
 void RepairRun::line(const std::string& text) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -72,6 +73,17 @@ class TGAppController {
   /// The Repair button: reads the three check boxes and repairs on a detached thread of its own. A thread
   /// that cannot be had is logged.
   void repair();
+
+  /// A repair is under way: from repair() to the end of repairEnd(). Another press of the button, before the
+  /// first one has got as far as disabling it, starts nothing.
+  [[nodiscard]] bool isRepairing() const { return isRepairing_; }
+
+  /// Has the repair of the window end at its next step, as a request to end the process does without a window
+  /// (startRepair); the application is asked to end behind it.
+  void endRepairAndTerminate() { isAskedToEnd_ = true; }
+
+  /// Why a repair is to end at its next step; nullopt while it is not.
+  [[nodiscard]] std::optional<std::string> endRequest() const;
 
   /// What repair() starts, for a caller that wants to wait for the thread. Throws std::system_error where
   /// none can be had.
@@ -222,6 +234,8 @@ class TGAppController {
   void offerCrashAnalysis();
 
   bool hasGUI_ = false;
+  std::atomic<bool> isRepairing_ = false;
+  std::atomic<bool> isAskedToEnd_ = false;
   [[maybe_unused]] bool oldConfigAvailable_ = false;
   std::optional<std::string> outputString_;
 
@@ -240,6 +254,7 @@ class TGAppController {
   outlets::ImageView* logoImageView = nullptr;
   outlets::MenuItem* menuItemResetOldQmasterConfig = nullptr;
   outlets::MenuItem* prefsAdminPass = nullptr;
+  outlets::ProgressIndicator* repairProgress = nullptr;
 
   /// @}
 };

@@ -3,6 +3,10 @@
 #include <string>
 #include <vector>
 
+namespace outlets {
+class InterfaceOwner;
+}
+
 namespace platform {
 
 /// Starts the program as a desktop application with its window.
@@ -11,11 +15,13 @@ class DesktopApplication {
   virtual ~DesktopApplication() = default;
 
   /// Loads the window module of the bundle and runs the application until it ends; the arguments are the
-  /// program's, unchanged. Answers the exit status. Without a display, or without the module, it says so in
-  /// one line on standard error and answers 1.
-  virtual int run(const std::vector<std::string>& arguments) = 0;
+  /// program's, unchanged, and the owner (ui/InterfaceOwner.h) is handed to the module unseen. Answers the
+  /// exit status. Without a display, or without the module, it says so in one line on standard error and
+  /// answers 1.
+  virtual int run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner) = 0;
 
-  /// Asks the running application to end, as its Quit command does; may return before it has.
+  /// Asks the running application to end, as its Quit command does when nothing is under way; may return
+  /// before it has.
   virtual void terminate() = 0;
 };
 

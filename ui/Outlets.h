@@ -67,6 +67,16 @@ class CheckBox : public Switch {};
 
 class MenuItem : public Switch {};
 
+/// Shows how far a repair has come.
+class ProgressIndicator {
+ public:
+  virtual ~ProgressIndicator() = default;
+  /// The stage that begins, how many are behind it, and how many there are; 0 while that is not known yet.
+  virtual void showStage(const std::string& title, std::size_t done, std::size_t total) = 0;
+  /// Nothing is under way any more.
+  virtual void hide() = 0;
+};
+
 /// A picture; nothing is asked of it.
 class ImageView {
  public:

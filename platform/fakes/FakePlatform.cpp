@@ -679,8 +679,9 @@ std::optional<int> FakeInterruption::requested() {
   return signal;
 }
 
-int FakeDesktopApplication::run(const std::vector<std::string>& arguments) {
+int FakeDesktopApplication::run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner) {
   recorder_.add(joined("desktop application", arguments));
+  if (whileRunning) whileRunning(owner);
   return result;
 }
 

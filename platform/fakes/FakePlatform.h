@@ -560,10 +560,12 @@ class FakeInterruption : public platform::Interruption {
 class FakeDesktopApplication : public platform::DesktopApplication {
  public:
   explicit FakeDesktopApplication(Recorder& recorder) : recorder_(recorder) {}
-  int run(const std::vector<std::string>& arguments) override;
+  int run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner) override;
   void terminate() override { recorder_.add("terminate application"); }
 
   int result = 0;
+  /// What the window does in its life.
+  std::function<void(outlets::InterfaceOwner&)> whileRunning;
 
  private:
   Recorder& recorder_;

@@ -13,7 +13,7 @@ inline constexpr const char* kApplication = "com.vordenworks.Quillmend";
 inline constexpr const char* kCrashAnalysisApplication = "com.vordenworks.StellateToolbox";
 inline constexpr const char* kBugReporterApplication = "com.vordenworks.BugReporter";
 
-/// The maker's web site, without a slash at its end.
-inline constexpr const char* kWebSite = "https://www.vordenworks.example";
+/// The maker's web site, without a slash at its end; the build says which (QUILLMEND_WEB_SITE).
+extern const char* const kWebSite;
 
 }  // namespace identifiers

@@ -5,6 +5,7 @@
 namespace platform {
 
 void LinuxAlerts::runPanel(const std::string& title, const std::string& message) {
+  if (panels_ != nullptr) return panels_->runPanel(title, message);
   NSLog("%@", title);
   if (!message.empty()) NSLog("%@", message);
 }

@@ -1,5 +1,7 @@
 #include "platform/linux/LinuxClock.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <ctime>
 
@@ -34,6 +36,8 @@ void LinuxClock::sleep(std::chrono::nanoseconds duration) {
   if (duration.count() <= 0) return;
   // An absolute end, so that signals that arrive meanwhile do not add up to a longer or shorter pause.
   const timespec end = momentAfter(uptime(), duration);
+  // What the loop leaves of the time, as it does when the application is about to end, is slept.
+  if (::gettid() == ::getpid() && eventLoop_ != nullptr) eventLoop_->runUntilReadable(-1, duration);
   while (::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) == EINTR) {
   }
 }

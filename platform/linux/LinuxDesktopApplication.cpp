@@ -11,9 +11,6 @@
 namespace platform {
 namespace {
 
-using WindowMain = int(int argc, char** argv);
-using WindowTerminate = void();
-
 int complain(std::string what) {
   std::replace(what.begin(), what.end(), '\n', ' ');
   std::fprintf(stderr, "Quillmend: %s\n", what.c_str());
@@ -30,34 +27,59 @@ std::string loaderMessage() {
   return message == nullptr ? "unknown reason" : message;
 }
 
-int call(WindowMain* windowMain, std::vector<std::string> arguments) {
+int call(WindowModuleMain* windowMain, std::vector<std::string> arguments, WindowHost& host,
+         outlets::InterfaceOwner& owner) {
   std::vector<char*> pointers;
   pointers.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
-  return windowMain(static_cast<int>(arguments.size()), pointers.data());
+  return windowMain(static_cast<int>(arguments.size()), pointers.data(), &host, &owner);
 }
 
 }  // namespace
 
-int LinuxDesktopApplication::run(const std::vector<std::string>& arguments) {
+int LinuxDesktopApplication::run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner) {
   if (!hasValue("WAYLAND_DISPLAY") && !hasValue("DISPLAY")) {
     return complain("no display: neither WAYLAND_DISPLAY nor DISPLAY is set");
   }
   const std::string path = current().mainBundle.path() + "/Contents/Frameworks/libQuillmendWindow.so";
   // Never unloaded: a toolkit leaves exit handlers behind.
-  module_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (module_ == nullptr) return complain("no window module: " + loaderMessage());
-  auto* const windowMain = reinterpret_cast<WindowMain*>(::dlsym(module_, "QuillmendWindowMain"));
+  void* const module = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (module == nullptr) return complain("no window module: " + loaderMessage());
+  auto* const windowMain = reinterpret_cast<WindowModuleMain*>(::dlsym(module, kWindowModuleMain));
   if (windowMain == nullptr) return complain("no window module: " + loaderMessage());
-  return call(windowMain, arguments);
+  interruption_.defer();
+  return call(windowMain, arguments, *this, owner);
 }
 
 void LinuxDesktopApplication::terminate() {
-  if (module_ == nullptr) return;
-  auto* const windowTerminate =
-      reinterpret_cast<WindowTerminate*>(::dlsym(module_, "QuillmendWindowTerminate"));
-  if (windowTerminate != nullptr) windowTerminate();
+  if (auto* const application = application_.load()) application->terminate();
+}
+
+int LinuxDesktopApplication::workDescriptor() {
+  return mainThread_.workDescriptor();
+}
+
+void LinuxDesktopApplication::serveQueued() {
+  mainThread_.serveQueued();
+}
+
+int LinuxDesktopApplication::endRequestDescriptor() {
+  return interruption_.requestDescriptor();
+}
+
+void LinuxDesktopApplication::applicationDidStart(WindowApplication& application) {
+  application_ = &application;
+  mainThread_.setEventLoop(&application);
+  clock_.setEventLoop(&application);
+  alerts_.setPanels(&application);
+}
+
+void LinuxDesktopApplication::applicationDidEnd() {
+  alerts_.setPanels(nullptr);
+  clock_.setEventLoop(nullptr);
+  mainThread_.setEventLoop(nullptr);
+  application_ = nullptr;
 }
 
 }  // namespace platform

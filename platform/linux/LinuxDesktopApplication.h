@@ -1,30 +1,44 @@
 #pragma once
 
+#include <atomic>
+
 #include "platform/DesktopApplication.h"
+#include "platform/WindowModule.h"
+#include "platform/linux/LinuxAlerts.h"
+#include "platform/linux/LinuxClock.h"
+#include "platform/linux/LinuxInterruption.h"
+#include "platform/linux/LinuxMainThread.h"
 
 namespace platform {
 
 /// The desktop application in a module of its own, so that a run without a window never loads a toolkit: the
-/// bundle's Contents/Frameworks/libQuillmendWindow.so, loaded by dlopen(3), whose function
-///
-///     extern "C" int QuillmendWindowMain(int argc, char** argv);
-///
-/// runs the application and answers its exit status. `argv` ends with a null pointer and may be changed. Its
-/// function
-///
-///     extern "C" void QuillmendWindowTerminate();
-///
-/// may be called on any thread while the first one runs, and makes it return soon.
+/// bundle's Contents/Frameworks/libQuillmendWindow.so, loaded by dlopen(3) and never unloaded
+/// (WindowModule.h).
 ///
 /// A display is what $WAYLAND_DISPLAY or $DISPLAY names. Without one, without the module, or without the
-/// function in it, one line that begins with "Quillmend: " goes to standard error and the status is 1.
-class LinuxDesktopApplication : public DesktopApplication {
+/// function in it, one line that begins with "Quillmend: " goes to standard error and the status is 1. From
+/// then on SIGTERM, SIGINT and SIGHUP are requests to end the application.
+class LinuxDesktopApplication : public DesktopApplication, private WindowHost {
  public:
-  int run(const std::vector<std::string>& arguments) override;
+  LinuxDesktopApplication(LinuxClock& clock, LinuxMainThread& mainThread, LinuxAlerts& alerts,
+                          LinuxInterruption& interruption)
+      : clock_(clock), mainThread_(mainThread), alerts_(alerts), interruption_(interruption) {}
+
+  int run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner) override;
   void terminate() override;
 
  private:
-  void* module_ = nullptr;
+  int workDescriptor() override;
+  void serveQueued() override;
+  int endRequestDescriptor() override;
+  void applicationDidStart(WindowApplication& application) override;
+  void applicationDidEnd() override;
+
+  LinuxClock& clock_;
+  LinuxMainThread& mainThread_;
+  LinuxAlerts& alerts_;
+  LinuxInterruption& interruption_;
+  std::atomic<WindowApplication*> application_ = nullptr;
 };
 
 }  // namespace platform

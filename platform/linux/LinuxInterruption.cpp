@@ -1,7 +1,11 @@
 #include "platform/linux/LinuxInterruption.h"
 
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 
 namespace platform {
@@ -11,11 +15,16 @@ constexpr std::array<int, 3> kSignals = {SIGTERM, SIGINT, SIGHUP};
 
 // A signal's handling belongs to the process, not to an object.
 std::atomic<int> firstSignal = 0;
+// Made by the first defer() and kept: a handler may use it at any time.
+std::atomic<int> requestEvent = -1;
 static_assert(std::atomic<int>::is_always_lock_free, "written by a signal handler");
 
 void note(int signal) {
   int none = 0;
-  firstSignal.compare_exchange_strong(none, signal);
+  if (!firstSignal.compare_exchange_strong(none, signal)) return;
+  const int before = errno;
+  ::eventfd_write(requestEvent, 1);
+  errno = before;
 }
 
 bool hasHandler(int signal, void (*handler)(int)) {
@@ -34,6 +43,7 @@ void setHandler(int signal, void (*handler)(int)) {
 }  // namespace
 
 void LinuxInterruption::defer() {
+  if (requestEvent < 0) requestEvent = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   sigset_t heard;
   sigemptyset(&heard);
   for (const int signal : kSignals) {
@@ -54,7 +64,13 @@ void LinuxInterruption::deliver() {
   for (const int signal : kSignals) {
     if (hasHandler(signal, note)) setHandler(signal, SIG_DFL);
   }
+  eventfd_t count = 0;
+  ::eventfd_read(requestEvent, &count);
   if (const int signal = firstSignal.exchange(0); signal != 0) ::raise(signal);
+}
+
+int LinuxInterruption::requestDescriptor() const {
+  return requestEvent;
 }
 
 }  // namespace platform

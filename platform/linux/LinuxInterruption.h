@@ -11,6 +11,9 @@ class LinuxInterruption : public Interruption {
   void defer() override;
   std::optional<int> requested() override;
   void deliver() override;
+
+  /// Readable from the first signal noted to its delivery; -1 before the first defer().
+  [[nodiscard]] int requestDescriptor() const;
 };
 
 }  // namespace platform

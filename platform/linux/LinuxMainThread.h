@@ -4,19 +4,10 @@
 #include <mutex>
 
 #include "platform/MainThread.h"
+#include "platform/WindowModule.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
-
-/// An event loop that owns the main thread while a window is open.
-class EventLoop {
- public:
-  virtual ~EventLoop() = default;
-
-  /// As MainThread::serveUntilReadable, handling the loop's own events too. It hears of queued work by
-  /// watching LinuxMainThread::workDescriptor() and does it by calling LinuxMainThread::serveQueued().
-  virtual bool runUntilReadable(int descriptor, std::optional<std::chrono::nanoseconds> interval) = 0;
-};
 
 /// The thread whose id is the process's; a queue, and an eventfd(2) that is readable while something is
 /// queued. Work that nobody waits for and that throws is reported on the system console and dropped.

@@ -77,7 +77,7 @@ struct LinuxPlatform {
   LinuxGathering gathering{fileQueries};
   LinuxAlerts alerts;
   LinuxInterruption interruption;
-  LinuxDesktopApplication desktopApplication;
+  LinuxDesktopApplication desktopApplication{clock, mainThread, alerts, interruption};
   Platform platform{clock,
                     mainThread,
                     userInterfaceEvents,

@@ -8,6 +8,8 @@
 namespace {
 
 constexpr const char* kProgram = "/Applications/Quillmend.app/Contents/MacOS/Quillmend";
+/// A request to end that came while the window was open has its effect behind it.
+constexpr const char* kDelivered = "deliver interruption";
 constexpr const char* kTool = "/usr/sbin/qmasterprefs";
 
 const char* const kHelp =
@@ -165,12 +167,13 @@ INSTANTIATE_TEST_SUITE_P(Flags, TrashFlagTest,
 TEST_F(CommandLineTest, FlagsWithoutRepairStartTheDesktopApplicationWithUnchangedArguments) {
   mac.desktopApplication.result = 7;
   EXPECT_EQ(run({"-Silent", "-trash"}), 7);
-  EXPECT_EQ(recorded(), text({"desktop application " + std::string(kProgram) + " -Silent -trash"}));
+  EXPECT_EQ(recorded(),
+            text({"desktop application " + std::string(kProgram) + " -Silent -trash", kDelivered}));
 }
 
 TEST_F(CommandLineTest, NoArgumentStartsTheDesktopApplication) {
   EXPECT_EQ(run({}), 0);
-  EXPECT_EQ(recorded(), text({"desktop application " + std::string(kProgram)}));
+  EXPECT_EQ(recorded(), text({"desktop application " + std::string(kProgram), kDelivered}));
 }
 
 TEST_F(CommandLineTest, UnknownArgumentsAreIgnored) {
@@ -180,7 +183,7 @@ TEST_F(CommandLineTest, UnknownArgumentsAreIgnored) {
 
 TEST_F(CommandLineTest, AnEmptyArgumentListStartsTheDesktopApplication) {
   EXPECT_EQ(runCommandLine({}, printout.stream()), 0);
-  EXPECT_EQ(recorded(), text({"desktop application"}));
+  EXPECT_EQ(recorded(), text({"desktop application", kDelivered}));
 }
 
 TEST_F(CommandLineTest, StopSharingEndsTheProgramBeforeRepairIsSeen) {

@@ -114,6 +114,22 @@ class FakeSwitch : public Outlet {
   Recorder& recorder_;
 };
 
+/// Records "stage 1 of 10 TITLE" and "progress hidden".
+class FakeProgress : public outlets::ProgressIndicator {
+ public:
+  explicit FakeProgress(Recorder& recorder) : recorder_(recorder) {}
+  void showStage(const std::string& title, std::size_t done, std::size_t total) override {
+    recorder_.add("stage " + std::to_string(done) + " of " + std::to_string(total) + " " + title);
+    if (whenShown) whenShown(title);
+  }
+  void hide() override { recorder_.add("progress hidden"); }
+
+  std::function<void(const std::string& title)> whenShown;
+
+ private:
+  Recorder& recorder_;
+};
+
 class FakeWindow : public outlets::Window {
  public:
   explicit FakeWindow(Recorder& recorder) : recorder_(recorder) {}

@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <future>
 
 #include "platform/foundation/Paths.h"
 #include "tests/app/ControllerTest.h"
+#include "tests/support/Gate.h"
 #include "tests/support/NoMoreThreads.h"
 
 // The whole procedure, line by line. The console's lines and the calls to the system are recorded in one
@@ -858,6 +860,75 @@ TEST_F(RepairTest, TheWindowsRepairDoesNotHeedRequestsToEnd) {
   EXPECT_EQ(
       seen(),
       text(all({started(), stopped4(), cleaned4(), nameChecked(), restarted({"4.0"}), ended(kSuccess)})));
+}
+
+// Progress, and the end before the end.
+
+TEST_F(RepairTest, TheProgressGoesThroughTheStagesWithoutTouchingTheConsole) {
+  install4();
+  start(Form::window);
+  fakes::Recorder stages;
+  fakes::FakeProgress progress(stages);
+  repair();
+  const auto without = seen();
+  const std::string linesWithout = console.text;
+  mac.recorder.clear();
+  controller->repairProgress = &progress;
+  console.text.clear();
+  repair();
+  EXPECT_EQ(console.text, linesWithout);
+  EXPECT_EQ(text(stages.lines()),
+            text({"stage 0 of 0 Waiting for authorization", "stage 0 of 0 Closing Compressor",
+                  "stage 0 of 10 Stopping Qmaster", "stage 1 of 10 Looking for Compressor's folders",
+                  "stage 2 of 10 Trashing preferences", "stage 3 of 10 Resetting window layout",
+                  "stage 4 of 10 Checking file permissions", "stage 5 of 10 Removing caches",
+                  "stage 6 of 10 Removing temporary spool data", "stage 7 of 10 Clearing history",
+                  "stage 8 of 10 Checking computer name", "stage 9 of 10 Starting Qmaster"}));
+}
+
+TEST_F(RepairTest, TheEndOfTheRepairHidesTheProgress) {
+  start(Form::window);
+  fakes::FakeProgress progress(mac.recorder);
+  controller->repairProgress = &progress;
+  controller->repairEnd();
+  EXPECT_EQ(recorded(), text({"progress hidden", "button enabled"}));
+}
+
+TEST_F(RepairTest, ARepairThatIsAskedToEndLeavesTheRestOutStartsQmasterAndEndsTheApplication) {
+  install4();
+  becomeRoot();
+  start(Form::window);
+  fakes::Recorder stages;
+  fakes::FakeProgress progress(stages);
+  controller->repairProgress = &progress;
+  progress.whenShown = [this](const std::string& title) {
+    if (title == "Removing caches") controller->endRepairAndTerminate();
+  };
+  controller->threadedRepair({});
+  EXPECT_THAT(console.text, testing::HasSubstr("Removing caches..."));
+  EXPECT_THAT(console.text, testing::Not(testing::HasSubstr("Removing temporary spool data...")));
+  EXPECT_THAT(console.text, testing::HasSubstr("Attempting to start Qmaster..."));
+  EXPECT_THAT(console.text, testing::EndsWith("Repair stopped. Qmaster was started again; run the repair "
+                                              "again to finish it."));
+  EXPECT_THAT(recorded(), testing::Not(testing::HasSubstr("sheet")));
+  EXPECT_EQ(mac.recorder.lines().back(), "terminate application");
+}
+
+TEST_F(RepairTest, ASecondPressBeforeTheFirstHasDisabledTheButtonStartsNothing) {
+  start(Form::window);
+  Gate gate;
+  fakes::Recorder stages;
+  fakes::FakeProgress progress(stages);
+  controller->repairProgress = &progress;
+  progress.whenShown = [&](const std::string&) { gate.wait()(); };
+  std::thread first = controller->repairThread();
+  EXPECT_TRUE(controller->isRepairing());
+  controller->repair();
+  gate.open();
+  first.join();
+  EXPECT_FALSE(controller->isRepairing());
+  const Lines& lines = mac.recorder.lines();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "button disabled"), 1);
 }
 
 // The window's button.

@@ -4,10 +4,12 @@
 
 #include <filesystem>
 #include <optional>
+#include <thread>
 
 #include "platform/fakes/FakePlatform.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
+#include "ui/InterfaceOwner.h"
 
 namespace platform {
 namespace {
@@ -16,6 +18,22 @@ using support::EnvironmentVariable;
 using support::TemporaryFolder;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+
+/// An owner that nothing is asked of.
+class NoOwner : public outlets::InterfaceOwner {
+ public:
+  void interfaceDidLoad(const outlets::Connections&) override {}
+  bool respondsToAction(const std::string&) override { return false; }
+  void performAction(const std::string&, outlets::Sender*) override {}
+  void openAddress(const std::string&) override {}
+  bool isRepairing() override { return false; }
+  void endRepairAndTerminate() override {}
+  bool shouldTerminateAfterLastWindowClosed() override { return true; }
+  void applicationWillTerminate() override {}
+  std::string windowFrame() override { return ""; }
+  void setWindowFrame(const std::string&) override {}
+  std::string version() override { return ""; }
+};
 
 /// A bundle of the test's own, with a display and with the test's window module where a test puts it.
 class LinuxDesktopApplicationTest : public ::testing::Test {
@@ -27,9 +45,9 @@ class LinuxDesktopApplicationTest : public ::testing::Test {
     std::filesystem::copy_file(from, bundle / "Contents/Frameworks/libQuillmendWindow.so");
   }
   /// The line on standard error; expects the status 1.
-  static std::string complaint() {
+  std::string complaint() {
     ::testing::internal::CaptureStderr();
-    EXPECT_EQ(LinuxDesktopApplication().run({"Quillmend"}), 1);
+    EXPECT_EQ(application.run({"Quillmend"}, owner), 1);
     std::string text = ::testing::internal::GetCapturedStderr();
     EXPECT_EQ(text.find('\n') + 1, text.size()) << "one line";
     return text;
@@ -37,6 +55,12 @@ class LinuxDesktopApplicationTest : public ::testing::Test {
 
   fakes::FakePlatform fake;
   TemporaryFolder bundle;
+  LinuxMainThread mainThread;
+  LinuxAlerts alerts;
+  LinuxInterruption interruption;
+  LinuxClock clock;
+  LinuxDesktopApplication application{clock, mainThread, alerts, interruption};
+  NoOwner owner;
   EnvironmentVariable wayland{"WAYLAND_DISPLAY", std::nullopt};
   EnvironmentVariable display{"DISPLAY", ":99"};
 };
@@ -44,8 +68,51 @@ class LinuxDesktopApplicationTest : public ::testing::Test {
 TEST_F(LinuxDesktopApplicationTest, RunsTheWindowModuleWithTheArguments) {
   putModule(WINDOW_MODULE);
   const EnvironmentVariable record("WINDOW_MODULE_RECORD", bundle / "record");
-  EXPECT_EQ(LinuxDesktopApplication().run({"/path/Quillmend", "-trash", "", "a b"}), 42);
-  EXPECT_EQ(bundle.content("record"), "[/path/Quillmend][-trash][][a b]");
+  EXPECT_EQ(application.run({"/path/Quillmend", "-trash", "", "a b"}, owner), 42);
+  EXPECT_EQ(bundle.content("record"), "[/path/Quillmend][-trash][][a b][hears]");
+}
+
+TEST_F(LinuxDesktopApplicationTest, WaitsAlertsAndTheEndAreTheWindowsWhileItRuns) {
+  putModule(WINDOW_MODULE);
+  const EnvironmentVariable record("WINDOW_MODULE_RECORD", bundle / "record");
+  const auto ask = [this] {
+    EXPECT_TRUE(mainThread.serveUntilReadable(7, std::nullopt));
+    alerts.runPanel("Title", "Message");
+    application.terminate();
+  };
+  mainThread.perform(ask, Wait::no);
+  EXPECT_EQ(application.run({}, owner), 42);
+  EXPECT_EQ(bundle.content("record"), "[wait 7][panel Title: Message][terminate][hears]");
+}
+
+TEST_F(LinuxDesktopApplicationTest, PausesOfTheMainThreadAreTheWindowsWhileItRunsAndLastAsLongAsEver) {
+  putModule(WINDOW_MODULE);
+  const EnvironmentVariable record("WINDOW_MODULE_RECORD", bundle / "record");
+  constexpr auto kPause = std::chrono::milliseconds(5);
+  std::chrono::nanoseconds lasted{0};
+  const auto pause = [&] {
+    const auto start = clock.uptime();
+    clock.sleep(kPause);
+    lasted = clock.uptime() - start;
+  };
+  mainThread.perform([&] { std::thread(pause).join(); }, Wait::no);
+  EXPECT_EQ(application.run({}, owner), 42);
+  EXPECT_EQ(bundle.content("record"), "[hears]") << "another thread's are not";
+  mainThread.perform(pause, Wait::no);
+  EXPECT_EQ(application.run({}, owner), 42);
+  EXPECT_EQ(bundle.content("record"), "[wait -1][hears]");
+  EXPECT_GE(lasted, kPause) << "this window's waits are over at once";
+}
+
+TEST_F(LinuxDesktopApplicationTest, WaitsAndAlertsAreThePlatformsAgainAfterwards) {
+  putModule(WINDOW_MODULE);
+  const EnvironmentVariable record("WINDOW_MODULE_RECORD", bundle / "record");
+  EXPECT_EQ(application.run({}, owner), 42);
+  EXPECT_FALSE(mainThread.serveUntilReadable(-1, std::chrono::nanoseconds(0)));
+  alerts.runPanel("Title", "");
+  EXPECT_THAT(fake.systemConsole.messages(), ::testing::ElementsAre("Title"));
+  application.terminate();  // nobody is there to hear it
+  EXPECT_EQ(bundle.content("record"), "[hears]");
 }
 
 TEST_F(LinuxDesktopApplicationTest, SaysSoInOneLineWithoutADisplay) {

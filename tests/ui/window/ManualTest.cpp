@@ -1,0 +1,72 @@
+#include <gmock/gmock.h>
+
+#include <QFileInfo>
+#include <QProcess>
+
+#include "tests/ui/window/DesktopSession.h"
+
+// The manual in the bundle, as somebody reads it.
+
+namespace window {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+const QString kManual = QStringLiteral(QUILLMEND_BUNDLE "/Contents/Resources/Quillmend User Manual.pdf");
+
+std::string outputOf(const QString& tool, const QStringList& arguments) {
+  QProcess program;
+  program.start(tool, arguments);
+  EXPECT_TRUE(program.waitForFinished());
+  EXPECT_EQ(program.exitCode(), 0) << tool.toStdString();
+  return program.readAllStandardOutput().toStdString();
+}
+
+/// All of it, however its lines are broken.
+std::string text() {
+  const std::string pages = outputOf(QStringLiteral("pdftotext"), {kManual, QStringLiteral("-")});
+  return QString::fromStdString(pages).simplified().toStdString();
+}
+
+TEST(Manual, EveryMessageThatNeedsAnAnswerHasOne) {
+  const std::string manual = text();
+  for (const char* message :
+       {"does not exist. You are advised to reinstall Compressor / Qmaster.",
+        "is not readable... attempting fix.", "is not readable... unable to fix.",
+        "Unsupported Compressor version... running in limited mode.",
+        "Your computer does not have a computer name or local hostname set.",
+        "Critical error: /Library/StartupItems/Qmaster/Qmaster cannot be found. Please reinstall Qmaster.",
+        "Errors were found during processing.", "Repair stopped."}) {
+    EXPECT_NE(manual.find(message), std::string::npos) << message;
+  }
+}
+
+TEST(Manual, EveryStepOfARepairIsExplained) {
+  const std::string manual = text();
+  for (const char* line :
+       {"Starting repair...", "Waiting for Compressor to exit...", "Stopping Qmaster...",
+        "Trashing preferences...", "Resetting window layout...", "Checking file permissions...",
+        "Removing caches...", "Removing temporary spool data...", "Clearing history...",
+        "Checking computer name...", "Attempting to start Qmaster...", "Relaunching menu bar icon..."}) {
+    EXPECT_NE(manual.find(line), std::string::npos) << line;
+  }
+}
+
+TEST(Manual, ItTellsTheVersionAndWhereHelpIs) {
+  const std::string manual = text();
+  EXPECT_THAT(manual, HasSubstr("Version 2.1"));
+  EXPECT_THAT(manual, HasSubstr("https://www.vordenworks.example/software_bugreport.htm"));
+  EXPECT_THAT(manual, Not(HasSubstr("@")));
+  for (const char* scheduler : {"crontab -e", "systemctl enable", "launchctl load"}) {
+    EXPECT_NE(manual.find(scheduler), std::string::npos) << scheduler;
+  }
+}
+
+TEST(Manual, TheWindowIsPicturedThreeTimes) {
+  const std::string list = outputOf(QStringLiteral("pdfimages"), {QStringLiteral("-list"), kManual});
+  EXPECT_EQ(QString::fromStdString(list).count(QStringLiteral(" 1120 ")), 3) << list;
+}
+
+}  // namespace
+}  // namespace window

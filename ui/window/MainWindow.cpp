@@ -1,0 +1,234 @@
+#include "ui/window/MainWindow.h"
+
+#include <QAccessible>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QFile>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QScreen>
+
+#include "ui/window/Panels.h"
+#include "ui/window/WidgetOutlets.h"
+#include "ui_MainWindow.h"
+
+namespace window {
+
+/// The outlets that stand for controls.
+struct MainWindow::Parts {
+  explicit Parts(Ui::MainWindow& ui)
+      : repairButton(*ui.repairButton,
+                     // What a repair does too is not to be done beside it.
+                     {ui.repair, ui.menuRestartQmaster, ui.menuStopQmaster, ui.menuTrashCompressorPrefs,
+                      ui.menuTrashCompressor4Prefs, ui.resetWindowLayout}),
+        trashPrefs(*ui.trashPrefs),
+        resetQmasterCheck(*ui.resetQmasterCheck),
+        resetLayoutCheck(*ui.resetLayoutCheck),
+        menuItemResetOldQmasterConfig(*ui.menuItemResetOldQmasterConfig),
+        prefsAdminPass(*ui.prefsAdminPass) {}
+
+  ButtonOutlet repairButton;
+  CheckBoxOutlet trashPrefs;
+  CheckBoxOutlet resetQmasterCheck;
+  CheckBoxOutlet resetLayoutCheck;
+  MenuItemOutlet menuItemResetOldQmasterConfig;
+  MenuItemOutlet prefsAdminPass;
+};
+
+MainWindow::MainWindow(outlets::InterfaceOwner& owner)
+    : owner_(owner), ui_(std::make_unique<Ui::MainWindow>()) {
+  ui_->setupUi(this);
+  parts_ = std::make_unique<Parts>(*ui_);
+  dress();
+  connectActions();
+  connectOwnActions();
+}
+
+MainWindow::~MainWindow() = default;
+
+QList<QAbstractButton*> MainWindow::boxes() const {
+  return {ui_->trashPrefs, ui_->resetQmasterCheck, ui_->resetLayoutCheck};
+}
+
+/// What an interface description cannot say.
+void MainWindow::dress() {
+  constexpr double kNameScale = 1.7;
+  QFont name = font();
+  name.setPointSizeF(name.pointSizeF() * kNameScale);
+  name.setBold(true);
+  ui_->productName->setFont(name);
+  ui_->productPurpose->setForegroundRole(QPalette::PlaceholderText);
+  QSizePolicy policy = ui_->repairProgress->sizePolicy();
+  policy.setRetainSizeWhenHidden(true);  // nothing moves when it comes and goes
+  ui_->repairProgress->setSizePolicy(policy);
+  ui_->repairProgress->hide();
+  ui_->repairButton->setFocus();
+  dressBoxes();
+  setMinimumSize(minimumSize().expandedTo(ui_->content->minimumSizeHint()));  // large fonts need more room
+}
+
+/// On a dark ground the toolkit draws an empty box nearly as dark.
+void MainWindow::dressBoxes() {
+  QPalette own;  // whatever is not set here is inherited
+  const QColor ground = palette().color(QPalette::Window);
+  constexpr int kHalf = 128;
+  constexpr int kLighter = 190;
+  if (ground.lightness() < kHalf) own.setColor(QPalette::Base, ground.lighter(kLighter));
+  for (QAbstractButton* const box : boxes()) box->setPalette(own);
+}
+
+outlets::Connections MainWindow::connections() {
+  return {.windowMain = this,
+          .errorText = ui_->errorText,
+          .repairButton = &parts_->repairButton,
+          .trashPrefs = &parts_->trashPrefs,
+          .resetQmasterCheck = &parts_->resetQmasterCheck,
+          .resetLayoutCheck = &parts_->resetLayoutCheck,
+          .logoImageView = ui_->logoImageView,
+          .menuItemResetOldQmasterConfig = &parts_->menuItemResetOldQmasterConfig,
+          .prefsAdminPass = &parts_->prefsAdminPass,
+          .repairProgress = this};
+}
+
+void MainWindow::perform(const QString& action, outlets::Sender* sender) {
+  owner_.performAction(action.toStdString(), sender);
+}
+
+void MainWindow::connectActions() {
+  const QList<QAction*> own = {ui_->closeWindow, ui_->quit, ui_->copy, ui_->selectAll,
+                               ui_->minimize,    ui_->zoom, ui_->about};
+  for (QMenu* const menu : ui_->menuBar->findChildren<QMenu*>(Qt::FindDirectChildrenOnly)) {
+    for (QAction* const item : menu->actions()) {
+      if (item->isSeparator() || own.contains(item) || item == ui_->prefsAdminPass) continue;
+      item->setEnabled(owner_.respondsToAction(item->objectName().toStdString()));
+      connect(item, &QAction::triggered, this, [this, item] { perform(item->objectName(), nullptr); });
+    }
+  }
+  connect(ui_->prefsAdminPass, &QAction::triggered, this,
+          [this] { perform(QStringLiteral("prefsToggleAdminPass"), &parts_->prefsAdminPass); });
+  connect(ui_->repairButton, &QPushButton::clicked, ui_->repair, &QAction::trigger);
+  for (QAbstractButton* const box : boxes()) {
+    connect(box, &QAbstractButton::clicked, this,
+            [this] { perform(QStringLiteral("storeOptions"), nullptr); });
+  }
+}
+
+void MainWindow::connectOwnActions() {
+  connect(ui_->closeWindow, &QAction::triggered, this, &QWidget::close);
+  connect(ui_->quit, &QAction::triggered, this, &QWidget::close);
+  connect(ui_->copy, &QAction::triggered, ui_->errorText, &QPlainTextEdit::copy);
+  connect(ui_->selectAll, &QAction::triggered, ui_->errorText, &QPlainTextEdit::selectAll);
+  connect(ui_->minimize, &QAction::triggered, this, &QWidget::showMinimized);
+  connect(ui_->zoom, &QAction::triggered, this, [this] { isMaximized() ? showNormal() : showMaximized(); });
+  connect(ui_->about, &QAction::triggered, this, [this] { showAbout(); });
+  ui_->errorText->setLinkOpener([this](const std::string& address) { owner_.openAddress(address); });
+}
+
+void MainWindow::beginAlertSheet(const std::string& message, const std::string& informativeText) {
+  QMessageBox* const sheet =
+      makePanel(this, QString::fromStdString(message), QString::fromStdString(informativeText));
+  sheet->setAttribute(Qt::WA_DeleteOnClose);
+  sheet->setWindowFlag(Qt::Sheet);
+  addDefaultButton(*sheet);
+  sheet->open();
+}
+
+/// A label does not announce its new text by itself.
+void MainWindow::tellStage(const QString& text) {
+  ui_->repairStage->setText(text);
+  QAccessibleEvent change(ui_->repairStage, QAccessible::NameChanged);
+  QAccessible::updateAccessibility(&change);
+}
+
+void MainWindow::showStage(const std::string& title, std::size_t done, std::size_t total) {
+  tellStage(isEnding_ ? tr("Ending after this step…") : QString::fromStdString(title) + u'…');
+  ui_->repairProgress->show();  // what is not seen is not announced either
+  // A maximum of 0 is a bar that only shows that something goes on.
+  ui_->repairProgress->setMaximum(static_cast<int>(total));
+  ui_->repairProgress->setValue(static_cast<int>(done));
+}
+
+void MainWindow::hide() {
+  ui_->repairProgress->hide();
+  tellStage(tr("Ready"));
+  if (question_ != nullptr) question_->reject();  // nothing is left to ask about
+}
+
+void MainWindow::changeEvent(QEvent* event) {
+  QMainWindow::changeEvent(event);
+  if (event->type() == QEvent::PaletteChange) dressBoxes();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+  if (mayClose_ || !owner_.isRepairing()) {
+    saveFrame();
+    event->accept();
+    return;
+  }
+  event->ignore();
+  if (!isEnding_ && question_ == nullptr) askBeforeClosing();
+}
+
+void MainWindow::askBeforeClosing() {
+  question_ = makePanel(this, tr("A repair is under way."),
+                        tr("If you quit now, the step under way comes to its end, the rest is left out, and "
+                           "Qmaster is started again."));
+  question_->setAttribute(Qt::WA_DeleteOnClose);
+  question_->setWindowFlag(Qt::Sheet);
+  QPushButton* const quit = question_->addButton(tr("&Quit After This Step"), QMessageBox::DestructiveRole);
+  QPushButton* const stay = question_->addButton(tr("&Continue Repair"), QMessageBox::RejectRole);
+  question_->setDefaultButton(stay);
+  question_->setEscapeButton(stay);
+  connect(quit, &QPushButton::clicked, this, [this] { endAndTerminate(); });
+  question_->open();
+}
+
+void MainWindow::endAndTerminate() {
+  isEnding_ = owner_.isRepairing();
+  if (isEnding_) tellStage(tr("Ending after this step…"));
+  owner_.endRepairAndTerminate();
+}
+
+void MainWindow::showAbout() {
+  QFile licence(QStringLiteral(":/LICENSE"));
+  const QString text = licence.open(QIODevice::ReadOnly) ? QString::fromUtf8(licence.readAll()) : QString();
+  const QString copyright = text.section(u'\n', 2, 2);
+  QMessageBox* const about =
+      makePanel(this, tr("Quillmend"),
+                tr("Version %1\n\nRepairs Compressor and Qmaster.\n\n%2\n%3")
+                    .arg(QString::fromStdString(owner_.version()), copyright, text.section(u'\n', 0, 0)));
+  about->setAttribute(Qt::WA_DeleteOnClose);
+  about->setWindowTitle(tr("About Quillmend"));
+  about->setDetailedText(text);
+  addDefaultButton(*about);
+  about->open();
+}
+
+void MainWindow::saveFrame() {
+  const QRect frame = isMaximized() ? normalGeometry() : QRect(pos(), size());
+  owner_.setWindowFrame(QStringLiteral("%1 %2 %3 %4")
+                            .arg(frame.x())
+                            .arg(frame.y())
+                            .arg(frame.width())
+                            .arg(frame.height())
+                            .toStdString());
+}
+
+void MainWindow::restoreFrame() {
+  const auto numbers = QString::fromStdString(owner_.windowFrame()).split(u' ', Qt::SkipEmptyParts);
+  if (numbers.size() != 4) return;
+  const QRect frame(numbers[0].toInt(), numbers[1].toInt(), numbers[2].toInt(), numbers[3].toInt());
+  const QScreen* const screen = QGuiApplication::screenAt(frame.center());
+  const QSize room = (screen != nullptr ? screen : QGuiApplication::primaryScreen())->availableSize();
+  resize(frame.size().boundedTo(room).expandedTo(minimumSize()));
+  if (screen != nullptr) move(frame.topLeft());
+}
+
+void MainWindow::present() {
+  restoreFrame();
+  show();
+  raise();
+  activateWindow();
+}
+
+}  // namespace window
