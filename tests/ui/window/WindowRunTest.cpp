@@ -64,9 +64,13 @@ class WindowRun {
     QGuiApplication::clipboard()->setText(QStringLiteral("nothing"));
     window::press("ctrl+a");
     window::press("ctrl+c");
-    const auto isThere = [] { return QGuiApplication::clipboard()->text() != QStringLiteral("nothing"); };
+    std::string text;
+    const auto isThere = [&text] {
+      text = QGuiApplication::clipboard()->text().toStdString();
+      return text != "nothing" && !text.empty();  // while it changes hands it can be asked for in vain
+    };
     EXPECT_TRUE(window::waitUntil(isThere));
-    return QGuiApplication::clipboard()->text().toStdString();
+    return text;
   }
 
   /// Waits for a panel over the window.
