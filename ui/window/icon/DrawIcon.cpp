@@ -2,7 +2,7 @@
 ///
 ///     drawicon picture.svg folder name
 ///
-/// writes folder/NxN/apps/name.png for each size N (freedesktop.org, Icon Theme Specification), and a copy of
+/// writes folder/NxN/apps/name.png for each size N (freedesktop.org: Icon Theme), and a copy of
 /// the picture as folder/scalable/apps/name.svg. Status 1 with a line on standard error when something is
 /// wrong.
 
