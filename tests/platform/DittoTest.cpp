@@ -32,6 +32,7 @@ namespace fs = std::filesystem;
 using support::AsUser;
 using support::EnvironmentVariable;
 using support::kNobody;
+using support::programForAll;
 using support::ProgramRun;
 using support::runProgram;
 using support::TemporaryFolder;
@@ -178,8 +179,11 @@ const Reader kReaders[] = {
 
 class Ditto : public ::testing::Test {
  protected:
-  static ProgramRun run(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), DITTO_PROGRAM);
+  /// Before a part of a test runs as somebody else, who could not make the copy.
+  const std::string ditto = programForAll(DITTO_PROGRAM);
+
+  [[nodiscard]] ProgramRun run(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), ditto);
     return runProgram(arguments);
   }
   /// Packs folder/source; the archive is beside it in a folder of its own.

@@ -54,4 +54,15 @@ class TemporaryFolder {
   std::string path_;
 };
 
+/// A copy of a program that every account can start, wherever it was built; one for the whole test program.
+inline std::string programForAll(const std::string& program) {
+  static const TemporaryFolder folder;
+  const std::string copy = folder / std::filesystem::path(program).filename().string();
+  if (!std::filesystem::exists(copy)) {
+    folder.makeAccessibleToAll();
+    std::filesystem::copy_file(program, copy);
+  }
+  return copy;
+}
+
 }  // namespace support

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestAccount.h"
 #include "tests/ui/window/DesktopSession.h"
 
@@ -133,7 +134,8 @@ TEST_F(AskpassTest, SudoTakesThePasswordFromIt) {
   const support::TestAccount account("right horse");
   account.allow("ALL=(ALL:ALL) ALL");
   QProcessEnvironment environment = withoutLeakCheck();
-  environment.insert(QStringLiteral("SUDO_ASKPASS"), QString::fromLatin1(kAskpass));
+  environment.insert(QStringLiteral("SUDO_ASKPASS"),
+                     QString::fromStdString(support::programForAll(kAskpass)));
   program.setProcessEnvironment(environment);
   program.start(QStringLiteral("setpriv"),
                 {QStringLiteral("--reuid"), QString::number(account.id()), QStringLiteral("--clear-groups"),

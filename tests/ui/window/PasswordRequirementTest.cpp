@@ -24,18 +24,19 @@ constexpr const char* kHome = "/home/quillmend-test";
 constexpr const char* kPassword = "right horse";
 
 /// Runs a program on this machine as it is, but for a Library and a home that nobody else sees: a bubble
-/// would not let sudo work. Arguments: the place to do it at, the Library, the home, the bundle, the
-/// account's number.
+/// would not let sudo work. The bundle is mounted where everybody can enter. Arguments: the place to do it
+/// at, the Library, the home, the bundle, the account's number.
 constexpr const char* kScript = R"(
 mount -t tmpfs none "$1"
 mkdir "$1/upper" "$1/work" "$1/root"
 mount -t overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" none "$1/root"
 for place in /dev /proc /run /tmp; do mount --bind "$place" "$1/root$place"; done
-mkdir -p "$1/root/Library" "$1/root/home/quillmend-test" "$1/root$4"
+app=/Applications/Quillmend.app
+mkdir -p "$1/root/Library" "$1/root/home/quillmend-test" "$1/root$app"
 mount --bind "$2" "$1/root/Library"
 mount --bind "$3" "$1/root/home/quillmend-test"
-mount --bind "$4" "$1/root$4"
-exec chroot "$1/root" setpriv --reuid "$5" --regid 100 --clear-groups -- "$4/Contents/MacOS/Quillmend"
+mount --bind "$4" "$1/root$app"
+exec chroot "$1/root" setpriv --reuid "$5" --regid 100 --clear-groups -- "$app/Contents/MacOS/Quillmend"
 )";
 
 class PasswordRequirementTest : public ::testing::Test {
