@@ -63,7 +63,7 @@ class FolderListing {
 struct ItemIdentity {
   std::uint64_t volume = 0;
   std::uint64_t number = 0;
-  auto operator<=>(const ItemIdentity&) const = default;
+  auto operator<=>(const ItemIdentity&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 /// Questions about whole folders, answered without a look at each path by itself. Nothing is opened but

@@ -37,7 +37,7 @@ TEST(Manual, EveryMessageThatNeedsAnAnswerHasOne) {
         "Unsupported Compressor version... running in limited mode.",
         "Your computer does not have a computer name or local hostname set.",
         "Critical error: /Library/StartupItems/Qmaster/Qmaster cannot be found. Please reinstall Qmaster.",
-        "Errors were found during processing.", "Repair stopped."}) {
+        "Errors were found during processing.", "Repair stopped.", "Unable to authorize. Repair canceled."}) {
     EXPECT_NE(manual.find(message), std::string::npos) << message;
   }
 }
@@ -45,10 +45,11 @@ TEST(Manual, EveryMessageThatNeedsAnAnswerHasOne) {
 TEST(Manual, EveryStepOfARepairIsExplained) {
   const std::string manual = text();
   for (const char* line :
-       {"Starting repair...", "Waiting for Compressor to exit...", "Stopping Qmaster...",
-        "Trashing preferences...", "Resetting window layout...", "Checking file permissions...",
-        "Removing caches...", "Removing temporary spool data...", "Clearing history...",
-        "Checking computer name...", "Attempting to start Qmaster...", "Relaunching menu bar icon..."}) {
+       {"Starting repair...", "Waiting for Compressor to exit...", "Waiting for Compressor 4 to exit...",
+        "Stopping Qmaster...", "Trashing preferences...", "Resetting window layout...",
+        "Checking file permissions...", "Removing caches...", "Removing temporary spool data...",
+        "Clearing history...", "Checking computer name...", "Attempting to start Qmaster...",
+        "Relaunching menu bar icon..."}) {
     EXPECT_NE(manual.find(line), std::string::npos) << line;
   }
 }
@@ -61,6 +62,10 @@ TEST(Manual, ItTellsTheVersionAndWhereHelpIs) {
   for (const char* scheduler : {"crontab -e", "systemctl enable", "launchctl load"}) {
     EXPECT_NE(manual.find(scheduler), std::string::npos) << scheduler;
   }
+}
+
+TEST(Manual, ItTellsWhichSettingsGoAndWhichStay) {
+  EXPECT_THAT(text(), HasSubstr("Compressor 4 keeps its own file of settings (com.apple.Compressor.plist)."));
 }
 
 TEST(Manual, TheWindowIsPicturedThreeTimes) {
