@@ -12,6 +12,7 @@
 #include <memory>
 #include <string_view>
 
+#include "platform/foundation/Paths.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
@@ -89,7 +90,7 @@ class FolderSums {
     std::vector<std::string> below;
     std::uint64_t sum = ownEntries(descriptor.get(), below);
     descriptor.reset();
-    for (const std::string& name : below) sum += folder(path + "/" + name);
+    for (const std::string& name : below) sum += folder(foundation::appendingPathComponent(path, name));
     known->second = sum;
     return sum;
   }
