@@ -9,6 +9,7 @@
 #include "platform/foundation/Paths.h"
 #include "services/TGAuthorization.h"
 #include "services/TGLocalPaths.h"
+#include "ui/AttributedString.h"
 
 namespace {
 
@@ -86,8 +87,9 @@ void TGAppController::offerCrashAnalysis() {
   errorText->setEditable(true);
   errorText->setSelectedRange({errorText->length(), 0});
   errorText->insertText("\n\n", {});
-  errorText->insertHyperlink({"Get Stellate Toolbox for even more features",
-                              std::string(identifiers::kWebSite) + "/stellatetoolbox"});
+  errorText->insertAttributedText(
+      AttributedString::hyperlinkFromString("Get Stellate Toolbox for even more features",
+                                            std::string(identifiers::kWebSite) + "/stellatetoolbox"));
   errorText->setEditable(false);
 }
 

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <string>
 
+class AttributedString;
+
 /// The parts of the window that the controller talks to. The window module implements them; everything is
 /// called on the main thread. Positions and lengths are in characters (UTF-16 units).
 namespace outlets {
@@ -21,12 +23,6 @@ struct Range {
   bool operator==(const Range&) const = default;
 };
 
-/// A text that leads to an address when clicked.
-struct Hyperlink {
-  std::string text;
-  std::string address;
-};
-
 class TextView {
  public:
   virtual ~TextView() = default;
@@ -36,7 +32,8 @@ class TextView {
   virtual void setSelectedRange(Range range) = 0;
   /// Puts text in place of the selection and moves behind it.
   virtual void insertText(const std::string& text, Font font) = 0;
-  virtual void insertHyperlink(const Hyperlink& link) = 0;
+  /// The same, in the regular font of the console, with the attributes of the text.
+  virtual void insertAttributedText(const AttributedString& text) = 0;
   virtual void setTextColor(Color color, Range range) = 0;
   virtual void scrollRangeToVisible(Range range) = 0;
   virtual void setNeedsDisplay() = 0;

@@ -5,7 +5,7 @@
 
 #include "platform/fakes/FakePlatform.h"
 #include "platform/foundation/Text.h"
-#include "ui/Outlets.h"
+#include "ui/AttributedString.h"
 
 /// The parts of a window, for tests: each records its calls as one line of text.
 namespace fakes {
@@ -42,9 +42,11 @@ class FakeTextView : public outlets::TextView {
     selection_ = {selection_.location + foundation::characterCount(added), 0};
     font_ = font;
   }
-  void insertHyperlink(const outlets::Hyperlink& link) override {
-    note("link " + link.text + " -> " + link.address);
-    text.insert(byteOffset(text, selection_.location), link.text);
+  void insertAttributedText(const AttributedString& added) override {
+    for (const auto& [range, attributes] : added.attributeRuns()) {
+      if (!attributes.link.empty()) note("link " + added.string() + " -> " + attributes.link);
+    }
+    text.insert(byteOffset(text, selection_.location), added.string());
   }
   void setTextColor(outlets::Color color, outlets::Range range) override {
     const std::string name = color == outlets::Color::red ? "red" : "black";

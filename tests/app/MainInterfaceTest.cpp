@@ -1,5 +1,6 @@
 #include "app/MainInterface.h"
 
+#include "platform/foundation/Identifiers.h"
 #include "tests/app/ControllerTest.h"
 
 namespace {
@@ -90,7 +91,7 @@ TEST_F(MainInterfaceTest, AnActionReachesTheController) {
   load();
   mac.recorder.clear();
   interface.performAction("helpHome", nullptr);
-  EXPECT_EQ(recorded(), "browse https://www.vordenworks.example/quillmend.htm\n");
+  EXPECT_EQ(recorded(), std::string("browse ") + identifiers::kWebSite + "/quillmend.htm\n");
 }
 
 TEST_F(MainInterfaceTest, ResettingTheLayoutByHandIsConfirmed) {

@@ -1,5 +1,6 @@
 #include <stdexcept>
 
+#include "platform/foundation/Identifiers.h"
 #include "tests/app/ControllerTest.h"
 
 namespace {
@@ -123,7 +124,7 @@ TEST_F(MenuTest, HelpOpensTheMakersPages) {
   controller->helpReportBug();
   controller->helpSuggestFeature();
   controller->helpTGHome();
-  const std::string site = "browse https://www.vordenworks.example";
+  const std::string site = std::string("browse ") + identifiers::kWebSite;
   EXPECT_EQ(recorded(), text({site + "/Careplex/", site + "/quillmend.htm",
                               site + "/software_bugreport.htm?app=quillmend&version=2.1",
                               site + "/software_featurerequest.htm?app=quillmend", site}));

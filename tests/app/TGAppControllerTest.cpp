@@ -1,5 +1,6 @@
 #include "app/TGAppController.h"
 
+#include "platform/foundation/Identifiers.h"
 #include "tests/app/ControllerTest.h"
 
 namespace {
@@ -19,8 +20,8 @@ class LifeTest : public ControllerTest {
   }
   static Lines offer() {
     return {"view editable", "view select 0+0", "view insert regular 12.0 \n\n",
-            "view link Get Stellate Toolbox for even more features -> "
-            "https://www.vordenworks.example/stellatetoolbox",
+            std::string("view link Get Stellate Toolbox for even more features -> ") + identifiers::kWebSite +
+                "/stellatetoolbox",
             "view read-only"};
   }
 };

@@ -115,21 +115,27 @@ void ConsoleView::insertText(const std::string& text, outlets::Font font) {
   insert(text, format);
 }
 
-void ConsoleView::insertHyperlink(const outlets::Hyperlink& link) {
-  const int start = textCursor().selectionStart();
-  QTextCharFormat format;
-  format.setFont(consoleFont(font(), {}));
-  format.setAnchor(true);
-  format.setAnchorHref(QString::fromStdString(link.address));
-  format.setFontUnderline(true);
-  setColor(format, outlets::Color::blue);
-  insert(link.text, format);
-  QTextCursor over(document());
-  over.setPosition(start);
-  over.setPosition(textCursor().position(), QTextCursor::KeepAnchor);
-  over.setKeepPositionOnInsert(true);
-  if (over.hasSelection()) insertedLinks_.push_back(over);
+void ConsoleView::insertAttributedText(const AttributedString& text) {
+  const auto start = static_cast<std::size_t>(textCursor().selectionStart());
+  insertText(text.string(), {});
+  for (const auto& [range, attributes] : text.attributeRuns()) {
+    addAttributes(attributes, {start + range.location, range.length});
+  }
   setCurrentCharFormat({});  // what is typed behind a link is none
+}
+
+void ConsoleView::addAttributes(const AttributedString::Attributes& attributes, outlets::Range range) {
+  QTextCursor over = cursorOver(range);
+  QTextCharFormat format = over.charFormat();
+  format.setFontUnderline(attributes.underlineStyle > 0);
+  setColor(format, attributes.foregroundColor);
+  if (!attributes.link.empty()) {
+    format.setAnchor(true);
+    format.setAnchorHref(QString::fromStdString(attributes.link));
+    over.setKeepPositionOnInsert(true);
+    insertedLinks_.push_back(over);
+  }
+  over.setCharFormat(format);
 }
 
 QColor ConsoleView::shadeOf(outlets::Color color) const {

@@ -4,7 +4,7 @@
 #include <functional>
 #include <vector>
 
-#include "ui/Outlets.h"
+#include "ui/AttributedString.h"
 
 namespace window {
 
@@ -30,7 +30,7 @@ class ConsoleView : public QPlainTextEdit, public outlets::TextView {
   void setString(const std::string& text) override;
   void setSelectedRange(outlets::Range range) override;
   void insertText(const std::string& text, outlets::Font font) override;
-  void insertHyperlink(const outlets::Hyperlink& link) override;
+  void insertAttributedText(const AttributedString& text) override;
   void setTextColor(outlets::Color color, outlets::Range range) override;
   void scrollRangeToVisible(outlets::Range range) override;
   void setNeedsDisplay() override;
@@ -50,6 +50,7 @@ class ConsoleView : public QPlainTextEdit, public outlets::TextView {
   [[nodiscard]] QTextCursor cursorOver(outlets::Range range) const;
   [[nodiscard]] QString prepared(const std::string& text);
   void insert(const std::string& text, const QTextCharFormat& format);
+  void addAttributes(const AttributedString::Attributes& attributes, outlets::Range range);
   void setColor(QTextCharFormat& format, outlets::Color color) const;
   void applyPalette();
   [[nodiscard]] std::vector<QTextCursor> links() const;

@@ -52,7 +52,8 @@ class ConsoleViewTest : public ::testing::Test {
   void addLink() {
     console.setEditable(true);
     console.insertText("\n\n", {});
-    console.insertHyperlink({"Get more", "https://www.vordenworks.example/more"});
+    console.insertAttributedText(
+        AttributedString::hyperlinkFromString("Get more", "https://www.vordenworks.example/more"));
     console.setEditable(false);
   }
   [[nodiscard]] QString text() const { return console.toPlainText(); }

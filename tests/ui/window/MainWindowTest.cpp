@@ -12,6 +12,7 @@
 
 #include "tests/ui/window/DesktopSession.h"
 #include "tests/ui/window/FakeOwner.h"
+#include "ui/AttributedString.h"
 #include "ui/window/ConsoleView.h"
 
 namespace window {
@@ -342,8 +343,8 @@ TEST_F(MainWindowTest, ItFollowsADarkDesktop) {
       "'/usr/sbin/qmasterca' does not exist. You are advised to reinstall Compressor / Qmaster.", {});
   console->setTextColor(outlets::Color::red, {start, console->length() - start});
   console->insertText("\n\n", {});
-  console->insertHyperlink(
-      {"Get Stellate Toolbox for even more features", "https://www.vordenworks.example"});
+  console->insertAttributedText(AttributedString::hyperlinkFromString(
+      "Get Stellate Toolbox for even more features", "https://www.vordenworks.example"));
   useDarkPalette();
   window.connections().repairProgress->showStage("Removing caches", 5, 10);
   QTest::qWait(200);

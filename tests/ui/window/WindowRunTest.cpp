@@ -9,6 +9,7 @@
 #include <fstream>
 #include <thread>
 
+#include "platform/foundation/Identifiers.h"
 #include "tests/ui/window/DesktopSession.h"
 #include "tests/ui/window/LoopWatch.h"
 #include "tests/workstation/RepairScript.h"
@@ -358,7 +359,7 @@ TEST_F(WindowRunTest, TheLinkTheHelpPagesAndTheManualAreOpenedAsTheUserDoes) {
   EXPECT_TRUE(window::waitUntil(isOpened));
   window::press("ctrl+q");
   EXPECT_EQ(program.end().visit.status, 0);
-  const std::string site = "alice https://www.vordenworks.example";
+  const std::string site = std::string("alice ") + identifiers::kWebSite;
   EXPECT_THAT(
       linesOf(sample, "/Users/alice/opened"),
       UnorderedElementsAre(site + "/stellatetoolbox", site + "/quillmend.htm", site + "/Careplex/", site,

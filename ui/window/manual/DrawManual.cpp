@@ -1,6 +1,6 @@
 /// drawmanual: sets the user manual from its source text, with pictures of the real window in it.
 ///
-///     drawmanual Manual.md manual.pdf version site
+///     drawmanual Manual.md manual.pdf version
 ///
 /// The source is Markdown as QTextDocument reads it (GitHub's dialect). "@VERSION@" and "@SITE@" in it are
 /// replaced, and an image at the address "picture:empty", "picture:repairing" or "picture:errors" is the main
@@ -16,6 +16,8 @@
 #include <QTextTable>
 #include <cstdio>
 
+#include "platform/foundation/Identifiers.h"
+#include "ui/AttributedString.h"
 #include "ui/window/MainWindow.h"
 
 namespace {
@@ -58,8 +60,8 @@ class Picture {
   void addError(const char* line) { add(line, false, Color::red); }
   void addLink() {
     console().insertText("\n\n", {});
-    console().insertHyperlink(
-        {"Get Stellate Toolbox for even more features", "https://www.vordenworks.example"});
+    console().insertAttributedText(AttributedString::hyperlinkFromString(
+        "Get Stellate Toolbox for even more features", identifiers::kWebSite));
   }
   void showRepair(const char* stage, std::size_t done, std::size_t total) {
     parts_.repairButton->setEnabled(false);
@@ -185,7 +187,8 @@ bool set(const QStringList& arguments) {
   QFile source(arguments[1]);
   if (!source.open(QIODevice::ReadOnly)) return complain(arguments[1]);
   QString text = QString::fromUtf8(source.readAll());
-  text.replace(QStringLiteral("@VERSION@"), arguments[3]).replace(QStringLiteral("@SITE@"), arguments[4]);
+  text.replace(QStringLiteral("@VERSION@"), arguments[3])
+      .replace(QStringLiteral("@SITE@"), QString::fromUtf8(identifiers::kWebSite));
   QTextDocument manual;
   QFont font(QStringLiteral("DejaVu Sans"), 10);
   font.setLetterSpacing(QFont::AbsoluteSpacing, 0.05);  // no ligatures: "fix" is to be found by a search
@@ -208,8 +211,8 @@ int main(int argc, char* argv[]) {
   qputenv("QT_QPA_PLATFORM", "offscreen");
   const QApplication toolkit(argc, argv);
   const QStringList arguments = QCoreApplication::arguments();
-  if (arguments.size() != 5) {
-    std::fputs("usage: drawmanual Manual.md manual.pdf version site\n", stderr);
+  if (arguments.size() != 4) {
+    std::fputs("usage: drawmanual Manual.md manual.pdf version\n", stderr);
     return 64;
   }
   return set(arguments) ? 0 : 1;
