@@ -1,10 +1,13 @@
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
+#include <QDirIterator>
 #include <QFile>
 #include <QImage>
 #include <QProcess>
 #include <QSettings>
 #include <QSvgRenderer>
+#include <QTemporaryDir>
 
 #include "tests/ui/window/DesktopSession.h"
 
@@ -41,6 +44,58 @@ TEST(DesktopEntry, ItsIconIsThereInEverySizeAndNoneIsBlank) {
     EXPECT_EQ(icon.pixelColor(icon.width() / 2, icon.height() / 5).alpha(), 255) << size;
   }
   EXPECT_TRUE(QSvgRenderer(iconFile("scalable", "svg")).isValid());
+}
+
+/// The application as it is installed below a prefix, by a person whose files nobody else may read.
+class Installed : public testing::Test {
+ protected:
+  void SetUp() override {
+    const mode_t mask = ::umask(077);
+    QProcess installer;
+    installer.start(QStringLiteral(CMAKE_PROGRAM), {QStringLiteral("--install"), QStringLiteral(BUILD_FOLDER),
+                                                    QStringLiteral("--prefix"), prefix_.path()});
+    const bool hasEnded = installer.waitForFinished(120000);
+    ::umask(mask);
+    ASSERT_TRUE(hasEnded);
+    ASSERT_EQ(installer.exitCode(), 0) << installer.readAllStandardError().toStdString();
+  }
+  [[nodiscard]] QString path(const char* below) const { return prefix_.filePath(QString::fromLatin1(below)); }
+
+ private:
+  QTemporaryDir prefix_;
+};
+
+TEST_F(Installed, TheProgramOfTheDesktopEntryIsOnThePathAndRuns) {
+  const QSettings entry(path("share/applications/com.vordenworks.Quillmend.desktop"), QSettings::IniFormat);
+  for (const char* key : {"Desktop Entry/Exec", "Desktop Entry/TryExec"}) {
+    EXPECT_EQ(entry.value(QString::fromLatin1(key)).toString(), QStringLiteral("Quillmend"));
+  }
+  QProcess program;
+  program.start(path("bin/Quillmend"), {QStringLiteral("-help")});
+  ASSERT_TRUE(program.waitForFinished());
+  EXPECT_EQ(program.exitCode(), 0);
+  EXPECT_TRUE(program.readAllStandardOutput().contains("-repair"));
+}
+
+TEST_F(Installed, EverybodyMayReadAllAndRunThePrograms) {
+  const auto everybody = QFile::ReadOther | QFile::ReadGroup | QFile::ReadOwner;
+  const auto others = QFile::WriteOther | QFile::WriteGroup;
+  const QDir source(QStringLiteral(QUILLMEND_BUNDLE));
+  int files = 0;
+  QDirIterator walk(source.path(), QDir::Files, QDirIterator::Subdirectories);
+  while (walk.hasNext()) {
+    const QFileInfo original(walk.next());
+    const QFileInfo copy(path("lib/Quillmend.app/") + source.relativeFilePath(original.filePath()));
+    ASSERT_TRUE(copy.exists()) << copy.filePath().toStdString();
+    EXPECT_EQ(copy.size(), original.size()) << copy.filePath().toStdString();
+    EXPECT_EQ(copy.permissions() & everybody, everybody) << copy.filePath().toStdString();
+    EXPECT_EQ(copy.permissions() & others, 0) << copy.filePath().toStdString();
+    EXPECT_EQ(copy.permission(QFile::ExeOther), original.permission(QFile::ExeOwner))
+        << copy.filePath().toStdString();
+    ++files;
+  }
+  EXPECT_GT(files, 10);
+  EXPECT_TRUE(QFileInfo(path("share/icons/hicolor/scalable/apps")).permission(QFile::ExeOther));
 }
 
 }  // namespace

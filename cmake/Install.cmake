@@ -1,0 +1,16 @@
+# `cmake --install <build> [--prefix P] [--strip]`: the bundle in lib, its program on the PATH, and what a desktop
+# shows it by. Nobody but the owner may write to any of it, whatever the umask of the build was.
+set(EVERYBODY_READS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+set(EVERYBODY_RUNS ${EVERYBODY_READS} OWNER_EXECUTE GROUP_EXECUTE WORLD_EXECUTE)
+
+install(DIRECTORY ${QUILLMEND_BUNDLE} DESTINATION lib
+  FILE_PERMISSIONS ${EVERYBODY_READS} DIRECTORY_PERMISSIONS ${EVERYBODY_RUNS}
+  REGEX "/Contents/(MacOS|Helpers|SharedSupport|Frameworks)/[^/]+$" PERMISSIONS ${EVERYBODY_RUNS})
+install(DIRECTORY ${CMAKE_BINARY_DIR}/share/ DESTINATION share
+  FILE_PERMISSIONS ${EVERYBODY_READS} DIRECTORY_PERMISSIONS ${EVERYBODY_RUNS})
+install(CODE [[
+  set(LINK "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/bin/Quillmend")
+  message(STATUS "Installing: ${LINK}")
+  file(MAKE_DIRECTORY "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/bin")
+  file(CREATE_LINK ../lib/Quillmend.app/Contents/MacOS/Quillmend "${LINK}" SYMBOLIC)
+]])
