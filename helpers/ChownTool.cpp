@@ -33,20 +33,20 @@ ExitStatus ChownTool::run(const std::vector<std::string>& arguments) {
 
 void ChownTool::changeTree(const PathEntry& top, const Ownership& ownership) {
   LinkedFiles linked(report_);
-  TreeWalk walk(report_, [&](const TreeVisit& visit) {
-    if (isAlready(visit.status, ownership)) return;
-    if (linked.keeps(visit)) return;
-    change(visit.descriptor, visit.path, ownership);
+  const auto isWrong = [&](const FileStatus& status) { return !isAlready(status, ownership); };
+  TreeWalk walk(report_, isWrong, [&](const TreeVisit& visit) {
+    if (!isWrong(visit.status) || linked.keeps(visit)) return;
+    change(visit.handle, visit.path, ownership);
   });
   walk.onListed(listed_);
   walk.walk(top);
-  linked.finish([&](int descriptor, const std::string& path) { change(descriptor, path, ownership); });
+  linked.finish([&](EntryHandle handle, const std::string& path) { change(handle, path, ownership); });
 }
 
-void ChownTool::change(int descriptor, const std::string& path, const Ownership& ownership) {
+void ChownTool::change(EntryHandle handle, const std::string& path, const Ownership& ownership) {
   constexpr auto kLeave = static_cast<uid_t>(-1);
-  if (fchownat(descriptor, "", ownership.owner.value_or(kLeave), ownership.group.value_or(kLeave),
-               AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW) != 0) {
+  if (fchownat(handle.descriptor, handle.name, ownership.owner.value_or(kLeave),
+               ownership.group.value_or(kLeave), AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW) != 0) {
     report_.failure(foundation::systemError(errno, path));
   }
 }

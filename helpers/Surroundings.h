@@ -21,6 +21,7 @@ using platform::namesIn;
 using platform::openEntry;
 using platform::PathEntry;
 using platform::PathLevel;
+using platform::statusIn;
 using platform::statusOf;
 
 /// The computer that a tool works on.

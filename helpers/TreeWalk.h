@@ -11,27 +11,39 @@
 
 namespace helpers {
 
+/// What a call of the *at() family finds an entry by: the entry's own descriptor (O_PATH) and an empty name,
+/// or its folder's descriptor and its name there. The latter only where none but root can exchange it.
+struct EntryHandle {
+  int descriptor = -1;
+  const char* name = "";
+
+  [[nodiscard]] bool isOpen() const { return *name == '\0'; }
+};
+
 /// One entry of a tree while it is being visited. The references are good only during the visit.
 struct TreeVisit {
-  int descriptor = -1;  ///< O_PATH, on the entry itself, also where it is a symbolic link
+  EntryHandle handle;  ///< of the entry itself, also where it is a symbolic link
   const FileStatus& status;
   const std::string& name;
   const FileStatus& folder;  ///< the folder that the entry was found in
   std::string path;
 };
 
-/// Visits an entry and everything below it, a folder before what it holds. Symbolic links are visited and
-/// never followed; a folder that is exchanged for a link between being listed and being opened is met as that
-/// link. What lies on another volume, or is mounted in the tree, is left out and reported. Entries that
-/// vanish are passed over. An entry that cannot be opened or listed is reported and the walk goes on. Ends
-/// early when a stop is requested. Any depth: a bounded number of folders is held open, and one that was
-/// closed meanwhile is gone back to only if it is still the same.
+/// Visits an entry and everything below it, a folder before what it holds; what is no folder only where the
+/// selector answers yes to its status. Symbolic links are visited and never followed; a folder that is
+/// exchanged for a link between being listed and being opened is met as that link. What lies on another
+/// volume, or is mounted in the tree, is left out and reported. Entries that vanish are passed over. An entry
+/// that cannot be opened or listed is reported and the walk goes on. Ends early when a stop is requested. Any
+/// depth: a bounded number of folders is held open, and one that was closed meanwhile is gone back to only if
+/// it is still the same.
 class TreeWalk {
  public:
+  using Selector = std::function<bool(const FileStatus&)>;
   using Visitor = std::function<void(const TreeVisit&)>;
   using Listed = std::function<void(const std::string& path)>;
 
-  TreeWalk(Report& report, Visitor visitor) : report_(report), visitor_(std::move(visitor)) {}
+  TreeWalk(Report& report, Selector selector, Visitor visitor)
+      : report_(report), selector_(std::move(selector)), visitor_(std::move(visitor)) {}
 
   /// Called each time when a folder has been listed and none of its entries has been opened yet.
   void onListed(Listed listed) { listed_ = std::move(listed); }
@@ -43,17 +55,21 @@ class TreeWalk {
     std::string name;
     platform::UniqueDescriptor descriptor;
     FileStatus status;
+    bool othersCanWrite;
     std::vector<std::string> names;
     std::size_t next = 0;
   };
 
-  void visit(const FileStatus& folder, int descriptor, const FileStatus& status, const std::string& name);
+  void visit(const FileStatus& folder, EntryHandle handle, const FileStatus& status, const std::string& name);
   void visitNextEntry();
+  void open(const std::string& name);
   void enter(std::string name, platform::UniqueDescriptor descriptor, const FileStatus& status);
   void leave();
   [[nodiscard]] std::string currentPath() const;
+  [[nodiscard]] std::string pathOf(const std::string& name) const;
 
   Report& report_;
+  Selector selector_;
   Visitor visitor_;
   Listed listed_;
   std::string topPath_;
@@ -68,7 +84,7 @@ class TreeWalk {
 /// reported.
 class LinkedFiles {
  public:
-  using Change = std::function<void(int descriptor, const std::string& path)>;
+  using Change = std::function<void(EntryHandle handle, const std::string& path)>;
 
   explicit LinkedFiles(Report& report) : report_(report) {}
 

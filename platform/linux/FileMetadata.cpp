@@ -139,4 +139,11 @@ Result<void> setPermissions(int descriptor, mode_t mode, std::string_view path) 
   return {};
 }
 
+Result<void> setPermissionsIn(int folder, const char* name, mode_t mode, std::string_view path) {
+  if (::syscall(kFchmodat2, folder, name, mode, AT_SYMLINK_NOFOLLOW) == 0) return {};
+  if (errno != ENOSYS && errno != EPERM) return systemError(errno, path);
+  if (::fchmodat(folder, name, mode, 0) != 0) return systemError(errno, path);
+  return {};
+}
+
 }  // namespace platform

@@ -42,4 +42,9 @@ struct MetadataOptions {
 /// Sets the mode of what is open, with O_PATH or more.
 [[nodiscard]] foundation::Result<void> setPermissions(int descriptor, mode_t mode, std::string_view path);
 
+/// Sets the mode of an entry of an open folder. The name must be one that nobody can exchange for a link: a
+/// kernel before 6.6 would follow it.
+[[nodiscard]] foundation::Result<void> setPermissionsIn(int folder, const char* name, mode_t mode,
+                                                        std::string_view path);
+
 }  // namespace platform

@@ -154,15 +154,23 @@ FileStatus statusFrom(const struct statx& raw) {
   return status;
 }
 
-}  // namespace
-
-Result<FileStatus> statusOf(int descriptor, std::string_view path) {
+Result<FileStatus> askedFor(int descriptor, const char* name, int flags, std::string_view path) {
   struct statx raw {};
-  constexpr int kFlags = AT_EMPTY_PATH | AT_NO_AUTOMOUNT | AT_SYMLINK_NOFOLLOW;
-  if (statx(descriptor, "", kFlags, STATX_BASIC_STATS | STATX_MNT_ID, &raw) != 0) {
+  flags |= AT_NO_AUTOMOUNT | AT_SYMLINK_NOFOLLOW;
+  if (statx(descriptor, name, flags, STATX_BASIC_STATS | STATX_MNT_ID, &raw) != 0) {
     return systemError(errno, path);
   }
   return statusFrom(raw);
+}
+
+}  // namespace
+
+Result<FileStatus> statusOf(int descriptor, std::string_view path) {
+  return askedFor(descriptor, "", AT_EMPTY_PATH, path);
+}
+
+Result<FileStatus> statusIn(int folder, const std::string& name, std::string_view path) {
+  return askedFor(folder, name.c_str(), 0, path);
 }
 
 Result<UniqueDescriptor> openEntry(int folder, const std::string& name, std::string_view path, int flags) {

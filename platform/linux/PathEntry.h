@@ -54,6 +54,10 @@ struct FileStatus {
 /// The status of an open descriptor. `path` is for the error.
 [[nodiscard]] foundation::Result<FileStatus> statusOf(int descriptor, std::string_view path);
 
+/// The status of one entry of an open folder, which is not opened, nor followed where it is a link.
+[[nodiscard]] foundation::Result<FileStatus> statusIn(int folder, const std::string& name,
+                                                      std::string_view path);
+
 /// Opens one entry of an open folder without following it: O_PATH and O_NOFOLLOW, and `flags`.
 [[nodiscard]] foundation::Result<UniqueDescriptor> openEntry(int folder, const std::string& name,
                                                              std::string_view path, int flags = 0);

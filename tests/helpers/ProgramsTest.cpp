@@ -5,7 +5,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <csignal>
+#include <filesystem>
 #include <functional>
 #include <set>
 #include <string>
@@ -275,6 +277,35 @@ TEST_F(ProgramsTest, EmptyingASpoolFolderTakesAsManySystemCallsForTenEntriesAsFo
   EXPECT_GT(calls[0], 10);
   EXPECT_NEAR(static_cast<double>(calls[0]), static_cast<double>(calls[1]), 30);
   EXPECT_THAT(trashed(), SizeIs(2));
+}
+
+/// Of each further entry; its owner and mode are `right` where the tool has nothing to change.
+long callsOfAnEntry(const TestVolume& volume, const std::string& folder, bool areRight,
+                    const std::vector<std::string>& command) {
+  constexpr int kFew = 10;
+  constexpr int kMany = 1010;
+  std::vector<long> calls;
+  for (const int entries : {kFew, kMany}) {
+    for (int i = 0; i < entries; ++i) volume.makeFile(folder + std::to_string(i), "", areRight ? 0644 : 0600);
+    const CountedRun counted = countSystemCalls(command);
+    EXPECT_EQ(counted.exitStatus, 0);
+    calls.push_back(counted.systemCalls);
+  }
+  return std::lround(static_cast<double>(calls[1] - calls[0]) / (kMany - kFew));
+}
+
+TEST_F(ProgramsTest, AnEntryCostsNoMoreSystemCallsThanItNeeds) {
+  constexpr long kOldKernel = 1;  // before 6.6 there are two ways of setting a mode, of which one fails
+  const std::vector<std::string> command = {CHMODTOOL, "-R", "a+r", path("tree")};
+  EXPECT_EQ(callsOfAnEntry(volume_, "disk/tree/right/", true, command), 1) << "a look";
+  std::filesystem::remove_all(path("tree"));
+  EXPECT_LE(callsOfAnEntry(volume_, "disk/tree/wrong/", false, command), 2 + kOldKernel)
+      << "a look and the change";
+  std::filesystem::remove_all(path("tree"));
+  volume_.makeFolder("disk/tree/others");
+  volume_.own("disk/tree/others", TestVolume::kAlice);
+  EXPECT_LE(callsOfAnEntry(volume_, "disk/tree/others/", false, command), 6 + kOldKernel)
+      << "a look, opening, a look again, its name, the change, closing";
 }
 
 }  // namespace
