@@ -26,6 +26,11 @@ class MainBundle {
   /// The path of Contents/Resources/<name>.<type>, or nullopt when nothing is there.
   [[nodiscard]] virtual std::optional<std::string> pathForResource(const std::string& name,
                                                                    const std::string& type) = 0;
+
+  /// The text of a key in the bundle's localized strings, in the language of the user's that the bundle has
+  /// (Contents/Resources/<language>.lproj/Localizable.strings, a property list), else in the bundle's own;
+  /// the key itself where there is none: localizedStringForKey:value:table: with an empty value.
+  [[nodiscard]] virtual std::string localizedString(const std::string& key) = 0;
 };
 
 }  // namespace platform

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <string>
 
 namespace platform {
 
@@ -52,5 +53,10 @@ inline constexpr OSStatus userCanceledErr = -128;
       return ioErr;
   }
 }
+
+/// The name of a status ("paramErr") and a comment on it, as MacErrors.h has them: GetMacOSStatusErrorString
+/// and GetMacOSStatusCommentString. A status without one is "unknown"; its comment is its number.
+[[nodiscard]] std::string errorString(OSStatus status);
+[[nodiscard]] std::string commentString(OSStatus status);
 
 }  // namespace platform

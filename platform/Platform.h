@@ -8,11 +8,13 @@
 #include "platform/DesktopApplication.h"
 #include "platform/FileAttributes.h"
 #include "platform/FileBrowser.h"
+#include "platform/FileLocks.h"
 #include "platform/FileOperations.h"
 #include "platform/FileReferences.h"
 #include "platform/Files.h"
 #include "platform/FolderQueries.h"
 #include "platform/Gathering.h"
+#include "platform/KeyboardLayout.h"
 #include "platform/MainBundle.h"
 #include "platform/MainThread.h"
 #include "platform/Notifications.h"
@@ -35,6 +37,7 @@ struct Platform {
   UsersAndFolders& usersAndFolders;
   FileQueries& fileQueries;
   FileChanges& fileChanges;
+  FileLocks& fileLocks;
   FileAttributes& fileAttributes;
   FolderQueries& folderQueries;
   FileReferences& fileReferences;
@@ -55,6 +58,7 @@ struct Platform {
   SystemConsole& systemConsole;
   MainBundle& mainBundle;
   ProcessInformation& processInformation;
+  KeyboardLayout& keyboardLayout;
   Interruption& interruption;
   DesktopApplication& desktopApplication;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -16,14 +17,22 @@ enum class PropertyListFormat { xml, binary };
 /// up.
 inline constexpr std::uint64_t kLargestPropertyList = 1ULL << 20;
 
+/// More than a reader is willing to take.
+struct PropertyListLimits {
+  std::uint64_t bytes = kLargestPropertyList;
+  /// Keys count, as do the values that a binary property list stands for by referring to one many times.
+  std::size_t values = 100'000;
+};
+
 /// Property lists as bytes, XML (Apple's PropertyList-1.0 DTD) and binary ("bplist00").
 class PropertyLists {
  public:
   virtual ~PropertyLists() = default;
 
-  /// EINVAL for anything that is not a whole, sound property list; EFBIG above kLargestPropertyList, and for
-  /// more values than any application writes.
-  [[nodiscard]] virtual foundation::Result<foundation::PropertyList> parse(std::string_view bytes) = 0;
+  /// EINVAL for anything that is not a whole, sound property list; EFBIG beyond the limits, by default
+  /// more than any application writes.
+  [[nodiscard]] virtual foundation::Result<foundation::PropertyList> parse(
+      std::string_view bytes, const PropertyListLimits& limits = {}) = 0;
 
   [[nodiscard]] virtual foundation::Result<std::string> serialize(const foundation::PropertyList& value,
                                                                   PropertyListFormat format) = 0;

@@ -673,6 +673,19 @@ std::optional<std::string> FakeMainBundle::pathForResource(const std::string& na
   return path;
 }
 
+std::string FakeMainBundle::localizedString(const std::string& key) {
+  const auto found = localizedStrings.find(key);
+  return found == localizedStrings.end() ? key : found->second;
+}
+
+std::optional<platform::KeyTranslation> FakeKeyboardLayout::translate(std::uint16_t keyCode,
+                                                                      std::uint32_t modifierState) {
+  states.push_back(modifierState);
+  if (!isThere) return std::nullopt;
+  const auto found = keys.find(keyCode);
+  return found == keys.end() ? platform::KeyTranslation() : found->second;
+}
+
 std::optional<int> FakeInterruption::requested() {
   if (!signal || comesAfter-- > 0) return std::nullopt;
   comesAfter = 0;
@@ -710,6 +723,7 @@ FakePlatform::FakePlatform()
                 users,
                 files,
                 files,
+                fileLocks,
                 fileAttributes,
                 folderQueries,
                 fileReferences,
@@ -730,6 +744,7 @@ FakePlatform::FakePlatform()
                 systemConsole,
                 mainBundle,
                 processInformation,
+                keyboardLayout,
                 interruption,
                 desktopApplication} {}
 

@@ -16,6 +16,7 @@
 #include "platform/Platform.h"
 #include "platform/foundation/Exception.h"
 #include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxFileLocks.h"
 #include "platform/linux/LinuxFiles.h"
 #include "platform/linux/LinuxFolderQueries.h"
 #include "platform/linux/LinuxGathering.h"
@@ -189,6 +190,19 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   std::string root_;
   platform::LinuxFileQueries queries_;
   platform::LinuxFileChanges changes_;
+};
+
+/// Real locks beside the files.
+class FakeFileLocks : public platform::FileLocks {
+ public:
+  explicit FakeFileLocks(RootedFiles& files) : files_(files) {}
+  foundation::Result<std::unique_ptr<platform::FileLock>> tryLock(const std::string& path) override {
+    return locks_.tryLock(files_.real(path));
+  }
+
+ private:
+  RootedFiles& files_;
+  platform::LinuxFileLocks locks_;
 };
 
 /// Keeps locks and Finder information beside the files; records "lock PATH" and "unlock PATH" where something
@@ -510,6 +524,7 @@ class FakeMainBundle : public platform::MainBundle {
   foundation::PropertyList infoDictionary() override { return info; }
   std::optional<std::string> pathForIdentifier(const std::string& identifier) override;
   std::optional<std::string> pathForResource(const std::string& name, const std::string& type) override;
+  std::string localizedString(const std::string& key) override;
 
   std::string bundlePath = "/Applications/Quillmend.app";
   /// Overrides what executablePath answers.
@@ -519,6 +534,7 @@ class FakeMainBundle : public platform::MainBundle {
                                            {"CFBundleName", "Quillmend"},
                                            {"CFBundleVersion", "2.1"},
                                            {"CFBundleShortVersionString", "2.1"}};
+  std::map<std::string, std::string> localizedStrings;
   std::map<std::string, std::string> loadedBundles = {
       {"com.vordenworks.Quillmend", "/Applications/Quillmend.app"}};
 
@@ -539,6 +555,18 @@ class FakeProcessInformation : public platform::ProcessInformation {
 
  private:
   int count_ = 0;
+};
+
+/// A layout that the test makes up: by the key code, whatever the modifiers. Other keys produce nothing.
+class FakeKeyboardLayout : public platform::KeyboardLayout {
+ public:
+  std::optional<platform::KeyTranslation> translate(std::uint16_t keyCode,
+                                                    std::uint32_t modifierState) override;
+
+  bool isThere = true;
+  std::map<std::uint16_t, platform::KeyTranslation> keys;
+  /// The modifier states asked for, in order.
+  std::vector<std::uint32_t> states;
 };
 
 class FakeInterruption : public platform::Interruption {
@@ -597,6 +625,7 @@ class FakePlatform {
   FakeMainThread mainThread{recorder};
   FakeUserInterfaceEvents userInterfaceEvents{recorder, clock};
   FakeUsersAndFolders users{recorder};
+  FakeFileLocks fileLocks{files};
   FakeFileAttributes fileAttributes{recorder, files};
   FakeFolderQueries folderQueries{files};
   FakeFileReferences fileReferences{files};
@@ -616,6 +645,7 @@ class FakePlatform {
   FakeSystemConsole systemConsole{recorder};
   FakeMainBundle mainBundle{files};
   FakeProcessInformation processInformation;
+  FakeKeyboardLayout keyboardLayout;
   FakeInterruption interruption{recorder};
   FakeDesktopApplication desktopApplication{recorder};
   platform::LibplistPropertyLists propertyLists;

@@ -9,6 +9,9 @@ inline constexpr const char* kVendorPrefix = "com.vordenworks.";
 /// The property list in the user's Preferences folder that all of the maker's applications share.
 inline constexpr const char* kGlobalPreferencesFile = "com.vordenworks.global.plist";
 
+/// The property list in the same folder that holds all of their keyboard shortcuts.
+inline constexpr const char* kShortcutKeysFile = "com.vordenworks.shortcutkeys.plist";
+
 inline constexpr const char* kApplication = "com.vordenworks.Quillmend";
 inline constexpr const char* kCrashAnalysisApplication = "com.vordenworks.StellateToolbox";
 inline constexpr const char* kBugReporterApplication = "com.vordenworks.BugReporter";

@@ -1,5 +1,9 @@
 #include "platform/foundation/Text.h"
 
+#include <locale.h>  // NOLINT(modernize-deprecated-headers): newlocale is POSIX
+#include <wctype.h>  // NOLINT(modernize-deprecated-headers)
+
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cmath>
@@ -166,6 +170,10 @@ constexpr std::array<std::string_view, 26> kBlanks = {" ",
                                                       "\xE2\x81\x9F",
                                                       "\xE3\x80\x80"};
 
+char asciiCapital(char letter) {
+  return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
+}
+
 }  // namespace
 
 FormatArgument::FormatArgument(const char* text) {
@@ -229,6 +237,25 @@ std::string lowercase(std::string_view text) {
   return lower;
 }
 
+std::string uppercase(std::string_view text) {
+  static const locale_t letters = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  constexpr char32_t kSharpS = 0xDF;
+  std::string upper;
+  while (!text.empty()) {
+    const Utf8Character character = firstCharacter(text);
+    const std::size_t length = std::max<std::size_t>(character.length, 1);
+    if (character.code == kSharpS) {
+      upper += "SS";
+    } else if (character.length > 1 && letters != nullptr) {
+      appendUtf8(upper, static_cast<char32_t>(::towupper_l(static_cast<wint_t>(character.code), letters)));
+    } else {
+      upper += asciiCapital(text.front());
+    }
+    text.remove_prefix(length);
+  }
+  return upper;
+}
+
 std::size_t characterCount(std::string_view utf8) {
   std::size_t count = 0;
   while (!utf8.empty()) {
@@ -261,6 +288,19 @@ bool isUtf8(std::string_view bytes) {
     bytes.remove_prefix(length);
   }
   return true;
+}
+
+void appendUtf8(std::string& text, char32_t code) {
+  if (code < 0x80) {
+    text += static_cast<char>(code);
+    return;
+  }
+  const unsigned following = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+  const unsigned head = following == 1 ? 0xC0U : following == 2 ? 0xE0U : 0xF0U;
+  text += static_cast<char>(head | code >> (6U * following));
+  for (unsigned rest = following; rest > 0; --rest) {
+    text += static_cast<char>(0x80U | (code >> (6U * (rest - 1)) & 0x3FU));
+  }
 }
 
 }  // namespace foundation

@@ -62,6 +62,10 @@ template <typename... Arguments>
 /// ASCII letters in lower case, everything else as it is.
 [[nodiscard]] std::string lowercase(std::string_view text);
 
+/// In capital letters, of every script, whatever the locale; a sharp s becomes SS. Where the system has no
+/// table of letters only ASCII ones change.
+[[nodiscard]] std::string uppercase(std::string_view text);
+
 /// How many characters a text has as a Mac counts them, in UTF-16 units; each byte that is not part of valid
 /// UTF-8 counts as one.
 [[nodiscard]] std::size_t characterCount(std::string_view utf8);
@@ -75,6 +79,9 @@ struct Utf8Character {
 /// The character at the head of a text; none for an empty one and where no valid UTF-8 (RFC 3629) begins:
 /// overlong forms, surrogates and what lies above U+10FFFF are not valid.
 [[nodiscard]] Utf8Character firstCharacter(std::string_view text);
+
+/// Appends a character by its number. REQUIRES one that is not above U+10FFFF.
+void appendUtf8(std::string& text, char32_t code);
 
 /// Whether all the bytes are valid UTF-8.
 [[nodiscard]] bool isUtf8(std::string_view bytes);

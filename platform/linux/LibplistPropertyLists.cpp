@@ -228,9 +228,9 @@ struct Writer {
 
 }  // namespace
 
-Result<PropertyList> LibplistPropertyLists::parse(std::string_view bytes) {
-  if (bytes.size() > kLargestPropertyList) return systemError(EFBIG, "");
-  if (const int fault = nestingFault(bytes); fault != 0) return systemError(fault, "");
+Result<PropertyList> LibplistPropertyLists::parse(std::string_view bytes, const PropertyListLimits& limits) {
+  if (bytes.size() > limits.bytes) return systemError(EFBIG, "");
+  if (const int fault = nestingFault(bytes, limits.values); fault != 0) return systemError(fault, "");
   const Libplist* const plist = Libplist::shared();
   if (plist == nullptr) return systemError(ENOSYS, "libplist");
   plist_t root = nullptr;

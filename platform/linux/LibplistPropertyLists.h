@@ -13,7 +13,8 @@ namespace platform {
 /// either.
 class LibplistPropertyLists : public PropertyLists {
  public:
-  foundation::Result<foundation::PropertyList> parse(std::string_view bytes) override;
+  foundation::Result<foundation::PropertyList> parse(std::string_view bytes,
+                                                     const PropertyListLimits& limits = {}) override;
   foundation::Result<std::string> serialize(const foundation::PropertyList& value,
                                             PropertyListFormat format) override;
 };

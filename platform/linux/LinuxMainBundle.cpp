@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstdlib>
+#include <vector>
 
 #include "platform/foundation/Paths.h"
 
@@ -18,6 +20,41 @@ std::string runningExecutable() {
   const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
   path.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
   return path;
+}
+
+std::string environment(const char* name) {
+  const char* const value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+std::string messagesLocale() {
+  for (const char* const name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    if (std::string locale = environment(name); !locale.empty()) return locale;
+  }
+  return "";
+}
+
+/// What the environment says of the language for messages, best first, as a bundle names languages ("de_CH",
+/// "de"), then English, which the bundle is written in: setlocale(3), and gettext(3) of LANGUAGE.
+std::vector<std::string> preferredLanguages() {
+  std::vector<std::string> languages;
+  const auto add = [&](std::string locale) {
+    locale = locale.substr(0, locale.find_first_of(".@"));
+    if (locale.empty() || locale == "C" || locale == "POSIX" || locale.find('/') != std::string::npos) return;
+    languages.push_back(locale);
+    languages.push_back(locale.substr(0, locale.find('_')));
+  };
+  const std::string locale = messagesLocale();
+  if (!locale.empty() && locale != "C" && locale != "POSIX") {
+    const std::string list = environment("LANGUAGE");
+    for (std::size_t at = 0; at < list.size(); at = list.find(':', at) + 1) {
+      add(list.substr(at, list.find(':', at) - at));
+      if (list.find(':', at) == std::string::npos) break;
+    }
+  }
+  add(locale);
+  languages.emplace_back("en");
+  return languages;
 }
 
 }  // namespace
@@ -55,6 +92,18 @@ std::optional<std::string> LinuxMainBundle::pathForResource(const std::string& n
   std::string resource = appendingPathComponent(path(), "Contents/Resources/" + file);
   if (!files_.exists(resource)) return std::nullopt;
   return resource;
+}
+
+std::string LinuxMainBundle::localizedString(const std::string& key) {
+  for (const std::string& language : preferredLanguages()) {
+    const std::string strings = "Contents/Resources/" + language + ".lproj/Localizable.strings";
+    const auto bytes = files_.readFile(appendingPathComponent(path(), strings), kLargestPropertyList);
+    if (!bytes) continue;
+    const auto table = propertyLists_.parse(bytes.value());
+    const auto* const text = table ? table.value().find(key) : nullptr;
+    return text != nullptr && text->as<std::string>() != nullptr ? *text->as<std::string>() : key;
+  }
+  return key;
 }
 
 }  // namespace platform

@@ -22,6 +22,7 @@ class LinuxMainBundle : public MainBundle {
   foundation::PropertyList infoDictionary() override;
   std::optional<std::string> pathForIdentifier(const std::string& identifier) override;
   std::optional<std::string> pathForResource(const std::string& name, const std::string& type) override;
+  std::string localizedString(const std::string& key) override;
 
  private:
   FileQueries& files_;

@@ -13,6 +13,7 @@
 #include "platform/linux/LinuxDesktopApplication.h"
 #include "platform/linux/LinuxFileAttributes.h"
 #include "platform/linux/LinuxFileBrowser.h"
+#include "platform/linux/LinuxFileLocks.h"
 #include "platform/linux/LinuxFileOperations.h"
 #include "platform/linux/LinuxFileReferences.h"
 #include "platform/linux/LinuxFiles.h"
@@ -30,6 +31,7 @@
 #include "platform/linux/LinuxWorkspace.h"
 #include "platform/linux/SpawnedProgram.h"
 #include "platform/linux/SudoAuthorization.h"
+#include "platform/linux/XkbKeyboardLayout.h"
 #include "platform/posix/StandardStreams.h"
 
 namespace platform {
@@ -55,6 +57,7 @@ struct LinuxPlatform {
   LinuxUsersAndFolders usersAndFolders;
   LinuxFileQueries fileQueries;
   LinuxFileChanges fileChanges;
+  LinuxFileLocks fileLocks;
   LinuxFileAttributes fileAttributes;
   LinuxFolderQueries folderQueries;
   LinuxFileReferences fileReferences;
@@ -76,6 +79,7 @@ struct LinuxPlatform {
   LinuxPreferences preferences;
   LinuxGathering gathering{fileQueries};
   LinuxAlerts alerts;
+  XkbKeyboardLayout keyboardLayout;
   LinuxInterruption interruption;
   LinuxDesktopApplication desktopApplication{clock, mainThread, alerts, interruption};
   Platform platform{clock,
@@ -84,6 +88,7 @@ struct LinuxPlatform {
                     usersAndFolders,
                     fileQueries,
                     fileChanges,
+                    fileLocks,
                     fileAttributes,
                     folderQueries,
                     fileReferences,
@@ -104,6 +109,7 @@ struct LinuxPlatform {
                     systemConsole,
                     mainBundle,
                     processInformation,
+                    keyboardLayout,
                     interruption,
                     desktopApplication};
 };

@@ -30,7 +30,7 @@ int depthChange(std::string_view tag) {
   return isClosing ? -1 : 1;
 }
 
-int faultOfXml(std::string_view text) {
+int faultOfXml(std::string_view text, std::size_t mostValues) {
   int depth = 0;
   std::size_t values = 0;
   while (true) {
@@ -47,7 +47,7 @@ int faultOfXml(std::string_view text) {
       if (!skip(text, ">")) return EINVAL;
       depth += depthChange(tag);
       if (depth < 0 || depth > static_cast<int>(kGreatestNesting)) return EINVAL;
-      if (!tag.starts_with('/') && ++values > kMostValues) return EFBIG;
+      if (!tag.starts_with('/') && ++values > mostValues) return EFBIG;
     }
   }
 }
@@ -73,9 +73,10 @@ class BinaryObjects {
   [[nodiscard]] std::size_t count() const { return count_; }
   [[nodiscard]] std::size_t root() const { return root_; }
 
-  /// The numbers of what an object contains, of the first kMostValues + 1 at most; nullopt when it does not
+  /// The numbers of what an object contains, of the first `most` at most; nullopt when it does not
   /// lie within the bytes.
-  [[nodiscard]] std::optional<std::vector<std::size_t>> elementsOf(std::size_t object) const {
+  [[nodiscard]] std::optional<std::vector<std::size_t>> elementsOf(std::size_t object,
+                                                                   std::size_t most) const {
     const auto at = number(table_ + object * offsetSize_, offsetSize_);
     const auto marker = at ? number(*at, 1) : std::nullopt;
     if (!marker) return std::nullopt;
@@ -85,7 +86,7 @@ class BinaryObjects {
     auto length = std::optional<std::size_t>(*marker & 0xFU);
     if (*length == 0xF) length = longCount(position);
     if (!length || *length > bytes_.size()) return std::nullopt;
-    return references(position, std::min(kind == 0xD ? 2 * *length : *length, kMostValues + 1));
+    return references(position, std::min(kind == 0xD ? 2 * *length : *length, most));
   }
 
  private:
@@ -129,14 +130,15 @@ class BinaryObjects {
 /// stands.
 class BinaryWalk {
  public:
-  explicit BinaryWalk(const BinaryObjects& objects) : objects_(objects) {}
+  BinaryWalk(const BinaryObjects& objects, std::size_t mostValues)
+      : objects_(objects), mostValues_(mostValues) {}
 
   /// Answers 0 or an errno value.
   int fault() { return succeeds() ? 0 : fault_; }
 
  private:
   bool succeeds() {
-    if (objects_.count() > kMostValues) return isTooMuch();
+    if (objects_.count() > mostValues_) return isTooMuch();
     known_.resize(objects_.count());
     if (objects_.root() >= objects_.count() || !enter(objects_.root())) return false;
     while (!path_.empty()) {
@@ -158,12 +160,12 @@ class BinaryWalk {
   };
 
   bool enter(std::size_t object) {
-    auto elements = objects_.elementsOf(object);
+    auto elements = objects_.elementsOf(object, mostValues_ + 1);
     if (!elements || path_.size() > kGreatestNesting || known_[object].isOnPath) return false;
     known_[object].isOnPath = true;
     // Arrays may share their bytes. Each element stands for one value or more.
     elementsOnPath_ += elements->size();
-    if (elementsOnPath_ > kMostValues) return isTooMuch();
+    if (elementsOnPath_ > mostValues_) return isTooMuch();
     path_.push_back({object, std::move(*elements)});
     return true;
   }
@@ -176,7 +178,7 @@ class BinaryWalk {
     ++visit.next;
     visit.sum.height = std::max(visit.sum.height, element.height + 1);
     visit.sum.values += element.values;
-    if (visit.sum.values > kMostValues) return isTooMuch();
+    if (visit.sum.values > mostValues_) return isTooMuch();
     return path_.size() + element.height <= kGreatestNesting + 1;
   }
 
@@ -195,6 +197,7 @@ class BinaryWalk {
   }
 
   const BinaryObjects& objects_;
+  std::size_t mostValues_;
   std::vector<Object> known_;
   std::vector<Visit> path_;
   std::size_t elementsOnPath_ = 0;
@@ -203,10 +206,10 @@ class BinaryWalk {
 
 }  // namespace
 
-int nestingFault(std::string_view bytes) {
-  if (!bytes.starts_with(kBinaryMagic)) return faultOfXml(bytes);
+int nestingFault(std::string_view bytes, std::size_t mostValues) {
+  if (!bytes.starts_with(kBinaryMagic)) return faultOfXml(bytes, mostValues);
   const BinaryObjects objects(bytes);
-  return BinaryWalk(objects).fault();
+  return BinaryWalk(objects, mostValues).fault();
 }
 
 }  // namespace platform

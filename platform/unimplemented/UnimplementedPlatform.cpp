@@ -10,6 +10,7 @@ struct UnimplementedPlatform {
   UnimplementedUsersAndFolders usersAndFolders;
   UnimplementedFileQueries fileQueries;
   UnimplementedFileChanges fileChanges;
+  UnimplementedFileLocks fileLocks;
   UnimplementedFileAttributes fileAttributes;
   UnimplementedFolderQueries folderQueries;
   UnimplementedFileReferences fileReferences;
@@ -30,6 +31,7 @@ struct UnimplementedPlatform {
   UnimplementedSystemConsole systemConsole;
   UnimplementedMainBundle mainBundle;
   UnimplementedProcessInformation processInformation;
+  UnimplementedKeyboardLayout keyboardLayout;
   UnimplementedInterruption interruption;
   UnimplementedDesktopApplication desktopApplication;
   Platform platform{clock,
@@ -38,6 +40,7 @@ struct UnimplementedPlatform {
                     usersAndFolders,
                     fileQueries,
                     fileChanges,
+                    fileLocks,
                     fileAttributes,
                     folderQueries,
                     fileReferences,
@@ -58,6 +61,7 @@ struct UnimplementedPlatform {
                     systemConsole,
                     mainBundle,
                     processInformation,
+                    keyboardLayout,
                     interruption,
                     desktopApplication};
 };

@@ -231,7 +231,9 @@ class UnimplementedClientConnections : public ClientConnections {
 
 class UnimplementedPropertyLists : public PropertyLists {
  public:
-  foundation::Result<foundation::PropertyList> parse(std::string_view) override { return notImplemented(); }
+  foundation::Result<foundation::PropertyList> parse(std::string_view, const PropertyListLimits&) override {
+    return notImplemented();
+  }
   foundation::Result<std::string> serialize(const foundation::PropertyList&, PropertyListFormat) override {
     return notImplemented();
   }
@@ -278,6 +280,7 @@ class UnimplementedMainBundle : public MainBundle {
   foundation::PropertyList infoDictionary() override { return {}; }
   std::optional<std::string> pathForIdentifier(const std::string&) override { return {}; }
   std::optional<std::string> pathForResource(const std::string&, const std::string&) override { return {}; }
+  std::string localizedString(const std::string& key) override { return key; }
 };
 
 class UnimplementedProcessInformation : public ProcessInformation {
@@ -288,6 +291,18 @@ class UnimplementedProcessInformation : public ProcessInformation {
   int processorCount() override { return 1; }
   std::uint64_t physicalMemory() override { return 0; }
   std::string globallyUniqueString() override { return {}; }
+};
+
+class UnimplementedFileLocks : public FileLocks {
+ public:
+  foundation::Result<std::unique_ptr<FileLock>> tryLock(const std::string& path) override {
+    return notImplemented(path);
+  }
+};
+
+class UnimplementedKeyboardLayout : public KeyboardLayout {
+ public:
+  std::optional<KeyTranslation> translate(std::uint16_t, std::uint32_t) override { return {}; }
 };
 
 class UnimplementedInterruption : public Interruption {

@@ -1,0 +1,567 @@
+#include "platform/foundation/BinaryPropertyList.h"
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+
+#include "platform/foundation/Text.h"
+
+namespace foundation {
+namespace {
+
+constexpr std::string_view kMagic = "bplist00";
+constexpr std::size_t kTrailerSize = 32;
+constexpr std::size_t kGreatestNesting = 512;
+
+// The kinds of objects.
+constexpr unsigned kSimple = 0x0;
+constexpr unsigned kInteger = 0x1;
+constexpr unsigned kReal = 0x2;
+constexpr unsigned kDate = 0x3;
+constexpr unsigned kData = 0x4;
+constexpr unsigned kAscii = 0x5;
+constexpr unsigned kUtf16 = 0x6;
+constexpr unsigned kUtf8 = 0x7;
+constexpr unsigned kUid = 0x8;
+constexpr unsigned kArray = 0xA;
+constexpr unsigned kSet = 0xC;
+constexpr unsigned kDictionary = 0xD;
+constexpr std::size_t kCountFollows = 0xF;
+
+constexpr std::size_t kFalse = 0x8;
+constexpr std::size_t kTrue = 0x9;
+
+bool isContainer(unsigned kind) {
+  return kind == kArray || kind == kSet || kind == kDictionary;
+}
+
+bool isTextKind(unsigned kind) {
+  return kind == kAscii || kind == kUtf16 || kind == kUtf8;
+}
+
+bool isCounted(unsigned kind) {
+  return kind == kData || isTextKind(kind) || isContainer(kind);
+}
+
+std::size_t elementCount(unsigned kind, std::size_t count) {
+  return kind == kDictionary ? 2 * count : count;
+}
+
+std::string utf8FromUtf16(std::string_view bytes) {
+  const auto unit = [bytes](std::size_t at) {
+    return char32_t{static_cast<unsigned char>(bytes[at])} << 8U | static_cast<unsigned char>(bytes[at + 1]);
+  };
+  const auto isIn = [](char32_t code, char32_t first) { return code >= first && code < first + 0x400; };
+  std::string text;
+  for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
+    const char32_t code = unit(at);
+    const bool isPair = isIn(code, 0xD800) && at + 3 < bytes.size() && isIn(unit(at + 2), 0xDC00);
+    if (isPair) {
+      appendUtf8(text, 0x10000 + ((code - 0xD800) << 10U) + (unit(at + 2) - 0xDC00));
+      at += 2;
+    } else {
+      appendUtf8(text, isIn(code, 0xD800) || isIn(code, 0xDC00) ? 0xFFFD : code);
+    }
+  }
+  return text;
+}
+
+void appendNumber(std::string& bytes, std::uint64_t number, std::size_t size) {
+  for (std::size_t rest = size; rest > 0; --rest) {
+    bytes += static_cast<char>(number >> (8 * (rest - 1)) & 0xFFU);
+  }
+}
+
+/// How many bytes, as a power of two, hold a number.
+std::size_t sizeFor(std::uint64_t number) {
+  if (number <= 0xFFU) return 1;
+  if (number <= 0xFFFFU) return 2;
+  return number <= 0xFFFFFFFFU ? 4 : 8;
+}
+
+std::string integerObject(std::uint64_t number) {
+  const std::size_t size = sizeFor(number);
+  std::string object(1, static_cast<char>(kInteger << 4U | static_cast<unsigned>(std::countr_zero(size))));
+  appendNumber(object, number, size);
+  return object;
+}
+
+std::string header(unsigned kind, std::size_t count) {
+  const std::size_t inMarker = std::min(count, kCountFollows);
+  std::string bytes(1, static_cast<char>(kind << 4U | inMarker));
+  if (inMarker == kCountFollows) bytes += integerObject(count);
+  return bytes;
+}
+
+std::optional<std::string> textObject(const std::string& text) {
+  const bool isAscii = std::all_of(text.begin(), text.end(),
+                                   [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
+  if (isAscii) return header(kAscii, text.size()) + text;
+  if (!isUtf8(text)) return std::nullopt;
+  std::string units;
+  for (std::string_view rest = text; !rest.empty();) {
+    const Utf8Character character = firstCharacter(rest);
+    rest.remove_prefix(character.length);
+    if (character.code >= 0x10000) {
+      appendNumber(units, 0xD800 + ((character.code - 0x10000) >> 10U), 2);
+      appendNumber(units, 0xDC00 + ((character.code - 0x10000) & 0x3FFU), 2);
+    } else {
+      appendNumber(units, character.code, 2);
+    }
+  }
+  return header(kUtf16, units.size() / 2) + units;
+}
+
+}  // namespace
+
+/// Walks the objects from the root, each once, and finds out how deep each reaches and for how many values it
+/// stands.
+class BinaryPropertyList::Walk {
+ public:
+  Walk(const BinaryPropertyList& list, std::size_t mostValues) : list_(list), mostValues_(mostValues) {}
+
+  /// Answers 0 or an errno value.
+  int fault() {
+    known_.resize(list_.count_);
+    if (list_.root_ >= list_.count_ || !meet(list_.root_)) return fault_;
+    while (!path_.empty()) {
+      if (!step()) return fault_;
+    }
+    return 0;
+  }
+
+ private:
+  struct Known {
+    std::uint32_t height = 0;  ///< 0 while it is not known
+    bool isOnPath = false;
+    std::size_t values = 0;
+  };
+  struct Visit {
+    Object object = 0;
+    Content content;
+    std::size_t elements = 0;
+    std::size_t next = 0;
+    std::uint32_t height = 1;
+    std::size_t values = 1;
+  };
+
+  bool step() {
+    Visit& visit = path_.back();
+    if (visit.next == visit.elements) return leave();
+    const Object element = list_.reference(visit.content, visit.next);
+    if (element >= list_.count_) return false;
+    if (known_[element].height == 0) return meet(element);
+    if (isKey(visit) && !isTextKind(list_.contentOf(element).kind)) return false;
+    ++visit.next;
+    return add(visit, known_[element]);
+  }
+
+  static bool isKey(const Visit& visit) {
+    return visit.content.kind == kDictionary && visit.next < visit.content.count;
+  }
+
+  bool add(Visit& visit, const Known& element) {
+    visit.height = std::max(visit.height, element.height + 1);
+    visit.values += element.values;
+    if (visit.values > mostValues_) return isTooMuch();
+    return path_.size() + element.height <= kGreatestNesting + 1;
+  }
+
+  /// An object that is met for the first time: a value has no elements, a container is entered.
+  bool meet(Object object) {
+    const auto content = list_.readContent(object);
+    if (!content || known_[object].isOnPath) return false;
+    if (!isContainer(content->kind)) {
+      known_[object] = {1, false, 1};
+      return true;
+    }
+    const std::size_t elements = elementCount(content->kind, content->count);
+    if (elements > mostValues_) return isTooMuch();
+    if (path_.size() > kGreatestNesting) return false;
+    known_[object].isOnPath = true;
+    path_.push_back({object, *content, elements});
+    return true;
+  }
+
+  bool leave() {
+    const Visit& visit = path_.back();
+    known_[visit.object] = {visit.height, false, visit.values};
+    path_.pop_back();
+    return true;
+  }
+
+  bool isTooMuch() {
+    fault_ = EFBIG;
+    return false;
+  }
+
+  const BinaryPropertyList& list_;
+  std::size_t mostValues_;
+  std::vector<Known> known_;
+  std::vector<Visit> path_;
+  int fault_ = EINVAL;
+};
+
+/// The list that replacingArray() answers, object by object: the old ones that are still referred to, then
+/// the new ones.
+class BinaryPropertyList::Copy {
+ public:
+  explicit Copy(const BinaryPropertyList& list) : list_(list), numbers_(list.count_, kNotKept) {}
+
+  Result<std::string> make(std::string_view key, const std::vector<Object>& objects,
+                           const PropertyList::Array& appended) {
+    const Content root = list_.contentOf(list_.root_);
+    if (root.kind != kDictionary) return systemError(EINVAL, "");
+    const auto index = list_.indexOfKey(root, key);
+    keep(root, index, objects);
+    countKept();
+    std::vector<std::size_t> elements;
+    elements.reserve(objects.size() + appended.size());
+    for (const Object object : objects) elements.push_back(numbers_[object]);
+    for (const PropertyList& value : appended) {
+      const auto added = add(value);
+      if (!added) return systemError(EINVAL, "");
+      elements.push_back(*added);
+    }
+    const std::size_t array = add({kArray, elements.size(), std::move(elements), {}});
+    return write(newRoot(root, index, array, key));
+  }
+
+ private:
+  static constexpr std::size_t kNotKept = SIZE_MAX;
+
+  /// An object that is not in the list yet: its references, or its bytes.
+  struct NewObject {
+    unsigned kind = 0;
+    std::size_t count = 0;
+    std::vector<std::size_t> references = {};
+    std::string bytes = {};
+  };
+
+  void keep(const Content& root, std::optional<std::size_t> index, const std::vector<Object>& objects) {
+    numbers_[list_.root_] = 0;
+    for (std::size_t at = 0; at < 2 * root.count; ++at) {
+      if (!index || at != root.count + *index) mark(list_.reference(root, at));
+    }
+    for (const Object object : objects) mark(object);
+    while (!pending_.empty()) {
+      const Content content = pending_.back();
+      pending_.pop_back();
+      for (std::size_t at = 0; at < elementCount(content.kind, content.count); ++at) {
+        mark(list_.reference(content, at));
+      }
+    }
+  }
+
+  void mark(Object object) {
+    if (numbers_[object] != kNotKept) return;
+    numbers_[object] = 0;
+    const Content content = list_.contentOf(object);
+    if (isContainer(content.kind)) pending_.push_back(content);
+  }
+
+  void countKept() {
+    for (std::size_t& number : numbers_) {
+      if (number != kNotKept) number = kept_++;
+    }
+  }
+
+  std::size_t add(NewObject object) {
+    new_.push_back(std::move(object));
+    return kept_ + new_.size() - 1;
+  }
+
+  // NOLINTNEXTLINE(misc-no-recursion): what is appended is the caller's own
+  std::optional<std::size_t> add(const PropertyList& value) {
+    if (const auto* text = value.as<std::string>()) return addBytes(textObject(*text));
+    if (const auto* number = value.as<std::int64_t>()) {
+      return addBytes(integerObject(static_cast<std::uint64_t>(*number)));
+    }
+    if (const auto* array = value.as<PropertyList::Array>()) return addArray(*array);
+    if (const auto* dictionary = value.as<PropertyList::Dictionary>()) return addDictionary(*dictionary);
+    return std::nullopt;
+  }
+
+  std::optional<std::size_t> addBytes(std::optional<std::string> bytes) {
+    if (!bytes) return std::nullopt;
+    return add({0, 0, {}, std::move(*bytes)});
+  }
+
+  // NOLINTNEXTLINE(misc-no-recursion)
+  std::optional<std::size_t> addArray(const PropertyList::Array& array) {
+    std::vector<std::size_t> references;
+    for (const PropertyList& value : array) {
+      const auto added = add(value);
+      if (!added) return std::nullopt;
+      references.push_back(*added);
+    }
+    return add({kArray, array.size(), std::move(references), {}});
+  }
+
+  // NOLINTNEXTLINE(misc-no-recursion)
+  std::optional<std::size_t> addDictionary(const PropertyList::Dictionary& dictionary) {
+    std::vector<std::size_t> references(2 * dictionary.size());
+    for (std::size_t at = 0; at < dictionary.size(); ++at) {
+      const auto key = addBytes(textObject(dictionary[at].first));
+      const auto value = add(dictionary[at].second);
+      if (!key || !value) return std::nullopt;
+      references[at] = *key;
+      references[dictionary.size() + at] = *value;
+    }
+    return add({kDictionary, dictionary.size(), std::move(references), {}});
+  }
+
+  /// The root's references with the new array under the key.
+  std::vector<std::size_t> newRoot(const Content& root, std::optional<std::size_t> index, std::size_t array,
+                                   std::string_view key) {
+    std::vector<std::size_t> keys;
+    std::vector<std::size_t> values;
+    for (std::size_t at = 0; at < root.count; ++at) {
+      keys.push_back(numbers_[list_.reference(root, at)]);
+      values.push_back(index == at ? array : numbers_[list_.reference(root, root.count + at)]);
+    }
+    if (!index) {
+      keys.push_back(*addBytes(textObject(std::string(key))));
+      values.push_back(array);
+    }
+    keys.insert(keys.end(), values.begin(), values.end());
+    return keys;
+  }
+
+  std::string write(const std::vector<std::size_t>& root) {
+    referenceSize_ = sizeFor(kept_ + new_.size());
+    output_.reserve(list_.bytes_.size() + list_.bytes_.size() / 2);
+    output_ = kMagic;
+    offsets_.reserve(kept_ + new_.size());
+    for (Object object = 0; object < list_.count_; ++object) {
+      if (numbers_[object] == kNotKept) continue;
+      offsets_.push_back(output_.size());
+      if (object == list_.root_) {
+        writeContainer(kDictionary, root.size() / 2, root);
+      } else {
+        writeKept(list_.contentOf(object));
+      }
+    }
+    for (const NewObject& object : new_) writeNew(object);
+    writeTable();
+    return std::move(output_);
+  }
+
+  void writeKept(const Content& content) {
+    if (!isContainer(content.kind)) {
+      writeBytes(content);
+      return;
+    }
+    output_ += header(content.kind, content.count);
+    for (std::size_t at = 0; at < elementCount(content.kind, content.count); ++at) {
+      appendNumber(output_, numbers_[list_.reference(content, at)], referenceSize_);
+    }
+  }
+
+  void writeBytes(const Content& content) {
+    if (isCounted(content.kind)) {
+      output_ += header(content.kind, content.count);
+    } else {
+      output_ += list_.bytes_[content.at - 1];
+    }
+    output_.append(list_.bytes_, content.at, *list_.payloadSize(content));
+  }
+
+  void writeContainer(unsigned kind, std::size_t count, const std::vector<std::size_t>& references) {
+    output_ += header(kind, count);
+    for (const std::size_t reference : references) appendNumber(output_, reference, referenceSize_);
+  }
+
+  void writeNew(const NewObject& object) {
+    offsets_.push_back(output_.size());
+    if (object.bytes.empty()) {
+      writeContainer(object.kind, object.count, object.references);
+    } else {
+      output_ += object.bytes;
+    }
+  }
+
+  void writeTable() {
+    const std::size_t table = output_.size();
+    const std::size_t offsetSize = sizeFor(table);
+    for (const std::size_t offset : offsets_) appendNumber(output_, offset, offsetSize);
+    output_.append(6, '\0');
+    appendNumber(output_, offsetSize, 1);
+    appendNumber(output_, referenceSize_, 1);
+    appendNumber(output_, offsets_.size(), 8);
+    appendNumber(output_, numbers_[list_.root_], 8);
+    appendNumber(output_, table, 8);
+  }
+
+  const BinaryPropertyList& list_;
+  std::vector<std::size_t> numbers_;  ///< by the old number: the new one, or kNotKept
+  std::vector<Content> pending_;
+  std::size_t kept_ = 0;
+  std::vector<NewObject> new_;
+  std::size_t referenceSize_ = 1;
+  std::vector<std::size_t> offsets_;
+  std::string output_;
+};
+
+Result<BinaryPropertyList> BinaryPropertyList::open(std::string bytes, std::size_t mostValues) {
+  BinaryPropertyList list(std::move(bytes));
+  if (!list.readTrailer()) return systemError(EINVAL, "");
+  if (const int fault = Walk(list, mostValues).fault(); fault != 0) return systemError(fault, "");
+  return list;
+}
+
+BinaryPropertyList BinaryPropertyList::emptyDictionary() {
+  std::string bytes(kMagic);
+  bytes += header(kDictionary, 0);
+  appendNumber(bytes, kMagic.size(), 1);  // the table: its one object begins behind the magic
+  bytes += std::string(6, '\0') + "\x01\x01";
+  for (const std::uint64_t number : {1UL, 0UL, kMagic.size() + 1}) appendNumber(bytes, number, 8);
+  BinaryPropertyList list(std::move(bytes));
+  static_cast<void>(list.readTrailer());
+  return list;
+}
+
+bool BinaryPropertyList::readTrailer() {
+  if (bytes_.size() < kMagic.size() + kTrailerSize || !bytes_.starts_with(kMagic)) return false;
+  const std::size_t trailer = bytes_.size() - kTrailerSize;
+  offsetSize_ = static_cast<unsigned char>(bytes_[trailer + 6]);
+  referenceSize_ = static_cast<unsigned char>(bytes_[trailer + 7]);
+  count_ = *number(trailer + 8, 8);
+  root_ = *number(trailer + 16, 8);
+  table_ = *number(trailer + 24, 8);
+  const bool sizesFit = offsetSize_ >= 1 && offsetSize_ <= 8 && referenceSize_ >= 1 && referenceSize_ <= 8;
+  return sizesFit && table_ <= trailer && count_ <= (trailer - table_) / offsetSize_;
+}
+
+std::optional<std::size_t> BinaryPropertyList::number(std::size_t at, std::size_t size) const {
+  if (at > bytes_.size() || size > bytes_.size() - at || size > 8) return std::nullopt;
+  std::size_t value = 0;
+  for (std::size_t index = at; index < at + size; ++index) {
+    value = value << 8U | static_cast<unsigned char>(bytes_[index]);
+  }
+  return value;
+}
+
+std::optional<BinaryPropertyList::Content> BinaryPropertyList::readContent(Object object) const {
+  const auto at = number(table_ + object * offsetSize_, offsetSize_);
+  const auto marker = at ? number(*at, 1) : std::nullopt;
+  if (!marker) return std::nullopt;
+  Content content{static_cast<unsigned>(*marker >> 4U), *marker & 0xFU, *at + 1};
+  if (isCounted(content.kind) && content.count == kCountFollows) {
+    const auto sizeMarker = number(content.at, 1);
+    if (!sizeMarker || *sizeMarker >> 4U != kInteger || (*sizeMarker & 0xFU) > 3) return std::nullopt;
+    const std::size_t size = std::size_t{1} << (*sizeMarker & 0xFU);
+    const auto count = number(content.at + 1, size);
+    if (!count) return std::nullopt;
+    content.count = *count;
+    content.at += 1 + size;
+  }
+  if (content.count > bytes_.size()) return std::nullopt;
+  const auto size = payloadSize(content);
+  if (!size || content.at > bytes_.size() || *size > bytes_.size() - content.at) return std::nullopt;
+  return content;
+}
+
+/// nullopt for what is no object.
+std::optional<std::size_t> BinaryPropertyList::payloadSize(const Content& content) const {
+  const auto onlyIf = [](bool isSound, std::size_t size) {
+    return isSound ? std::optional(size) : std::nullopt;
+  };
+  const std::size_t count = content.count;
+  switch (content.kind) {
+    case kSimple:
+      return onlyIf(count == 0 || count == kFalse || count == kTrue, 0);
+    case kInteger:
+      return onlyIf(count <= 4, std::size_t{1} << (count & 7U));
+    case kReal:
+      return onlyIf(count == 2 || count == 3, std::size_t{1} << (count & 7U));
+    case kDate:
+      return onlyIf(count == 3, 8);
+    case kData:
+    case kAscii:
+    case kUtf8:
+      return count;
+    case kUtf16:
+      return 2 * count;
+    case kUid:
+      return count + 1;
+    case kArray:
+    case kSet:
+    case kDictionary:
+      return elementCount(content.kind, count) * referenceSize_;
+    default:
+      return std::nullopt;
+  }
+}
+
+BinaryPropertyList::Content BinaryPropertyList::contentOf(Object object) const {
+  return readContent(object).value_or(Content());
+}
+
+BinaryPropertyList::Object BinaryPropertyList::reference(const Content& container, std::size_t index) const {
+  return number(container.at + index * referenceSize_, referenceSize_).value_or(count_);
+}
+
+std::optional<std::size_t> BinaryPropertyList::indexOfKey(const Content& dictionary,
+                                                          std::string_view key) const {
+  for (std::size_t index = 0; index < dictionary.count; ++index) {
+    if (isText(reference(dictionary, index), key)) return index;
+  }
+  return std::nullopt;
+}
+
+bool BinaryPropertyList::isDictionary(Object object) const {
+  return contentOf(object).kind == kDictionary;
+}
+
+bool BinaryPropertyList::isArray(Object object) const {
+  return contentOf(object).kind == kArray;
+}
+
+std::optional<BinaryPropertyList::Object> BinaryPropertyList::find(Object dictionary,
+                                                                   std::string_view key) const {
+  const Content content = contentOf(dictionary);
+  if (content.kind != kDictionary) return std::nullopt;
+  const auto index = indexOfKey(content, key);
+  return index ? std::optional(reference(content, content.count + *index)) : std::nullopt;
+}
+
+std::vector<BinaryPropertyList::Object> BinaryPropertyList::elements(Object array) const {
+  const Content content = contentOf(array);
+  if (content.kind != kArray) return {};
+  std::vector<Object> elements(content.count);
+  for (std::size_t index = 0; index < content.count; ++index) elements[index] = reference(content, index);
+  return elements;
+}
+
+bool BinaryPropertyList::isText(Object object, std::string_view text) const {
+  const Content content = contentOf(object);
+  if (content.kind == kAscii) return std::string_view(bytes_).substr(content.at, content.count) == text;
+  return isTextKind(content.kind) && this->text(object) == text;
+}
+
+std::optional<std::string> BinaryPropertyList::text(Object object) const {
+  const Content content = contentOf(object);
+  if (!isTextKind(content.kind)) return std::nullopt;
+  const std::string_view payload = std::string_view(bytes_).substr(content.at, *payloadSize(content));
+  return content.kind == kUtf16 ? utf8FromUtf16(payload) : std::string(payload);
+}
+
+std::optional<std::int64_t> BinaryPropertyList::integer(Object object) const {
+  const Content content = contentOf(object);
+  const std::size_t size = payloadSize(content).value_or(0);
+  if (content.kind == kInteger) {
+    // Of sixteen bytes the lower eight.
+    const std::size_t at = size > 8 ? content.at + size - 8 : content.at;
+    return static_cast<std::int64_t>(number(at, std::min<std::size_t>(size, 8)).value_or(0));
+  }
+  return std::nullopt;
+}
+
+Result<std::string> BinaryPropertyList::replacingArray(std::string_view key,
+                                                       const std::vector<Object>& objects,
+                                                       const PropertyList::Array& appended) const {
+  return Copy(*this).make(key, objects, appended);
+}
+
+}  // namespace foundation
