@@ -29,10 +29,9 @@ bool isBinary(std::string_view bytes) {
 
 /// The same list in the binary format.
 Result<std::string> inBinary(const std::string& bytes) {
-  auto& lists = platform::current().propertyLists;
-  const auto value = lists.parse(bytes, {kLargestFile, kMostValues});
+  const auto value = platform::current().propertyLists.parse(bytes, {kLargestFile, kMostValues});
   if (!value) return value.error();
-  return lists.serialize(value.value(), platform::PropertyListFormat::binary);
+  return BinaryPropertyList::serialize(value.value());
 }
 
 /// Root reads only what lies there itself: a user's link could lead it to a list that only root may read, and

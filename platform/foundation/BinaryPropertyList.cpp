@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
+#include <unordered_map>
 
 #include "platform/foundation/Text.h"
 
@@ -27,6 +28,9 @@ constexpr unsigned kArray = 0xA;
 constexpr unsigned kSet = 0xC;
 constexpr unsigned kDictionary = 0xD;
 constexpr std::size_t kCountFollows = 0xF;
+
+/// Seconds from 1970 to 2001, where property-list dates begin.
+constexpr double kReferenceDate = 978307200;
 
 constexpr std::size_t kFalse = 0x8;
 constexpr std::size_t kTrue = 0x9;
@@ -66,10 +70,19 @@ std::string utf8FromUtf16(std::string_view bytes) {
   return text;
 }
 
+std::size_t loadNumber(const char* bytes, std::size_t size) {
+  std::size_t number = 0;
+  for (std::size_t at = 0; at < size; ++at) number = number << 8U | static_cast<unsigned char>(bytes[at]);
+  return number;
+}
+
+void storeNumber(char* bytes, std::uint64_t number, std::size_t size) {
+  for (std::size_t at = size; at > 0; number >>= 8U) bytes[--at] = static_cast<char>(number & 0xFFU);
+}
+
 void appendNumber(std::string& bytes, std::uint64_t number, std::size_t size) {
-  for (std::size_t rest = size; rest > 0; --rest) {
-    bytes += static_cast<char>(number >> (8 * (rest - 1)) & 0xFFU);
-  }
+  bytes.resize(bytes.size() + size);
+  storeNumber(bytes.data() + bytes.size() - size, number, size);
 }
 
 /// How many bytes, as a power of two, hold a number.
@@ -112,6 +125,45 @@ std::optional<std::string> textObject(const std::string& text) {
   return header(kUtf16, units.size() / 2) + units;
 }
 
+std::string bitsObject(unsigned kind, double number) {
+  std::string object(1, static_cast<char>(kind << 4U | 3U));
+  appendNumber(object, std::bit_cast<std::uint64_t>(number), sizeof(double));
+  return object;
+}
+
+/// The object of a value that has no elements.
+struct ScalarObject {
+  std::optional<std::string> operator()(const std::string& text) const { return textObject(text); }
+  std::optional<std::string> operator()(const PropertyList::Data& data) const {
+    return header(kData, data.bytes.size()) + data.bytes;
+  }
+  std::optional<std::string> operator()(bool flag) const {
+    return std::string(1, static_cast<char>(flag ? kTrue : kFalse));
+  }
+  std::optional<std::string> operator()(std::int64_t number) const {
+    return integerObject(static_cast<std::uint64_t>(number));
+  }
+  std::optional<std::string> operator()(std::uint64_t number) const {
+    if (number <= static_cast<std::uint64_t>(INT64_MAX)) return integerObject(number);
+    std::string object(1, static_cast<char>(kInteger << 4U | 4U));  // of 16 bytes: one of 8 is negative
+    appendNumber(object, 0, 8);
+    appendNumber(object, number, 8);
+    return object;
+  }
+  std::optional<std::string> operator()(double number) const { return bitsObject(kReal, number); }
+  std::optional<std::string> operator()(Date date) const {
+    return bitsObject(kDate, date.unixTime() - kReferenceDate);
+  }
+  std::optional<std::string> operator()(PropertyList::Uid uid) const {
+    const std::size_t size = sizeFor(uid.value);
+    std::string object(1, static_cast<char>(kUid << 4U | (size - 1)));
+    appendNumber(object, uid.value, size);
+    return object;
+  }
+  std::optional<std::string> operator()(const PropertyList::Array&) const { return std::nullopt; }
+  std::optional<std::string> operator()(const PropertyList::Dictionary&) const { return std::nullopt; }
+};
+
 }  // namespace
 
 /// Walks the objects from the root, each once, and finds out how deep each reaches and for how many values it
@@ -134,6 +186,7 @@ class BinaryPropertyList::Walk {
   struct Known {
     std::uint32_t height = 0;  ///< 0 while it is not known
     bool isOnPath = false;
+    bool isText = false;
     std::size_t values = 0;
   };
   struct Visit {
@@ -151,7 +204,7 @@ class BinaryPropertyList::Walk {
     const Object element = list_.reference(visit.content, visit.next);
     if (element >= list_.count_) return false;
     if (known_[element].height == 0) return meet(element);
-    if (isKey(visit) && !isTextKind(list_.contentOf(element).kind)) return false;
+    if (isKey(visit) && !known_[element].isText) return false;
     ++visit.next;
     return add(visit, known_[element]);
   }
@@ -172,7 +225,7 @@ class BinaryPropertyList::Walk {
     const auto content = list_.readContent(object);
     if (!content || known_[object].isOnPath) return false;
     if (!isContainer(content->kind)) {
-      known_[object] = {1, false, 1};
+      known_[object] = {1, false, isTextKind(content->kind), 1};
       return true;
     }
     const std::size_t elements = elementCount(content->kind, content->count);
@@ -185,7 +238,7 @@ class BinaryPropertyList::Walk {
 
   bool leave() {
     const Visit& visit = path_.back();
-    known_[visit.object] = {visit.height, false, visit.values};
+    known_[visit.object] = {visit.height, false, false, visit.values};
     path_.pop_back();
     return true;
   }
@@ -202,7 +255,7 @@ class BinaryPropertyList::Walk {
   int fault_ = EINVAL;
 };
 
-/// The list that replacingArray() answers, object by object: the old ones that are still referred to, then
+/// A list that is written, object by object: the old ones that are still referred to, then
 /// the new ones.
 class BinaryPropertyList::Copy {
  public:
@@ -224,7 +277,13 @@ class BinaryPropertyList::Copy {
       elements.push_back(*added);
     }
     const std::size_t array = add({kArray, elements.size(), std::move(elements), {}});
-    return write(newRoot(root, index, array, key));
+    return write(newRoot(root, index, array, key), numbers_[list_.root_]);
+  }
+
+  Result<std::string> makeFrom(const PropertyList& value) {
+    const auto root = add(value);
+    if (!root) return systemError(EINVAL, "");
+    return write({}, *root);
   }
 
  private:
@@ -273,13 +332,19 @@ class BinaryPropertyList::Copy {
 
   // NOLINTNEXTLINE(misc-no-recursion): what is appended is the caller's own
   std::optional<std::size_t> add(const PropertyList& value) {
-    if (const auto* text = value.as<std::string>()) return addBytes(textObject(*text));
-    if (const auto* number = value.as<std::int64_t>()) {
-      return addBytes(integerObject(static_cast<std::uint64_t>(*number)));
-    }
+    if (const auto* text = value.as<std::string>()) return addText(*text);
     if (const auto* array = value.as<PropertyList::Array>()) return addArray(*array);
     if (const auto* dictionary = value.as<PropertyList::Dictionary>()) return addDictionary(*dictionary);
-    return std::nullopt;
+    return addBytes(std::visit(ScalarObject(), value.value()));
+  }
+
+  /// The same text is one object.
+  std::optional<std::size_t> addText(const std::string& text) {
+    const auto known = texts_.find(text);
+    if (known != texts_.end()) return known->second;
+    const auto added = addBytes(textObject(text));
+    if (added) texts_.emplace(text, *added);
+    return added;
   }
 
   std::optional<std::size_t> addBytes(std::optional<std::string> bytes) {
@@ -302,7 +367,7 @@ class BinaryPropertyList::Copy {
   std::optional<std::size_t> addDictionary(const PropertyList::Dictionary& dictionary) {
     std::vector<std::size_t> references(2 * dictionary.size());
     for (std::size_t at = 0; at < dictionary.size(); ++at) {
-      const auto key = addBytes(textObject(dictionary[at].first));
+      const auto key = addText(dictionary[at].first);
       const auto value = add(dictionary[at].second);
       if (!key || !value) return std::nullopt;
       references[at] = *key;
@@ -328,7 +393,7 @@ class BinaryPropertyList::Copy {
     return keys;
   }
 
-  std::string write(const std::vector<std::size_t>& root) {
+  std::string write(const std::vector<std::size_t>& root, std::size_t rootNumber) {
     referenceSize_ = sizeFor(kept_ + new_.size());
     output_.reserve(list_.bytes_.size() + list_.bytes_.size() / 2);
     output_ = kMagic;
@@ -343,7 +408,7 @@ class BinaryPropertyList::Copy {
       }
     }
     for (const NewObject& object : new_) writeNew(object);
-    writeTable();
+    writeTable(rootNumber);
     return std::move(output_);
   }
 
@@ -353,8 +418,12 @@ class BinaryPropertyList::Copy {
       return;
     }
     output_ += header(content.kind, content.count);
-    for (std::size_t at = 0; at < elementCount(content.kind, content.count); ++at) {
-      appendNumber(output_, numbers_[list_.reference(content, at)], referenceSize_);
+    const std::size_t elements = elementCount(content.kind, content.count);
+    const std::size_t begin = output_.size();
+    output_.resize(begin + elements * referenceSize_);
+    for (std::size_t at = 0; at < elements; ++at) {
+      storeNumber(output_.data() + begin + at * referenceSize_, numbers_[list_.reference(content, at)],
+                  referenceSize_);
     }
   }
 
@@ -381,7 +450,7 @@ class BinaryPropertyList::Copy {
     }
   }
 
-  void writeTable() {
+  void writeTable(std::size_t rootNumber) {
     const std::size_t table = output_.size();
     const std::size_t offsetSize = sizeFor(table);
     for (const std::size_t offset : offsets_) appendNumber(output_, offset, offsetSize);
@@ -389,7 +458,7 @@ class BinaryPropertyList::Copy {
     appendNumber(output_, offsetSize, 1);
     appendNumber(output_, referenceSize_, 1);
     appendNumber(output_, offsets_.size(), 8);
-    appendNumber(output_, numbers_[list_.root_], 8);
+    appendNumber(output_, rootNumber, 8);
     appendNumber(output_, table, 8);
   }
 
@@ -398,6 +467,7 @@ class BinaryPropertyList::Copy {
   std::vector<Content> pending_;
   std::size_t kept_ = 0;
   std::vector<NewObject> new_;
+  std::unordered_map<std::string, std::size_t> texts_;
   std::size_t referenceSize_ = 1;
   std::vector<std::size_t> offsets_;
   std::string output_;
@@ -435,11 +505,7 @@ bool BinaryPropertyList::readTrailer() {
 
 std::optional<std::size_t> BinaryPropertyList::number(std::size_t at, std::size_t size) const {
   if (at > bytes_.size() || size > bytes_.size() - at || size > 8) return std::nullopt;
-  std::size_t value = 0;
-  for (std::size_t index = at; index < at + size; ++index) {
-    value = value << 8U | static_cast<unsigned char>(bytes_[index]);
-  }
-  return value;
+  return loadNumber(bytes_.data() + at, size);
 }
 
 std::optional<BinaryPropertyList::Content> BinaryPropertyList::readContent(Object object) const {
@@ -499,7 +565,8 @@ BinaryPropertyList::Content BinaryPropertyList::contentOf(Object object) const {
 }
 
 BinaryPropertyList::Object BinaryPropertyList::reference(const Content& container, std::size_t index) const {
-  return number(container.at + index * referenceSize_, referenceSize_).value_or(count_);
+  // Within the bytes, because the container is.
+  return loadNumber(bytes_.data() + container.at + index * referenceSize_, referenceSize_);
 }
 
 std::optional<std::size_t> BinaryPropertyList::indexOfKey(const Content& dictionary,
@@ -556,6 +623,10 @@ std::optional<std::int64_t> BinaryPropertyList::integer(Object object) const {
     return static_cast<std::int64_t>(number(at, std::min<std::size_t>(size, 8)).value_or(0));
   }
   return std::nullopt;
+}
+
+Result<std::string> BinaryPropertyList::serialize(const PropertyList& value) {
+  return Copy(emptyDictionary()).makeFrom(value);
 }
 
 Result<std::string> BinaryPropertyList::replacingArray(std::string_view key,

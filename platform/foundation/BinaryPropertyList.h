@@ -27,6 +27,9 @@ class BinaryPropertyList {
   /// values. Uses a constant amount of stack.
   [[nodiscard]] static Result<BinaryPropertyList> open(std::string bytes, std::size_t mostValues);
 
+  /// A value as a binary property list; each text is written once. EINVAL for text that is not UTF-8.
+  [[nodiscard]] static Result<std::string> serialize(const PropertyList& value);
+
   /// The list of an empty dictionary.
   [[nodiscard]] static BinaryPropertyList emptyDictionary();
 
@@ -47,9 +50,8 @@ class BinaryPropertyList {
   [[nodiscard]] std::optional<std::int64_t> integer(Object object) const;
 
   /// The bytes of the same list in which the root's key holds an array of the objects, then of the values
-  /// appended. Texts, whole numbers, arrays and dictionaries can be appended; EINVAL for a value of another
-  /// kind, for text that is not UTF-8, and where the root is no dictionary. All other values stay as they
-  /// are, and in their order; what nothing refers to any more is left out.
+  /// appended. EINVAL for text that is not UTF-8, and where the root is no dictionary. All other values stay
+  /// as they are, and in their order; what nothing refers to any more is left out.
   [[nodiscard]] Result<std::string> replacingArray(std::string_view key, const std::vector<Object>& objects,
                                                    const PropertyList::Array& appended) const;
 
