@@ -20,7 +20,7 @@ using foundation::Result;
 using foundation::systemError;
 
 constexpr const char* kWatchList = "watchlist";
-constexpr auto kLongestWait = std::chrono::seconds(2);
+constexpr auto kLongestWait = std::chrono::seconds(5);
 constexpr auto kWaitBetweenTries = std::chrono::milliseconds(10);
 
 bool isBinary(std::string_view bytes) {

@@ -79,7 +79,7 @@ class WatchList {
 
 enum class WhenMissing { leave, create };
 
-/// Reads the file, has it changed and writes it, all under the lock, for which it waits two seconds at most.
+/// Reads the file, has it changed and writes it, all under the lock, for which it waits five seconds at most.
 /// Answers whether it was written; what failed is said on the system console.
 ///
 /// WhenMissing::create begins a new file where there is none, and where what is there is no list: that is

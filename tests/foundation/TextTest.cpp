@@ -121,6 +121,28 @@ TEST(Trimmed, LeavesBytesThatAreNoText) {
   EXPECT_EQ(trimmed(std::string("\0 ", 2)), std::string("\0", 1));
 }
 
+TEST(Uppercase, ChangesLettersOfEveryScript) {
+  EXPECT_EQ(uppercase("abz-1 [{"), "ABZ-1 [{");
+  EXPECT_EQ(uppercase("\xC3\xBC\xC3\xA9"), "\xC3\x9C\xC3\x89");
+  EXPECT_EQ(uppercase("\xD1\x84 \xCE\xB1"), "\xD0\xA4 \xCE\x91");
+  EXPECT_EQ(uppercase("\xC3\x9F"), "SS");
+  EXPECT_EQ(uppercase("\xE3\x81\xA1\x01"), "\xE3\x81\xA1\x01");
+}
+
+TEST(Uppercase, KeepsBytesThatAreNoText) {
+  EXPECT_EQ(uppercase("\xFF"
+                      "a\xC3"),
+            "\xFF"
+            "A\xC3");
+  EXPECT_EQ(uppercase(""), "");
+}
+
+TEST(AppendUtf8, WritesCharactersOfEveryLength) {
+  std::string text;
+  for (const char32_t code : {0x41U, 0xFCU, 0xF72CU, 0x1F3ACU}) appendUtf8(text, code);
+  EXPECT_EQ(text, "A\xC3\xBC\xEF\x9C\xAC\xF0\x9F\x8E\xAC");
+}
+
 TEST(Lowercase, ChangesAsciiLettersOnly) {
   EXPECT_EQ(lowercase("-REPAIR \xC3\x89 [Z]"), "-repair \xC3\x89 [z]");
 }

@@ -6,6 +6,7 @@
 
 #include "platform/linux/LibplistPropertyLists.h"
 #include "platform/posix/PosixFiles.h"
+#include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform {
@@ -70,6 +71,59 @@ TEST_F(LinuxMainBundleTest, AResourceIsFoundByNameAndType) {
   folder.file("A.app/Contents/Resources/README");
   EXPECT_EQ(bundle.pathForResource("Manual", "pdf"), folder / "A.app/Contents/Resources/Manual.pdf");
   EXPECT_EQ(bundle.pathForResource("README", ""), folder / "A.app/Contents/Resources/README");
+}
+
+class LocalizedStringTest : public LinuxMainBundleTest {
+ protected:
+  static std::string strings(const std::string& text) {
+    return "<plist><dict><key>Page Up</key><string>" + text + "</string></dict></plist>";
+  }
+  std::string pageUp() { return bundleOf("A.app/Contents/MacOS/A").localizedString("Page Up"); }
+  void offer(const std::string& language, const std::string& text) {
+    folder.file("A.app/Contents/Resources/" + language + ".lproj/Localizable.strings", text);
+  }
+
+  support::EnvironmentVariable all{"LC_ALL", std::nullopt};
+  support::EnvironmentVariable messages{"LC_MESSAGES", std::nullopt};
+  support::EnvironmentVariable language{"LANG", "de_CH.UTF-8"};
+  support::EnvironmentVariable list{"LANGUAGE", std::nullopt};
+};
+
+TEST_F(LocalizedStringTest, WithoutATextTheKeyIsTheText) {
+  EXPECT_EQ(pageUp(), "Page Up");
+  offer("en", "<plist><dict><key>Home</key><string>Start</string></dict></plist>");
+  EXPECT_EQ(pageUp(), "Page Up");
+  offer("en", "garbage");
+  EXPECT_EQ(pageUp(), "Page Up");
+  offer("en", "<plist><dict><key>Page Up</key><true/></dict></plist>");
+  EXPECT_EQ(pageUp(), "Page Up");
+}
+
+TEST_F(LocalizedStringTest, TheUsersLanguageIsTakenBeforeEnglish) {
+  offer("en", strings("PgUp"));
+  EXPECT_EQ(pageUp(), "PgUp");
+  offer("de", strings("Bild auf"));
+  EXPECT_EQ(pageUp(), "Bild auf");
+  offer("de_CH", strings("Bild ue"));
+  EXPECT_EQ(pageUp(), "Bild ue");
+}
+
+TEST_F(LocalizedStringTest, TheEnvironmentSaysTheLanguage) {
+  offer("en", strings("PgUp"));
+  offer("de", strings("Bild auf"));
+  offer("fr", strings("Page haut"));
+  const support::EnvironmentVariable french("LC_MESSAGES", "fr_FR.UTF-8");
+  EXPECT_EQ(pageUp(), "Page haut");
+  const support::EnvironmentVariable several("LANGUAGE", "it:de:fr");
+  EXPECT_EQ(pageUp(), "Bild auf");
+  const support::EnvironmentVariable plain("LC_ALL", "C");
+  EXPECT_EQ(pageUp(), "PgUp");
+}
+
+TEST_F(LocalizedStringTest, ALanguageIsNoWayOutOfTheBundle) {
+  folder.file("A.app/x.lproj/Localizable.strings", strings("from elsewhere"));
+  const support::EnvironmentVariable outside("LANG", "../../x");
+  EXPECT_EQ(pageUp(), "Page Up");
 }
 
 }  // namespace

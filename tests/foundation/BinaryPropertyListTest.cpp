@@ -1,0 +1,233 @@
+#include "platform/foundation/BinaryPropertyList.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <random>
+
+#include "platform/linux/LibplistPropertyLists.h"
+
+namespace foundation {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Object = BinaryPropertyList::Object;
+
+constexpr std::size_t kMany = 1'000'000;
+
+/// Written and read by the other implementation, which is the measure of what is a sound list.
+class BinaryPropertyListTest : public testing::Test {
+ protected:
+  std::string written(const PropertyList& value) {
+    return lists.serialize(value, platform::PropertyListFormat::binary).value();
+  }
+  PropertyList read(const std::string& bytes) {
+    auto value = lists.parse(bytes);
+    EXPECT_TRUE(value) << "not sound";
+    return value ? value.value() : PropertyList("not sound");
+  }
+  BinaryPropertyList opened(const PropertyList& value) {
+    return BinaryPropertyList::open(written(value), kMany).value();
+  }
+  static int fault(const std::string& bytes, std::size_t mostValues = kMany) {
+    const auto list = BinaryPropertyList::open(bytes, mostValues);
+    return list ? 0 : list.error().code;
+  }
+
+  static PropertyList everyKind() {
+    return PropertyList::Dictionary{
+        {"text", "plain"},
+        {"umlaut", "\xC3\xBC"},
+        {"film", "\xF0\x9F\x8E\xAC"},
+        {"empty", ""},
+        {"long", std::string(70000, 'x')},
+        {"data", PropertyList::Data{std::string("\0\xFF", 2)}},
+        {"yes", true},
+        {"no", false},
+        {"small", 200},
+        {"medium", 40000},
+        {"large", std::int64_t{3000000000}},
+        {"negative", -1},
+        {"huge", std::uint64_t{18446744073709551615U}},
+        {"real", 0.1},
+        {"date", Date::fromUnixTime(1293876000.5)},
+        {"uid", PropertyList::Uid{300}},
+        {"array", PropertyList::Array{1, "two", PropertyList::Array{}}},
+        {"nested", PropertyList::Dictionary{{"a", PropertyList::Dictionary{{"b", "c"}}}}}};
+  }
+
+  platform::LibplistPropertyLists lists;
+};
+
+TEST_F(BinaryPropertyListTest, AValueIsWrittenAsOthersReadIt) {
+  EXPECT_EQ(read(BinaryPropertyList::serialize(everyKind()).value()), everyKind());
+  EXPECT_EQ(read(BinaryPropertyList::serialize(PropertyList::Array{}).value()), PropertyList::Array{});
+  EXPECT_EQ(read(BinaryPropertyList::serialize("text").value()), PropertyList("text"));
+}
+
+TEST_F(BinaryPropertyListTest, EveryNumberOfObjectsIsWrittenAsOthersReadIt) {
+  for (const int count : {13, 14, 15, 16, 253, 254, 255, 256, 257, 65533, 65534, 65535, 65536}) {
+    PropertyList::Array numbers;
+    for (int number = 0; number < count; ++number) numbers.emplace_back(number);
+    EXPECT_EQ(read(BinaryPropertyList::serialize(numbers).value()), PropertyList(numbers)) << count;
+  }
+}
+
+TEST_F(BinaryPropertyListTest, ATextIsWrittenOnce) {
+  const PropertyList::Array same(1000, PropertyList("a text that is rather long"));
+  EXPECT_LT(BinaryPropertyList::serialize(same).value().size(), 5000U);
+}
+
+TEST_F(BinaryPropertyListTest, TextThatIsNotUtf8IsNotWritten) {
+  EXPECT_EQ(BinaryPropertyList::serialize("\xFF").error().code, EINVAL);
+  EXPECT_EQ(BinaryPropertyList::serialize(PropertyList::Dictionary{{"\xFF", 1}}).error().code, EINVAL);
+}
+
+TEST_F(BinaryPropertyListTest, ItFindsWhatADictionaryHolds) {
+  const auto list = opened(everyKind());
+  const Object root = list.root();
+  EXPECT_TRUE(list.isDictionary(root));
+  EXPECT_EQ(list.text(*list.find(root, "text")), "plain");
+  EXPECT_EQ(list.text(*list.find(root, "umlaut")), "\xC3\xBC");
+  EXPECT_EQ(list.text(*list.find(root, "film")), "\xF0\x9F\x8E\xAC");
+  EXPECT_EQ(list.text(*list.find(root, "long")), std::string(70000, 'x'));
+  EXPECT_EQ(list.text(*list.find(root, "small")), std::nullopt);
+  EXPECT_TRUE(list.isText(*list.find(root, "umlaut"), "\xC3\xBC"));
+  EXPECT_FALSE(list.isText(*list.find(root, "umlaut"), "u"));
+  EXPECT_FALSE(list.isText(*list.find(root, "small"), ""));
+  EXPECT_EQ(list.find(root, "none"), std::nullopt);
+  EXPECT_EQ(list.find(*list.find(root, "text"), "text"), std::nullopt);
+}
+
+TEST_F(BinaryPropertyListTest, WholeNumbersOfEverySizeAreRead) {
+  const auto list = opened(everyKind());
+  const auto number = [&](const char* key) { return list.integer(*list.find(list.root(), key)); };
+  EXPECT_EQ(number("small"), 200);
+  EXPECT_EQ(number("medium"), 40000);
+  EXPECT_EQ(number("large"), 3000000000);
+  EXPECT_EQ(number("negative"), -1);
+  EXPECT_EQ(number("real"), std::nullopt);
+  EXPECT_EQ(number("text"), std::nullopt);
+}
+
+TEST_F(BinaryPropertyListTest, TheElementsOfAnArrayAreInTheirOrder) {
+  const auto list = opened(PropertyList::Dictionary{{"a", PropertyList::Array{"x", "y", "x"}}});
+  const auto elements = list.elements(*list.find(list.root(), "a"));
+  ASSERT_EQ(elements.size(), 3U);
+  EXPECT_TRUE(list.isText(elements[0], "x"));
+  EXPECT_TRUE(list.isText(elements[1], "y"));
+  EXPECT_TRUE(list.isText(elements[2], "x"));
+  EXPECT_THAT(list.elements(list.root()), IsEmpty());
+  EXPECT_FALSE(list.isArray(list.root()));
+}
+
+TEST_F(BinaryPropertyListTest, AnArrayIsReplacedAndAllElseStays) {
+  PropertyList root = everyKind();
+  root.set("list", PropertyList::Array{"a", everyKind(), "c", 4});
+  root.set("after", "z");
+  const auto list = opened(root);
+  auto elements = list.elements(*list.find(list.root(), "list"));
+  elements.erase(elements.begin());
+  std::swap(elements[1], elements[2]);
+  const PropertyList added = PropertyList::Dictionary{{"k", PropertyList::Array{"\xC3\xBC", 7}}};
+  root.set("list", PropertyList::Array{everyKind(), 4, "c", added});
+  EXPECT_EQ(read(list.replacingArray("list", elements, {added}).value()), root);
+}
+
+TEST_F(BinaryPropertyListTest, AnArrayThatIsMissingIsAdded) {
+  const auto list = opened(PropertyList::Dictionary{{"version", 1}});
+  EXPECT_EQ(read(list.replacingArray("list", {}, {"a"}).value()),
+            PropertyList(PropertyList::Dictionary{{"version", 1}, {"list", PropertyList::Array{"a"}}}));
+  EXPECT_EQ(read(BinaryPropertyList::emptyDictionary().replacingArray("list", {}, {}).value()),
+            PropertyList(PropertyList::Dictionary{{"list", PropertyList::Array{}}}));
+}
+
+TEST_F(BinaryPropertyListTest, AnArrayThatIsReferredToFromElsewhereStaysThere) {
+  // libplist gives equal texts one object; the list and the other key share their elements.
+  const auto list = opened(PropertyList::Dictionary{{"list", PropertyList::Array{"a", "b"}},
+                                                    {"other", PropertyList::Array{"a", "b"}}});
+  EXPECT_EQ(read(list.replacingArray("list", {}, {}).value()),
+            PropertyList(PropertyList::Dictionary{{"list", PropertyList::Array{}},
+                                                  {"other", PropertyList::Array{"a", "b"}}}));
+}
+
+TEST_F(BinaryPropertyListTest, WhatNothingRefersToIsLeftOut) {
+  const auto list = opened(PropertyList::Dictionary{{"list", PropertyList::Array{std::string(5000, 'x')}}});
+  EXPECT_LT(list.replacingArray("list", {}, {}).value().size(), 200U);
+}
+
+TEST_F(BinaryPropertyListTest, OnlyADictionaryGetsAnArray) {
+  EXPECT_EQ(opened(PropertyList::Array{}).replacingArray("list", {}, {}).error().code, EINVAL);
+  EXPECT_EQ(opened(PropertyList()).replacingArray("list", {}, {"\xFF"}).error().code, EINVAL);
+}
+
+TEST_F(BinaryPropertyListTest, MoreValuesThanAllowedAreRefused) {
+  const std::string bytes = written(PropertyList::Array(1000, PropertyList("x")));
+  EXPECT_EQ(fault(bytes, 1001), 0);
+  EXPECT_EQ(fault(bytes, 1000), EFBIG);
+}
+
+/// Ten arrays in each other, each ten times in the next: 10^10 values in a few hundred bytes.
+TEST_F(BinaryPropertyListTest, ASmallFileThatStandsForMoreThanAnyMemoryIsRefused) {
+  std::string bytes = "bplist00";
+  std::string table;
+  for (char level = 0; level < 10; ++level) {
+    table += static_cast<char>(bytes.size());
+    bytes += '\xAA';
+    bytes += std::string(10, static_cast<char>(level + 1));
+  }
+  table += static_cast<char>(bytes.size());
+  bytes += '\x08';
+  const std::size_t begin = bytes.size();
+  bytes += table + std::string(6, '\0') + "\x01\x01" + std::string(7, '\0') + '\x0B' + std::string(8, '\0') +
+           std::string(7, '\0') + static_cast<char>(begin);
+  EXPECT_EQ(fault(bytes), EFBIG);
+}
+
+TEST_F(BinaryPropertyListTest, DeepNestingIsRefused) {
+  const auto nested = [](int levels) {
+    PropertyList value = "x";
+    for (int level = 0; level < levels; ++level) value = PropertyList::Array{std::move(value)};
+    return value;
+  };
+  EXPECT_EQ(fault(BinaryPropertyList::serialize(nested(512)).value()), 0);
+  EXPECT_EQ(fault(BinaryPropertyList::serialize(nested(513)).value()), EINVAL);
+}
+
+TEST_F(BinaryPropertyListTest, EveryBeginningOfAListIsRefused) {
+  const std::string bytes = written(everyKind());
+  for (std::size_t length = 0; length < bytes.size(); length += length < 500 ? 1 : 97) {
+    EXPECT_EQ(fault(bytes.substr(0, length)), EINVAL) << length;
+  }
+}
+
+/// Whatever the bytes: what is taken is written again soundly, and nothing lies outside.
+TEST_F(BinaryPropertyListTest, DamagedBytesAreRefusedOrReadWithinTheirBounds) {
+  PropertyList root = everyKind();
+  root.set("long", "shorter");
+  root.set("list", PropertyList::Array{"a", PropertyList::Dictionary{{"k", 1}}, "a"});
+  const std::string sound = written(root);
+  std::mt19937 random(4711);  // NOLINT(cert-msc51-cpp): the same damage each time
+  int taken = 0;
+  for (int round = 0; round < 20000; ++round) {
+    std::string bytes = sound;
+    const auto changes = 1 + random() % 3;
+    for (std::size_t change = 0; change < changes; ++change)
+      bytes[random() % bytes.size()] = static_cast<char>(random());
+    const auto list = BinaryPropertyList::open(bytes, kMany);
+    if (!list || !list.value().isDictionary(list.value().root())) continue;
+    ++taken;
+    const auto array = list.value().find(list.value().root(), "list");
+    const auto elements = array ? list.value().elements(*array) : std::vector<Object>();
+    for (const Object element : elements) static_cast<void>(list.value().text(element));
+    const auto again = list.value().replacingArray("list", elements, {"b"});
+    ASSERT_TRUE(again);
+    EXPECT_EQ(fault(again.value()), 0);
+  }
+  EXPECT_GT(taken, 1000);
+}
+
+}  // namespace
+}  // namespace foundation

@@ -1,0 +1,618 @@
+#include "ui/TGShortcutKeyTableDelegate.h"
+
+#include <limits>
+
+#include "tests/ui/ShortcutKeyFixture.h"
+
+using foundation::PropertyList;
+using outlets::ModifierFlags;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace {
+
+constexpr const char* kRun =
+    "run /Library/Application Support/Vordenworks/Shared Resources/TGShortcutKeyManager -setup";
+constexpr const char* kReload = "post TGShortcutKeysReload";
+constexpr const char* kNoManager =
+    "Unable to setup shortcut keys - shortcut key manager doesn't exist. Please reinstall this software.";
+
+class RecordingFieldEditor : public outlets::FieldEditor {
+ public:
+  void setDelegate(outlets::ShortcutKeyOwner* owner) override { delegate = owner; }
+  void setString(const std::string& newText) override { text = newText; }
+
+  outlets::ShortcutKeyOwner* delegate = nullptr;
+  std::string text = "typed before";
+};
+
+class RecordingTable : public outlets::ShortcutKeyTable {
+ public:
+  void setEnabled(bool enabled) override { isEnabled = enabled; }
+  void reloadData() override { ++reloads; }
+  [[nodiscard]] std::optional<std::size_t> selectedRow() const override { return selected; }
+  void setCellIsLeaf(const std::string& column) override { leaves.push_back(column); }
+  void endEditing(const std::string& column, outlets::FieldEditor& editor) override {
+    ended.emplace_back(column, &editor);
+  }
+
+  bool isEnabled = true;
+  int reloads = 0;
+  std::optional<std::size_t> selected;
+  std::vector<std::string> leaves;
+  std::vector<std::pair<std::string, outlets::FieldEditor*>> ended;
+};
+
+class RecordingText : public outlets::TextField {
+ public:
+  void setHidden(bool hidden) override { isHidden = hidden; }
+  bool isHidden = true;
+};
+
+class RecordingCell : public outlets::TableCell {
+ public:
+  void setApplicationIcon(int newPoints) override { points = newPoints; }
+  int points = 0;
+};
+
+class RecordingFactory : public outlets::FieldEditorFactory {
+ public:
+  std::unique_ptr<outlets::FieldEditor> makeFieldEditor() override {
+    auto editor = std::make_unique<RecordingFieldEditor>();
+    last = editor.get();
+    return editor;
+  }
+  RecordingFieldEditor* last = nullptr;
+};
+
+class TGShortcutKeyTableDelegateTest : public ShortcutKeyFixture {
+ protected:
+  TGShortcutKeyTableDelegateTest() : delegate(*TGShortcutKeyTableDelegate::sharedController()) {
+    offer({PropertyList::Dictionary{{"id", "repair"}, {"description", "Repair"}},
+           PropertyList::Dictionary{{"id", "stop"}, {"description", "Stop Qmaster"}},
+           PropertyList::Dictionary{{"id", "logs"}, {"description", "Gather Logs"}}});
+  }
+
+  void offer(PropertyList::Array commands) {
+    const PropertyList list = PropertyList::Dictionary{{"TGKeys", std::move(commands)}};
+    system.files.makeFile("/Applications/Quillmend.app/Contents/TGKeys.plist",
+                          system.propertyLists.serialize(list, platform::PropertyListFormat::xml).value());
+  }
+
+  void load() { delegate.interfaceDidLoad({&table, &view, &alert, &editors}); }
+  void loadAndSelect(std::size_t row) {
+    load();
+    table.selected = row;
+    system.recorder.clear();
+  }
+
+  [[nodiscard]] std::optional<std::string> keyName(std::size_t row) {
+    return delegate.tableView(&table, "shortcutkey", row);
+  }
+  [[nodiscard]] PropertyList userInformation(std::uint16_t keyCode, const ModifierFlags& flags) {
+    delegate.fieldEditorKeyDown(keyCode, flags);
+    return system.localNotifications.posted.back().userInfo;
+  }
+  static PropertyList pressed(int keyCode, bool shift, bool ctrl, bool opt, bool cmd) {
+    return PropertyList::Dictionary{
+        {"keycode", keyCode}, {"shift", shift}, {"ctrl", ctrl}, {"opt", opt}, {"cmd", cmd}};
+  }
+  /// What was done to the system, in-process notifications left out.
+  [[nodiscard]] std::vector<std::string> calls() const {
+    return system.recorder.only({"run", "post", "wait", "terminate"});
+  }
+
+  RecordingTable table;
+  outlets::View view;
+  RecordingText alert;
+  RecordingFactory editors;
+  TGShortcutKeyTableDelegate& delegate;
+};
+
+// The singleton.
+
+TEST_F(TGShortcutKeyTableDelegateTest, ThereIsOneForTheWholeProcess) {
+  EXPECT_EQ(TGShortcutKeyTableDelegate::sharedController(), &delegate);
+  EXPECT_EQ(TGShortcutKeyTableDelegate::alloc(), nullptr);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, ReleasingDoesNotFreeIt) {
+  delegate.release();
+  delegate.release();
+  EXPECT_EQ(delegate.retain(), &delegate);
+  EXPECT_EQ(delegate.autorelease(), &delegate);
+  EXPECT_EQ(delegate.copy(), &delegate);
+  EXPECT_EQ(TGShortcutKeyTableDelegate::retainCount(), std::numeric_limits<std::uint32_t>::max());
+  EXPECT_EQ(TGShortcutKeyTableDelegate::sharedController(), &delegate);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, AllocationBeforeAnyUseMakesTheSharedOne) {
+  const foundation::SingletonScope<TGShortcutKeyTableDelegate> fresh;
+  TGShortcutKeyTableDelegate* const first = TGShortcutKeyTableDelegate::alloc();
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(TGShortcutKeyTableDelegate::sharedController(), first);
+}
+
+// Loading.
+
+TEST_F(TGShortcutKeyTableDelegateTest, AwakeningMakesTheFieldEditorWhoseDelegateItIs) {
+  load();
+  EXPECT_EQ(delegate.tgFieldEditor(), editors.last);
+  EXPECT_EQ(editors.last->delegate, &delegate);
+  EXPECT_THAT(table.leaves, ElementsAre("description"));
+  EXPECT_EQ(delegate.parentView(), &view);
+  EXPECT_EQ(delegate.shortcutKeyTableView(), &table);
+  EXPECT_EQ(delegate.versionAlertText(), &alert);
+  EXPECT_EQ(table.reloads, 1);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, LoadedTwiceItHearsEachKeyOnce) {
+  load();
+  load();
+  table.selected = 0;
+  delegate.fieldEditorKeyDown(1, {});
+  EXPECT_THAT(table.ended, testing::SizeIs(1));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, AClosedInterfaceIsNotTouchedAnyMore) {
+  loadAndSelect(0);
+  const int reloads = table.reloads;
+  delegate.interfaceWillClose();
+  delegate.fieldEditorKeyDown(1, {});
+  delegate.tableKeyDown(0x7F);
+  delegate.keyChanged({"TGShortcutKeyChanged", pressed(1, true, false, false, true)});
+  delegate.populateKeyData();
+  EXPECT_EQ(table.reloads, reloads);
+  EXPECT_THAT(table.ended, IsEmpty());
+  EXPECT_EQ(delegate.parentView(), nullptr);
+  EXPECT_EQ(delegate.tgFieldEditor(), nullptr);
+  EXPECT_EQ(delegate.windowWillReturnFieldEditor(&table), nullptr);
+  EXPECT_FALSE(system.files.exists(kFile));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, AnInterfaceThatCannotBeLoadedIsSaid) {
+  delegate.interfaceDidNotLoad();
+  EXPECT_THAT(messages(), ElementsAre("Error: unable to load keyboard shortcut interface"));
+}
+
+// The table.
+
+TEST_F(TGShortcutKeyTableDelegateTest, TheRowsAreTheCommandsInTheOrderOfTheirList) {
+  load();
+  ASSERT_EQ(delegate.numberOfRowsInTableView(&table), 3U);
+  EXPECT_EQ(delegate.tableView(&table, "description", 0), "Repair");
+  EXPECT_EQ(delegate.tableView(&table, "description", 1), "Stop Qmaster");
+  EXPECT_EQ(delegate.tableView(&table, "description", 2), "Gather Logs");
+  EXPECT_EQ(keyName(0), std::nullopt);
+  EXPECT_EQ(delegate.tableView(&table, "other", 0), std::nullopt);
+  EXPECT_EQ(delegate.tableView(&table, "description", 3), std::nullopt);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WhatElseACommandHoldsIsCopiedToo) {
+  const PropertyList command = PropertyList::Dictionary{
+      {"id", "repair"}, {"description", "Repair"}, {"params", PropertyList::Array{"-repair"}}};
+  offer({command, "no command"});
+  load();
+  EXPECT_THAT(delegate.dataArray(), ElementsAre(command));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithoutACommandListThereAreNoRows) {
+  ASSERT_TRUE(system.files.remove("/Applications/Quillmend.app/Contents/TGKeys.plist"));
+  load();
+  EXPECT_EQ(delegate.numberOfRowsInTableView(&table), 0U);
+  system.files.makeFile("/Applications/Quillmend.app/Contents/TGKeys.plist", "garbage");
+  delegate.populateKeyData();
+  EXPECT_EQ(delegate.numberOfRowsInTableView(&table), 0U);
+  EXPECT_EQ(table.reloads, 2);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, OnlyDescriptionsHaveTheApplicationsIcon) {
+  load();
+  RecordingCell description;
+  RecordingCell key;
+  delegate.tableView(&table, description, "description", 0);
+  delegate.tableView(&table, key, "shortcutkey", 0);
+  EXPECT_EQ(description.points, 16);
+  EXPECT_EQ(key.points, 0);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, TheTablesEditorIsTheEmptiedOneOfItsOwn) {
+  load();
+  RecordingTable other;
+  EXPECT_EQ(delegate.windowWillReturnFieldEditor(&other), nullptr);
+  EXPECT_EQ(delegate.windowWillReturnFieldEditor(nullptr), nullptr);
+  EXPECT_EQ(editors.last->text, "typed before");
+  EXPECT_EQ(delegate.windowWillReturnFieldEditor(&table), editors.last);
+  EXPECT_EQ(editors.last->text, "");
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, CombinationsAreShownByTheirNames) {
+  writeEntries({entry(kOurs, "stop", 1, 0x1300), entry("com.other.App", "repair", 1, 0x0100),
+                entry(kOurs, "logs", 3, 0x0100), entry(kOurs, "gone", 1, 0x0100)});
+  load();
+  EXPECT_EQ(keyName(0), std::nullopt);
+  EXPECT_EQ(keyName(1), "Ctrl+Shift+Cmd+S");
+  EXPECT_EQ(keyName(2), "Unknown");
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, OfTwoCommandsOfOneIdentifierTheFirstIsNamed) {
+  offer({PropertyList::Dictionary{{"id", "twice"}}, PropertyList::Dictionary{{"id", "twice"}}});
+  writeEntries({entry(kOurs, "twice", 1, 0x0100)});
+  load();
+  EXPECT_EQ(keyName(0), "Cmd+S");
+  EXPECT_EQ(keyName(1), std::nullopt);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, AssignmentsThatCannotBeReadLeaveTheRowsBare) {
+  for (const char* bytes : {"", "garbage", "bplist00"}) {
+    writeBytes(bytes);
+    load();
+    EXPECT_EQ(delegate.numberOfRowsInTableView(&table), 3U);
+    EXPECT_EQ(keyName(0), std::nullopt);
+  }
+}
+
+// The manager.
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithTheManagerTheTableIsUsable) {
+  load();
+  EXPECT_TRUE(table.isEnabled);
+  EXPECT_TRUE(alert.isHidden);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithoutTheManagerTheAlertIsShownAndTheTableDisabled) {
+  removeManager();
+  writeEntries({entry(kOurs, "stop")});
+  load();
+  EXPECT_FALSE(table.isEnabled);
+  EXPECT_FALSE(alert.isHidden);
+  EXPECT_EQ(keyName(1), "Ctrl+Shift+Cmd+S");
+  installManager();
+  delegate.populateKeyData();
+  EXPECT_TRUE(table.isEnabled);
+  EXPECT_TRUE(alert.isHidden);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithoutTheManagerAnAssignmentIsWrittenAndItsAbsenceSaid) {
+  removeManager();
+  EXPECT_TRUE(delegate.setKeyboardShortcutWithID("stop", {}, 1, {.cmd = true}));
+  EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "stop", 1, 0x0100)));
+  EXPECT_THAT(calls(), ElementsAre(kReload));
+  EXPECT_THAT(messages(), ElementsAre(kNoManager));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, AManagerThatCannotBeStartedThrowsNothing) {
+  system.subprocesses.runs[kManager] = {.launchFailure =
+                                            foundation::Exception("NSInvalidArgumentException", "no such")};
+  EXPECT_NO_THROW(delegate.setKeyboardShortcutWithID("stop", {}, 1, {.cmd = true}));
+  EXPECT_THAT(messages(), testing::Contains(HasSubstr("no such")));
+}
+
+// Key presses.
+
+TEST_F(TGShortcutKeyTableDelegateTest, ABareKeyRecordsCommandAndShift) {
+  EXPECT_EQ(userInformation(0x60, {}), pressed(0x60, true, false, false, true));
+  EXPECT_EQ(system.localNotifications.posted.back().name, "TGShortcutKeyChanged");
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, CommandAloneRecordsCommand) {
+  EXPECT_EQ(userInformation(1, {.command = true}), pressed(1, false, false, false, true));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithShiftControlOrOptionExactlyWhatIsHeldIsRecorded) {
+  for (unsigned held = 0; held < 16; ++held) {
+    const ModifierFlags flags{(held & 1U) != 0, (held & 2U) != 0, (held & 4U) != 0, (held & 8U) != 0};
+    if (!flags.shift && !flags.control && !flags.option) continue;
+    EXPECT_EQ(userInformation(1, flags), pressed(1, flags.shift, flags.control, flags.option, flags.command))
+        << held;
+  }
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, DeletingKeysClearAndAllOthersAreTheTables) {
+  for (const char32_t key : {0x08U, 0x7FU, 0xF728U, 0xF73EU}) {
+    system.localNotifications.posted.clear();
+    EXPECT_TRUE(delegate.tableKeyDown(key));
+    ASSERT_THAT(system.localNotifications.posted, testing::SizeIs(1));
+    EXPECT_EQ(system.localNotifications.posted[0].name, "TGShortcutKeyCleared");
+    EXPECT_EQ(system.localNotifications.posted[0].userInfo, PropertyList());
+  }
+  system.localNotifications.posted.clear();
+  for (const char32_t key :
+       {0x00U, 0x07U, 0x09U, 0x0DU, 0x20U, 0x7EU, 0x80U, 0xF700U, 0xF727U, 0xF729U, 0xF73DU, 0xF73FU}) {
+    EXPECT_FALSE(delegate.tableKeyDown(key));
+  }
+  EXPECT_THAT(system.localNotifications.posted, IsEmpty());
+}
+
+// Recording.
+
+TEST_F(TGShortcutKeyTableDelegateTest, AKeyPressIsTheSelectedRowsCombination) {
+  loadAndSelect(1);
+  delegate.fieldEditorKeyDown(1, {.shift = true, .control = true, .option = true, .command = true});
+  EXPECT_EQ(keyName(1), "Ctrl+Shift+Alt+Cmd+S");
+  EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "stop", 1, 0x1B00)));
+  EXPECT_EQ(entries()[0].find("commandparams"), nullptr);
+  EXPECT_THAT(calls(), ElementsAre(kReload, kRun));
+  EXPECT_THAT(table.ended, ElementsAre(std::pair("shortcutkey", delegate.tgFieldEditor())));
+  EXPECT_THAT(messages(), IsEmpty());
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, PressingF5AloneRecordsCommandShiftF5) {
+  loadAndSelect(0);
+  delegate.fieldEditorKeyDown(0x60, {});
+  EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "repair", 0x60, 0x0300)));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, AKeyWithoutANameIsRecordedAsUnknown) {
+  loadAndSelect(0);
+  delegate.fieldEditorKeyDown(3, {.command = true});
+  EXPECT_EQ(keyName(0), "Unknown");
+  EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "repair", 3, 0x0100)));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithNoRowSelectedAKeyOnlyEndsTheEditing) {
+  load();
+  delegate.fieldEditorKeyDown(1, {});
+  EXPECT_THAT(table.ended, testing::SizeIs(1));
+  EXPECT_FALSE(system.files.exists(kFile));
+  EXPECT_THAT(calls(), IsEmpty());
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithoutUserInformationNothingIsRecorded) {
+  loadAndSelect(0);
+  delegate.keyChanged({"TGShortcutKeyChanged", {}});
+  EXPECT_THAT(table.ended, testing::SizeIs(1));
+  EXPECT_FALSE(system.files.exists(kFile));
+  EXPECT_EQ(keyName(0), std::nullopt);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, ARowThatIsGoneIsNoRow) {
+  loadAndSelect(3);
+  delegate.fieldEditorKeyDown(1, {});
+  delegate.clearShortcutKey(nullptr);
+  EXPECT_FALSE(system.files.exists(kFile));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, ACombinationThatCouldNotBeStoredIsNotShown) {
+  writeEntries({entry(kOurs, "repair", 2, 0x0100)});
+  loadAndSelect(0);
+  system.files.beforeChange = [](const std::string&, const std::string& path) {
+    return std::optional(foundation::systemError(ENOSPC, path));
+  };
+  delegate.fieldEditorKeyDown(1, {});
+  EXPECT_EQ(keyName(0), "Cmd+Page Up");
+  EXPECT_THAT(calls(), ElementsAre(kRun));
+}
+
+// Assigning.
+
+TEST_F(TGShortcutKeyTableDelegateTest, AnAssignmentReplacesTheOneThatTheCommandHas) {
+  const PropertyList other = entry("com.other.App", "stop", 5, 0x0100);
+  const PropertyList ours = entry(kOurs, "logs", 6, 0x0200);
+  writeEntries({other, entry(kOurs, "stop", 0, 0x0100), ours});
+  EXPECT_TRUE(delegate.setKeyboardShortcutWithID("stop", {}, 1, {.shift = true}));
+  EXPECT_THAT(entries(), ElementsAre(other, ours, entry(kOurs, "stop", 1, 0x0200)));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, OnlyTheFirstEntryOfACommandIsReplaced) {
+  writeEntries({entry(kOurs, "stop", 4, 0x0100), entry(kOurs, "stop", 5, 0x0100)});
+  EXPECT_TRUE(delegate.setKeyboardShortcutWithID("stop", {}, 1, {.opt = true}));
+  EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "stop", 5, 0x0100), entry(kOurs, "stop", 1, 0x0800)));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, EachModifierHasItsBit) {
+  const auto modifiersOf = [&](const ShortcutKeyModifiers& modifiers) {
+    EXPECT_TRUE(delegate.setKeyboardShortcutWithID("stop", {}, 1, modifiers));
+    return *entries().back().find("modifiers");
+  };
+  EXPECT_EQ(modifiersOf({}), PropertyList(0));
+  EXPECT_EQ(modifiersOf({.shift = true}), PropertyList(0x0200));
+  EXPECT_EQ(modifiersOf({.cmd = true}), PropertyList(0x0100));
+  EXPECT_EQ(modifiersOf({.opt = true}), PropertyList(0x0800));
+  EXPECT_EQ(modifiersOf({.ctrl = true}), PropertyList(0x1000));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithoutAnIdentifierTheParametersTellTheCommand) {
+  const auto withParams = [](const std::string& bundleId, PropertyList::Array params, int keyCode) {
+    return PropertyList(PropertyList::Dictionary{{"bundleid", bundleId},
+                                                 {"keycode", keyCode},
+                                                 {"modifiers", 0x0100},
+                                                 {"commandparams", std::move(params)}});
+  };
+  const PropertyList other = withParams("com.other.App", {"-a", "b"}, 5);
+  const PropertyList longer = withParams(kOurs, {"-a", "b", "c"}, 5);
+  writeEntries({other, longer, withParams(kOurs, {"-a", "b"}, 5)});
+  EXPECT_TRUE(delegate.setKeyboardShortcutWithID({}, std::vector<std::string>{"-a", "b"}, 1, {.cmd = true}));
+  EXPECT_THAT(entries(), ElementsAre(other, longer, withParams(kOurs, {"-a", "b"}, 1)));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithAnIdentifierTheParametersAreStoredAndNotCompared) {
+  EXPECT_TRUE(delegate.setKeyboardShortcutWithID("stop", std::vector<std::string>{"-a"}, 1, {.cmd = true}));
+  EXPECT_TRUE(delegate.setKeyboardShortcutWithID("logs", std::vector<std::string>{"-a"}, 2, {.cmd = true}));
+  ASSERT_THAT(entries(), testing::SizeIs(2));
+  EXPECT_EQ(*entries()[0].find("commandparams"), PropertyList(PropertyList::Array{"-a"}));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithNeitherNothingIsReplaced) {
+  writeEntries({entry(kOurs, "stop")});
+  EXPECT_TRUE(delegate.setKeyboardShortcutWithID({}, {}, 1, {.cmd = true}));
+  EXPECT_TRUE(delegate.setKeyboardShortcutWithID({}, {}, 1, {.cmd = true}));
+  EXPECT_THAT(entries(), testing::SizeIs(3));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, ManyEntriesOfOthersStayInTheirOrder) {
+  PropertyList::Array others;
+  for (int number = 0; number < 3000; ++number) {
+    others.push_back(
+        entry("com.other.App" + std::to_string(number % 9), "c" + std::to_string(number), number % 128));
+  }
+  writeEntries(others);
+  EXPECT_TRUE(delegate.setKeyboardShortcutWithID("stop", {}, 1, {.cmd = true}));
+  others.push_back(entry(kOurs, "stop", 1, 0x0100));
+  EXPECT_EQ(entries(), others);
+}
+
+// Clearing.
+
+TEST_F(TGShortcutKeyTableDelegateTest, ClearingTakesTheFirstEntryOfTheCommandAway) {
+  const PropertyList other = entry("com.other.App", "stop");
+  writeEntries({other, entry(kOurs, "stop", 4), entry(kOurs, "stop", 5)});
+  loadAndSelect(1);
+  EXPECT_TRUE(delegate.tableKeyDown(0x7F));
+  EXPECT_EQ(keyName(1), std::nullopt);
+  EXPECT_THAT(entries(), ElementsAre(other, entry(kOurs, "stop", 5)));
+  EXPECT_THAT(calls(), ElementsAre(kReload, kRun));
+  EXPECT_EQ(table.reloads, 2);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, TheButtonClearsLikeTheKey) {
+  writeEntries({entry(kOurs, "stop")});
+  loadAndSelect(1);
+  delegate.clearShortcutKey(nullptr);
+  EXPECT_THAT(entries(), IsEmpty());
+  EXPECT_THAT(calls(), ElementsAre(kReload, kRun));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, ClearingWhatHasNoCombinationWritesTheFileAllTheSame) {
+  writeEntries({entry("com.other.App", "stop")});
+  loadAndSelect(1);
+  delegate.clearShortcutKey(nullptr);
+  EXPECT_THAT(entries(), ElementsAre(entry("com.other.App", "stop")));
+  EXPECT_THAT(calls(), ElementsAre(kReload, kRun));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithNoRowSelectedAClearReloadsAndRunsTheManager) {
+  writeEntries({entry(kOurs, "stop")});
+  load();
+  delegate.tableKeyDown(0x08);
+  EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "stop")));
+  EXPECT_THAT(calls(), ElementsAre(kRun));
+  EXPECT_EQ(table.reloads, 2);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithoutAssignmentsAClearWritesAndPostsNothing) {
+  loadAndSelect(1);
+  delegate.clearShortcutKey(nullptr);
+  EXPECT_FALSE(system.files.exists(kFile));
+  EXPECT_THAT(calls(), ElementsAre(kRun));
+  EXPECT_THAT(messages(), IsEmpty());
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithoutTheManagerAClearSaysSo) {
+  removeManager();
+  load();
+  delegate.clearShortcutKey(nullptr);
+  EXPECT_THAT(messages(), ElementsAre(kNoManager));
+}
+
+// Names of keys.
+
+TEST_F(TGShortcutKeyTableDelegateTest, ANameListsTheModifiersInTheirOrder) {
+  EXPECT_EQ(TGShortcutKeyTableDelegate::nameForKeyCode(1, 0x1300), "Ctrl+Shift+Cmd+S");
+  EXPECT_EQ(TGShortcutKeyTableDelegate::nameForKeyCode(1, 0x1B00), "Ctrl+Shift+Alt+Cmd+S");
+  EXPECT_EQ(TGShortcutKeyTableDelegate::nameForKeyCode(1, 0x0800), "Alt+S");
+  EXPECT_EQ(TGShortcutKeyTableDelegate::nameForKeyCode(1, 0), "S");
+  EXPECT_EQ(TGShortcutKeyTableDelegate::nameForKeyCode(1, 0xE4FF), "S");
+  EXPECT_EQ(TGShortcutKeyTableDelegate::nameForKeyCode(3, 0x1300), std::nullopt);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, ASingleCharacterIsShownInCapitals) {
+  system.keyboardLayout.keys = {
+      {10, {0, "\xC3\xBC"}}, {11, {0, "\xD1\x86"}}, {12, {0, "\xC3\x9F"}}, {13, {0, "ab"}}};
+  EXPECT_EQ(TGShortcutKeyTableDelegate::nameForKeyCode(10, 0), "\xC3\x9C");
+  EXPECT_EQ(TGShortcutKeyTableDelegate::nameForKeyCode(11, 0), "\xD0\xA6");
+  EXPECT_EQ(TGShortcutKeyTableDelegate::nameForKeyCode(12, 0), "SS");
+  EXPECT_EQ(TGShortcutKeyTableDelegate::nameForKeyCode(13, 0), "ab");
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, KeysAreNamedAsTheyAreWithoutModifiers) {
+  static_cast<void>(TGShortcutKeyTableDelegate::nameForKeyCode(1, 0x1300));
+  static_cast<void>(TGShortcutKeyTableDelegate::stringForKeyCode(1, 0x02));
+  EXPECT_THAT(system.keyboardLayout.states, ElementsAre(0U, 0x02U));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, KeysWithANameHaveIt) {
+  const std::vector<std::pair<char32_t, const char*>> names = {
+      {0xF700, "Up Arrow"}, {0xF701, "Down Arrow"}, {0xF702, "Left Arrow"}, {0xF703, "Right Arrow"},
+      {0xF729, "Home"},     {0xF72B, "End"},        {0xF72C, "Page Up"},    {0xF72D, "Page Down"},
+      {0x1E, "Up Arrow"},   {0x1F, "Down Arrow"},   {0x1C, "Left Arrow"},   {0x1D, "Right Arrow"},
+      {0x01, "Home"},       {0x04, "End"},          {0x0B, "Page Up"},      {0x0C, "Page Down"},
+      {0x03, "Return"},     {0x09, "Tab"},          {0x19, "Backtab"},      {0x0D, "Enter"},
+      {0x08, "Backspace"},  {0x7F, "Delete"},       {0x1B, "Escape"},       {0x20, "Space"}};
+  for (const auto& [character, name] : names) {
+    std::string produced;
+    foundation::appendUtf8(produced, character);
+    system.keyboardLayout.keys[50] = {0, produced + "more"};
+    EXPECT_EQ(TGShortcutKeyTableDelegate::stringForKeyCode(50, 0), name);
+  }
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, CharactersWithoutANameStayAsTheyAre) {
+  for (const std::string character : {"a", "\x10", "\x02", "!"}) {
+    system.keyboardLayout.keys[50] = {0, character};
+    EXPECT_EQ(TGShortcutKeyTableDelegate::stringForKeyCode(50, 0), character);
+  }
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, NamesAreInTheUsersLanguage) {
+  system.mainBundle.localizedStrings = {{"Page Up", "Bild auf"}};
+  EXPECT_EQ(TGShortcutKeyTableDelegate::nameForKeyCode(2, 0x0100), "Cmd+Bild auf");
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WithoutALayoutThatIsSaid) {
+  system.keyboardLayout.isThere = false;
+  EXPECT_EQ(TGShortcutKeyTableDelegate::nameForKeyCode(1, 0x0100), std::nullopt);
+  EXPECT_THAT(messages(), ElementsAre("Couldn't find a suitable keyboard layout from which to translate"));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, AnErrorOfTheTranslationIsSaidByItsName) {
+  system.keyboardLayout.keys[200] = {platform::paramErr, ""};
+  EXPECT_EQ(TGShortcutKeyTableDelegate::stringForKeyCode(200, 0), std::nullopt);
+  EXPECT_THAT(messages(), ElementsAre("There was an paramErr error translating from the '200' key code to a "
+                                      "human readable string: error in user parameter list"));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, AKeyThatProducesNothingIsSaid) {
+  EXPECT_EQ(TGShortcutKeyTableDelegate::stringForKeyCode(3, 0), std::nullopt);
+  EXPECT_THAT(messages(), ElementsAre("Couldn't find a translation for the '3' key code"));
+}
+
+// Conflicts.
+
+TEST_F(TGShortcutKeyTableDelegateTest, ACombinationThatNobodyElseHoldsHasNoConflict) {
+  writeEntries({entry(kOurs, "stop", 1, 0x0100), entry("com.other.App", "x", 1, 0x0200),
+                entry("com.other.App", "y", 2, 0x0100)});
+  load();
+  EXPECT_EQ(delegate.conflictInRow(0), "");
+  EXPECT_EQ(delegate.conflictInRow(1), "");
+  EXPECT_EQ(delegate.conflictInRow(3), "");
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, AConflictNamesCommandsByTheirDescriptionsAndApplicationsByTheirNames) {
+  system.applications.paths["com.other.Named"] = "/Applications/Named.app";
+  const PropertyList information = PropertyList::Dictionary{{"CFBundleName", "Named Application"}};
+  system.files.makeFile(
+      "/Applications/Named.app/Contents/Info.plist",
+      system.propertyLists.serialize(information, platform::PropertyListFormat::xml).value());
+  writeEntries({entry("com.other.Unknown", "x", 1, 0x0300), entry(kOurs, "stop", 1, 0x0300),
+                entry("com.other.Named", "y", 1, 0x0300), entry("com.other.Named", "z", 1, 0x0300),
+                entry(kOurs, "logs", 1, 0x0300)});
+  load();
+  EXPECT_EQ(delegate.conflictInRow(1),
+            "Shift+Cmd+S is also assigned to com.other.Unknown, Named Application and \"Gather Logs\".");
+  EXPECT_EQ(delegate.conflictInRow(2),
+            "Shift+Cmd+S is also assigned to com.other.Unknown, \"Stop Qmaster\" and Named Application.");
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, ACombinationInConflictIsRecordedAsAnyOther) {
+  writeEntries({entry("com.other.App", "x", 1, 0x0300)});
+  loadAndSelect(0);
+  delegate.fieldEditorKeyDown(1, {});
+  EXPECT_THAT(entries(),
+              ElementsAre(entry("com.other.App", "x", 1, 0x0300), entry(kOurs, "repair", 1, 0x0300)));
+  EXPECT_EQ(delegate.conflictInRow(0), "Shift+Cmd+S is also assigned to com.other.App.");
+}
+
+}  // namespace
