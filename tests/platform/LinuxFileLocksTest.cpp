@@ -15,13 +15,13 @@ namespace {
 
 class LinuxFileLocksTest : public testing::Test {
  protected:
-  int reasonAgainst(const std::string& path) {
-    const auto lock = locks.tryLock(path);
+  int reasonAgainst(const std::string& file) {
+    const auto lock = locks.tryLock(file);
     return lock ? 0 : lock.error().code;
   }
-  [[nodiscard]] static struct stat statusOf(const std::string& path) {
+  [[nodiscard]] static struct stat statusOf(const std::string& file) {
     struct stat status {};
-    EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+    EXPECT_EQ(::lstat(file.c_str(), &status), 0) << file;
     return status;
   }
 

@@ -79,8 +79,8 @@ class LocalizedStringTest : public LinuxMainBundleTest {
     return "<plist><dict><key>Page Up</key><string>" + text + "</string></dict></plist>";
   }
   std::string pageUp() { return bundleOf("A.app/Contents/MacOS/A").localizedString("Page Up"); }
-  void offer(const std::string& language, const std::string& text) {
-    folder.file("A.app/Contents/Resources/" + language + ".lproj/Localizable.strings", text);
+  void offer(const std::string& code, const std::string& text) {
+    folder.file("A.app/Contents/Resources/" + code + ".lproj/Localizable.strings", text);
   }
 
   support::EnvironmentVariable all{"LC_ALL", std::nullopt};

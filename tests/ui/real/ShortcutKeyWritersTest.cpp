@@ -26,7 +26,9 @@ class ShortcutKeyWritersTest : public testing::Test {
  protected:
   ShortcutKeyWritersTest() {
     home.makeAccessibleToAll();
-    if (account) EXPECT_EQ(::chown(home.path().c_str(), *account, *account), 0);
+    if (account) {
+      EXPECT_EQ(::chown(home.path().c_str(), *account, *account), 0);
+    }
   }
 
   [[nodiscard]] std::unique_ptr<ChildProcess> writer(const std::string& name) const {
