@@ -19,7 +19,7 @@ bool CopyPace::goOn() {
 void CopyPace::fitPiece(std::uint64_t bytes, Clock::duration took) {
   if (bytes < piece_) return;
   if (took > kProgressInterval) piece_ = std::max(piece_ / 2, kSmallestPiece);
-  if (took < kProgressInterval / 4) piece_ = std::min(piece_ * 2, kLargestPiece);
+  if (took < kProgressInterval / 4) piece_ = std::min(piece_ * 2, kLargestToldPiece);
 }
 
 bool CopyPace::copied(std::uint64_t bytes) {

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/foundation/Paths.h"
+#include "platform/linux/BlockedSignals.h"
 #include "platform/linux/TreeCopy.h"
 
 namespace platform {
@@ -52,7 +53,9 @@ struct Copy {
 
   void run() {
     const auto copied = copy();
-    send({operation, "", FileOperationStage::complete, copied ? noErr : statusForErrno(copied.error().code)});
+    const OSStatus status = copied ? noErr : statusForErrno(copied.error().code);
+    // Given away with what it holds, so that the last of it goes on the main thread.
+    send({operation, "", FileOperationStage::complete, status}, std::nullopt, std::move(callback));
   }
 
   foundation::Result<void> copy() {
@@ -70,17 +73,18 @@ struct Copy {
 
   void update(const CopyProgress& soFar) {
     lastUpdate = clock.uptime();
-    send({operation, soFar.currentItem, FileOperationStage::running}, statusDictionary(soFar));
+    send({operation, soFar.currentItem, FileOperationStage::running}, statusDictionary(soFar), callback);
   }
 
   /// Whether it is scheduled is looked at when the main thread comes to it.
-  void send(FileOperationUpdate news, std::optional<PropertyList> status = std::nullopt) const {
-    const auto deliver = [news = std::move(news), status = std::move(status), call = callback]() mutable {
+  void send(FileOperationUpdate news, std::optional<PropertyList> status,
+            FileOperations::StatusCallback call) const {
+    auto deliver = [news = std::move(news), status = std::move(status), call = std::move(call)]() mutable {
       if (!ours(news.operation)->scheduled) return;
       if (status) news.statusDictionary = &*status;
       call(news);
     };
-    mainThread.perform(deliver, Wait::no);
+    mainThread.perform(std::move(deliver), Wait::no);
   }
 
   [[nodiscard]] PropertyList statusDictionary(const CopyProgress& soFar) const {
@@ -101,6 +105,23 @@ struct Copy {
 };
 
 }  // namespace
+
+LinuxFileOperations::~LinuxFileOperations() {
+  std::unique_lock lock(mutex_);
+  for (const FileOperationRef& operation : running_) ours(operation)->cancelled = true;
+  ended_.wait(lock, [this] { return running_.empty(); });
+}
+
+void LinuxFileOperations::begin(const FileOperationRef& operation) {
+  const std::scoped_lock lock(mutex_);
+  running_.push_back(operation);
+}
+
+void LinuxFileOperations::end(const FileOperationRef& operation) {
+  const std::scoped_lock lock(mutex_);
+  std::erase(running_, operation);
+  ended_.notify_all();  // before the lock is given back, after which all of this may be gone
+}
 
 FileOperationRef LinuxFileOperations::create() {
   return std::make_shared<LinuxFileOperation>();
@@ -127,12 +148,19 @@ OSStatus LinuxFileOperations::copyObject(const FileOperationRef& operation, cons
     return paramErr;
   }
   if (own->begun.exchange(true)) return paramErr;
-  const auto copy = std::make_shared<Copy>(
+  auto copy = std::make_unique<Copy>(
       Copy{operation, source, foundation::appendingPathComponent(destinationFolder, destinationName),
            statusInterval, std::move(callback), mainThread_, clock_});
+  begin(operation);
   try {
-    std::thread([copy] { copy->run(); }).detach();
+    const BlockedSignals blocked;
+    std::thread([this, operation, copy = std::move(copy)]() mutable {
+      copy->run();
+      copy.reset();
+      end(operation);
+    }).detach();
   } catch (const std::system_error&) {
+    end(operation);
     return memFullErr;
   }
   return noErr;

@@ -8,14 +8,14 @@
 
 namespace platform {
 
-/// A folder that copies grow in: hidden, mode 0700, without access control lists and this process's own, so
-/// that in a folder of somebody else's nobody can exchange what is being made before it has its owner.
-/// Removed with the object, and with it what is still inside.
+/// A folder that copies grow in: hidden, mode 0700 (where the file system has modes), without access control
+/// lists and this process's own, so that in a folder of somebody else's nobody can exchange what is being
+/// made before it has its owner. Removed with the object, and with it what is still inside.
 class PrivateFolder {
  public:
   /// Makes ".copying-" and a random number in an open folder. Whatever is found under that name must be a
-  /// folder of this process's with mode 0700 and empty; EBUSY where it is not, because then somebody has
-  /// exchanged it. `path` is for the error.
+  /// folder of this process's, empty, and for root with mode 0700; EBUSY where it is not, because then
+  /// somebody has exchanged it. `path` is for the error.
   [[nodiscard]] static foundation::Result<PrivateFolder> make(int parent, std::string_view path);
   ~PrivateFolder();
   PrivateFolder(PrivateFolder&&) = default;
@@ -33,7 +33,9 @@ class PrivateFolder {
 };
 
 /// Whether an open folder is one that this process has just made: its own, with that mode, and empty. EBUSY
-/// where it is not. REQUIRES that it is open for reading.
+/// where it is not. Only root insists on the mode, because some file systems have modes of their own (FAT):
+/// a user who is let into an exchanged folder has nothing in it that others could not read or replace at
+/// the destination as well. REQUIRES that it is open for reading.
 [[nodiscard]] foundation::Result<void> requireFreshFolder(int folder, mode_t mode, std::string_view path);
 
 }  // namespace platform

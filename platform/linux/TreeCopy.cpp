@@ -62,14 +62,19 @@ struct FolderEntry {
   std::string name;
 };
 
-/// In the order of their inodes, in which a disk reads them fastest.
-Result<std::vector<FolderEntry>> entriesIn(int folder, const std::string& path) {
+/// In the order of their inodes, in which a disk reads them fastest. Listing a large folder takes its time,
+/// so `goesOn` is asked for each.
+template <typename GoesOn>
+Result<std::vector<FolderEntry>> entriesIn(int folder, const std::string& path, GoesOn goesOn) {
   std::vector<FolderEntry> entries;
-  const auto add = [&entries](const dirent& entry) {
+  bool isCancelled = false;
+  const auto add = [&](const dirent& entry) {
     entries.push_back({entry.d_ino, entry.d_type, entry.d_name});
-    return true;
+    isCancelled = !goesOn();
+    return !isCancelled;
   };
   if (auto listed = listFolder(folder, path, add); !listed) return listed.error();
+  if (isCancelled) return systemError(ECANCELED, path);
   std::sort(entries.begin(), entries.end(),
             [](const FolderEntry& a, const FolderEntry& b) { return a.inode < b.inode; });
   return entries;
@@ -115,6 +120,7 @@ class TreeCopy {
     topName_ = to.name;
     // Opened before anything is written, so that it tells of every failure to write.
     const UniqueDescriptor volume(::openat(toFolder_, ".", kFolder));
+    if (!volume) return fail(errno);
     CopiedItem item{from.name, {}};
     Result<void> done = copyAny(from, DT_UNKNOWN, to, item, 0);
     if (done && options_.flush == Flush::sync) done = flush(volume);
@@ -133,7 +139,7 @@ class TreeCopy {
   [[nodiscard]] Error changed() const { return fail(EBUSY, "changed while it was copied"); }
 
   Result<void> flush(const UniqueDescriptor& volume) const {
-    if (!volume || ::syncfs(volume.get()) != 0) return fail(errno);
+    if (::syncfs(volume.get()) != 0) return fail(errno);
     return {};
   }
 
@@ -188,13 +194,20 @@ class TreeCopy {
     if (linkToFirstCopy(item.status, to)) return {};
     const mode_t mode = modeOfCopy(item.status, metadata_.privileges) & 0777U;
     // Ours to write while it is made, whatever it will be.
-    const UniqueDescriptor copy(::openat(to.folder, to.name.c_str(),
-                                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode | 0600U));
+    UniqueDescriptor copy(::openat(to.folder, to.name.c_str(),
+                                   O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode | 0600U));
     if (!copy) return fail(errno);
     madeTop_ = true;
     if (auto copied = copyContents(source.get(), item.status, copy.get(), pace_, path_); !copied)
       return copied;
-    return finish(source.get(), item.status, copy.get());
+    if (auto finished = finish(source.get(), item.status, copy.get()); !finished) return finished;
+    return close(std::move(copy));
+  }
+
+  /// A network volume, and one with a quota, may say only now that it could not store what was written.
+  [[nodiscard]] Result<void> close(UniqueDescriptor copy) const {
+    if (::close(copy.release()) != 0 && errno != EINTR) return fail(errno);
+    return {};
   }
 
   /// The times last, because all else changes them.
@@ -227,7 +240,7 @@ class TreeCopy {
   }
 
   Result<void> copyChildren(int from, int to, CopiedItem& item, int depth) {
-    const auto entries = entriesIn(from, path_);
+    const auto entries = entriesIn(from, path_, [this] { return pace_.goOn(); });
     if (!entries) return entries.error();
     for (const FolderEntry& entry : entries.value()) {
       const Below below(path_, entry.name);
@@ -380,10 +393,12 @@ class OriginalsRemoval {
   Result<void> outcome_;
 };
 
-/// The renaming lasts through a power cut before an original is removed.
-void syncFolder(int folder) {
+/// The renaming lasts through a power cut before an original is removed. EINVAL is said by file systems that
+/// sync no folders.
+Result<void> syncFolder(int folder, const std::string& path) {
   const UniqueDescriptor readable(::openat(folder, ".", kFolder));
-  if (readable) static_cast<void>(::fsync(readable.get()));
+  if (!readable || ::fsync(readable.get()) == 0 || errno == EINVAL) return {};
+  return systemError(errno, path);
 }
 
 struct OpenPlace {
@@ -409,7 +424,7 @@ class TreeCount {
       : path_(std::move(path)), goesOn_(goesOn) {}
 
   Result<void> add(int folder, const std::string& name, unsigned char type, int depth) {
-    if (goesOn_ && !goesOn_()) return systemError(ECANCELED, path_);
+    if (!goesOn()) return systemError(ECANCELED, path_);
     if (depth > kDeepest) return systemError(ENAMETOOLONG, path_);
     ++size_.objects;
     if (type == DT_DIR) return addChildren(folder, name, depth);
@@ -425,6 +440,8 @@ class TreeCount {
   [[nodiscard]] TreeSize size() const { return size_; }
 
  private:
+  [[nodiscard]] bool goesOn() const { return !goesOn_ || goesOn_(); }
+
   void addFile(const struct stat& status) {
     if (status.st_nlink > 1 && !linked_.emplace(status.st_dev, status.st_ino).second) return;
     size_.bytes += static_cast<std::uint64_t>(status.st_size);
@@ -433,7 +450,7 @@ class TreeCount {
   Result<void> addChildren(int folder, const std::string& name, int depth) {
     const UniqueDescriptor inside(::openat(folder, name.c_str(), kFolder));
     if (!inside) return systemError(errno, path_);
-    const auto entries = entriesIn(inside.get(), path_);
+    const auto entries = entriesIn(inside.get(), path_, [this] { return goesOn(); });
     if (!entries) return entries.error();
     for (const FolderEntry& entry : entries.value()) {
       const Below below(path_, entry.name);
@@ -490,7 +507,7 @@ Result<void> moveByCopy(int fromFolder, const std::string& fromName, int toFolde
   const auto copied = copyItem(fromFolder, fromName, inside, fromName, path, options);
   if (!copied) return copied.error();
   if (auto placed = givePlace(inside, fromName); !placed) return placed;
-  syncFolder(toFolder);
+  if (auto synced = syncFolder(toFolder, path); !synced) return synced;
   return removeCopied(fromFolder, copied.value(), path, onKept);
 }
 

@@ -93,7 +93,7 @@ using OnKept = std::function<void(const std::string& path, const std::string& re
 /// Moves an item to another file system: copies it into a PrivateFolder in `toFolder`, has it given its
 /// place, and removes what was copied. An original that has changed since, or that came later, stays; each is
 /// told, and the first such is the error (EBUSY, ENOTEMPTY). On any other error all originals are where they
-/// were.
+/// were; where the new name could not be brought to the disk, the whole copy is there as well.
 [[nodiscard]] foundation::Result<void> moveByCopy(int fromFolder, const std::string& fromName, int toFolder,
                                                   const std::string& path, const GivePlace& givePlace,
                                                   const OnKept& onKept = {},
@@ -110,7 +110,7 @@ struct TreeSize {
 };
 
 /// Counts an item and all below it; what cannot be looked at is an error. ECANCELED when `goesOn` says no,
-/// which is asked for every item.
+/// which is asked for every item, and for every entry of a folder while that is listed.
 [[nodiscard]] foundation::Result<TreeSize> sizeOfTree(const std::string& path,
                                                       const std::function<bool()>& goesOn = {});
 

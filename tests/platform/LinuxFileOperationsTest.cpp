@@ -5,8 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
+#include <thread>
 
 #include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxMainThread.h"
@@ -171,14 +174,16 @@ TEST_F(LinuxFileOperationsTest, ACopyThatIsCancelledBeforeItHasBegunDoesNothing)
   EXPECT_EQ(operations.cancel(nullptr), paramErr);
 }
 
-/// Something happens when it is asked the first time.
+/// Something happens when it is asked the first time, and each time.
 class EventfulClock : public LinuxClock {
  public:
   std::chrono::nanoseconds uptime() override {
     if (atFirst) std::exchange(atFirst, nullptr)();
+    if (each) each();
     return LinuxClock::uptime();
   }
   std::function<void()> atFirst;
+  std::function<void()> each;
 };
 
 TEST_F(LinuxFileOperationsTest, ACopyThatIsCancelledAtItsBeginningCountsNothing) {
@@ -221,6 +226,75 @@ TEST_F(LinuxFileOperationsTest, ErrorsArriveAtTheEndAndLeaveNothing) {
   }
   EXPECT_EQ(folder.content("to/taken"), "old");
   EXPECT_THAT(namesIn(folder / "to"), ElementsAre("taken"));
+}
+
+TEST_F(LinuxFileOperationsTest, TheirEndStopsWhatIsBeingCopied) {
+  const std::string source = makeLargeFile();
+  fs::create_directories(folder / "to");
+  {
+    LinuxFileOperations shortLived(mainThread, clock);
+    ASSERT_EQ(shortLived.copyObject(operation, source, folder / "to", "copy", 1s, {}), noErr);
+    const auto end = std::chrono::steady_clock::now() + kLongestWait;
+    while (namesIn(folder / "to").empty() && std::chrono::steady_clock::now() < end)
+      std::this_thread::yield();
+  }
+  EXPECT_THAT(namesIn(folder / "to"), IsEmpty());
+}
+
+/// Comes back from queueing only when the work has been done.
+class PatientMainThread : public LinuxMainThread {
+ public:
+  void perform(std::function<void()> work, Wait wait) override {
+    std::atomic<bool> done = false;
+    LinuxMainThread::perform(
+        [&done, work = std::move(work)]() mutable {
+          std::exchange(work, nullptr)();
+          done = true;
+        },
+        wait);
+    while (!done) std::this_thread::yield();
+  }
+};
+
+TEST_F(LinuxFileOperationsTest, WhatTheCallbackHoldsGoesOnTheMainThread) {
+  folder.file("a", "content");
+  PatientMainThread patient;
+  LinuxFileOperations patiently(patient, clock);
+  std::atomic<int> gone = 0;
+  std::atomic<int> goneOnMainThread = 0;
+  std::shared_ptr<int> held(new int, [&](const int* number) {
+    delete number;
+    if (patient.isCurrent()) ++goneOnMainThread;
+    ++gone;
+  });
+  patiently.scheduleOnMainThread(operation);
+  ASSERT_EQ(patiently.copyObject(operation, folder / "a", folder.path(), "b", 1s,
+                                 [held = std::move(held)](const FileOperationUpdate&) {}),
+            noErr);
+  const auto end = std::chrono::steady_clock::now() + kLongestWait;
+  while (gone == 0 && std::chrono::steady_clock::now() < end) patient.serveUntilReadable(-1, 1ms);
+  EXPECT_EQ(gone, 1);
+  EXPECT_EQ(goneOnMainThread, 1);
+}
+
+/// Signals are for the threads that wait for them.
+TEST_F(LinuxFileOperationsTest, SignalsAreKeptFromTheThreadThatCopies) {
+  const std::string source = makeLargeFile();
+  std::atomic<int> open = 0;
+  EventfulClock eventful;
+  LinuxFileOperations watched(mainThread, eventful);
+  eventful.each = [&] {
+    sigset_t blocked;
+    ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+    if (!mainThread.isCurrent() && sigismember(&blocked, SIGTERM) == 0) ++open;
+  };
+  ASSERT_EQ(watched.copyObject(operation, source, folder.path(), "copy", 1s, {}), noErr);
+  const auto end = std::chrono::steady_clock::now() + kLongestWait;
+  while (!fs::exists(folder / "copy") && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+  EXPECT_EQ(open, 0);
+  sigset_t mine;
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &mine);
+  EXPECT_EQ(sigismember(&mine, SIGTERM), 0) << "of the thread that began it nothing has changed";
 }
 
 TEST_F(LinuxFileOperationsTest, AFullVolumeIsAnErrorAndKeepsNothingOfTheCopy) {

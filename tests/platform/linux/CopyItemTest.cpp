@@ -300,6 +300,17 @@ TEST_F(CopyItemTest, CountingCanBeCancelled) {
   EXPECT_EQ(size.error().code, ECANCELED);
 }
 
+TEST_F(CopyItemTest, AFolderOfManyEntriesCanBeCancelledWhileItIsListed) {
+  for (int index = 0; index < 100; ++index) ground_.file("tree/" + std::to_string(index));
+  int asked = 0;
+  const auto goesOn = [&asked] { return ++asked > 0; };
+  ASSERT_TRUE(sizeOfTree(ground_ / "tree", goesOn));
+  EXPECT_EQ(asked, 201) << "for the folder, and for each entry when it is listed and when it is counted";
+  asked = 0;
+  ASSERT_EQ(copy("tree", "copy", atEachStep([&](const CopyProgress&) { return goesOn(); })), 0);
+  EXPECT_GE(asked, 200);
+}
+
 class CopyItemAsRootTest : public CopyItemTest {
  protected:
   void SetUp() override {
@@ -335,6 +346,28 @@ TEST_F(CopyItemAsRootTest, AFileThatTheUserCannotReadIsNamedAndNothingIsLeft) {
     EXPECT_THAT(error_, HasSubstr("/tree/secret: Permission denied"));
   });
   EXPECT_THAT(names("home"), UnorderedElementsAre("tree"));
+}
+
+/// A file system as on memory cards: no modes of its own.
+TEST_F(CopyItemTest, AModeThatCannotBeKeptStaysBehindWhereOnlyWhatIsPossibleIsAskedFor) {
+  ASSERT_EQ(::chmod(ground_.file("tree/file", "text").c_str(), 0666), 0);
+  for (const Fidelity fidelity : {Fidelity::possible, Fidelity::exact}) {
+    support::FailingCall::run(SYS_fchmod, EPERM, [&] {
+      const int expected = fidelity == Fidelity::possible ? 0 : EPERM;
+      EXPECT_EQ(copy("tree", "copy", {.fidelity = fidelity}), expected) << error_;
+    });
+    fs::remove_all(ground_ / "copy");
+  }
+}
+
+/// What a network volume could not store shows when a file is closed.
+TEST_F(CopyItemTest, AFileThatCannotBeClosedIsNoCopy) {
+  ground_.file("file", "text");
+  support::FailingCall::run(SYS_close, EDQUOT, [this] {
+    EXPECT_EQ(copy("file", "copy"), EDQUOT);
+    EXPECT_THAT(error_, HasSubstr("file: "));
+    EXPECT_FALSE(fs::exists(ground_ / "copy"));
+  });
 }
 
 TEST_F(CopyItemAsRootTest, AFullDiskLeavesNothing) {
@@ -514,6 +547,17 @@ TEST_F(MoveByCopyTest, WhateverFailsTheOriginalIsWholeAndNoHalfCopyIsThere) {
   }
 }
 
+TEST_F(MoveByCopyTest, NoOriginalIsRemovedBeforeItsNewNameIsOnTheDisk) {
+  support::FailingCall::run(SYS_fsync, EIO, [&] { EXPECT_EQ(move(), EIO); });
+  EXPECT_THAT(names(), UnorderedElementsAre("tree", "moved"));
+  EXPECT_TRUE(fs::exists(ground_ / "tree/sub/b"));
+}
+
+TEST_F(MoveByCopyTest, AFolderThatIsNeverSyncedByItselfIsMovedTo) {
+  support::FailingCall::run(SYS_fsync, EINVAL, [&] { EXPECT_EQ(move(), 0) << error_; });
+  EXPECT_THAT(names(), UnorderedElementsAre("moved"));
+}
+
 TEST(PrivateFolder, ItIsHiddenClosedToOthersAndGoneWithWhatIsInIt) {
   const TemporaryFolder ground;
   const UniqueDescriptor parent(::open(ground.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -532,9 +576,24 @@ TEST(PrivateFolder, AFolderWithSomethingInItOrOpenToOthersIsNoFreshOne) {
   const TemporaryFolder ground;
   const UniqueDescriptor folder(::open(ground.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   EXPECT_TRUE(requireFreshFolder(folder.get(), 0700, "x"));
-  EXPECT_FALSE(requireFreshFolder(folder.get(), 0755, "x"));
+  EXPECT_EQ(static_cast<bool>(requireFreshFolder(folder.get(), 0755, "x")), ::geteuid() != 0) << "a user may";
   ground.file("something");
   EXPECT_FALSE(requireFreshFolder(folder.get(), 0700, "x"));
+}
+
+/// Memory cards and the like have one mode for all that is on them.
+TEST(PrivateFolder, AUserTakesAFolderOfTheirOwnWhateverModeTheVolumeGivesIt) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  const TemporaryFolder ground;
+  ground.makeAccessibleToAll();
+  ASSERT_EQ(::chown(ground.folder("theirs").c_str(), kNobody, kNobody), 0);
+  ASSERT_EQ(::chmod((ground / "theirs").c_str(), 0755), 0);
+  AsUser::run(kNobody, [&] {
+    const UniqueDescriptor theirs(::open((ground / "theirs").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    EXPECT_TRUE(requireFreshFolder(theirs.get(), 0700, "x"));
+    const UniqueDescriptor roots(::open(ground.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    EXPECT_FALSE(requireFreshFolder(roots.get(), 0700, "x")) << "somebody else's";
+  });
 }
 
 }  // namespace
