@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <optional>
 #include <set>
 
@@ -70,7 +71,7 @@ std::string withoutUpwardSteps(const std::string& path) {
 /// One gathering: the staging folder and what has been copied into it.
 class Collection {
  public:
-  /// Makes the staging folder afresh; what is wrong is printed.
+  /// Makes the staging folder afresh; what is wrong is printed: also that another gathering is using it.
   bool begin();
 
   /// Each answers false, having printed why, when a file cannot be copied.
@@ -94,20 +95,26 @@ class Collection {
   const std::string staging_ = appendingPathComponent(TGLocalPaths::tempDirectory(), "TG_App_Logs");
   /// Who gets the archive; as root the user at the console.
   const platform::Reader reader_ = TGLocalPaths::username();
+  std::unique_ptr<platform::FolderInUse> use_;
   std::set<std::string> gathered_;  ///< the copies, by their paths
 };
 
 bool Collection::begin() {
   platform::Platform& platform = platform::current();
   // Not looked for first: a link that leads nowhere has to go as well, and does not exist to any question.
-  const auto removed = platform.fileChanges.remove(staging_);
+  const auto left = platform.gathering.useLeftFolder(staging_);
+  const auto removed = left ? platform.fileChanges.remove(staging_) : left.error();
   if (!removed && removed.error().code != ENOENT) {
     NSLog("Error removing existing folder: %@", removed.error().localizedDescription());
     return false;
   }
-  const auto created = platform.gathering.createPrivateFolder(staging_);
-  if (!created) NSLog("Error creating temp folder: %@", created.error().localizedDescription());
-  return created.ok();
+  auto created = platform.gathering.createPrivateFolder(staging_);
+  if (!created) {
+    NSLog("Error creating temp folder: %@", created.error().localizedDescription());
+    return false;
+  }
+  use_ = std::move(created).value();
+  return true;
 }
 
 void Collection::removeStaging() const {

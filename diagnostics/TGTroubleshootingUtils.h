@@ -18,7 +18,8 @@ enum class GatherSilently { no, yes };
 /// that is a link stands for the file it leads to, if that can be seen, under the link's name.
 ///
 /// The staging folder is the process's own: what lies at its place is removed first (a link as a link) and it
-/// is made anew for this account alone. Run as root, everything is read with the rights of the user at the
+/// is made anew for this account alone. While one gathering uses it, another of the same account's fails as
+/// where it cannot be removed. Run as root, everything is read with the rights of the user at the
 /// console, who gets the archive (platform/Gathering.h).
 ///
 /// Alerts REQUIRE the main thread. Failures are lines on the system console; nothing is thrown. The working

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,6 +16,12 @@ using Reader = std::optional<std::string>;
 enum class AtLink {
   copyLink,        ///< it is copied as a link
   copyDestination  ///< the file that it leads to is copied under its name
+};
+
+/// A folder that copies are gathered in, kept from all other gatherings as long as this lives.
+class FolderInUse {
+ public:
+  virtual ~FolderInUse() = default;
 };
 
 /// Gathering copies of files for somebody, in a folder where nobody else sees them.
@@ -35,8 +42,13 @@ class Gathering {
   /// Makes a folder that only the process's account can enter (mode 0700), and those above it that are
   /// missing. EEXIST when anything is there already: it may be somebody else's. For root EPERM where others
   /// could put something else in its place afterwards: a folder on the way is not root's, or others may write
-  /// to it and it has no sticky bit.
-  virtual foundation::Result<void> createPrivateFolder(const std::string& path) = 0;
+  /// to it and it has no sticky bit. EBUSY when another gathering took it at once.
+  virtual foundation::Result<std::unique_ptr<FolderInUse>> createPrivateFolder(const std::string& path) = 0;
+
+  /// Takes what an earlier createPrivateFolder() has left, so that it can be removed: EBUSY while it is in
+  /// use, by another process or in this one. nullptr where no folder of the process's account is, which
+  /// nobody uses.
+  virtual foundation::Result<std::unique_ptr<FolderInUse>> useLeftFolder(const std::string& path) = 0;
 
   /// The names in a folder, as FileQueries::contentsOfDirectory.
   [[nodiscard]] virtual foundation::Result<std::vector<std::string>> contentsOfDirectory(

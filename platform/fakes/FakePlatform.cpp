@@ -363,7 +363,11 @@ Result<std::unique_ptr<platform::WritableFile>> RootedFiles::openForWriting(cons
   return changes_.openForWriting(real(path));
 }
 
-Result<void> FakeGathering::createPrivateFolder(const std::string& path) {
+Result<std::unique_ptr<platform::FolderInUse>> FakeGathering::useLeftFolder(const std::string& path) {
+  return gathering_.useLeftFolder(files_.real(path));
+}
+
+Result<std::unique_ptr<platform::FolderInUse>> FakeGathering::createPrivateFolder(const std::string& path) {
   if (files_.beforeChange) {
     if (auto error = files_.beforeChange("createPrivateFolder", path)) return *error;
   }

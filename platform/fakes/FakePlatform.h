@@ -472,7 +472,9 @@ class FakePreferences : public platform::Preferences {
 class FakeGathering : public platform::Gathering {
  public:
   explicit FakeGathering(RootedFiles& files) : files_(files) {}
-  foundation::Result<void> createPrivateFolder(const std::string& path) override;
+  foundation::Result<std::unique_ptr<platform::FolderInUse>> createPrivateFolder(
+      const std::string& path) override;
+  foundation::Result<std::unique_ptr<platform::FolderInUse>> useLeftFolder(const std::string& path) override;
   foundation::Result<std::vector<std::string>> contentsOfDirectory(const platform::Reader& reader,
                                                                    const std::string& path) override;
   bool exists(const platform::Reader& reader, const std::string& path) override;

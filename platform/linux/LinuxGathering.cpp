@@ -1,12 +1,14 @@
 #include "platform/linux/LinuxGathering.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <memory>
 #include <utility>
 
 #include "platform/UsersAndFolders.h"
@@ -18,6 +20,7 @@
 namespace platform {
 namespace {
 
+using foundation::errorWithReason;
 using foundation::Result;
 using foundation::systemError;
 
@@ -266,6 +269,30 @@ int makeFolders(const std::string& path) {
   return ::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST ? 0 : errno;
 }
 
+class LockedFolder : public FolderInUse {
+ public:
+  explicit LockedFolder(UniqueDescriptor folder) : folder_(std::move(folder)) {}
+
+ private:
+  UniqueDescriptor folder_;
+};
+
+/// Opens one entry of an open folder, if it is a folder.
+UniqueDescriptor openFolderIn(int folder, const std::string& name) {
+  return UniqueDescriptor(::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+/// Who had it locked may have removed it before we got the lock.
+Result<std::unique_ptr<FolderInUse>> locked(UniqueDescriptor folder, const std::string& path) {
+  if (!folder) return systemError(errno, path);
+  struct stat status {};
+  const bool isTaken = ::flock(folder.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  if (isTaken || ::fstat(folder.get(), &status) != 0 || status.st_nlink == 0) {
+    return errorWithReason(EBUSY, path, "another gathering is using it");
+  }
+  return std::unique_ptr<FolderInUse>(std::make_unique<LockedFolder>(std::move(folder)));
+}
+
 bool onlyRootCanExchangeItems(const struct stat& folder) {
   return folder.st_uid == 0 && ((folder.st_mode & 0022U) == 0 || (folder.st_mode & S_ISVTX) != 0);
 }
@@ -287,17 +314,27 @@ bool onlyRootCanExchangeItemsIn(int folder) {
 
 }  // namespace
 
-Result<void> LinuxGathering::createPrivateFolder(const std::string& path) {
+Result<std::unique_ptr<FolderInUse>> LinuxGathering::createPrivateFolder(const std::string& path) {
   const std::string around = foundation::deletingLastPathComponent(path);
   if (const int reason = makeFolders(around); reason != 0) return systemError(reason, path);
   const auto parent = openGuardedFolder(around);
   if (!parent) return systemError(parent.error().code, path);
   const int folder = parent.value().get();
   if (isRoot() && !onlyRootCanExchangeItemsIn(folder)) return systemError(EPERM, path);
-  if (::mkdirat(folder, foundation::lastPathComponent(path).c_str(), 0700) != 0) {
-    return systemError(errno, path);
-  }
-  return {};
+  const std::string name = foundation::lastPathComponent(path);
+  if (::mkdirat(folder, name.c_str(), 0700) != 0) return systemError(errno, path);
+  return locked(openFolderIn(folder, name), path);
+}
+
+Result<std::unique_ptr<FolderInUse>> LinuxGathering::useLeftFolder(const std::string& path) {
+  const auto parent = openGuardedFolder(foundation::deletingLastPathComponent(path));
+  if (!parent) return std::unique_ptr<FolderInUse>();
+  UniqueDescriptor folder = openFolderIn(parent.value().get(), foundation::lastPathComponent(path));
+  struct stat status {};
+  // What is somebody else's they may lock for ever.
+  const bool isOurs = folder && ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid();
+  if (!isOurs) return std::unique_ptr<FolderInUse>();
+  return locked(std::move(folder), path);
 }
 
 Result<std::vector<std::string>> LinuxGathering::contentsOfDirectory(const Reader& reader,

@@ -6,12 +6,14 @@
 namespace platform {
 
 /// Gathering on Linux: path_resolution(7) with the reader's rights (FileRights.h), descriptors of O_PATH that
-/// are opened for reading through /proc/self/fd.
+/// are opened for reading through /proc/self/fd. A folder is in use while it is locked (flock(2)); on a file
+/// system without locks nobody is kept out.
 class LinuxGathering : public Gathering {
  public:
   explicit LinuxGathering(FileQueries& queries) : queries_(queries) {}
 
-  foundation::Result<void> createPrivateFolder(const std::string& path) override;
+  foundation::Result<std::unique_ptr<FolderInUse>> createPrivateFolder(const std::string& path) override;
+  foundation::Result<std::unique_ptr<FolderInUse>> useLeftFolder(const std::string& path) override;
   foundation::Result<std::vector<std::string>> contentsOfDirectory(const Reader& reader,
                                                                    const std::string& path) override;
   bool exists(const Reader& reader, const std::string& path) override;

@@ -250,7 +250,10 @@ class UnimplementedPreferences : public Preferences {
 
 class UnimplementedGathering : public Gathering {
  public:
-  foundation::Result<void> createPrivateFolder(const std::string& path) override {
+  foundation::Result<std::unique_ptr<FolderInUse>> createPrivateFolder(const std::string& path) override {
+    return notImplemented(path);
+  }
+  foundation::Result<std::unique_ptr<FolderInUse>> useLeftFolder(const std::string& path) override {
     return notImplemented(path);
   }
   foundation::Result<std::vector<std::string>> contentsOfDirectory(const Reader&,

@@ -432,6 +432,23 @@ TEST_F(TGTroubleshootingUtilsTest, WhatSomebodyPutsThereMeanwhileIsNotUsed) {
   EXPECT_THAT(tree(kStaging), IsEmpty());
 }
 
+/// Another process, or this one: the window is served while the archive is being made.
+TEST_F(TGTroubleshootingUtilsTest, WhatAGatheringUnderWayHasCollectedIsLeftToIt) {
+  fake.files.makeFile(kUserLogs + "Quillmend.1.log", "log");
+  fake.subprocesses.runs[kDitto].whenLaunched = [this] {
+    if (fake.subprocesses.created.size() == 1) {
+      EXPECT_FALSE(gather());
+    }
+    pack();
+  };
+  EXPECT_TRUE(gather());
+  EXPECT_THAT(messages(), ElementsAre("Error removing existing folder: " + fake.files.real(kStaging) +
+                                      ": another gathering is using it"));
+  EXPECT_THAT(archived,
+              ElementsAre(std::pair<const std::string, std::string>(kUserLogs + "Quillmend.1.log", "log")));
+  EXPECT_TRUE(gather()) << "when it has ended";
+}
+
 // Failures.
 
 TEST_F(TGTroubleshootingUtilsTest, NoNamesAreNoGathering) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <grp.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -18,6 +19,7 @@
 #include "platform/fakes/FakePlatform.h"
 #include "platform/linux/FileRights.h"
 #include "platform/posix/PosixFiles.h"
+#include "platform/posix/UniqueDescriptor.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
@@ -66,6 +68,32 @@ TEST_F(LinuxGatheringTest, APrivateFolderIsForItsAccountAloneWhateverTheMask) {
     EXPECT_TRUE(gathering.createPrivateFolder(path));
     ::umask(before);
     EXPECT_EQ(modeOf(path), 0700U);
+  }
+}
+
+TEST_F(LinuxGatheringTest, AFolderThatIsInUseIsTakenByNobodyElse) {
+  const std::string path = folder / "staging";
+  {
+    const auto created = gathering.createPrivateFolder(path);
+    ASSERT_TRUE(created);
+    EXPECT_EQ(reasonOf(gathering.useLeftFolder(path)), EBUSY);
+    LinuxGathering another(queries);
+    EXPECT_EQ(reasonOf(another.useLeftFolder(path)), EBUSY);
+  }
+  const auto left = gathering.useLeftFolder(path);
+  ASSERT_TRUE(left) << "whoever used it has gone";
+  EXPECT_NE(left.value(), nullptr);
+  EXPECT_EQ(reasonOf(gathering.useLeftFolder(path)), EBUSY) << "taken again";
+}
+
+TEST_F(LinuxGatheringTest, WhatIsNoFolderOrNotThereIsNotInUse) {
+  folder.file("file");
+  static_cast<void>(folder.folder("folder"));
+  fs::create_symlink("folder", folder / "link");
+  for (const char* name : {"file", "link", "missing", "missing/below"}) {
+    const auto left = gathering.useLeftFolder(folder / name);
+    ASSERT_TRUE(left) << name;
+    EXPECT_EQ(left.value(), nullptr) << name;
   }
 }
 
@@ -314,6 +342,13 @@ TEST_F(RootGatheringTest, NoPrivateFolderIsMadeWhereOthersCouldExchangeIt) {
   ASSERT_EQ(::chmod(open.c_str(), 01777), 0);
   EXPECT_TRUE(gathering.createPrivateFolder(open + "/staging")) << "as in every temporary folder";
   EXPECT_EQ(modeOf(open + "/staging"), 0700U);
+}
+
+TEST_F(RootGatheringTest, AFolderOfSomebodyElsesIsNotInUseHoweverLongTheyLockIt) {
+  ASSERT_EQ(::chown(folder.folder("staging").c_str(), kNobody, kNobody), 0);
+  const UniqueDescriptor theirs(::open((folder / "staging").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(::flock(theirs.get(), LOCK_EX), 0);
+  EXPECT_EQ(reasonOf(gathering.useLeftFolder(folder / "staging")), 0);
 }
 
 TEST_F(RootGatheringTest, WhatTheReaderMayReadIsCopied) {

@@ -23,6 +23,7 @@ TEST_F(UnimplementedPlatformTest, WhatCanFailFailsWithENOSYS) {
   EXPECT_EQ(platform.fileChanges.writeAtomically("/a", "").error().code, ENOSYS);
   EXPECT_EQ(platform.fileChanges.openForWriting("/a").error().code, ENOSYS);
   EXPECT_EQ(platform.gathering.createPrivateFolder("/a").error().code, ENOSYS);
+  EXPECT_EQ(platform.gathering.useLeftFolder("/a").error().code, ENOSYS);
   EXPECT_EQ(platform.gathering.contentsOfDirectory({}, "/").error().code, ENOSYS);
   EXPECT_EQ(platform.gathering.copy({}, "/a", "/b", AtLink::copyLink).error().code, ENOSYS);
   EXPECT_FALSE(platform.gathering.exists({}, "/"));
