@@ -37,16 +37,6 @@ std::string registryPath(const std::string& root) {
   return root + (isRoot() ? "" : current().usersAndFolders.homeDirectory()) + kApplicationRegistry;
 }
 
-/// Makes a folder and those above it, which nobody but their owner may write.
-int makeFolders(const std::string& path) {
-  if (::mkdir(path.c_str(), 0755) == 0) return 0;
-  if (errno == EEXIST) return 0;  // whether it is a folder shows when it is opened
-  const std::string parent = foundation::deletingLastPathComponent(path);
-  if (errno != ENOENT || parent.empty() || parent == path) return errno;
-  if (const int reason = makeFolders(parent); reason != 0) return reason;
-  return ::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST ? 0 : errno;
-}
-
 Result<UniqueDescriptor> openRegistryFolder(const std::string& registry) {
   const std::string folder = foundation::deletingLastPathComponent(registry);
   if (const int reason = makeFolders(folder); reason != 0) return systemError(reason, folder);

@@ -43,6 +43,14 @@ Result<UniqueDescriptor> openGuardedFolder(const std::string& path) {
   return folder;
 }
 
+int makeFolders(const std::string& path) {
+  if (::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST) return 0;
+  const std::string above = foundation::deletingLastPathComponent(path);
+  if (errno != ENOENT || above.empty() || above == path) return errno;
+  if (const int reason = makeFolders(above); reason != 0) return reason;
+  return ::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST ? 0 : errno;
+}
+
 int makeFolderForOwner(int parent, const std::string& name, mode_t mode) {
   struct stat owner {};
   if (::fstat(parent, &owner) != 0) return errno;

@@ -18,6 +18,11 @@ namespace platform {
 /// synchronised.
 [[nodiscard]] foundation::Result<UniqueDescriptor> openGuardedFolder(const std::string& path);
 
+/// Makes a folder and those above it that are missing, whatever the umask such that others cannot change
+/// them. Links on the way are followed: for places that lie in nobody else's hands. Answers 0 or an errno
+/// value; 0 also where something else than a folder is there already, which shows when it is opened.
+[[nodiscard]] int makeFolders(const std::string& path);
+
 /// Makes a folder in an open one, with `mode` less the umask. Made by root in a folder of somebody else's, it
 /// belongs to that folder's owner and group, and is made with the owner's rights: there is no moment at which
 /// it is root's. Answers 0 or an errno value: EEXIST where the name is taken.

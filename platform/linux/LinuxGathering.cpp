@@ -259,16 +259,6 @@ class ItemCopy {
   const Rights rights_;
 };
 
-/// Makes a folder and those above it that are missing, whatever the umask such that others cannot change
-/// them. Answers 0 or an errno value.
-int makeFolders(const std::string& path) {
-  if (::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST) return 0;
-  const std::string above = foundation::deletingLastPathComponent(path);
-  if (errno != ENOENT || above.empty() || above == path) return errno;
-  if (const int reason = makeFolders(above); reason != 0) return reason;
-  return ::mkdir(path.c_str(), 0755) == 0 || errno == EEXIST ? 0 : errno;
-}
-
 class LockedFolder : public FolderInUse {
  public:
   explicit LockedFolder(UniqueDescriptor folder) : folder_(std::move(folder)) {}

@@ -228,6 +228,32 @@ TEST_F(LinuxFileOperationsTest, ErrorsArriveAtTheEndAndLeaveNothing) {
   EXPECT_THAT(namesIn(folder / "to"), ElementsAre("taken"));
 }
 
+/// A second has passed each fourth time that it is asked.
+class HurriedClock : public LinuxClock {
+ public:
+  std::chrono::nanoseconds uptime() override { return ++asked * 250ms; }
+  std::atomic<int> asked = 0;
+};
+
+TEST_F(LinuxFileOperationsTest, OneReportComesInAnIntervalAfterTheFirstToo) {
+  const std::string source = makeLargeFile();
+  HurriedClock hurried;
+  LinuxFileOperations watched(mainThread, hurried);
+  operations.scheduleOnMainThread(operation);
+  std::size_t reports = 0;
+  bool ended = false;
+  ASSERT_EQ(watched.copyObject(operation, source, folder.path(), "copy", 1s,
+                               [&](const FileOperationUpdate& update) {
+                                 ended = update.stage == FileOperationStage::complete;
+                                 if (!ended) ++reports;
+                               }),
+            noErr);
+  const auto limit = std::chrono::steady_clock::now() + kLongestWait;
+  while (!ended && std::chrono::steady_clock::now() < limit) mainThread.serveUntilReadable(-1, 1ms);
+  EXPECT_LE(reports, static_cast<std::size_t>(hurried.asked / 4));
+  EXPECT_TRUE(ended);
+}
+
 TEST_F(LinuxFileOperationsTest, TheirEndStopsWhatIsBeingCopied) {
   const std::string source = makeLargeFile();
   fs::create_directories(folder / "to");

@@ -189,6 +189,14 @@ TEST_F(CopyItemTest, AFileOfHolesIsCopiedByItsDataAlone) {
   ::close(copied);
 }
 
+/// Some file systems answer so, for what they make up as it is read.
+TEST_F(CopyItemTest, AFileThatTheFastWayFindsEmptyIsReadToItsEnd) {
+  const std::string text(200'000, 'x');
+  ground_.file("file", text);
+  support::FailingCall::run(SYS_copy_file_range, 0, [this] { EXPECT_EQ(copy("file", "copy"), 0) << error_; });
+  EXPECT_TRUE(ground_.content("copy") == text);
+}
+
 TEST_F(CopyItemTest, AFileThatCannotTellItsSizeIsReadToItsEnd) {
   const auto copied = copyItemAtPath("/proc/self/status", ground_ / "copy");
   ASSERT_TRUE(copied) << copied.error().description;
@@ -367,6 +375,18 @@ TEST_F(CopyItemTest, AFileThatCannotBeClosedIsNoCopy) {
     EXPECT_EQ(copy("file", "copy"), EDQUOT);
     EXPECT_THAT(error_, HasSubstr("file: "));
     EXPECT_FALSE(fs::exists(ground_ / "copy"));
+  });
+}
+
+/// A call that says it made a folder and made none leaves what somebody else has put there.
+TEST_F(CopyItemAsRootTest, AFolderThatSomebodyPutInPlaceOfTheCopyIsNotFilled) {
+  ground_.file("tree/a");
+  ASSERT_EQ(::chown(ground_.folder("copy").c_str(), kNobody, kNobody), 0);
+  const UniqueDescriptor folder(::open(ground_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  support::FailingCall::run(SYS_mkdirat, 0, [&] {
+    const auto copied = copyItem(folder.get(), "tree", folder.get(), "copy", "tree", {});
+    ASSERT_FALSE(copied);
+    EXPECT_EQ(copied.error().code, EBUSY);
   });
 }
 
@@ -570,6 +590,28 @@ TEST(PrivateFolder, ItIsHiddenClosedToOthersAndGoneWithWhatIsInIt) {
     fs::create_directories(entry.path() / "a/b");
   }
   EXPECT_TRUE(fs::is_empty(ground.path()));
+}
+
+TEST(PrivateFolder, TheListsOfTheFolderAroundItAreNotTakenOver) {
+  const TemporaryFolder ground;
+  struct Entry {
+    std::uint16_t tag, rights;
+    std::uint32_t account;
+  };
+  const struct {  // as <linux/posix_acl_xattr.h> lays it out
+    std::uint32_t version = 2;
+    Entry entries[5] = {{0x01, 7, ~0U}, {0x02, 7, kNobody}, {0x04, 0, ~0U}, {0x10, 7, ~0U}, {0x20, 0, ~0U}};
+  } list;
+  constexpr const char* kDefault = "system.posix_acl_default";
+  if (::setxattr(ground.path().c_str(), kDefault, &list, sizeof list, 0) != 0 && errno == EOPNOTSUPP) {
+    GTEST_SKIP() << "the temporary folder's file system has no access control lists";
+  }
+  const UniqueDescriptor parent(::open(ground.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const auto folder = PrivateFolder::make(parent.get(), ground.path());
+  ASSERT_TRUE(folder);
+  for (const char* name : {kDefault, "system.posix_acl_access"}) {
+    EXPECT_EQ(::fgetxattr(folder.value().descriptor(), name, nullptr, 0), -1) << name;
+  }
 }
 
 TEST(PrivateFolder, AFolderWithSomethingInItOrOpenToOthersIsNoFreshOne) {

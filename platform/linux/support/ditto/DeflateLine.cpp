@@ -4,11 +4,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <new>
 #include <system_error>
 #include <utility>
+
+#include "platform/linux/BlockedSignals.h"
 
 namespace ditto {
 namespace {
@@ -37,22 +38,6 @@ std::size_t readFully(int file, unsigned char* room, std::size_t size) {
 std::uint32_t checksumOf(const unsigned char* bytes, std::size_t size) {
   return static_cast<std::uint32_t>(::crc32_z(0, bytes, size));
 }
-
-/// Keeps all signals from this thread, and so from those that it starts, for the length of a scope.
-class SignalsBlocked {
- public:
-  SignalsBlocked() {
-    sigset_t all;
-    ::sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &before_);
-  }
-  ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
- private:
-  sigset_t before_{};
-};
 
 }  // namespace
 
@@ -109,7 +94,7 @@ DeflateLine::~DeflateLine() {
 
 /// With the threads that there are; without any the caller's own does the work.
 void DeflateLine::start() {
-  const SignalsBlocked blocked;
+  const platform::BlockedSignals blocked;
   try {
     for (const auto& deflater : deflaters_) workers_.emplace_back([this, &deflater] { work(*deflater); });
   } catch (const std::system_error&) {
