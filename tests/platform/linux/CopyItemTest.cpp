@@ -245,6 +245,9 @@ TEST_F(CopyItemTest, FoldersTooDeepInEachOtherAreAnErrorAndNothingIsLeft) {
   for (int depth = 0; depth < 300; ++depth) path += "/d";
   fs::create_directories(path);
   EXPECT_EQ(copy("deep", "copy"), ENAMETOOLONG);
+  const auto size = sizeOfTree(ground_ / "deep");
+  ASSERT_FALSE(size);
+  EXPECT_EQ(size.error().code, ENAMETOOLONG);
   EXPECT_THAT(names(), UnorderedElementsAre("deep"));
 }
 
@@ -556,6 +559,19 @@ TEST_F(MoveByCopyTest, AnOriginalThatChangesMeanwhileStaysAndItsCopyIsThrownAway
   EXPECT_THAT(error_, HasSubstr("tree/a: changed while it was copied"));
   EXPECT_THAT(names(), UnorderedElementsAre("tree"));
   EXPECT_EQ(ground_.content("tree/a"), "changed");
+}
+
+TEST_F(MoveByCopyTest, AnOriginalThatChangesWhileItIsComparedStays) {
+  EXPECT_EQ(move([this](const CopyProgress& progress) {
+              const bool isComparing = progress.objectsDone == 5;
+              if (isComparing && progress.currentItem.ends_with("sub/b")) {
+                ::utimensat(AT_FDCWD, (ground_ / "tree/sub/b").c_str(), nullptr, 0);
+              }
+              return true;
+            }),
+            EBUSY);
+  EXPECT_THAT(error_, HasSubstr("tree/sub/b: changed while it was copied"));
+  expectNothingHasHappened();
 }
 
 /// The disk is written (syncfs) and read back (pread64) before the name is given (renameat2).
