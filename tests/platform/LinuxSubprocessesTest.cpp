@@ -39,6 +39,7 @@ class FixedBundle : public MainBundle {
   foundation::PropertyList infoDictionary() override { return {}; }
   std::optional<std::string> pathForIdentifier(const std::string&) override { return {}; }
   std::optional<std::string> pathForResource(const std::string&, const std::string&) override { return {}; }
+  std::string localizedString(const std::string& key) override { return key; }
 
   std::string folder;
 };

@@ -92,6 +92,7 @@ class TGFileManagerRealFilesTest : public ::testing::Test {
                                .usersAndFolders = fakes_.users,
                                .fileQueries = real_.fileQueries,
                                .fileChanges = real_.fileChanges,
+                               .fileLocks = fakes_.fileLocks,
                                .fileAttributes = real_.fileAttributes,
                                .folderQueries = real_.folderQueries,
                                .fileReferences = real_.fileReferences,
@@ -112,6 +113,7 @@ class TGFileManagerRealFilesTest : public ::testing::Test {
                                .systemConsole = fakes_.systemConsole,
                                .mainBundle = fakes_.mainBundle,
                                .processInformation = fakes_.processInformation,
+                               .keyboardLayout = fakes_.keyboardLayout,
                                .interruption = fakes_.interruption,
                                .desktopApplication = fakes_.desktopApplication};
   platform::PlatformScope scope_{platform_};

@@ -65,6 +65,7 @@ class TGTaskProcessesTest : public ServicesTest {
                                fake_.usersAndFolders,
                                fake_.fileQueries,
                                fake_.fileChanges,
+                               fake_.fileLocks,
                                fake_.fileAttributes,
                                fake_.folderQueries,
                                fake_.fileReferences,
@@ -85,6 +86,7 @@ class TGTaskProcessesTest : public ServicesTest {
                                fake_.systemConsole,
                                fake_.mainBundle,
                                fake_.processInformation,
+                               fake_.keyboardLayout,
                                fake_.interruption,
                                fake_.desktopApplication};
   platform::PlatformScope scope_{platform_};
