@@ -70,13 +70,23 @@ std::string utf8FromUtf16(std::string_view bytes) {
   return text;
 }
 
+/// The sizes that files have are unrolled: a list of many entries is made of millions of these.
 std::size_t loadNumber(const char* bytes, std::size_t size) {
+  const auto byte = [bytes](std::size_t at) { return std::size_t{static_cast<unsigned char>(bytes[at])}; };
+  if (size == 1) return byte(0);
+  if (size == 2) return byte(0) << 8U | byte(1);
+  if (size == 3) return byte(0) << 16U | byte(1) << 8U | byte(2);
+  if (size == 4) return byte(0) << 24U | byte(1) << 16U | byte(2) << 8U | byte(3);
   std::size_t number = 0;
-  for (std::size_t at = 0; at < size; ++at) number = number << 8U | static_cast<unsigned char>(bytes[at]);
+  for (std::size_t at = 0; at < size; ++at) number = number << 8U | byte(at);
   return number;
 }
 
 void storeNumber(char* bytes, std::uint64_t number, std::size_t size) {
+  if (size == 4) {
+    for (const unsigned at : {3U, 2U, 1U, 0U}) bytes[3 - at] = static_cast<char>(number >> (8 * at) & 0xFFU);
+    return;
+  }
   for (std::size_t at = size; at > 0; number >>= 8U) bytes[--at] = static_cast<char>(number & 0xFFU);
 }
 
@@ -561,7 +571,12 @@ std::optional<std::size_t> BinaryPropertyList::payloadSize(const Content& conten
 }
 
 BinaryPropertyList::Content BinaryPropertyList::contentOf(Object object) const {
-  return readContent(object).value_or(Content());
+  // Within the bytes, because the walk has been here.
+  const std::size_t at = loadNumber(bytes_.data() + table_ + object * offsetSize_, offsetSize_);
+  const auto marker = static_cast<unsigned char>(bytes_[at]);
+  const Content content{static_cast<unsigned>(marker >> 4U), marker & 0xFU, at + 1};
+  const bool hasLongCount = content.count == kCountFollows && isCounted(content.kind);
+  return hasLongCount ? readContent(object).value_or(Content()) : content;
 }
 
 BinaryPropertyList::Object BinaryPropertyList::reference(const Content& container, std::size_t index) const {

@@ -1,5 +1,6 @@
 #include "ui/ShortcutKeyAssignments.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -248,6 +249,20 @@ TEST_F(ShortcutKeyAssignmentsTest, RootReadsNoLinkOfTheUsers) {
   ASSERT_EQ(::symlink(system.files.real("/secret.plist").c_str(), system.files.real(kFile).c_str()), 0);
   EXPECT_FALSE(append(entry(kOurs, "repair")));
   EXPECT_EQ(root(), PropertyList(PropertyList::Dictionary{{"password", "hush"}}));
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, WhatRootMakesBelongsToWhoseHomeItLiesIn) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to make a file in another account's folder";
+  constexpr uid_t kNobody = 65534;
+  system.users.user = 0;
+  ASSERT_EQ(::chown(system.files.real(kFolder).c_str(), kNobody, kNobody), 0);
+  ASSERT_TRUE(append(entry(kOurs, "repair")));
+  ASSERT_TRUE(append(entry(kOurs, "stop")));
+  for (const std::string& name : filesInFolder()) {
+    struct stat status {};
+    ASSERT_EQ(::stat(system.files.real(std::string(kFolder) + "/" + name).c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, kNobody) << name;
+  }
 }
 
 TEST_F(ShortcutKeyAssignmentsTest, RootsFileIsThatOfTheUserAtTheConsole) {
