@@ -15,7 +15,6 @@ namespace shortcutkeys {
 namespace {
 
 using foundation::BinaryPropertyList;
-using foundation::PropertyList;
 using foundation::Result;
 using foundation::systemError;
 

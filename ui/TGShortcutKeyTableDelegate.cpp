@@ -304,7 +304,11 @@ void TGShortcutKeyTableDelegate::clear(std::size_t row) {
   const bool isStored = shortcutkeys::changeAssignments(WhenMissing::leave, [&](WatchList& list) {
     removeFirst(list, [&](std::size_t index) { return commandId && list.hasCommandId(index, *commandId); });
   });
-  if (isStored) platform::current().distributedNotifications.post(kReload, std::nullopt);
+  if (isStored) {
+    platform::current().distributedNotifications.post(kReload, std::nullopt);
+  } else if (shortcutkeys::readAssignments()) {
+    populateKeyData();  // the table shows what is in force
+  }
 }
 
 void TGShortcutKeyTableDelegate::clearShortcutKey(outlets::Sender*) {

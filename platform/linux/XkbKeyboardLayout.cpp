@@ -15,7 +15,7 @@ namespace {
 constexpr std::uint16_t kLastKeyCode = 0x7F;
 constexpr std::uint16_t kTab = 0x30;
 constexpr std::uint64_t kLongestDefaults = 64ULL << 10;
-constexpr std::size_t kLongestText = 255 * 4;
+constexpr std::size_t kLongestText = 1020;  // 255 characters of four bytes
 
 // Modifier states.
 constexpr std::uint32_t kShift = 0x02;

@@ -500,6 +500,18 @@ TEST_F(TGShortcutKeyTableDelegateTest, WithoutAssignmentsAClearWritesAndPostsNot
   EXPECT_THAT(messages(), IsEmpty());
 }
 
+TEST_F(TGShortcutKeyTableDelegateTest, ACombinationThatCouldNotBeClearedIsStillShown) {
+  writeEntries({entry(kOurs, "stop")});
+  loadAndSelect(1);
+  system.files.beforeChange = [](const std::string&, const std::string& path) {
+    return std::optional(foundation::systemError(ENOSPC, path));
+  };
+  delegate.clearShortcutKey(nullptr);
+  EXPECT_EQ(keyName(1), "Ctrl+Shift+Cmd+S");
+  EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "stop")));
+  EXPECT_THAT(calls(), ElementsAre(kRun));
+}
+
 TEST_F(TGShortcutKeyTableDelegateTest, WithoutTheManagerAClearSaysSo) {
   removeManager();
   load();
