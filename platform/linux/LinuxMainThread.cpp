@@ -107,8 +107,11 @@ void LinuxMainThread::serveQueued() {
 }
 
 bool LinuxMainThread::serveUntilReadable(int descriptor, std::optional<nanoseconds> interval) {
-  if (loop_ != nullptr) return loop_->runUntilReadable(descriptor, interval);
   const Remaining remaining(interval);
+  if (loop_ != nullptr && loop_->runUntilReadable(descriptor, interval)) return true;
+  if (loop_ != nullptr && remaining.isOver()) return false;
+  // No loop, or that of an application which is about to end: it comes back at once, and what is left of the
+  // wait takes place without it.
   while (true) {
     std::array<pollfd, 2> watched{pollfd{wake_.get(), POLLIN, 0}, pollfd{descriptor, POLLIN, 0}};
     const auto left = remaining.left();
@@ -120,9 +123,10 @@ bool LinuxMainThread::serveUntilReadable(int descriptor, std::optional<nanosecon
 }
 
 bool LinuxMainThread::serveNext(nanoseconds longestWait) {
-  if (loop_ != nullptr) return loop_->runUntilReadable(-1, longestWait);
-  pollfd work{wake_.get(), POLLIN, 0};
   const Remaining remaining(longestWait);
+  if (loop_ != nullptr && loop_->runUntilReadable(-1, longestWait)) return true;
+  if (loop_ != nullptr && remaining.isOver()) return false;
+  pollfd work{wake_.get(), POLLIN, 0};
   const auto left = remaining.left();
   if (::ppoll(&work, 1, &*left, nullptr) <= 0) return false;  // interrupted: the caller looks again
   serveQueued();
