@@ -58,7 +58,8 @@ class Authorization {
   virtual AuthorizationStatus create(const std::optional<AuthorizationEnvironment>& environment,
                                      AuthorizationFlags flags, AuthorizationRef* reference) = 0;
 
-  /// Obtains rights; asks the user only when the flags allow interaction and no environment is given.
+  /// Obtains rights; asks the user only when the flags allow interaction and no environment is given, and not
+  /// after stopAsking().
   virtual AuthorizationStatus copyRights(AuthorizationRef reference, const std::vector<std::string>& rights,
                                          const std::optional<AuthorizationEnvironment>& environment,
                                          AuthorizationFlags flags) = 0;
@@ -72,6 +73,10 @@ class Authorization {
                                                     AuthorizationFlags flags,
                                                     const std::vector<std::string>& arguments,
                                                     std::unique_ptr<CommunicationsPipe>* pipe) = 0;
+
+  /// The program is about to end: a dialog that stands, whichever thread waits for its answer, is taken down
+  /// as if the user had cancelled it, and none comes up any more. Does not wait for that. Any thread.
+  virtual void stopAsking() = 0;
 };
 
 }  // namespace platform

@@ -602,6 +602,10 @@ platform::AuthorizationStatus FakeAuthorization::executeWithPrivileges(
   return execution;
 }
 
+void FakeAuthorization::stopAsking() {
+  recorder_.add("authorization stop asking");
+}
+
 void FakeDistributedNotifications::post(const std::string& name,
                                         const std::optional<PropertyList>& userInfo) {
   recorder_.add("post " + name + (userInfo ? " " + userInfo->description() : ""));

@@ -384,6 +384,7 @@ class FakeAuthorization : public platform::Authorization {
       platform::AuthorizationRef reference, const std::string& path, platform::AuthorizationFlags flags,
       const std::vector<std::string>& arguments,
       std::unique_ptr<platform::CommunicationsPipe>* pipe) override;
+  void stopAsking() override;
 
   platform::AuthorizationStatus inherited = platform::errAuthorizationInvalidRef;
   platform::AuthorizationStatus creation = platform::errAuthorizationSuccess;

@@ -1,6 +1,9 @@
 #include "platform/linux/SudoAuthorization.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -9,6 +12,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -23,6 +28,7 @@ namespace platform {
 namespace {
 
 using Arguments = std::vector<std::string>;
+using std::chrono::milliseconds;
 
 /// A line of input that sudo would cut is refused instead; it also fits into a pipe before anybody reads.
 constexpr std::size_t kLongestPassword = 1000;
@@ -58,6 +64,7 @@ std::string beginningOf(int file) {
 struct SudoInput {
   int descriptor = -1;  ///< -1: the null device
   std::string askpass = {};
+  int stop = -1;  ///< with a dialog: readable once it is to be taken down
 };
 
 /// On the main thread its work is served until the descriptor is readable: a dialog may stand for minutes,
@@ -72,6 +79,53 @@ int waitServing(pid_t child) {
   return waitForProgram(child);
 }
 
+/// Readable as soon as one of the two is.
+UniqueDescriptor eitherOf(int one, int other) {
+  UniqueDescriptor both = raisedDescriptor(UniqueDescriptor(::epoll_create1(EPOLL_CLOEXEC)));
+  for (const int descriptor : {one, other}) {
+    epoll_event event{};
+    event.events = EPOLLIN;
+    if (::epoll_ctl(both.get(), EPOLL_CTL_ADD, descriptor, &event) != 0) return {};
+  }
+  return both;
+}
+
+bool isReadable(int descriptor) {
+  pollfd watched{descriptor, POLLIN, 0};
+  return ::poll(&watched, 1, 0) > 0;
+}
+
+/// Without a limit it takes as long as it takes; on the main thread its work is served.
+void waitUntilReadable(int descriptor, std::optional<milliseconds> limit) {
+  auto& mainThread = current().mainThread;
+  if (mainThread.isCurrent()) {
+    mainThread.serveUntilReadable(descriptor, limit);
+    return;
+  }
+  pollfd watched{descriptor, POLLIN, 0};
+  ::poll(&watched, 1, limit ? static_cast<int>(limit->count()) : -1);
+}
+
+/// Asks the process group that the child leads to end until the child has. Its dialog may not be there yet
+/// the first time.
+void endGroup(pid_t child, int ended) {
+  constexpr milliseconds kPause{50};
+  constexpr int kPoliteRequests = 20;
+  for (int request = 0; !isReadable(ended); ++request) {
+    ::kill(-child, request < kPoliteRequests ? SIGTERM : SIGKILL);
+    waitUntilReadable(ended, kPause);
+  }
+}
+
+int waitForDialog(pid_t child, int stop) {
+  const UniqueDescriptor ended = openProcess(child);
+  const UniqueDescriptor either = eitherOf(ended.get(), stop);
+  if (!either) return waitServing(child);
+  while (!isReadable(either.get())) waitUntilReadable(either.get(), std::nullopt);
+  if (isReadable(stop)) endGroup(child, ended.get());
+  return waitForProgram(child);
+}
+
 /// Runs sudo to its end. Its messages go to a file in memory: a pipe would stay open as long as anything that
 /// an askpass program has started.
 SudoAnswer runSudo(const std::string& sudo, const Arguments& arguments, const SudoInput& input = {}) {
@@ -83,7 +137,8 @@ SudoAnswer runSudo(const std::string& sudo, const Arguments& arguments, const Su
   program.command.insert(program.command.end(), arguments.begin(), arguments.end());
   const auto child = spawnProgram(program);
   if (!child) return {};
-  const int status = waitServing(child.value());
+  const int status =
+      input.stop < 0 ? waitServing(child.value()) : waitForDialog(child.value(), input.stop);
   return {true, status, messages ? beginningOf(messages.get()) : ""};
 }
 
@@ -179,7 +234,9 @@ Arguments withCommand(Arguments options, const std::string& path, const Argument
 
 }  // namespace
 
-SudoAuthorization::SudoAuthorization(std::string sudo) : sudo_(std::move(sudo)) {}
+SudoAuthorization::SudoAuthorization(std::string sudo)
+    : sudo_(std::move(sudo)),
+      stop_(raisedDescriptor(UniqueDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)))) {}
 
 SudoAuthorization::~SudoAuthorization() = default;
 
@@ -240,6 +297,10 @@ AuthorizationStatus SudoAuthorization::executeWithPrivileges(AuthorizationRef re
   return start(path, arguments, pipe);
 }
 
+void SudoAuthorization::stopAsking() {
+  ::eventfd_write(stop_.get(), 1);
+}
+
 bool SudoAuthorization::isKnown(AuthorizationRef reference) {
   const std::scoped_lock lock(mutex_);
   return references_.contains(reference);
@@ -264,7 +325,9 @@ AuthorizationStatus SudoAuthorization::validate() {
 AuthorizationStatus SudoAuthorization::validateByDialog() {
   const std::string askpass = askpassProgram();
   if (askpass.empty()) return errAuthorizationInteractionNotAllowed;
-  return statusOf(runSudo(sudo_, {"-A", "-v"}, {.askpass = askpass}));
+  if (isReadable(stop_.get())) return errAuthorizationCanceled;
+  const auto status = statusOf(runSudo(sudo_, {"-A", "-v"}, {.askpass = askpass, .stop = stop_.get()}));
+  return status != errAuthorizationSuccess && isReadable(stop_.get()) ? errAuthorizationCanceled : status;
 }
 
 AuthorizationStatus SudoAuthorization::validateByPassword(const AuthorizationEnvironment& environment) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/Authorization.h"
+#include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
 
@@ -46,6 +47,10 @@ class AuthorizationReference {};
 /// the scenes, so that the program is not stopped by it. A call on the main thread serves main-thread work
 /// while sudo or the program is waited for.
 ///
+/// stopAsking asks the process group of a sudo that asks to end, again and again until it has, a stubborn one
+/// by SIGKILL at last: sudo is root's and not ours to end, but its dialog is, and sudo gives up without an
+/// answer.
+///
 /// free is `sudo -k`. There is no privileged parent to inherit from: copyPrivilegedReference answers
 /// errAuthorizationInvalidRef. May be called from any thread.
 class SudoAuthorization : public Authorization {
@@ -64,6 +69,7 @@ class SudoAuthorization : public Authorization {
                                             AuthorizationFlags flags,
                                             const std::vector<std::string>& arguments,
                                             std::unique_ptr<CommunicationsPipe>* pipe) override;
+  void stopAsking() override;
 
  private:
   /// How the rights of a reference were got.
@@ -80,6 +86,7 @@ class SudoAuthorization : public Authorization {
                                           std::unique_ptr<CommunicationsPipe>* pipe);
 
   std::string sudo_;
+  UniqueDescriptor stop_;  ///< readable once nobody is to be asked any more
   std::mutex mutex_;
   /// Never shrinks, so that a reference given back is not mistaken for a later one at its address.
   std::deque<AuthorizationReference> handles_;

@@ -204,6 +204,7 @@ class UnimplementedAuthorization : public Authorization {
                                             std::unique_ptr<CommunicationsPipe>*) override {
     return errAuthorizationToolExecuteFailure;
   }
+  void stopAsking() override {}
 };
 
 class UnimplementedDistributedNotifications : public DistributedNotifications {

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <optional>
 #include <thread>
@@ -65,6 +66,16 @@ bool existsSoon(const std::string& path) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   return std::filesystem::exists(path);
+}
+
+/// Whether a file gets a content within a few seconds.
+bool hasContentSoon(const std::string& path) {
+  for (int attempt = 0; attempt < 500; ++attempt) {
+    std::error_code error;
+    if (std::filesystem::file_size(path, error) > 0 && !error) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
 }
 
 /// The service as the test's account uses it, with a real sudo.
@@ -357,6 +368,82 @@ TEST_F(SudoAuthorizationTest, ThePasswordIsInNoArgumentAndNoEnvironment) {
   EXPECT_EQ(folder.content("input"), "very secret\n");
   EXPECT_THAT(folder.content("seen"), ::testing::HasSubstr("-S"));
   EXPECT_THAT(folder.content("seen"), ::testing::Not(::testing::HasSubstr("secret")));
+}
+
+/// With an askpass program that stands until somebody takes it down.
+class SudoDialogTest : public SudoAuthorizationTest {
+ protected:
+  /// `stubbornly` is what it does about being asked to end.
+  std::string dialog(const std::string& stubbornly = "") const {
+    EXPECT_EQ(chmod(folder.path().c_str(), 0777), 0);
+    return script("ask", stubbornly + "\necho $$ >" + (folder / "asking") + "; exec sleep 60");
+  }
+  /// Asks until somebody else has stopped it.
+  void askAndStop() {
+    std::thread stopping([this] {
+      EXPECT_TRUE(hasContentSoon(folder / "asking"));
+      sudo.stopAsking();
+    });
+    EXPECT_EQ(ask(reference()), errAuthorizationCanceled);
+    stopping.join();
+    EXPECT_TRUE(isGone());
+    EXPECT_TRUE(hasNoChildrenSoon());
+  }
+
+ private:
+  /// Whoever inherits it may not have collected it yet.
+  [[nodiscard]] bool isGone() const {
+    const std::string number = folder.content("asking");
+    std::string line;
+    std::getline(std::ifstream("/proc/" + number.substr(0, number.find('\n')) + "/stat"), line);
+    return line.empty() || line.find(") Z ") != std::string::npos;
+  }
+};
+
+TEST_F(SudoDialogTest, ADialogThatStandsIsTakenDownWhenNobodyIsToBeAskedAnyMore) {
+  account->allow(kEverything);
+  const EnvironmentVariable named("SUDO_ASKPASS", dialog());
+  asAccount([this] { askAndStop(); });
+}
+
+TEST_F(SudoDialogTest, ADialogThatAnotherThreadWaitsForIsTakenDownToo) {
+  account->allow(kEverything);
+  const EnvironmentVariable named("SUDO_ASKPASS", dialog());
+  asAccount([this] {
+    fake.mainThread.current = false;
+    fake.mainThread.whenServing = [] { FAIL() << "this is not the main thread"; };
+    askAndStop();
+  });
+}
+
+TEST_F(SudoDialogTest, ADialogThatWillNotGoIsTakenDownToo) {
+  account->allow(kEverything);
+  const EnvironmentVariable named("SUDO_ASKPASS", dialog("trap '' TERM"));
+  asAccount([this] { askAndStop(); });
+}
+
+TEST_F(SudoDialogTest, ADialogThatIsAboutToComeUpIsTakenDownToo) {
+  account->allow(kEverything);
+  const EnvironmentVariable named("SUDO_ASKPASS", dialog());
+  asAccount([&] {
+    fake.mainThread.whenServing = [this] { sudo.stopAsking(); };
+    EXPECT_EQ(ask(reference()), errAuthorizationCanceled);
+    EXPECT_TRUE(hasNoChildrenSoon());
+  });
+}
+
+TEST_F(SudoDialogTest, NobodyIsAskedAfterwardsAndWhatIsHeldStays) {
+  account->allow(kEverything);
+  const EnvironmentVariable named("SUDO_ASKPASS", dialog());
+  asAccount([&] {
+    const auto held = reference();
+    EXPECT_EQ(give(held, kPassword), errAuthorizationSuccess);
+    sudo.stopAsking();
+    EXPECT_EQ(outputOf(held, "/usr/bin/id", {"-u"}), "0\n");
+    EXPECT_EQ(runProgram({"/usr/bin/sudo", "-K"}).status, 0);
+    EXPECT_EQ(ask(held), errAuthorizationCanceled);
+    EXPECT_FALSE(std::filesystem::exists(folder / "asking"));
+  });
 }
 
 /// With a program in sudo's place, which needs no account.
