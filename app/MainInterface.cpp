@@ -2,13 +2,14 @@
 
 #include <array>
 #include <functional>
-#include <map>
 
 #include "diagnostics/TGException.h"
 #include "diagnostics/TGLog.h"
 #include "platform/Platform.h"
 
 namespace {
+
+using namespace std::chrono_literals;
 
 constexpr const char* kFrame = "NSWindow Frame windowMain";
 
@@ -28,29 +29,6 @@ Action toggleAdminPass() {
       [](TGAppController& controller, outlets::Sender* sender) { controller.prefsToggleAdminPass(sender); };
 }
 
-/// By the names that the interface description has for them.
-const std::map<std::string, Action>& actions() {
-  static const std::map<std::string, Action> table = {
-      {"repair", plain(&TGAppController::repair)},
-      {"menuRestartQmaster", plain(&TGAppController::menuRestartQmaster)},
-      {"menuStopQmaster", plain(&TGAppController::menuStopQmaster)},
-      {"menuTrashCompressorPrefs", plain(&TGAppController::menuTrashCompressorPrefs)},
-      {"menuTrashCompressor4Prefs", plain(&TGAppController::menuTrashCompressor4Prefs)},
-      {"resetWindowLayout", resetLayout()},
-      {"prefsToggleAdminPass", toggleAdminPass()},
-      {"viewLog", plain(&TGAppController::viewLog)},
-      {"viewTaskLog", plain(&TGAppController::viewTaskLog)},
-      {"gatherLogs", plain(&TGAppController::gatherLogs)},
-      {"helpManual", plain(&TGAppController::helpManual)},
-      {"helpCareplex", plain(&TGAppController::helpCareplex)},
-      {"helpHome", plain(&TGAppController::helpHome)},
-      {"helpReportBug", plain(&TGAppController::helpReportBug)},
-      {"helpSuggestFeature", plain(&TGAppController::helpSuggestFeature)},
-      {"helpTGHome", plain(&TGAppController::helpTGHome)},
-  };
-  return table;
-}
-
 /// A check box and the preference that keeps its state.
 struct Option {
   outlets::CheckBox* TGAppController::*box;
@@ -67,6 +45,24 @@ bool isOn(const outlets::Switch& box) {
   return box.state() == outlets::State::on;
 }
 
+/// Undoes the user's switching.
+void putBack(outlets::Sender* sender) {
+  auto* const stateful = dynamic_cast<outlets::Switch*>(sender);
+  if (stateful != nullptr) stateful->setState(isOn(*stateful) ? outlets::State::off : outlets::State::on);
+}
+
+/// True for its life.
+class Flag {
+ public:
+  explicit Flag(bool& flag) : flag_(flag) { flag_ = true; }
+  ~Flag() { flag_ = false; }
+  Flag(const Flag&) = delete;
+  Flag& operator=(const Flag&) = delete;
+
+ private:
+  bool& flag_;
+};
+
 void connect(TGAppController& controller, const outlets::Connections& connections) {
   controller.windowMain = connections.windowMain;
   controller.errorText = connections.errorText;
@@ -82,13 +78,54 @@ void connect(TGAppController& controller, const outlets::Connections& connection
 
 }  // namespace
 
-void MainInterface::interfaceDidLoad(const outlets::Connections& connections) {
-  guarded("-[TGAppController awakeFromNib]", [&] {
+/// An action, and whether it may be performed beside others.
+struct MainInterface::Command {
+  enum class Beside { others, nothing };
+
+  Action action;
+  Beside beside = Beside::others;
+};
+
+/// By the names that the interface description has for them.
+const std::map<std::string, MainInterface::Command>& MainInterface::commands() {
+  constexpr auto kAlone = Command::Beside::nothing;
+  static const std::map<std::string, Command> table = {
+      {"repair", {plain(&TGAppController::repair), kAlone}},
+      {"menuRestartQmaster", {plain(&TGAppController::menuRestartQmaster), kAlone}},
+      {"menuStopQmaster", {plain(&TGAppController::menuStopQmaster), kAlone}},
+      {"menuTrashCompressorPrefs", {plain(&TGAppController::menuTrashCompressorPrefs), kAlone}},
+      {"menuTrashCompressor4Prefs", {plain(&TGAppController::menuTrashCompressor4Prefs), kAlone}},
+      {"resetWindowLayout", {resetLayout(), kAlone}},
+      {"prefsToggleAdminPass", {toggleAdminPass(), kAlone}},
+      {"gatherLogs", {plain(&TGAppController::gatherLogs), kAlone}},
+      {"viewLog", {plain(&TGAppController::viewLog)}},
+      {"viewTaskLog", {plain(&TGAppController::viewTaskLog)}},
+      {"helpManual", {plain(&TGAppController::helpManual)}},
+      {"helpCareplex", {plain(&TGAppController::helpCareplex)}},
+      {"helpHome", {plain(&TGAppController::helpHome)}},
+      {"helpReportBug", {plain(&TGAppController::helpReportBug)}},
+      {"helpSuggestFeature", {plain(&TGAppController::helpSuggestFeature)}},
+      {"helpTGHome", {plain(&TGAppController::helpTGHome)}},
+  };
+  return table;
+}
+
+bool MainInterface::interfaceDidLoad(const outlets::Connections& connections) {
+  const bool isComplete = guarded("-[TGAppController awakeFromNib]", [&] {
     controller_ = TGAppController::init();
     connect(*controller_, connections);
     readOptions();
     controller_->awakeFromNib();
   });
+  // A window that cannot do what it shows, or that nobody has given the password for, is worse than none.
+  if (!isComplete) {
+    guarded("-[NSAlert runModal]", [] {
+      platform::current().alerts.runPanel("Quillmend cannot be started",
+                                          "Its start could not be completed, and it quits. Its log and the "
+                                          "system log say why.");
+    });
+  }
+  return isComplete;
 }
 
 /// A preference of a kind that is neither on nor off is off, as a repair that takes more away than was asked
@@ -112,13 +149,20 @@ void MainInterface::storeOptions() {
 }
 
 bool MainInterface::respondsToAction(const std::string& action) {
-  return action == "storeOptions" || actions().contains(action);
+  return action == "storeOptions" || commands().contains(action);
 }
 
 void MainInterface::performAction(const std::string& action, outlets::Sender* sender) {
   if (!controller_ || !respondsToAction(action)) return;
   guarded(("-[TGAppController " + action + ":]").c_str(),
-          [&] { action == "storeOptions" ? storeOptions() : actions().at(action)(*controller_, sender); });
+          [&] { action == "storeOptions" ? storeOptions() : perform(commands().at(action), sender); });
+}
+
+void MainInterface::perform(const Command& command, outlets::Sender* sender) {
+  if (command.beside == Command::Beside::others) return command.action(*controller_, sender);
+  if (isActing_ || isRepairing()) return putBack(sender);
+  const Flag acting(isActing_);
+  command.action(*controller_, sender);
 }
 
 void MainInterface::openAddress(const std::string& address) {
@@ -131,7 +175,30 @@ bool MainInterface::isRepairing() {
 
 void MainInterface::endRepairAndTerminate() {
   // It may have ended while the user was asked.
-  isRepairing() ? controller_->endRepairAndTerminate() : platform::current().desktopApplication.terminate();
+  if (isRepairing()) return controller_->endRepairAndTerminate();
+  platform::current().authorization.stopAsking();
+  platform::current().desktopApplication.terminate();
+}
+
+void MainInterface::displayWasLost() {
+  if (!controller_) return;
+  connect(*controller_, {});
+  if (isRepairing()) {
+    controller_->endRepair("Repair stopped: the display was lost.");
+    waitForEndOfRepair();
+  }
+  applicationWillTerminate();
+  TGLog::finishWriting();
+}
+
+/// Serving what it hands to the main thread. Not for ever: nobody could see any more that it does not end.
+void MainInterface::waitForEndOfRepair() {
+  constexpr auto kLongest = 5min;
+  auto& system = platform::current();
+  const auto start = system.clock.uptime();
+  while (isRepairing() && system.clock.uptime() - start < kLongest) {
+    system.mainThread.serveUntilReadable(-1, 50ms);
+  }
 }
 
 bool MainInterface::shouldTerminateAfterLastWindowClosed() {
@@ -174,7 +241,8 @@ int runDesktopApplication(const std::vector<std::string>& arguments) {
   int status = 0;
   {
     MainInterface interface;
-    status = platform::current().desktopApplication.run(arguments, interface);
+    status = platform::current().desktopApplication.run(arguments, interface,
+                                                        [&interface] { interface.displayWasLost(); });
   }
   TGLog::finishWriting();
   platform::current().interruption.deliver();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,6 +12,14 @@
 /// the check boxes in the preferences, and hands the actions on. What an action throws is logged under its
 /// selector.
 ///
+/// The start fails closed: whatever is thrown while the controller is made and while the administrator
+/// password is asked for ends it with an alert, and interfaceDidLoad() answers false.
+///
+/// An action that uses administrator rights or what a repair works on is performed alone: not beside a
+/// repair, whose rights it would use or take, and not while another such action still waits, for a password
+/// for example. The window keeps keys and clicks back meanwhile, but assistive programs press buttons past
+/// it. A switch that cannot be heeded goes back.
+///
 /// The window's frame is kept in the preferences too, as "NSWindow Frame windowMain".
 class MainInterface : public outlets::InterfaceOwner {
  public:
@@ -20,7 +29,7 @@ class MainInterface : public outlets::InterfaceOwner {
   MainInterface(const MainInterface&) = delete;
   MainInterface& operator=(const MainInterface&) = delete;
 
-  void interfaceDidLoad(const outlets::Connections& connections) override;
+  [[nodiscard]] bool interfaceDidLoad(const outlets::Connections& connections) override;
   bool respondsToAction(const std::string& action) override;
   void performAction(const std::string& action, outlets::Sender* sender) override;
   void openAddress(const std::string& address) override;
@@ -32,11 +41,21 @@ class MainInterface : public outlets::InterfaceOwner {
   void setWindowFrame(const std::string& frame) override;
   std::string version() override;
 
+  /// The display is gone: touches no part of the window any more, lets a repair under way end at its next
+  /// step, and stamps the end. Comes back when all of that is done.
+  void displayWasLost();
+
  private:
+  struct Command;
+
+  static const std::map<std::string, Command>& commands();
+  void perform(const Command& command, outlets::Sender* sender);
+  void waitForEndOfRepair();
   void readOptions();
   void storeOptions();
 
   std::unique_ptr<TGAppController> controller_;
+  bool isActing_ = false;  ///< an action that is performed alone is under way
 };
 
 /// Runs the desktop application with these arguments of the program and answers its exit status. A request to

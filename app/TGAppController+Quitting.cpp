@@ -44,9 +44,7 @@ void TGAppController::sendQuitEventToApp(const std::string& name) {
 bool TGAppController::closeAppWithBundleID(const std::string& bundleIdentifier) {
   // Every version of Compressor goes by this name, so the identifier decides only what is waited for.
   platform::current().mainThread.perform([this] { sendQuitEventToApp("Compressor"); }, platform::Wait::yes);
-  const auto isInterrupted = [this] {
-    return !hasGUI_ && platform::current().interruption.requested().has_value();
-  };
+  const auto isInterrupted = [this] { return endRequest().has_value(); };
   for (int poll = 0; poll < kPolls; ++poll) {
     if (!waitForNextPoll(isInterrupted)) return !isRunning(bundleIdentifier);
     if (!isRunning(bundleIdentifier)) return true;

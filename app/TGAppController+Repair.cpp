@@ -95,12 +95,22 @@ void TGAppController::repairEnd() {
   if (errorText != nullptr) errorText->setEditable(false);
   if (repairProgress != nullptr) repairProgress->hide();
   if (repairButton != nullptr) repairButton->setEnabled(true);
+  if (endReason_ != nullptr) platform::current().desktopApplication.terminate();
   isRepairing_ = false;
-  if (isAskedToEnd_) platform::current().desktopApplication.terminate();
+}
+
+void TGAppController::endRepair(const char* reason) {
+  endReason_ = reason;
+  // Without rights nothing was touched yet. With them they may be needed, and asked for once more, to start
+  // again what was stopped.
+  if (!TGAuthorization::sharedController()->isAuthorized()) platform::current().authorization.stopAsking();
 }
 
 std::optional<std::string> TGAppController::endRequest() const {
-  if (hasGUI_) return isAskedToEnd_ ? std::optional("Repair stopped.") : std::nullopt;
+  if (hasGUI_) {
+    const char* const reason = endReason_;
+    return reason == nullptr ? std::nullopt : std::optional<std::string>(reason);
+  }
   const auto signal = platform::current().interruption.requested();
   if (!signal) return std::nullopt;
   return stringWithFormat("Repair interrupted by signal %i.", *signal);
@@ -367,11 +377,14 @@ void RepairRun::report() {
     boldLine(stringWithFormat("Processing complete. %@", kAllowTime));
   }
   if (controller_.hasGUI()) {
-    if (ending_) return;  // the window is about to go, and an alert with it
     const std::string text =
         errorsFound_ ? std::string(kErrorsFound) + "\n\nScroll up to see the relevant error messages."
                      : kAllowTime;
-    onMainThread([&] { controller_.showAlert(text); });
+    onMainThread([&] {
+      // Else the window is about to go, and an alert with it; also where the end was asked for too late to
+      // leave anything out.
+      if (!controller_.endRequest()) controller_.showAlert(text);
+    });
   } else {
     postFinished();
     growl(ending_ ? "Repair failed." : "Repair complete.");
@@ -412,9 +425,11 @@ void RepairRun::reopenCompressors() {
 }
 
 void RepairRun::enterStage(const char* title) {
-  outlets::ProgressIndicator* const progress = controller_.repairProgress;
-  if (progress == nullptr) return;
-  onMainThread([&] { progress->showStage(title, stages_ == 0 ? 0 : stagesBegun_, stages_); });
+  if (!controller_.hasGUI()) return;
+  onMainThread([&] {
+    outlets::ProgressIndicator* const progress = controller_.repairProgress;
+    if (progress != nullptr) progress->showStage(title, stages_ == 0 ? 0 : stagesBegun_, stages_);
+  });
   if (stages_ > 0) ++stagesBegun_;
 }
 

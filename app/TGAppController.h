@@ -79,8 +79,11 @@ class TGAppController {
   [[nodiscard]] bool isRepairing() const { return isRepairing_; }
 
   /// Has the repair of the window end at its next step, as a request to end the process does without a window
-  /// (startRepair); the application is asked to end behind it.
-  void endRepairAndTerminate() { isAskedToEnd_ = true; }
+  /// (startRepair); the application is asked to end behind it. A repair that still waits for its rights does
+  /// not get them any more. Main thread.
+  void endRepairAndTerminate() { endRepair("Repair stopped."); }
+  /// The same for a reason that the console and the log begin the repair's last words with, a literal.
+  void endRepair(const char* reason);
 
   /// Why a repair is to end at its next step; nullopt while it is not.
   [[nodiscard]] std::optional<std::string> endRequest() const;
@@ -196,8 +199,8 @@ class TGAppController {
   /// Asks an application, by its name, to quit, and waits for no answer.
   void sendQuitEventToApp(const std::string& name);
   /// Asks Compressor to quit, then looks up to 21 times, every two seconds or so, whether an application with
-  /// the identifier still runs. Answers whether none does. Without a window a request to end the process
-  /// (platform::Interruption) ends the wait within a second.
+  /// the identifier still runs. Answers whether none does. A request to end the repair (endRequest) ends the
+  /// wait within a second.
   bool closeAppWithBundleID(const std::string& bundleIdentifier);
 
   /// @}
@@ -235,7 +238,7 @@ class TGAppController {
 
   bool hasGUI_ = false;
   std::atomic<bool> isRepairing_ = false;
-  std::atomic<bool> isAskedToEnd_ = false;
+  std::atomic<const char*> endReason_ = nullptr;  ///< nullptr while nobody has asked the repair to end
   [[maybe_unused]] bool oldConfigAvailable_ = false;
   std::optional<std::string> outputString_;
 

@@ -21,7 +21,9 @@ class EventLoop {
   virtual ~EventLoop() = default;
 
   /// As MainThread::serveUntilReadable, handling the loop's own events too. It hears of queued work by
-  /// watching WindowHost::workDescriptor() and does it by calling WindowHost::serveQueued().
+  /// watching WindowHost::workDescriptor() and does it by calling WindowHost::serveQueued(). The loop of an
+  /// application that is to end comes back at once, before its time: what is left of the wait is the
+  /// program's.
   virtual bool runUntilReadable(int descriptor, std::optional<std::chrono::nanoseconds> interval) = 0;
 };
 

@@ -27,8 +27,10 @@ class InterfaceOwner {
   virtual ~InterfaceOwner() = default;
 
   /// The window is loaded and not shown yet; the parts live until applicationWillTerminate() has returned.
-  /// May ask for a password, and may ask the application to end.
-  virtual void interfaceDidLoad(const Connections& connections) = 0;
+  /// May ask for a password, and may ask the application to end. False where the start could not be
+  /// completed: the user has been told, the window must not be shown, and the application ends with a
+  /// failure.
+  [[nodiscard]] virtual bool interfaceDidLoad(const Connections& connections) = 0;
 
   /// The actions, by the name that a control has in the interface description ("menuStopQmaster"). A control
   /// whose action is not known is of no use and stays disabled. The sender is the control itself where it has
@@ -41,7 +43,9 @@ class InterfaceOwner {
 
   /// A repair is under way: between the press of its button and the end of its last step.
   [[nodiscard]] virtual bool isRepairing() = 0;
-  /// Lets the step under way end and leaves the rest out; the application is ended then. REQUIRES a repair.
+  /// Lets the step under way of a repair end and leaves the rest out; the application is ended then, at once
+  /// without a repair. Nobody is asked for a password any more, unless a repair needs its rights to put back
+  /// what it has changed.
   virtual void endRepairAndTerminate() = 0;
 
   [[nodiscard]] virtual bool shouldTerminateAfterLastWindowClosed() = 0;

@@ -636,6 +636,7 @@ std::optional<PropertyList> FakePreferences::value(const std::string& key) {
 }
 
 void FakePreferences::registerDefaults(const PropertyList& dictionary) {
+  if (failure) throw *failure;
   registered = dictionary;
 }
 
@@ -700,9 +701,11 @@ std::optional<int> FakeInterruption::requested() {
   return signal;
 }
 
-int FakeDesktopApplication::run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner) {
+int FakeDesktopApplication::run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner,
+                                const std::function<void()>& displayWasLost) {
   recorder_.add(joined("desktop application", arguments));
   if (whileRunning) whileRunning(owner);
+  if (losesDisplay) displayWasLost();
   return result;
 }
 

@@ -464,6 +464,8 @@ class FakePreferences : public platform::Preferences {
   foundation::PropertyList registered;
   /// What synchronize answers.
   bool canStore = true;
+  /// What registerDefaults throws.
+  std::optional<foundation::Exception> failure;
 
  private:
   Recorder& recorder_;
@@ -591,10 +593,13 @@ class FakeInterruption : public platform::Interruption {
 class FakeDesktopApplication : public platform::DesktopApplication {
  public:
   explicit FakeDesktopApplication(Recorder& recorder) : recorder_(recorder) {}
-  int run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner) override;
+  int run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner,
+          const std::function<void()>& displayWasLost) override;
   void terminate() override { recorder_.add("terminate application"); }
 
   int result = 0;
+  /// Its display is lost at the end.
+  bool losesDisplay = false;
   /// What the window does in its life.
   std::function<void(outlets::InterfaceOwner&)> whileRunning;
 

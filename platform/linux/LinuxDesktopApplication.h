@@ -18,16 +18,22 @@ namespace platform {
 /// A display is what $WAYLAND_DISPLAY or $DISPLAY names. Without one, without the module, or without the
 /// function in it, one line that begins with "Quillmend: " goes to standard error and the status is 1. From
 /// then on SIGTERM, SIGINT and SIGHUP are requests to end the application.
+///
+/// A toolkit whose display is gone calls exit(3), and exit(3) during run() is taken for that. Waits on the
+/// main thread are by poll(2) again then, and the process ends with status 1 or by the signal that it has
+/// got.
 class LinuxDesktopApplication : public DesktopApplication, private WindowHost {
  public:
   LinuxDesktopApplication(LinuxClock& clock, LinuxMainThread& mainThread, LinuxAlerts& alerts,
                           LinuxInterruption& interruption)
       : clock_(clock), mainThread_(mainThread), alerts_(alerts), interruption_(interruption) {}
 
-  int run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner) override;
+  int run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner,
+          const std::function<void()>& displayWasLost) override;
   void terminate() override;
 
  private:
+  [[noreturn]] void exitWithoutDisplay(const std::function<void()>& displayWasLost);
   int workDescriptor() override;
   void serveQueued() override;
   int endRequestDescriptor() override;

@@ -28,9 +28,9 @@ class LinuxMainThread : public MainThread {
   /// whether there was any. An event loop gets the whole time, for its own events too.
   bool serveNext(std::chrono::nanoseconds longestWait);
 
-  /// REQUIRES isCurrent(). Hands waits on the main thread to an event loop, or with nullptr back to poll(2). A
-  /// wait that the loop ends too early, as one does whose application is about to end, is brought to its end
-  /// with poll(2).
+  /// REQUIRES isCurrent(). Hands waits on the main thread to an event loop, or with nullptr back to poll(2).
+  /// A wait that the loop ends too early, as one does whose application is about to end, is brought to its
+  /// end with poll(2).
   void setEventLoop(EventLoop* loop) { loop_ = loop; }
 
  private:

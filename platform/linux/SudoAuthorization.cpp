@@ -137,8 +137,7 @@ SudoAnswer runSudo(const std::string& sudo, const Arguments& arguments, const Su
   program.command.insert(program.command.end(), arguments.begin(), arguments.end());
   const auto child = spawnProgram(program);
   if (!child) return {};
-  const int status =
-      input.stop < 0 ? waitServing(child.value()) : waitForDialog(child.value(), input.stop);
+  const int status = input.stop < 0 ? waitServing(child.value()) : waitForDialog(child.value(), input.stop);
   return {true, status, messages ? beginningOf(messages.get()) : ""};
 }
 

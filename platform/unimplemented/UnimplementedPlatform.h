@@ -318,7 +318,9 @@ class UnimplementedInterruption : public Interruption {
 
 class UnimplementedDesktopApplication : public DesktopApplication {
  public:
-  int run(const std::vector<std::string>&, outlets::InterfaceOwner&) override { return 1; }
+  int run(const std::vector<std::string>&, outlets::InterfaceOwner&, const std::function<void()>&) override {
+    return 1;
+  }
   void terminate() override {}
 };
 

@@ -1,7 +1,12 @@
 #include "app/MainInterface.h"
 
+#include <filesystem>
+#include <future>
+#include <thread>
+
 #include "platform/foundation/Identifiers.h"
 #include "tests/app/ControllerTest.h"
+#include "tests/support/Gate.h"
 
 namespace {
 
@@ -13,18 +18,19 @@ using ::testing::Not;
 /// The owner of a fake window on a fake Mac.
 class MainInterfaceTest : public ControllerTest {
  protected:
-  void load() {
-    interface.interfaceDidLoad({.windowMain = &window,
-                                .errorText = &console,
-                                .repairButton = &button,
-                                .trashPrefs = &trashBox,
-                                .resetQmasterCheck = &qmasterBox,
-                                .resetLayoutCheck = &layoutBox,
-                                .logoImageView = nullptr,
-                                .menuItemResetOldQmasterConfig = nullptr,
-                                .prefsAdminPass = &passwordItem,
-                                .repairProgress = &progress});
+  outlets::Connections connections() {
+    return {.windowMain = &window,
+            .errorText = &console,
+            .repairButton = &button,
+            .trashPrefs = &trashBox,
+            .resetQmasterCheck = &qmasterBox,
+            .resetLayoutCheck = &layoutBox,
+            .logoImageView = nullptr,
+            .menuItemResetOldQmasterConfig = nullptr,
+            .prefsAdminPass = &passwordItem,
+            .repairProgress = &progress};
   }
+  void load() { EXPECT_TRUE(interface.interfaceDidLoad(connections())); }
   void setPreference(const std::string& key, const PropertyList& value) {
     mac.preferences.setValue(key, value);
   }
@@ -38,6 +44,46 @@ class MainInterfaceTest : public ControllerTest {
 
   fakes::FakeProgress progress{mac.recorder};
   MainInterface interface;
+};
+
+/// The same with a Compressor 4 to repair, and with a repair that stops for the test in the middle.
+class MainInterfaceInRepairTest : public MainInterfaceTest {
+ protected:
+  void SetUp() override {
+    becomeRoot();
+    makeVersionFile("/Applications/Compressor.app", "4.0");
+  }
+  ~MainInterfaceInRepairTest() override {
+    gate.open();
+    if (threadsBefore_ > 0) waitForEnd();
+  }
+
+  /// Begins one by its button and comes back when it has come to the removal of the caches.
+  void beginRepair(outlets::InterfaceOwner& owner) {
+    std::promise<void> there;
+    progress.whenShown = [this, &there](const std::string& title) {
+      if (title != "Removing caches") return;
+      there.set_value();
+      gate.wait()();
+    };
+    TGLog::appendLog("before");  // the log's own thread runs
+    threadsBefore_ = threads();
+    owner.performAction("repair", nullptr);
+    there.get_future().wait();
+  }
+
+  Gate gate;
+
+ private:
+  static std::ptrdiff_t threads() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+  }
+  /// The repair's thread is nobody's to join.
+  void waitForEnd() const {
+    while (threads() > threadsBefore_) std::this_thread::yield();
+  }
+
+  std::ptrdiff_t threadsBefore_ = 0;
 };
 
 TEST_F(MainInterfaceTest, TheCheckBoxesAreOnUntilSomebodySwitchesThemOff) {
@@ -118,6 +164,105 @@ TEST_F(MainInterfaceTest, WhatAnActionThrowsIsLoggedUnderItsSelector) {
   EXPECT_THAT(windowLog(), Contains(HasSubstr("Exception in -[TGAppController menu")));
 }
 
+constexpr const char* kCannotBeStarted =
+    "alert Quillmend cannot be started: Its start could not be "
+    "completed, and it quits. Its log and the system log say why.";
+
+TEST_F(MainInterfaceTest, AStartThatFailsBeforeThePasswordIsGivenIsNone) {
+  setPreference("requireAdminPassword", 1);
+  mac.authorization.whileAsking = [] { throw foundation::Exception("NSGenericException", "no dialog"); };
+  EXPECT_FALSE(interface.interfaceDidLoad(connections()));
+  EXPECT_EQ(mac.recorder.lines().back(), kCannotBeStarted);
+  EXPECT_THAT(windowLog(), Contains("Exception in -[TGAppController awakeFromNib]. NSGenericException - no "
+                                    "dialog."));
+}
+
+TEST_F(MainInterfaceTest, AStartThatFailsBeforeThereIsAControllerIsNone) {
+  mac.preferences.failure = foundation::Exception("NSGenericException", "no defaults");
+  EXPECT_FALSE(interface.interfaceDidLoad(connections()));
+  EXPECT_EQ(mac.recorder.lines().back(), kCannotBeStarted);
+  EXPECT_THAT(mac.systemConsole.messages(), Contains(HasSubstr("no defaults")));
+}
+
+TEST_F(MainInterfaceTest, ARefusedPasswordIsACompleteStartThatEndsTheApplication) {
+  setPreference("requireAdminPassword", 1);
+  mac.authorization.rights = platform::errAuthorizationCanceled;
+  load();
+  EXPECT_THAT(mac.recorder.lines(), Contains("terminate application"));
+  EXPECT_THAT(recorded(), Not(HasSubstr("alert")));
+}
+
+TEST_F(MainInterfaceTest, WhileAnActionAsksForRightsNoOtherOneDoes) {
+  load();
+  mac.recorder.clear();
+  passwordItem.current = outlets::State::off;
+  mac.authorization.whileAsking = [this] {
+    interface.performAction("menuRestartQmaster", nullptr);
+    interface.performAction("repair", nullptr);
+    interface.performAction("prefsToggleAdminPass", &passwordItem);
+    interface.performAction("gatherLogs", nullptr);
+    interface.performAction("helpHome", nullptr);
+  };
+  interface.performAction("menuStopQmaster", nullptr);
+  EXPECT_EQ(mac.recorder.only({"authorization"}).size(), 2U) << "one reference and its rights";
+  EXPECT_EQ(passwordItem.current, outlets::State::on) << "as it was";
+  EXPECT_EQ(mac.recorder.only({"alert"}), Lines{"alert Qmaster stopped: Qmaster stopped successfully."});
+  EXPECT_EQ(mac.recorder.only({"browse"}).size(), 1U) << "help needs no rights";
+  mac.authorization.whileAsking = nullptr;
+  interface.performAction("menuRestartQmaster", nullptr);
+  EXPECT_EQ(mac.recorder.lines().back(), "alert Qmaster started: Qmaster started successfully.");
+}
+
+TEST_F(MainInterfaceInRepairTest, BesideARepairNothingIsDoneThatUsesItsRights) {
+  load();
+  mac.preferences.values = PropertyList::Dictionary{{"requireAdminPassword", 1}};
+  beginRepair(interface);
+  mac.recorder.clear();
+  for (const char* const action :
+       {"repair", "menuRestartQmaster", "menuStopQmaster", "menuTrashCompressorPrefs",
+        "menuTrashCompressor4Prefs", "resetWindowLayout", "gatherLogs"}) {
+    interface.performAction(action, nullptr);
+  }
+  EXPECT_EQ(recorded(), "");
+  passwordItem.current = outlets::State::off;
+  interface.performAction("prefsToggleAdminPass", &passwordItem);
+  EXPECT_EQ(recorded(), "switch on\n") << "as it was";
+  EXPECT_EQ(mac.preferences.value("requireAdminPassword"), PropertyList(1));
+  mac.recorder.clear();
+  interface.performAction("helpHome", nullptr);
+  EXPECT_THAT(recorded(), HasSubstr("browse"));
+}
+
+TEST_F(MainInterfaceInRepairTest, ALostDisplayLetsTheStepEndAndStartsQmasterAgain) {
+  mac.files.makeFile(
+      "/Applications/Compressor.app/Contents/PlugIns/Compressor/CompressorKit.bundle/qmasterprefs");
+  mac.applications.paths["com.apple.Compressor"] = "/Applications/Compressor.app";
+  mac.desktopApplication.losesDisplay = true;
+  mac.mainThread.whenServing = [this] { gate.open(); };
+  mac.desktopApplication.whileRunning = [this](outlets::InterfaceOwner& owner) {
+    EXPECT_TRUE(owner.interfaceDidLoad(connections()));
+    beginRepair(owner);
+    mac.recorder.clear();
+    console.text.clear();
+  };
+  runDesktopApplication({"/Q"});
+  const auto entries = logLines("/Library/Logs/Vordenworks/Quillmend.1.log");
+  ASSERT_FALSE(entries.empty());
+  EXPECT_EQ(entries.back(),
+            "Repair stopped: the display was lost. Qmaster was started again; run the repair "
+            "again to finish it.");
+  EXPECT_THAT(entries, Not(Contains("Clearing history...")));
+  EXPECT_THAT(recorded(), HasSubstr("qmasterprefs -startSharing"));
+  EXPECT_EQ(console.text, "") << "it is not there any more";
+  EXPECT_THAT(recorded(), Not(HasSubstr("button")));
+  EXPECT_THAT(recorded(), HasSubstr("preference exit")) << "the program has ended by its own means";
+}
+
+TEST_F(MainInterfaceTest, ADisplayThatIsLostBeforeTheWindowIsLoadedIsNobodysLoss) {
+  interface.displayWasLost();
+  EXPECT_EQ(recorded(), "");
+}
+
 TEST_F(MainInterfaceTest, NothingIsDoneBeforeTheWindowIsLoaded) {
   interface.performAction("helpHome", nullptr);
   interface.applicationWillTerminate();
@@ -137,26 +282,17 @@ TEST_F(MainInterfaceTest, AFrameThatIsNoTextIsNone) {
   EXPECT_EQ(interface.windowFrame(), "");
 }
 
-TEST_F(MainInterfaceTest, EndingWithoutARepairEndsTheApplicationAtOnce) {
+TEST_F(MainInterfaceTest, EndingWithoutARepairEndsTheApplicationAtOnceAndADialogWithIt) {
   load();
   mac.recorder.clear();
   interface.endRepairAndTerminate();
-  EXPECT_EQ(recorded(), "terminate application\n");
+  EXPECT_EQ(recorded(), "authorization stop asking\nterminate application\n");
 }
 
 TEST_F(MainInterfaceTest, TheApplicationRunsWithTheOwnerAndStampsItsEnd) {
   mac.desktopApplication.result = 3;
   mac.desktopApplication.whileRunning = [this](outlets::InterfaceOwner& owner) {
-    owner.interfaceDidLoad({.windowMain = &window,
-                            .errorText = &console,
-                            .repairButton = &button,
-                            .trashPrefs = &trashBox,
-                            .resetQmasterCheck = &qmasterBox,
-                            .resetLayoutCheck = &layoutBox,
-                            .logoImageView = nullptr,
-                            .menuItemResetOldQmasterConfig = nullptr,
-                            .prefsAdminPass = &passwordItem,
-                            .repairProgress = &progress});
+    EXPECT_TRUE(owner.interfaceDidLoad(connections()));
     owner.applicationWillTerminate();
   };
   EXPECT_EQ(runDesktopApplication({"/Q"}), 3);

@@ -74,6 +74,17 @@ TEST_F(MenuTest, RightsThatAreHeldAreNotAskedFor) {
   EXPECT_EQ(recorded(), text(startSteps("privileged")));
 }
 
+TEST_F(MenuTest, TheRightsOfAnActionStayAndLiftTheRequirementWithoutADialog) {
+  startWithGUI();
+  controller->menuStopQmaster();
+  mac.recorder.clear();
+  passwordItem.current = outlets::State::off;
+  controller->prefsToggleAdminPass(&passwordItem);
+  EXPECT_THAT(recorded(), testing::Not(testing::HasSubstr("authorization")));
+  EXPECT_EQ(mac.preferences.value("requireAdminPassword"), foundation::PropertyList(0));
+  EXPECT_EQ(passwordItem.current, outlets::State::off);
+}
+
 TEST_F(MenuTest, ARefusalEndsBothActionsWithoutAWord) {
   mac.authorization.rights = platform::errAuthorizationCanceled;
   startWithGUI();

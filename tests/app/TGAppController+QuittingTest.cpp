@@ -87,6 +87,14 @@ TEST_F(QuittingTest, AnApplicationThatIsGoneWhenTheWaitIsEndedIsGone) {
   EXPECT_EQ(recorded(), text({"quit Compressor", "sleep 1s"}));
 }
 
+TEST_F(QuittingTest, TheEndOfTheWindowsRepairEndsTheWaitWithinASecond) {
+  startWithGUI();
+  mac.applications.launched = {{kNew}};
+  controller->endRepairAndTerminate();
+  EXPECT_FALSE(controller->closeAppWithBundleID(kNew));
+  EXPECT_EQ(mac.recorder.only({"sleep"}).size(), 1U);
+}
+
 TEST_F(QuittingTest, TheWindowsWaitDoesNotHeedRequestsToEnd) {
   startWithGUI();
   mac.applications.launched = {{kNew}};

@@ -914,6 +914,49 @@ TEST_F(RepairTest, ARepairThatIsAskedToEndLeavesTheRestOutStartsQmasterAndEndsTh
   EXPECT_EQ(mac.recorder.lines().back(), "terminate application");
 }
 
+TEST_F(RepairTest, AnEndThatIsAskedForInTheLastStageComesWithoutAnAlert) {
+  install4();
+  becomeRoot();
+  start(Form::window);
+  fakes::Recorder stages;
+  fakes::FakeProgress progress(stages);
+  controller->repairProgress = &progress;
+  progress.whenShown = [this](const std::string& title) {
+    if (title == "Starting Qmaster") controller->endRepairAndTerminate();
+  };
+  controller->threadedRepair({});
+  EXPECT_THAT(console.text, testing::EndsWith(kSuccess));
+  EXPECT_THAT(recorded(), testing::Not(testing::HasSubstr("sheet")));
+  EXPECT_EQ(mac.recorder.lines().back(), "terminate application");
+}
+
+TEST_F(RepairTest, ARepairThatIsAskedToEndWhileItWaitsForItsRightsTouchesNothing) {
+  install4();
+  for (const auto answer : {platform::errAuthorizationCanceled, platform::errAuthorizationSuccess}) {
+    start(Form::window);
+    mac.authorization.rights = answer;
+    mac.authorization.whileAsking = [this] { controller->endRepairAndTerminate(); };
+    controller->threadedRepair({});
+    EXPECT_THAT(mac.recorder.lines(), testing::Contains("authorization stop asking")) << answer;
+    EXPECT_THAT(recorded(), testing::Not(testing::HasSubstr("privileged"))) << answer;
+    EXPECT_THAT(console.text, testing::Not(testing::HasSubstr("Stopping Qmaster..."))) << answer;
+    EXPECT_EQ(mac.recorder.lines().back(), "terminate application") << answer;
+  }
+}
+
+TEST_F(RepairTest, TheRightsThatStartQmasterAgainMayBeAskedForOnceMore) {
+  install4();
+  start(Form::window);
+  fakes::Recorder stages;
+  fakes::FakeProgress progress(stages);
+  controller->repairProgress = &progress;
+  progress.whenShown = [this](const std::string& title) {
+    if (title == "Removing caches") controller->endRepairAndTerminate();
+  };
+  controller->threadedRepair({});
+  EXPECT_THAT(recorded(), testing::Not(testing::HasSubstr("stop asking")));
+}
+
 TEST_F(RepairTest, ASecondPressBeforeTheFirstHasDisabledTheButtonStartsNothing) {
   start(Form::window);
   Gate gate;

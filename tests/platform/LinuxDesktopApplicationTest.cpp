@@ -2,7 +2,11 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <thread>
 
@@ -22,12 +26,13 @@ using ::testing::StartsWith;
 /// An owner that nothing is asked of.
 class NoOwner : public outlets::InterfaceOwner {
  public:
-  void interfaceDidLoad(const outlets::Connections&) override {}
+  bool interfaceDidLoad(const outlets::Connections&) override { return true; }
   bool respondsToAction(const std::string&) override { return false; }
   void performAction(const std::string&, outlets::Sender*) override {}
   void openAddress(const std::string&) override {}
   bool isRepairing() override { return false; }
   void endRepairAndTerminate() override {}
+
   bool shouldTerminateAfterLastWindowClosed() override { return true; }
   void applicationWillTerminate() override {}
   std::string windowFrame() override { return ""; }
@@ -44,10 +49,13 @@ class LinuxDesktopApplicationTest : public ::testing::Test {
     std::filesystem::create_directories(bundle / "Contents/Frameworks");
     std::filesystem::copy_file(from, bundle / "Contents/Frameworks/libQuillmendWindow.so");
   }
+  int run(const std::vector<std::string>& arguments = {}) {
+    return application.run(arguments, owner, displayWasLost);
+  }
   /// The line on standard error; expects the status 1.
   std::string complaint() {
     ::testing::internal::CaptureStderr();
-    EXPECT_EQ(application.run({"Quillmend"}, owner), 1);
+    EXPECT_EQ(run({"Quillmend"}), 1);
     std::string text = ::testing::internal::GetCapturedStderr();
     EXPECT_EQ(text.find('\n') + 1, text.size()) << "one line";
     return text;
@@ -61,6 +69,7 @@ class LinuxDesktopApplicationTest : public ::testing::Test {
   LinuxClock clock;
   LinuxDesktopApplication application{clock, mainThread, alerts, interruption};
   NoOwner owner;
+  std::function<void()> displayWasLost = [] { FAIL() << "nothing is lost"; };
   EnvironmentVariable wayland{"WAYLAND_DISPLAY", std::nullopt};
   EnvironmentVariable display{"DISPLAY", ":99"};
 };
@@ -68,7 +77,7 @@ class LinuxDesktopApplicationTest : public ::testing::Test {
 TEST_F(LinuxDesktopApplicationTest, RunsTheWindowModuleWithTheArguments) {
   putModule(WINDOW_MODULE);
   const EnvironmentVariable record("WINDOW_MODULE_RECORD", bundle / "record");
-  EXPECT_EQ(application.run({"/path/Quillmend", "-trash", "", "a b"}, owner), 42);
+  EXPECT_EQ(run({"/path/Quillmend", "-trash", "", "a b"}), 42);
   EXPECT_EQ(bundle.content("record"), "[/path/Quillmend][-trash][][a b][hears]");
 }
 
@@ -81,7 +90,7 @@ TEST_F(LinuxDesktopApplicationTest, WaitsAlertsAndTheEndAreTheWindowsWhileItRuns
     application.terminate();
   };
   mainThread.perform(ask, Wait::no);
-  EXPECT_EQ(application.run({}, owner), 42);
+  EXPECT_EQ(run(), 42);
   EXPECT_EQ(bundle.content("record"), "[wait 7][panel Title: Message][terminate][hears]");
 }
 
@@ -96,10 +105,10 @@ TEST_F(LinuxDesktopApplicationTest, PausesOfTheMainThreadAreTheWindowsWhileItRun
     lasted = clock.uptime() - start;
   };
   mainThread.perform([&] { std::thread(pause).join(); }, Wait::no);
-  EXPECT_EQ(application.run({}, owner), 42);
+  EXPECT_EQ(run(), 42);
   EXPECT_EQ(bundle.content("record"), "[hears]") << "another thread's are not";
   mainThread.perform(pause, Wait::no);
-  EXPECT_EQ(application.run({}, owner), 42);
+  EXPECT_EQ(run(), 42);
   EXPECT_EQ(bundle.content("record"), "[wait -1][hears]");
   EXPECT_GE(lasted, kPause) << "this window's waits are over at once";
 }
@@ -107,12 +116,41 @@ TEST_F(LinuxDesktopApplicationTest, PausesOfTheMainThreadAreTheWindowsWhileItRun
 TEST_F(LinuxDesktopApplicationTest, WaitsAndAlertsAreThePlatformsAgainAfterwards) {
   putModule(WINDOW_MODULE);
   const EnvironmentVariable record("WINDOW_MODULE_RECORD", bundle / "record");
-  EXPECT_EQ(application.run({}, owner), 42);
+  EXPECT_EQ(run(), 42);
   EXPECT_FALSE(mainThread.serveUntilReadable(-1, std::chrono::nanoseconds(0)));
   alerts.runPanel("Title", "");
   EXPECT_THAT(fake.systemConsole.messages(), ::testing::ElementsAre("Title"));
   application.terminate();  // nobody is there to hear it
   EXPECT_EQ(bundle.content("record"), "[hears]");
+}
+
+TEST_F(LinuxDesktopApplicationTest, AToolkitThatEndsTheProcessIsADisplayThatWasLost) {
+  putModule(WINDOW_MODULE);
+  const EnvironmentVariable record("WINDOW_MODULE_RECORD", bundle / "record");
+  const EnvironmentVariable exits("WINDOW_MODULE_EXITS", "");
+  displayWasLost = [this] {
+    mainThread.perform([] { std::fputs("served, ", stderr); }, Wait::no);
+    mainThread.serveUntilReadable(-1, std::chrono::milliseconds(1));  // by no window's loop
+    application.terminate();                                          // nobody is there to hear it
+    std::fputs("ended\n", stderr);
+  };
+  EXPECT_EXIT(static_cast<void>(run()), ::testing::ExitedWithCode(1), "served, ended");
+}
+
+TEST_F(LinuxDesktopApplicationTest, ASignalNotedBeforeTheDisplayWasLostEndsTheProcess) {
+  putModule(WINDOW_MODULE);
+  const EnvironmentVariable record("WINDOW_MODULE_RECORD", bundle / "record");
+  const EnvironmentVariable exits("WINDOW_MODULE_EXITS", "");
+  mainThread.perform([] { ::raise(SIGTERM); }, Wait::no);
+  EXPECT_EXIT(static_cast<void>(run()), ::testing::KilledBySignal(SIGTERM), "");
+}
+
+TEST_F(LinuxDesktopApplicationTest, AnExitAfterItsEndIsNobodysLoss) {
+  putModule(WINDOW_MODULE);
+  const EnvironmentVariable record("WINDOW_MODULE_RECORD", bundle / "record");
+  displayWasLost = [] { ::_exit(9); };
+  const auto runAndExit = [this] { std::exit(run()); };
+  EXPECT_EXIT(runAndExit(), ::testing::ExitedWithCode(42), "");
 }
 
 TEST_F(LinuxDesktopApplicationTest, SaysSoInOneLineWithoutADisplay) {

@@ -26,7 +26,8 @@ class RecordedApplication : public platform::WindowApplication {
 }  // namespace
 
 /// A window module for tests: writes its arguments, and what it is asked for between its start and its end,
-/// to the file that WINDOW_MODULE_RECORD names; answers 42. Queued work is what asks it.
+/// to the file that WINDOW_MODULE_RECORD names; answers 42, or ends the process where WINDOW_MODULE_EXITS is
+/// set. Queued work is what asks it.
 extern "C" int QuillmendWindowMain(int argc, char** argv, platform::WindowHost* host,
                                    outlets::InterfaceOwner* owner) {
   std::ofstream record(std::getenv("WINDOW_MODULE_RECORD"));
@@ -35,6 +36,7 @@ extern "C" int QuillmendWindowMain(int argc, char** argv, platform::WindowHost* 
   host->applicationDidStart(application);
   host->serveQueued();
   if (host->endRequestDescriptor() >= 0) record << "[hears]";
+  if (std::getenv("WINDOW_MODULE_EXITS") != nullptr) std::exit(7);
   host->applicationDidEnd();
   return argv[argc] == nullptr && owner != nullptr ? 42 : 0;
 }

@@ -8,6 +8,7 @@
 #include <QSocketNotifier>
 #include <QTimer>
 #include <clocale>
+#include <cstdlib>
 
 #include "ui/window/LogoView.h"
 #include "ui/window/MainWindow.h"
@@ -74,6 +75,7 @@ bool Application::runUntilReadable(int descriptor, std::optional<nanoseconds> in
 }
 
 void Application::runPanel(const std::string& title, const std::string& message) {
+  if (isTerminating_) return;  // it would come and go with the program
   const std::unique_ptr<QMessageBox> panel(
       makePanel(panelParent_, QString::fromStdString(title), QString::fromStdString(message)));
   addDefaultButton(*panel);
@@ -105,9 +107,9 @@ int runApplication(int argc, char** argv, platform::WindowHost& host, outlets::I
       window.endAndTerminate();
     });
   }
-  owner.interfaceDidLoad(window.connections());
-  int status = 0;
-  if (!application.isTerminating()) {
+  const bool isStarted = owner.interfaceDidLoad(window.connections());
+  int status = isStarted ? EXIT_SUCCESS : EXIT_FAILURE;
+  if (isStarted && !application.isTerminating()) {
     window.present();
     status = QApplication::exec();
     window.saveFrame();

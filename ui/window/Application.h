@@ -20,8 +20,9 @@ class Application : public platform::WindowApplication {
   Application& operator=(const Application&) = delete;
 
   /// What the user does in the window meanwhile (keys, clicks) is kept until the wait is over, so that an
-  /// action which waits is not begun a second time; panels that come up meanwhile work.
+  /// action which waits is not begun a second time; panels that come up meanwhile work. Terminating ends it.
   bool runUntilReadable(int descriptor, std::optional<std::chrono::nanoseconds> interval) override;
+  /// Nothing is shown any more once the application is to end.
   void runPanel(const std::string& title, const std::string& message) override;
   void terminate() override;
 

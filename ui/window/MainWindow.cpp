@@ -18,9 +18,10 @@ namespace window {
 struct MainWindow::Parts {
   explicit Parts(Ui::MainWindow& ui)
       : repairButton(*ui.repairButton,
-                     // What a repair does too is not to be done beside it.
+                     // What a repair does too, or what uses the rights that it holds, is not to be done
+                     // beside it.
                      {ui.repair, ui.menuRestartQmaster, ui.menuStopQmaster, ui.menuTrashCompressorPrefs,
-                      ui.menuTrashCompressor4Prefs, ui.resetWindowLayout}),
+                      ui.menuTrashCompressor4Prefs, ui.resetWindowLayout, ui.gatherLogs, ui.prefsAdminPass}),
         trashPrefs(*ui.trashPrefs),
         resetQmasterCheck(*ui.resetQmasterCheck),
         resetLayoutCheck(*ui.resetLayoutCheck),

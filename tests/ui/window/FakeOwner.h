@@ -10,10 +10,11 @@
 /// An owner that writes down what it is told, each call as a line.
 class FakeOwner : public outlets::InterfaceOwner {
  public:
-  void interfaceDidLoad(const outlets::Connections& loaded) override {
+  bool interfaceDidLoad(const outlets::Connections& loaded) override {
     connections = loaded;
     lines.emplace_back("loaded");
     if (whenLoaded) whenLoaded();
+    return startsUp;
   }
   bool respondsToAction(const std::string& action) override { return !unknown.contains(action); }
   void performAction(const std::string& action, outlets::Sender* sender) override {
@@ -32,6 +33,7 @@ class FakeOwner : public outlets::InterfaceOwner {
   std::set<std::string> unknown;
   std::function<void()> whenLoaded;
   outlets::Connections connections{};
+  bool startsUp = true;
   bool repairing = false;
   std::string frame;
 };

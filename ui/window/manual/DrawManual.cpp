@@ -25,7 +25,7 @@ namespace {
 /// The owner of a window that is only looked at.
 class StillOwner : public outlets::InterfaceOwner {
  public:
-  void interfaceDidLoad(const outlets::Connections& /*connections*/) override {}
+  bool interfaceDidLoad(const outlets::Connections& /*connections*/) override { return true; }
   bool respondsToAction(const std::string& /*action*/) override { return true; }
   void performAction(const std::string& /*action*/, outlets::Sender* /*sender*/) override {}
   void openAddress(const std::string& /*address*/) override {}
