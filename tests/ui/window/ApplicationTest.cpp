@@ -58,8 +58,26 @@ class QueueHost : public platform::WindowHost {
   std::deque<std::function<void()>> work_;
 };
 
+/// Counts the panels that are shown.
+class PanelWatch : public QObject {
+ public:
+  PanelWatch() { qApp->installEventFilter(this); }
+  bool eventFilter(QObject* object, QEvent* event) override {
+    if (event->type() == QEvent::Show && qobject_cast<QMessageBox*>(object) != nullptr) ++shown;
+    return false;
+  }
+
+  int shown = 0;
+};
+
 class ApplicationTest : public ::testing::Test {
  protected:
+  /// What terminating has asked for is over; later tests' loops run again.
+  void endLoops() {
+    application.terminate();
+    EXPECT_EQ(QApplication::exec(), 0);
+  }
+
   QueueHost host;
   Application application{host};
   std::vector<int> order;
@@ -129,6 +147,28 @@ TEST_F(ApplicationTest, APanelStandsUntilItIsDismissedAndItsTextsArePlain) {
   });
   application.runPanel("<b>Title</b>", "<i>Message</i>");
   EXPECT_THAT(order, ElementsAre(1));
+}
+
+TEST_F(ApplicationTest, AWaitIsNoWaitForTheLoopOfAnApplicationThatIsToEnd) {
+  const int event = ::eventfd(0, EFD_CLOEXEC);
+  host.queue([this] { application.terminate(); });
+  EXPECT_FALSE(application.runUntilReadable(event, std::nullopt)) << "the rest is the platform's";
+  EXPECT_FALSE(application.runUntilReadable(event, std::nullopt));
+  ::close(event);
+  endLoops();
+}
+
+TEST_F(ApplicationTest, APanelGoesWithTheApplicationAndNoneComesAnyMore) {
+  QTimer::singleShot(200, [this] {
+    ASSERT_NE(QApplication::activeModalWidget(), nullptr);
+    application.terminate();
+  });
+  PanelWatch panels;
+  application.runPanel("Title", "Message");
+  EXPECT_EQ(panels.shown, 1);
+  application.runPanel("Title", "Message");
+  EXPECT_EQ(panels.shown, 1);
+  endLoops();
 }
 
 TEST_F(ApplicationTest, TerminatingIsHeardAlsoBeforeTheLoopRuns) {

@@ -34,14 +34,26 @@ TEST(Manual, EveryMessageThatNeedsAnAnswerHasOne) {
   const std::string manual = text();
   for (const char* message :
        {"does not exist. You are advised to reinstall Compressor / Qmaster.",
-        "is not readable... attempting fix.", "is not readable... unable to fix.",
+        "is not readable... attempting fix.",
+        "is not readable... unable to fix.",
         "Unsupported Compressor version... running in limited mode.",
         "Your computer does not have a computer name or local hostname set.",
         "Critical error: /Library/StartupItems/Qmaster/Qmaster cannot be found. Please reinstall Qmaster.",
-        "Errors were found during processing.", "Repair stopped.", "Repair interrupted by signal",
-        "Repair failed.", "Repair complete.", "Unable to authorize. Repair canceled.",
-        "no display:", "must not be installed set-user-ID", "No log found", "Logs gathered successfully",
-        "No logs found", "Logs could not be gathered"}) {
+        "Errors were found during processing.",
+        "Repair stopped.",
+        "Repair stopped: the display was lost",
+        "Repair interrupted by signal",
+        "Repair failed.",
+        "Repair complete.",
+        "Unable to authorize. Repair canceled.",
+        "no display:",
+        "no window module:",
+        "Quillmend cannot be started",
+        "must not be installed set-user-ID",
+        "No log found",
+        "Logs gathered successfully",
+        "No logs found",
+        "Logs could not be gathered"}) {
     EXPECT_NE(manual.find(message), std::string::npos) << message;
   }
 }

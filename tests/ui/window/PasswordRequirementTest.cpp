@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <QProcess>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -11,12 +12,14 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestAccount.h"
 #include "tests/ui/window/DesktopSession.h"
+#include "tests/ui/window/StoredPreferences.h"
 
 // The real program with a real sudo, as an account of the test's own uses it.
 
 namespace window {
 namespace {
 
+using namespace std::chrono_literals;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -36,6 +39,10 @@ mkdir -p "$1/root/Library" "$1/root/home/quillmend-test" "$1/root$app"
 mount --bind "$2" "$1/root/Library"
 mount --bind "$3" "$1/root/home/quillmend-test"
 mount --bind "$4" "$1/root$app"
+for tool in /usr/sbin/qmasterprefs /bin/launchctl; do
+  printf '#!/bin/sh\necho "$(id -un) $0 $*" >>/home/quillmend-test/calls\n' >"$1/root$tool"
+  chmod 755 "$1/root$tool"
+done
 exec chroot "$1/root" setpriv --reuid "$5" --regid 100 --clear-groups -- "$app/Contents/MacOS/Quillmend"
 )";
 
@@ -79,6 +86,19 @@ class PasswordRequirementTest : public ::testing::Test {
     press("alt+e");
     press("p");
   }
+  static void restartQmaster() {
+    press("alt+t");
+    press("r");
+  }
+  static void stopQmaster() {
+    press("alt+t");
+    press("s");
+  }
+  static void repair() { press("ctrl+r"); }
+  /// Whether the window stands without a panel and nobody asks for anything, and stays so for a while.
+  static bool staysAlone() {
+    return !waitUntil([] { return windowCount("Quillmend") != 1 || windowCount("askpass") != 0; }, 500ms);
+  }
   /// Ends it by its own means.
   void quit() {
     press("ctrl+q");
@@ -88,6 +108,29 @@ class PasswordRequirementTest : public ::testing::Test {
     EXPECT_TRUE(program.waitForFinished(10000));
     EXPECT_EQ(program.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(program.exitCode(), 0);
+  }
+  /// Ends it by a signal, and a dialog with it.
+  void endBySignal() {
+    ASSERT_EQ(::kill(static_cast<pid_t>(program.processId()), SIGTERM), 0);
+    EXPECT_TRUE(program.waitForFinished(5000));
+    EXPECT_EQ(program.exitStatus(), QProcess::CrashExit);
+    EXPECT_EQ(program.exitCode(), SIGTERM);
+    EXPECT_TRUE(waitUntil([] { return windowCount("askpass") == 0; }));
+    EXPECT_FALSE(exists("home/calls"));
+  }
+  /// What the program's tools were called with, a line each.
+  [[nodiscard]] std::string calls() const { return contentOf("home/calls"); }
+  [[nodiscard]] bool exists(const std::string& path) const { return std::filesystem::exists(folder / path); }
+  [[nodiscard]] std::string contentOf(const std::string& path) const {
+    std::ifstream stream(folder / path);
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
+  /// How often the log says so.
+  [[nodiscard]] std::size_t logged(const std::string& text) const {
+    const std::string log = contentOf("home/Library/Logs/Vordenworks/Quillmend.1.log");
+    std::size_t count = 0;
+    for (auto at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++count;
+    return count;
   }
   [[nodiscard]] std::string file() const {
     return folder / "Library/Preferences/com.vordenworks.Quillmend.plist";
@@ -102,8 +145,11 @@ class PasswordRequirementTest : public ::testing::Test {
     std::ifstream stream(file());
     return {std::istreambuf_iterator<char>(stream), {}};
   }
-  bool waitUntilStored(const std::string& text) const {
-    return waitUntil([&] { return stored().find(text) != std::string::npos; });
+  /// The requirement, and nothing else.
+  [[nodiscard]] bool waitUntilStored(int requirement) const {
+    const foundation::PropertyList wanted =
+        foundation::PropertyList::Dictionary{{"requireAdminPassword", requirement}};
+    return waitUntil([&] { return preferencesIn(stored()) == wanted; });
   }
 
   support::TemporaryFolder folder;
@@ -115,7 +161,7 @@ TEST_F(PasswordRequirementTest, AnybodyMayMakeItAndOnlyAnAdministratorMayLiftIt)
   start();
   ASSERT_TRUE(waitForWindow());
   toggle();
-  ASSERT_TRUE(waitUntilStored("requireAdminPassword")) << "nobody was asked";
+  ASSERT_TRUE(waitUntilStored(1)) << "nobody was asked";
   const std::string made = stored();
   toggle();
   ASSERT_TRUE(waitForDialog());
@@ -127,8 +173,120 @@ TEST_F(PasswordRequirementTest, AnybodyMayMakeItAndOnlyAnAdministratorMayLiftIt)
   press("p");  // off again, as it went back on
   ASSERT_TRUE(waitForDialog());
   answer(kPassword);
-  ASSERT_TRUE(waitUntil([&] { return stored() != made; }));
+  ASSERT_TRUE(waitUntilStored(0));
+  ASSERT_TRUE(waitForWindow());
+  toggle();  // on, as it stayed off: that needs nobody
+  EXPECT_TRUE(waitUntilStored(1));
+  EXPECT_TRUE(staysAlone());
+  EXPECT_EQ(stored(), made);
   quit();
+}
+
+TEST_F(PasswordRequirementTest, ARefusedPasswordEndsEveryCommandWithoutAWordAndChangesNothing) {
+  start();
+  ASSERT_TRUE(waitForWindow());
+  for (const auto command : {repair, stopQmaster, restartQmaster, repair}) {
+    command();
+    ASSERT_TRUE(waitForDialog());
+    press("Escape");
+    ASSERT_TRUE(waitForWindow());
+    EXPECT_TRUE(staysAlone());
+  }
+  stopQmaster();
+  for (int attempt = 1; attempt <= 3; ++attempt) {
+    ASSERT_TRUE(waitForDialog()) << attempt;
+    answer("wrong horse");
+    ASSERT_TRUE(waitUntil([] { return windowCount("askpass") == 0; })) << attempt;
+  }
+  ASSERT_TRUE(waitForWindow());
+  EXPECT_TRUE(staysAlone());
+  quit();
+  EXPECT_EQ(calls(), "");
+  EXPECT_EQ(logged("Starting repair..."), 2U) << "once each, and not in the console";
+  EXPECT_EQ(logged("Stopping"), 0U);
+  EXPECT_TRUE(std::filesystem::is_empty(folder / "Library"));
+}
+
+TEST_F(PasswordRequirementTest, ACommandRunsItsToolsWithTheRightsThatThePasswordGave) {
+  start();
+  ASSERT_TRUE(waitForWindow());
+  restartQmaster();
+  ASSERT_TRUE(waitForDialog());
+  answer(kPassword);
+  ASSERT_TRUE(waitUntil([] { return windowCount("Quillmend") == 2; }, 20s)) << "no alert";
+  press("Return");
+  ASSERT_TRUE(waitUntil([] { return windowCount("Quillmend") == 1; }));
+  EXPECT_TRUE(waitUntil([this] { return calls().find("-startSharing") != std::string::npos; }));
+  EXPECT_EQ(calls(),
+            "root /bin/launchctl load /Library/LaunchDaemons/com.apple.qmaster.qmasterd.plist\n"
+            "root /usr/sbin/qmasterprefs -restart\n"
+            "root /usr/sbin/qmasterprefs -startSharing\n");
+  quit();
+}
+
+TEST_F(PasswordRequirementTest, WhileARepairWaitsForItsRightsNothingElseAsksForThem) {
+  require();
+  start();
+  ASSERT_TRUE(waitForDialog());
+  answer(kPassword);
+  ASSERT_TRUE(waitForWindow());
+  const std::string windowMain = xdotool({QStringLiteral("getactivewindow")});
+  repair();  // with the rights of the start, which end with it
+  ASSERT_TRUE(waitUntil([] { return windowCount("Quillmend") == 2; }, 20s)) << "no alert";
+  press("Return");
+  ASSERT_TRUE(waitForWindow());
+  const std::string before = stored();
+  repair();
+  ASSERT_TRUE(waitForDialog());
+  xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), QString::fromStdString(windowMain)});
+  toggle();
+  saveScreen("password-for-repair");
+  press("Escape");  // the menu
+  EXPECT_FALSE(waitUntil([] { return windowCount("askpass") != 1; }, 500ms));
+  EXPECT_EQ(stored(), before);
+  xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--classname"),
+           QStringLiteral("^askpass$"), QStringLiteral("windowactivate"), QStringLiteral("--sync")});
+  ASSERT_TRUE(waitForDialog());
+  press("Escape");
+  ASSERT_TRUE(waitForWindow());
+  toggle();
+  ASSERT_TRUE(waitForDialog()) << "on and enabled again";
+  press("Escape");
+  ASSERT_TRUE(waitForWindow());
+  EXPECT_EQ(stored(), before);
+  quit();
+}
+
+TEST_F(PasswordRequirementTest, ASignalAtThePasswordOfTheStartEndsDialogAndProgram) {
+  require();
+  start();
+  ASSERT_TRUE(waitForDialog());
+  endBySignal();
+  EXPECT_EQ(windowCount("Quillmend"), 0U);
+}
+
+TEST_F(PasswordRequirementTest, ASignalAtThePasswordOfACommandEndsDialogAndProgram) {
+  for (const auto command : {repair, stopQmaster}) {
+    start();
+    ASSERT_TRUE(waitForWindow());
+    command();
+    ASSERT_TRUE(waitForDialog());
+    endBySignal();
+  }
+}
+
+TEST_F(PasswordRequirementTest, QuittingWhileARepairWaitsForItsRightsEndsDialogAndProgram) {
+  start();
+  ASSERT_TRUE(waitForWindow());
+  const std::string windowMain = xdotool({QStringLiteral("getactivewindow")});
+  repair();
+  ASSERT_TRUE(waitForDialog());
+  xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), QString::fromStdString(windowMain)});
+  press("ctrl+q");
+  ASSERT_TRUE(waitUntil([] { return windowCount("Quillmend") == 2; })) << "no question";
+  press("alt+q");
+  expectEnd();
+  EXPECT_TRUE(waitUntil([] { return windowCount("askpass") == 0; }));
 }
 
 TEST_F(PasswordRequirementTest, AtTheStartThePasswordComesBeforeAnythingElse) {

@@ -10,10 +10,14 @@
 #include <thread>
 
 #include "platform/foundation/Identifiers.h"
+#include "tests/support/XServer.h"
 #include "tests/ui/window/DesktopSession.h"
+#include "tests/ui/window/FakeOwner.h"
 #include "tests/ui/window/LoopWatch.h"
+#include "tests/ui/window/StoredPreferences.h"
 #include "tests/workstation/RepairScript.h"
 #include "tests/workstation/RootTest.h"
+#include "ui/window/MainWindow.h"
 #include "workstation/TemporaryVolume.h"
 
 // The real program's real window on a sample workstation, driven by the keyboard and the mouse.
@@ -111,6 +115,25 @@ class WindowRun {
     std::this_thread::sleep_for(300ms);
   }
 
+  /// Clicks into a control, where it is in every window of the first size.
+  void click(const char* control) const {
+    FakeOwner owner;
+    window::MainWindow twin(owner);
+    twin.grab();  // which arranges it
+    const auto* const widget = twin.findChild<QWidget*>(QString::fromLatin1(control));
+    constexpr int kIntoTheBox = 8;
+    const QPoint place = widget->mapTo(&twin, QPoint(kIntoTheBox, widget->height() / 2));
+    window::xdotool({QStringLiteral("mousemove"), QStringLiteral("--window"),
+                     QString::fromStdString(identifier_), QString::number(place.x()),
+                     QString::number(place.y()), QStringLiteral("click"), QStringLiteral("1")});
+  }
+
+  /// Ends it as a user does.
+  void quit() {
+    window::press("ctrl+q");
+    EXPECT_EQ(end().visit.status, 0);
+  }
+
   void signal(int number) { visit_.signal(number); }
   [[nodiscard]] Outcome end() { return outcomeOf(volume_, visit_.wait(), std::move(before_)); }
 
@@ -132,6 +155,17 @@ void writeInside(const Volume& volume, const std::string& path, const std::strin
 
 void writePreferences(const Volume& volume, const std::string& entries) {
   writeInside(volume, preferencesFile, "<plist version=\"1.0\"><dict>" + entries + "</dict></plist>");
+}
+
+/// What is stored of the three check boxes, a digit each; "-" while nothing is.
+std::string options(const Volume& volume) {
+  const auto stored = window::preferencesIn(contentsOf(volume.host(preferencesFile).string()).value_or(""));
+  std::string states;
+  for (const char* const key : {"shouldTrash", "shouldResetQmaster", "shouldResetLayout"}) {
+    const auto* const value = stored.find(key);
+    states += value == nullptr ? "-" : value->description();
+  }
+  return states;
 }
 
 /// A browser that writes down who called it and for what.
@@ -256,17 +290,85 @@ TEST_F(WindowRunTest, ASignalInMidRepairLetsTheStepEndAndEndsTheProgramByIt) {
   EXPECT_THAT(outcome.running, Contains("root /usr/sbin/qmasterd"));
 }
 
-TEST_F(WindowRunTest, TheCheckBoxesAndThePlaceAreRemembered) {
+TEST_F(WindowRunTest, ASignalWhileACommandRunsEndsTheProgramBehindItWithoutAnAlert) {
+  const TemporaryVolume sample(compressors({{"3.5.3"}}));
+  WindowRun program(sample);
+  program.choose("alt+t", "s");
+  std::this_thread::sleep_for(400ms);  // of the seconds that it takes
+  EXPECT_EQ(WindowRun::windowCount(), 1U);
+  program.signal(SIGTERM);
+  const auto start = std::chrono::steady_clock::now();
+  const auto outcome = program.end();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 20s) << "nobody dismisses an alert";
+  EXPECT_EQ(outcome.visit.status, 128 + SIGTERM);
+  EXPECT_THAT(outcome.callTexts(), Contains(HasSubstr("launchctl remove")));
+  EXPECT_THAT(outcome.running, Not(Contains("root /usr/sbin/qmasterd")));
+}
+
+TEST_F(WindowRunTest, ADisplayThatIsLostInMidRepairLetsTheStepEndAndStartsQmasterAgain) {
+  const TemporaryVolume sample(compressors({{"3.5.3"}}));
+  const QByteArray own = qgetenv("DISPLAY");
+  auto display = std::make_unique<support::XServer>();
+  WindowRun program(sample);
+  window::press("ctrl+r");
+  program.waitForLog("Stopping Qmaster...");
+  display.reset();
+  qputenv("DISPLAY", own);
+  const auto outcome = program.end();
+  EXPECT_EQ(outcome.visit.status, 1);
+  const auto log = readLog(sample, "/Library/Logs/Vordenworks/Quillmend.1.log");
+  ASSERT_TRUE(log);
+  EXPECT_EQ(log->entries.back(),
+            "Repair stopped: the display was lost. Qmaster was started again; run the "
+            "repair again to finish it.");
+  EXPECT_THAT(log->entries, Not(Contains("Removing caches...")));
+  EXPECT_THAT(outcome.running, Contains("root /usr/sbin/qmasterd"));
+  EXPECT_THAT(contentsOf(sample.volume().host(preferencesFile).string()).value_or(""), HasSubstr("exit"));
+}
+
+TEST_F(WindowRunTest, EveryCheckBoxIsSwitchedByKeyAndByMouseAndRemembered) {
   const TemporaryVolume sample(compressors({}));
+  const auto becomes = [&](const char* states) {
+    EXPECT_TRUE(window::waitUntil([&] { return options(sample) == states; })) << options(sample);
+  };
   {
     WindowRun program(sample);
     window::press("alt+p");
+    becomes("0--");
+    window::press("alt+q");
+    becomes("00-");
+    window::press("alt+l");
+    becomes("000");
+    window::saveScreen("boxes-off");
+    program.quit();
+  }
+  {
+    WindowRun program(sample);  // one that were on now would be switched off, and the others stored so
+    program.click("trashPrefs");
+    becomes("100");
+    program.click("resetQmasterCheck");
+    becomes("110");
+    program.click("resetLayoutCheck");
+    becomes("111");
+    program.quit();
+  }
+  WindowRun program(sample);
+  program.click("resetLayoutCheck");
+  becomes("110");
+  window::press("alt+q");
+  becomes("100");
+  program.quit();
+}
+
+TEST_F(WindowRunTest, ThePlaceIsRemembered) {
+  const TemporaryVolume sample(compressors({}));
+  {
+    WindowRun program(sample);
     program.resize("500", "400");
     window::press("ctrl+q");
     EXPECT_EQ(program.end().visit.status, 0);
   }
   const auto list = contentsOf(sample.volume().host(preferencesFile).string()).value_or("");
-  EXPECT_THAT(list, HasSubstr("shouldTrash"));
   EXPECT_THAT(list, HasSubstr(" 500 400"));
   WindowRun again(sample);
   const std::string geometry =

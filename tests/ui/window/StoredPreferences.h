@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "platform/foundation/PropertyList.h"
+#include "platform/linux/LibplistPropertyLists.h"
+
+namespace window {
+
+/// What a preferences file says, given its bytes, in whatever format; null where it is none.
+inline foundation::PropertyList preferencesIn(const std::string& bytes) {
+  auto value = platform::LibplistPropertyLists().parse(bytes);
+  return value ? std::move(value).value() : foundation::PropertyList();
+}
+
+}  // namespace window
