@@ -183,6 +183,7 @@ void MainInterface::endRepairAndTerminate() {
 void MainInterface::displayWasLost() {
   if (!controller_) return;
   connect(*controller_, {});
+  if (isActing_) TGLog::appendLog("The display was lost during a command. Its last steps were not taken.");
   if (isRepairing()) {
     controller_->endRepair("Repair stopped: the display was lost.");
     waitForEndOfRepair();
@@ -243,6 +244,8 @@ int runDesktopApplication(const std::vector<std::string>& arguments) {
     MainInterface interface;
     status = platform::current().desktopApplication.run(arguments, interface,
                                                         [&interface] { interface.displayWasLost(); });
+    // However it came to its end: the repair's thread works on what goes now.
+    if (interface.isRepairing()) interface.displayWasLost();
   }
   TGLog::finishWriting();
   platform::current().interruption.deliver();

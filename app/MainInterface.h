@@ -42,7 +42,8 @@ class MainInterface : public outlets::InterfaceOwner {
   std::string version() override;
 
   /// The display is gone: touches no part of the window any more, lets a repair under way end at its next
-  /// step, and stamps the end. Comes back when all of that is done.
+  /// step, and stamps the end. Comes back when all of that is done. An action that is performed meanwhile on
+  /// the main thread is cut where it waits, as the log says then.
   void displayWasLost();
 
  private:

@@ -233,6 +233,24 @@ TEST_F(MainInterfaceInRepairTest, BesideARepairNothingIsDoneThatUsesItsRights) {
   EXPECT_THAT(recorded(), HasSubstr("browse"));
 }
 
+TEST_F(MainInterfaceInRepairTest, ARepairIsWaitedForHoweverTheApplicationCameToItsEnd) {
+  mac.mainThread.whenServing = [this] { gate.open(); };
+  mac.desktopApplication.whileRunning = [this](outlets::InterfaceOwner& owner) {
+    EXPECT_TRUE(owner.interfaceDidLoad(connections()));
+    beginRepair(owner);
+  };
+  runDesktopApplication({"/Q"});
+  EXPECT_EQ(mac.recorder.lines().back(), "deliver interruption");
+  EXPECT_THAT(mac.recorder.lines(), Contains("terminate application")) << "the end of the repair";
+}
+
+TEST_F(MainInterfaceTest, ADisplayThatIsLostDuringACommandIsLogged) {
+  load();
+  mac.authorization.whileAsking = [this] { interface.displayWasLost(); };
+  interface.performAction("menuStopQmaster", nullptr);
+  EXPECT_THAT(windowLog(), Contains("The display was lost during a command. Its last steps were not taken."));
+}
+
 TEST_F(MainInterfaceInRepairTest, ALostDisplayLetsTheStepEndAndStartsQmasterAgain) {
   mac.files.makeFile(
       "/Applications/Compressor.app/Contents/PlugIns/Compressor/CompressorKit.bundle/qmasterprefs");
