@@ -7,12 +7,64 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QScreen>
+#include <QStyle>
+#include <algorithm>
 
 #include "ui/window/Panels.h"
 #include "ui/window/WidgetOutlets.h"
 #include "ui_MainWindow.h"
 
 namespace window {
+namespace {
+
+constexpr const char* kMaximized = " maximized";
+constexpr const char* kFullScreen = " fullscreen";
+
+int titleBarHeight(const QStyle& style) {
+  return style.pixelMetric(QStyle::PM_TitleBarHeight);
+}
+
+/// What a window manager's frame takes. It is not known before the window is shown: as much as the toolkit's
+/// own frames do, and a little.
+QSize frameRoom(const QStyle& style) {
+  const int border = 2 * style.pixelMetric(QStyle::PM_MdiSubWindowFrameWidth);
+  return {border, border + titleBarHeight(style)};
+}
+
+int areaOf(const QRect& part) {
+  return part.isValid() ? part.width() * part.height() : 0;
+}
+
+/// The one that shows most of a place, if any does.
+const QScreen* screenOf(const QRect& place) {
+  const QScreen* best = nullptr;
+  for (const QScreen* const screen : QGuiApplication::screens()) {
+    const int least = best == nullptr ? 0 : areaOf(best->availableGeometry() & place);
+    if (areaOf(screen->availableGeometry() & place) > least) best = screen;
+  }
+  return best;
+}
+
+/// Whether the mouse gets at the title bar of a window with that frame.
+bool isInReach(const QRect& frame, const QStyle& style) {
+  constexpr int kGrip = 100;
+  const QRect bar(frame.topLeft(), QSize(frame.width(), titleBarHeight(style)));
+  const auto screens = QGuiApplication::screens();
+  return std::any_of(screens.begin(), screens.end(), [&](const QScreen* screen) {
+    const QRect seen = screen->availableGeometry() & bar;
+    return seen.height() == bar.height() && seen.width() >= std::min(kGrip, bar.width());
+  });
+}
+
+/// The nearest place where all of a frame is on a screen, at least its upper left corner.
+QPoint placeOn(const QScreen& screen, const QRect& frame) {
+  const QRect room = screen.availableGeometry();
+  const QPoint last = room.bottomRight() + QPoint(1, 1) - QPoint(frame.width(), frame.height());
+  return {std::max(room.left(), std::min(frame.left(), last.x())),
+          std::max(room.top(), std::min(frame.top(), last.y()))};
+}
+
+}  // namespace
 
 /// The outlets that stand for controls.
 struct MainWindow::Parts {
@@ -21,7 +73,8 @@ struct MainWindow::Parts {
                      // What a repair does too, or what uses the rights that it holds, is not to be done
                      // beside it.
                      {ui.repair, ui.menuRestartQmaster, ui.menuStopQmaster, ui.menuTrashCompressorPrefs,
-                      ui.menuTrashCompressor4Prefs, ui.resetWindowLayout, ui.gatherLogs, ui.prefsAdminPass}),
+                      ui.menuTrashCompressor4Prefs, ui.resetWindowLayout, ui.gatherLogs, ui.prefsAdminPass},
+                     *ui.repairStage),
         trashPrefs(*ui.trashPrefs),
         resetQmasterCheck(*ui.resetQmasterCheck),
         resetLayoutCheck(*ui.resetLayoutCheck),
@@ -160,6 +213,13 @@ void MainWindow::changeEvent(QEvent* event) {
   if (event->type() == QEvent::PaletteChange) dressBoxes();
 }
 
+/// The frame is another one, or none, while the window is large.
+void MainWindow::moveEvent(QMoveEvent* event) {
+  QMainWindow::moveEvent(event);
+  const QPoint offset = geometry().topLeft() - pos();
+  if (!isMaximized() && !isFullScreen() && !offset.isNull()) frameOffset_ = offset;
+}
+
 void MainWindow::closeEvent(QCloseEvent* event) {
   if (mayClose_ || !owner_.isRepairing()) {
     saveFrame();
@@ -206,23 +266,34 @@ void MainWindow::showAbout() {
 }
 
 void MainWindow::saveFrame() {
-  const QRect frame = isMaximized() ? normalGeometry() : QRect(pos(), size());
-  owner_.setWindowFrame(QStringLiteral("%1 %2 %3 %4")
-                            .arg(frame.x())
-                            .arg(frame.y())
-                            .arg(frame.width())
-                            .arg(frame.height())
-                            .toStdString());
+  const bool isLarge = isMaximized() || isFullScreen();
+  const QRect frame = isLarge ? normalGeometry().translated(-frameOffset_) : QRect(pos(), size());
+  QString text =
+      QStringLiteral("%1 %2 %3 %4").arg(frame.x()).arg(frame.y()).arg(frame.width()).arg(frame.height());
+  if (isMaximized()) text += QString::fromLatin1(kMaximized);
+  if (isFullScreen()) text += QString::fromLatin1(kFullScreen);
+  owner_.setWindowFrame(text.toStdString());
+}
+
+/// Where there is room for it, frame and all.
+void MainWindow::fitOnto(const QScreen& screen) {
+  resize(size().boundedTo(screen.availableSize() - frameRoom(*style())).expandedTo(minimumSize()));
 }
 
 void MainWindow::restoreFrame() {
-  const auto numbers = QString::fromStdString(owner_.windowFrame()).split(u' ', Qt::SkipEmptyParts);
-  if (numbers.size() != 4) return;
-  const QRect frame(numbers[0].toInt(), numbers[1].toInt(), numbers[2].toInt(), numbers[3].toInt());
-  const QScreen* const screen = QGuiApplication::screenAt(frame.center());
-  const QSize room = (screen != nullptr ? screen : QGuiApplication::primaryScreen())->availableSize();
-  resize(frame.size().boundedTo(room).expandedTo(minimumSize()));
-  if (screen != nullptr) move(frame.topLeft());
+  const QString remembered = QString::fromStdString(owner_.windowFrame());
+  const auto words = remembered.split(u' ', Qt::SkipEmptyParts);
+  const QRect frame(words.value(0).toInt(), words.value(1).toInt(), words.value(2).toInt(),
+                    words.value(3).toInt());
+  const QScreen* const screen = screenOf(frame);
+  if (frame.isValid()) resize(frame.size());
+  fitOnto(screen != nullptr ? *screen : *QGuiApplication::primaryScreen());
+  if (screen != nullptr) {
+    const QRect now(frame.topLeft(), size() + frameRoom(*style()));
+    move(isInReach(now, *style()) ? now.topLeft() : placeOn(*screen, now));
+  }
+  if (remembered.endsWith(QLatin1String(kMaximized))) setWindowState(Qt::WindowMaximized);
+  if (remembered.endsWith(QLatin1String(kFullScreen))) setWindowState(Qt::WindowFullScreen);
 }
 
 void MainWindow::present() {

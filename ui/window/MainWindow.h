@@ -28,7 +28,9 @@ class MainWindow : public QMainWindow, public outlets::Window, private outlets::
 
   [[nodiscard]] outlets::Connections connections();
 
-  /// Puts it back where it was, as far as there is a screen now, and shows it.
+  /// Puts it back where it was and as large as it was, maximized and full screen too, and shows it: no larger than
+  /// its screen, and with its title bar where the mouse gets at it. Where there is no such screen now, or at the
+  /// first time, the window manager chooses the place.
   void present();
   /// Ends the repair under way at its next step, if there is one, and the application behind it. Nobody is
   /// asked.
@@ -38,10 +40,13 @@ class MainWindow : public QMainWindow, public outlets::Window, private outlets::
 
   void beginAlertSheet(const std::string& message, const std::string& informativeText) override;
 
+  /// Hands the place over to be kept: "x y width height", of the frame and of what is in it, and then
+  /// " maximized" or " fullscreen" where it is so; the numbers are those that it goes back to from that.
   void saveFrame();
 
  protected:
   void changeEvent(QEvent* event) override;
+  void moveEvent(QMoveEvent* event) override;
   void closeEvent(QCloseEvent* event) override;
 
  private:
@@ -58,12 +63,14 @@ class MainWindow : public QMainWindow, public outlets::Window, private outlets::
   void askBeforeClosing();
   void showAbout();
   void restoreFrame();
+  void fitOnto(const QScreen& screen);
 
   struct Parts;
   outlets::InterfaceOwner& owner_;
   std::unique_ptr<Ui::MainWindow> ui_;
   std::unique_ptr<Parts> parts_;
   QPointer<QMessageBox> question_;
+  QPoint frameOffset_;
   bool isEnding_ = false;
   bool mayClose_ = false;
 };

@@ -3,6 +3,7 @@
 #include <QAbstractButton>
 #include <QAction>
 #include <QList>
+#include <QWidget>
 #include <utility>
 
 #include "ui/Outlets.h"
@@ -16,17 +17,25 @@ namespace window {
 
 class ButtonOutlet : public outlets::Button {
  public:
-  /// The menus' actions are enabled with the button.
-  ButtonOutlet(QAbstractButton& button, QList<QAction*> actions)
-      : button_(button), actions_(std::move(actions)) {}
+  /// The menus' actions are enabled with the button. Where it has the keyboard when it is disabled, the widget
+  /// beside it is given it, which does nothing with keys; it comes back to the button with the enabling, unless
+  /// the user has gone elsewhere meanwhile. The toolkit would give it to the next control, for good.
+  ButtonOutlet(QAbstractButton& button, QList<QAction*> actions, QWidget& meanwhile)
+      : button_(button), actions_(std::move(actions)), meanwhile_(meanwhile) {}
   void setEnabled(bool isEnabled) override {
+    if (!isEnabled && hasKeyboard(button_)) meanwhile_.setFocus();
     button_.setEnabled(isEnabled);
     for (QAction* const action : actions_) action->setEnabled(isEnabled);
+    if (isEnabled && hasKeyboard(meanwhile_)) button_.setFocus();
   }
 
  private:
+  /// In its window, also while another one (a sheet) is in front of that.
+  static bool hasKeyboard(const QWidget& widget) { return widget.window()->focusWidget() == &widget; }
+
   QAbstractButton& button_;
   QList<QAction*> actions_;
+  QWidget& meanwhile_;
 };
 
 /// Setting a state is no action of the user's and performs none.

@@ -7,8 +7,10 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QProgressBar>
+#include <QProcess>
 #include <QPushButton>
 #include <QScreen>
+#include <string_view>
 
 #include "tests/ui/window/DesktopSession.h"
 #include "tests/ui/window/FakeOwner.h"
@@ -21,6 +23,37 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+
+/// While it lives, only the upper left part of the screen is free, as beside large panels of a desktop.
+class SmallScreen {
+ public:
+  explicit SmallScreen(QSize free) {
+    const QSize all = QGuiApplication::primaryScreen()->size();
+    panel_.setAttribute(Qt::WA_X11NetWmWindowTypeDock);
+    panel_.setGeometry(all.width() - 1, all.height() - 1, 1, 1);
+    panel_.winId();
+    QProcess::execute(QStringLiteral("xprop"),
+                      {QStringLiteral("-id"), QString::number(panel_.winId()), QStringLiteral("-f"),
+                       QStringLiteral("_NET_WM_STRUT"), QStringLiteral("32c"), QStringLiteral("-set"),
+                       QStringLiteral("_NET_WM_STRUT"),
+                       QStringLiteral("0, %1, 0, %2")
+                           .arg(all.width() - free.width())
+                           .arg(all.height() - free.height())});
+    panel_.show();
+    EXPECT_TRUE(waitUntil([&] { return room() == free; })) << "no work area";
+  }
+  ~SmallScreen() {
+    panel_.close();
+    EXPECT_TRUE(waitUntil([] { return room() == QGuiApplication::primaryScreen()->size(); }));
+  }
+  SmallScreen(const SmallScreen&) = delete;
+  SmallScreen& operator=(const SmallScreen&) = delete;
+
+ private:
+  static QSize room() { return QGuiApplication::primaryScreen()->availableSize(); }
+
+  QWidget panel_;
+};
 
 class MainWindowTest : public ::testing::Test {
  protected:
@@ -190,6 +223,62 @@ TEST_F(MainWindowTest, ADisabledButtonDisablesTheMenusCommandsOfARepairToo) {
   EXPECT_THAT(owner.lines, ElementsAre("repair"));
 }
 
+TEST_F(MainWindowTest, KeysThatComeWhileTheButtonIsOffFallNowhereAndItHasTheKeyboardAgainAfterwards) {
+  show();
+  const auto parts = window.connections();
+  auto* const button = find<QPushButton>("repairButton");
+  ASSERT_TRUE(button->hasFocus());
+  parts.repairButton->setEnabled(false);
+  parts.errorText->setEditable(true);
+  ASSERT_NE(QApplication::focusWidget(), nullptr) << "Tab goes on from somewhere";
+  window::press("x");
+  window::press("Return");
+  window::type("stray");
+  EXPECT_FALSE(waitUntil([&] { return parts.errorText->length() > 0; }, std::chrono::milliseconds(300)));
+  parts.errorText->setEditable(false);
+  parts.repairButton->setEnabled(true);
+  EXPECT_TRUE(button->hasFocus());
+  QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
+  EXPECT_THAT(owner.lines, ElementsAre("repair"));
+}
+
+TEST_F(MainWindowTest, ThePlaceThatTheUserWentToMeanwhileKeepsTheKeyboard) {
+  show();
+  for (const char* const place : {"errorText", "trashPrefs"}) {
+    find<QWidget>("repairButton")->setFocus();
+    window.connections().repairButton->setEnabled(false);
+    find<QWidget>(place)->setFocus();
+    window.connections().repairButton->setEnabled(true);
+    EXPECT_TRUE(find<QWidget>(place)->hasFocus()) << place;
+  }
+  window.connections().repairButton->setEnabled(false);
+  window.connections().repairButton->setEnabled(true);
+  EXPECT_TRUE(find<QWidget>("trashPrefs")->hasFocus()) << "it was not the button's to be given back";
+}
+
+TEST_F(MainWindowTest, TabGoesOnFromWhereTheButtonWas) {
+  show();
+  window.connections().repairButton->setEnabled(false);
+  QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+  EXPECT_EQ(QApplication::focusWidget()->objectName(), QStringLiteral("errorText"));
+  window.connections().repairButton->setEnabled(true);
+  find<QWidget>("repairButton")->setFocus();
+  window.connections().repairButton->setEnabled(false);
+  QTest::keyClick(QApplication::focusWidget(), Qt::Key_Backtab, Qt::ShiftModifier);
+  EXPECT_EQ(QApplication::focusWidget()->objectName(), QStringLiteral("resetLayoutCheck"));
+}
+
+TEST_F(MainWindowTest, TheButtonHasTheKeyboardAgainBehindTheSheetThatCameBefore) {
+  show();
+  window.connections().repairButton->setEnabled(false);
+  window.beginAlertSheet("Processing complete", "Done.");
+  ASSERT_TRUE(waitUntil([this] { return panel() != nullptr && panel()->isActiveWindow(); }));
+  window.connections().repairButton->setEnabled(true);
+  QTest::keyClick(panel(), Qt::Key_Return);
+  EXPECT_TRUE(waitUntil([this] { return window.isActiveWindow(); }));
+  EXPECT_TRUE(find<QWidget>("repairButton")->hasFocus());
+}
+
 TEST_F(MainWindowTest, TabGoesThroughAllControls) {
   show();
   QStringList visited;
@@ -319,6 +408,59 @@ TEST_F(MainWindowTest, APlaceThatIsOnNoScreenOrNoPlaceIsNotGoneBackTo) {
     EXPECT_LE(lost.width(), lost.screen()->availableGeometry().width()) << frame;
     EXPECT_GE(lost.width(), 480) << frame;
   }
+}
+
+TEST_F(MainWindowTest, OnASmallScreenTheFirstWindowIsNoLargerThanThat) {
+  const SmallScreen screen(QSize(560, 480));
+  show();
+  const QRect room = window.screen()->availableGeometry();
+  ASSERT_EQ(room.size(), QSize(560, 480));
+  EXPECT_TRUE(waitUntil([&] { return room.contains(window.frameGeometry()); }));
+}
+
+TEST_F(MainWindowTest, ItComesBackAsLargeAsTheScreenAndWithItsOwnSizeBehindThat) {
+  for (const char* const state : {"maximized", "fullscreen"}) {
+    FakeOwner other;
+    other.frame = "200 150 600 450";
+    {
+      MainWindow first(other);
+      first.present();
+      EXPECT_TRUE(QTest::qWaitForWindowActive(&first));
+      state == std::string_view("maximized") ? first.showMaximized() : first.showFullScreen();
+      EXPECT_TRUE(waitUntil([&] { return first.width() > 1500; }));
+      first.close();
+    }
+    EXPECT_EQ(other.frame, std::string("200 150 600 450 ") + state);
+    MainWindow second(other);
+    second.present();
+    EXPECT_TRUE(QTest::qWaitForWindowActive(&second));
+    EXPECT_TRUE(waitUntil([&] { return second.width() > 1500; })) << state;
+    EXPECT_EQ(second.isMaximized(), state == std::string_view("maximized"));
+    EXPECT_EQ(second.isFullScreen(), state == std::string_view("fullscreen"));
+    second.showNormal();
+    EXPECT_TRUE(waitUntil([&] { return second.size() == QSize(600, 450); })) << state;
+  }
+}
+
+TEST_F(MainWindowTest, ATitleBarOutOfReachIsBroughtBack) {
+  for (const char* frame : {"200 -120 600 450", "-560 200 600 450", "1570 200 600 450", "200 1290 600 450",
+                            "300 -449 600 450 maximized"}) {
+    FakeOwner other;
+    other.frame = frame;
+    MainWindow lost(other);
+    lost.present();
+    EXPECT_TRUE(QTest::qWaitForWindowActive(&lost));
+    lost.showNormal();
+    const QRect room = lost.screen()->availableGeometry();
+    EXPECT_TRUE(waitUntil([&] { return room.contains(lost.frameGeometry()); }))
+        << frame << " is at " << lost.frameGeometry().x() << " " << lost.frameGeometry().y();
+  }
+}
+
+TEST_F(MainWindowTest, APlaceThatIsPartlyOffTheScreenButInReachIsKept) {
+  owner.frame = "1300 1000 600 450";
+  show();
+  EXPECT_TRUE(waitUntil([this] { return window.pos() == QPoint(1300, 1000); }));
 }
 
 TEST_F(MainWindowTest, AboutTellsTheVersionAndTheLicence) {
