@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string>
@@ -35,6 +36,7 @@ class TestAccount {
     ::unlink(rules().c_str());
     ::unlink(("/run/sudo/ts/" + name_).c_str());
     ::unlink(("/var/lib/sudo/lectured/" + name_).c_str());
+    std::filesystem::remove_all("/tmp/runtime-" + name_);  // which the toolkit makes for it
     static_cast<void>(runProgram({"/usr/sbin/userdel", name_}));
   }
   TestAccount(const TestAccount&) = delete;

@@ -10,6 +10,7 @@
 #include <functional>
 #include <utility>
 
+#include "ui/window/ConsoleDescription.h"
 #include "ui/window/ConsoleText.h"
 
 namespace window {
@@ -168,6 +169,7 @@ bool isOver(const QTextCursor& one, const QTextCursor& other) {
 }  // namespace
 
 ConsoleView::ConsoleView(QWidget* parent) : QPlainTextEdit(parent) {
+  describeConsoles();
   setReadOnly(true);
   setUndoRedoEnabled(false);
   setTabChangesFocus(true);
@@ -221,6 +223,15 @@ int ConsoleView::documentPosition(std::size_t location) const {
   return wanted + pieces;
 }
 
+std::size_t ConsoleView::locationOf(int position) const {
+  int pieces = *pieces_;
+  for (QTextBlock block = document()->lastBlock(); pieces > 0 && block.position() > position;
+       block = block.previous()) {
+    if (isPiece(block)) --pieces;
+  }
+  return static_cast<std::size_t>(position - pieces);
+}
+
 QTextCursor ConsoleView::cursorOver(outlets::Range range) const {
   const std::size_t start = std::min(range.location, length());
   const std::size_t end = start + std::min(range.length, length() - start);
@@ -251,7 +262,7 @@ void ConsoleView::insertText(const std::string& text, outlets::Font font) {
 }
 
 void ConsoleView::insertAttributedText(const AttributedString& text) {
-  const auto start = static_cast<std::size_t>(textCursor().selectionStart());
+  const std::size_t start = locationOf(textCursor().selectionStart());
   insertText(text.string(), {});
   for (const auto& [range, attributes] : text.attributeRuns()) {
     addAttributes(attributes, {start + range.location, range.length});
@@ -261,16 +272,16 @@ void ConsoleView::insertAttributedText(const AttributedString& text) {
 
 void ConsoleView::addAttributes(const AttributedString::Attributes& attributes, outlets::Range range) {
   QTextCursor over = cursorOver(range);
-  QTextCharFormat format = over.charFormat();
-  format.setFontUnderline(attributes.underlineStyle > 0);
-  setColor(format, attributes.foregroundColor);
-  if (!attributes.link.empty()) {
-    format.setAnchor(true);
+  forEachPart(over, [&](QTextCursor& part, QTextCharFormat& format) {
+    format.setFontUnderline(attributes.underlineStyle > 0);
+    setColor(format, attributes.foregroundColor);
+    format.setAnchor(!attributes.link.empty());
     format.setAnchorHref(QString::fromStdString(attributes.link));
-    over.setKeepPositionOnInsert(true);
-    insertedLinks_.push_back(over);
-  }
-  over.setCharFormat(format);
+    part.setCharFormat(format);
+  });
+  if (attributes.link.empty()) return;
+  over.setKeepPositionOnInsert(true);
+  insertedLinks_.push_back(over);
 }
 
 QColor ConsoleView::shadeOf(outlets::Color color) const {
@@ -319,7 +330,8 @@ void ConsoleView::scrollRangeToVisible(outlets::Range range) {
 void ConsoleView::scrollToEnd() {
   constexpr int kTries = 4;
   QScrollBar* const bar = verticalScrollBar();
-  for (int tries = 0; tries < kTries && bar->value() != bar->maximum(); ++tries) bar->setValue(bar->maximum());
+  for (int tries = 0; tries < kTries && bar->value() != bar->maximum(); ++tries)
+    bar->setValue(bar->maximum());
 }
 
 void ConsoleView::resizeEvent(QResizeEvent* event) {
@@ -395,6 +407,7 @@ bool ConsoleView::isAt(const QTextCursor& link) const {
 void ConsoleView::goTo(const QTextCursor& link) {
   setFocus();
   setTextCursor(link);
+  announceLink(*this, link);
 }
 
 void ConsoleView::open(const QTextCursor& link) {
@@ -415,7 +428,7 @@ bool ConsoleView::focusNextPrevChild(bool next) {
     const bool isBeyond =
         next ? link.selectionStart() >= now.selectionEnd() : link.selectionEnd() <= now.selectionStart();
     if (hasFocus() && (!isAtLink || isBeyond)) {
-      setTextCursor(link);
+      goTo(link);
       return true;
     }
   }

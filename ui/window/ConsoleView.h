@@ -20,8 +20,8 @@ namespace window {
 /// on the palette's ground, light or dark, and they follow when it changes. A font size is in the Mac's
 /// points, 72 to the inch of 72 pixels: 12 is as large as other applications' 9 points.
 ///
-/// A link is opened by a click, or reached with Tab and opened with Return; to assistive programs it is a link
-/// in the console. Copying and selecting all work whether the text is editable or not. When the console
+/// A link is opened by a click, or reached with Tab and opened with Return; to assistive programs it is a
+/// link in the console. Copying and selecting all work whether the text is editable or not. When the console
 /// changes its size, it stays at its end if that was shown.
 class ConsoleView : public QPlainTextEdit, public outlets::TextView {
  public:
@@ -66,7 +66,9 @@ class ConsoleView : public QPlainTextEdit, public outlets::TextView {
   [[nodiscard]] QMimeData* createMimeDataFromSelection() const override;
 
  private:
+  /// The document's positions count where long lines are cut, the text's locations do not.
   [[nodiscard]] int documentPosition(std::size_t location) const;
+  [[nodiscard]] std::size_t locationOf(int position) const;
   [[nodiscard]] QTextCursor cursorOver(outlets::Range range) const;
   [[nodiscard]] QString textBetween(int start, int end) const;
   void insert(const std::string& text, const QTextCharFormat& format);

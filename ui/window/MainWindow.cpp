@@ -116,6 +116,12 @@ void MainWindow::dress() {
   policy.setRetainSizeWhenHidden(true);  // nothing moves when it comes and goes
   ui_->repairProgress->setSizePolicy(policy);
   ui_->repairProgress->hide();
+  // Tab goes on from the button's place when the stage has the keyboard instead. Only what Tab goes to can be
+  // given a place among what it goes to.
+  ui_->repairStage->setFocusPolicy(Qt::TabFocus);
+  setTabOrder(ui_->repairButton, ui_->repairStage);
+  setTabOrder(ui_->repairStage, ui_->errorText);
+  ui_->repairStage->setFocusPolicy(Qt::NoFocus);
   ui_->repairButton->setFocus();
   dressBoxes();
   setMinimumSize(minimumSize().expandedTo(ui_->content->minimumSizeHint()));  // large fonts need more room

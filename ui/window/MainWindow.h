@@ -28,9 +28,9 @@ class MainWindow : public QMainWindow, public outlets::Window, private outlets::
 
   [[nodiscard]] outlets::Connections connections();
 
-  /// Puts it back where it was and as large as it was, maximized and full screen too, and shows it: no larger than
-  /// its screen, and with its title bar where the mouse gets at it. Where there is no such screen now, or at the
-  /// first time, the window manager chooses the place.
+  /// Puts it back where it was and as large as it was, maximized and full screen too, and shows it: no larger
+  /// than its screen, and with its title bar where the mouse gets at it. Where there is no such screen now,
+  /// or at the first time, the window manager chooses the place.
   void present();
   /// Ends the repair under way at its next step, if there is one, and the application behind it. Nobody is
   /// asked.

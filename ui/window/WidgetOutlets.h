@@ -17,9 +17,10 @@ namespace window {
 
 class ButtonOutlet : public outlets::Button {
  public:
-  /// The menus' actions are enabled with the button. Where it has the keyboard when it is disabled, the widget
-  /// beside it is given it, which does nothing with keys; it comes back to the button with the enabling, unless
-  /// the user has gone elsewhere meanwhile. The toolkit would give it to the next control, for good.
+  /// The menus' actions are enabled with the button. Where it has the keyboard when it is disabled, the
+  /// widget beside it is given it, which does nothing with keys; it comes back to the button with the
+  /// enabling, unless the user has gone elsewhere meanwhile. The toolkit would give it to the next control,
+  /// for good.
   ButtonOutlet(QAbstractButton& button, QList<QAction*> actions, QWidget& meanwhile)
       : button_(button), actions_(std::move(actions)), meanwhile_(meanwhile) {}
   void setEnabled(bool isEnabled) override {

@@ -3,6 +3,7 @@
 #include <QApplication>
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/XServer.h"
 
 /// What the toolkit's own libraries keep to their end is nobody's leak here.
@@ -11,11 +12,14 @@ extern "C" const char* __lsan_default_suppressions() {  // NOLINT: the sanitizer
          "libGL\n";
 }
 
-/// A display of the test's own, and a session bus that starts the accessibility bus when it is asked for.
+/// A display and a runtime folder of the test's own, where the accessibility bus is, and a session bus that
+/// starts the accessibility bus when it is asked for.
 int main(int argc, char* argv[]) {
   ::testing::InitGoogleMock(&argc, argv);
   if (::testing::GTEST_FLAG(list_tests)) return RUN_ALL_TESTS();
   const support::XServer display;
+  const support::TemporaryFolder runtime;
+  qputenv("XDG_RUNTIME_DIR", QByteArray::fromStdString(runtime.path()));
   ChildProcess bus({"dbus-daemon", "--session", "--nofork", "--print-address=1"});
   qputenv("DBUS_SESSION_BUS_ADDRESS", QByteArray::fromStdString(bus.line()));
   qputenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1");

@@ -1,13 +1,19 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <QClipboard>
+#include <QInputMethodEvent>
+#include <QKeyEvent>
 #include <QProcess>
+#include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <random>
 
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestAccount.h"
 #include "tests/ui/window/DesktopSession.h"
+#include "ui/window/askpass/PasswordField.h"
 
 namespace window {
 namespace {
@@ -35,6 +41,43 @@ QProcessEnvironment withoutLeakCheck() {
   QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
   environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("detect_leaks=0"));
   return environment;
+}
+
+/// A word that is nowhere else.
+std::string randomWord() {
+  std::random_device source;
+  std::uniform_int_distribution<int> letters(0, 25);
+  std::string word(24, '\0');
+  for (char& letter : word) letter = static_cast<char>('a' + letters(source));
+  return word;
+}
+
+/// How often some bytes lie in what a program can write to.
+std::size_t occurrencesIn(qint64 process, const std::string& bytes) {
+  const std::string folder = "/proc/" + std::to_string(process);
+  std::ifstream memory(folder + "/mem", std::ios::binary);
+  std::ifstream maps(folder + "/maps");
+  std::size_t count = 0;
+  std::string line;
+  while (std::getline(maps, line)) {
+    std::size_t start = 0;
+    std::size_t end = 0;
+    if (std::sscanf(line.c_str(), "%zx-%zx rw", &start, &end) != 2 || line.find(" rw") == std::string::npos)
+      continue;
+    std::string part(end - start, '\0');
+    memory.clear();
+    memory.seekg(static_cast<std::streamoff>(start));
+    memory.read(part.data(), static_cast<std::streamsize>(part.size()));
+    for (std::size_t at = part.find(bytes); at != std::string::npos; at = part.find(bytes, at + 1)) ++count;
+  }
+  return count;
+}
+
+/// As the toolkit has texts.
+std::string inUtf16(const std::string& word) {
+  std::string bytes;
+  for (const char letter : word) bytes += {letter, '\0'};
+  return bytes;
 }
 
 /// The dialog, as sudo starts it.
@@ -117,6 +160,53 @@ TEST_F(AskpassTest, ItsPasswordIsLockedInMemory) {
   static_cast<void>(output());
 }
 #endif
+
+#if !UNDER_A_SANITIZER  // it keeps what is given back
+TEST_F(AskpassTest, APasswordLiesInOnePlaceAndIsGoneWhenItIsTakenBack) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root: looks at a program that refuses it";
+  start();
+  const std::string word = randomWord();
+  const std::string pasted = randomWord();
+  type(word.c_str());
+  QGuiApplication::clipboard()->setText(QString::fromStdString(pasted));
+  press("ctrl+v");
+  const auto count = [this](const std::string& bytes) { return occurrencesIn(program.processId(), bytes); };
+  ASSERT_TRUE(waitUntil([&] { return count(word + pasted) == 1; })) << "the search finds it";
+  EXPECT_EQ(count(word), 1U);
+  EXPECT_EQ(count(inUtf16(word)), 0U);
+  EXPECT_EQ(count(pasted), 1U);
+  EXPECT_EQ(count(inUtf16(pasted)), 0U);
+  press("ctrl+u");
+  EXPECT_TRUE(waitUntil([&] { return count(word) == 0; }));
+  EXPECT_EQ(count(pasted), 0U);
+  press("Escape");
+  EXPECT_EQ(output(), "");
+}
+#endif
+
+TEST(PasswordField, TheLettersOfTheEventsThatBringItAreOverwritten) {
+  PasswordField field;
+  const QString key = QString(u'k') + u'K';
+  QKeyEvent press(QEvent::KeyPress, Qt::Key_K, Qt::NoModifier, key);
+  QCoreApplication::sendEvent(&field, &press);
+  const QString commit = QStringLiteral("com") + QString(u'm').repeated(3);
+  const QString preedit = QString(u'p').repeated(5);
+  QInputMethodEvent input(preedit, {});
+  input.setCommitString(commit);
+  QCoreApplication::sendEvent(&field, &input);
+  EXPECT_EQ(field.secret().bytes(), "kKcommmm");
+  for (const QString& text : {key, commit, preedit}) {
+    EXPECT_EQ(text, QString(text.size(), QChar(u'\0')));
+  }
+}
+
+TEST(PasswordField, AConstantOfAProgramIsTakenTooAndLeftAsItIs) {
+  PasswordField field;
+  QInputMethodEvent input;
+  input.setCommitString(QStringLiteral("constant"));
+  QCoreApplication::sendEvent(&field, &input);
+  EXPECT_EQ(field.secret().bytes(), "constant");
+}
 
 TEST_F(AskpassTest, WithoutADisplayItSaysSoInOneLine) {
   QProcessEnvironment environment = withoutLeakCheck();

@@ -165,8 +165,8 @@ TEST_F(ConsoleViewTest, RightToLeftTextStaysInItsLineAndTheLineWhereLinesBegin) 
 }
 
 TEST_F(ConsoleViewTest, MarksThatWouldChangeTheOrderAreSeenAndChangeNothing) {
-  for (const char* const mark : {"\u202A", "\u202B", "\u202C", "\u202D", "\u202E", "\u2066", "\u2067", "\u2068",
-                                 "\u2069", "\u200E", "\u200F", "\u061C"}) {
+  for (const char* const mark : {"\u202A", "\u202B", "\u202C", "\u202D", "\u202E", "\u2066", "\u2067",
+                                 "\u2068", "\u2069", "\u200E", "\u200F", "\u061C"}) {
     console.setString("");
     const std::string line = std::string("a ") + mark + "gpj.exe";
     addLine(line, Color::red);
@@ -305,8 +305,9 @@ TEST_F(ConsoleViewTest, TheNewLineIsScrolledTo) {
 }
 
 /// What a long line may be of.
-const char* const kKindsOfLongLines[] = {"x", "word ", "\u05E9\u05DC\u05D5\u05DD ", "<b>x</b>", "e\u0301", "\x1B[1m",
-                                         "\u202E\u00A0", "\U0001F41D"};
+const char* const kKindsOfLongLines[] = {
+    "x",         "word ", "\u05E9\u05DC\u05D5\u05DD ", "<b>x</b>", "e\u0301", "\x1B[1m", "\u202E\u00A0",
+    "\U0001F41D"};
 
 std::string megabyteOf(const std::string& piece) {
   std::string line;
@@ -365,6 +366,15 @@ TEST_F(ConsoleViewTest, RangesAreTheTextsAlsoInALongLine) {
   EXPECT_EQ(static_cast<std::size_t>(QGuiApplication::clipboard()->text().size()), end - 2);
 }
 
+TEST_F(ConsoleViewTest, ALinkBehindALongLineIsOneToo) {
+  addLine(std::string(50000, 'x'));
+  console.setSelectedRange({console.length(), 0});
+  addLink();
+  EXPECT_TRUE(formatOf("Get more").isAnchor());
+  ASSERT_EQ(console.links().size(), 1U);
+  EXPECT_EQ(console.links().front().selectedText(), QStringLiteral("Get more"));
+}
+
 TEST_F(ConsoleViewTest, WhatIsTypedAndTakenAwayInALongLineIsCountedToo) {
   addLine(std::string(100000, 'x'));
   console.setEditable(true);
@@ -393,7 +403,8 @@ TEST_F(ConsoleViewTest, CopyingGivesTheTextsOwnBlanksAndMarks) {
 }
 
 TEST_F(ConsoleViewTest, TheLastLineStaysInSightWhenTheConsoleBecomesNarrower) {
-  for (int line = 0; line < 100; ++line) addLine("a line that is long enough to be cut " + std::to_string(line));
+  for (int line = 0; line < 100; ++line)
+    addLine("a line that is long enough to be cut " + std::to_string(line));
   ASSERT_TRUE(isAtTheEnd());
   for (const QSize size : {QSize(200, 400), QSize(200, 150), QSize(700, 500), QSize(120, 90)}) {
     console.resize(size);

@@ -6,10 +6,11 @@
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
-#include <QProgressBar>
 #include <QProcess>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QScreen>
+#include <cstdlib>
 #include <string_view>
 
 #include "tests/ui/window/DesktopSession.h"
@@ -27,33 +28,36 @@ using ::testing::IsEmpty;
 /// While it lives, only the upper left part of the screen is free, as beside large panels of a desktop.
 class SmallScreen {
  public:
-  explicit SmallScreen(QSize free) {
-    const QSize all = QGuiApplication::primaryScreen()->size();
-    panel_.setAttribute(Qt::WA_X11NetWmWindowTypeDock);
-    panel_.setGeometry(all.width() - 1, all.height() - 1, 1, 1);
-    panel_.winId();
-    QProcess::execute(QStringLiteral("xprop"),
-                      {QStringLiteral("-id"), QString::number(panel_.winId()), QStringLiteral("-f"),
-                       QStringLiteral("_NET_WM_STRUT"), QStringLiteral("32c"), QStringLiteral("-set"),
-                       QStringLiteral("_NET_WM_STRUT"),
-                       QStringLiteral("0, %1, 0, %2")
-                           .arg(all.width() - free.width())
-                           .arg(all.height() - free.height())});
-    panel_.show();
-    EXPECT_TRUE(waitUntil([&] { return room() == free; })) << "no work area";
-  }
-  ~SmallScreen() {
-    panel_.close();
-    EXPECT_TRUE(waitUntil([] { return room() == QGuiApplication::primaryScreen()->size(); }));
-  }
+  explicit SmallScreen(QSize free) { use(free); }
+  ~SmallScreen() { use(QGuiApplication::primaryScreen()->size()); }
   SmallScreen(const SmallScreen&) = delete;
   SmallScreen& operator=(const SmallScreen&) = delete;
 
  private:
-  static QSize room() { return QGuiApplication::primaryScreen()->availableSize(); }
-
-  QWidget panel_;
+  /// What a window manager tells by it (freedesktop.org, Extended Window Manager Hints).
+  static void use(QSize free) {
+    QProcess::execute(QStringLiteral("xprop"),
+                      {QStringLiteral("-root"), QStringLiteral("-f"), QStringLiteral("_NET_WORKAREA"),
+                       QStringLiteral("32c"), QStringLiteral("-set"), QStringLiteral("_NET_WORKAREA"),
+                       QStringLiteral("0, 0, %1, %2").arg(free.width()).arg(free.height())});
+    EXPECT_TRUE(waitUntil([&] { return QGuiApplication::primaryScreen()->availableSize() == free; }));
+  }
 };
+
+/// How many pixels have about that colour.
+int pixelsLike(const QImage& picture, const QColor& color) {
+  constexpr int kNear = 24;
+  int count = 0;
+  for (int y = 0; y < picture.height(); ++y) {
+    for (int x = 0; x < picture.width(); ++x) {
+      const QColor pixel = picture.pixelColor(x, y);
+      const int distance = std::abs(pixel.red() - color.red()) + std::abs(pixel.green() - color.green()) +
+                           std::abs(pixel.blue() - color.blue());
+      if (distance <= kNear) ++count;
+    }
+  }
+  return count;
+}
 
 class MainWindowTest : public ::testing::Test {
  protected:
@@ -260,12 +264,12 @@ TEST_F(MainWindowTest, TabGoesOnFromWhereTheButtonWas) {
   show();
   window.connections().repairButton->setEnabled(false);
   QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-  EXPECT_EQ(QApplication::focusWidget()->objectName(), QStringLiteral("errorText"));
+  EXPECT_EQ(QApplication::focusWidget()->objectName().toStdString(), "errorText");
   window.connections().repairButton->setEnabled(true);
   find<QWidget>("repairButton")->setFocus();
   window.connections().repairButton->setEnabled(false);
   QTest::keyClick(QApplication::focusWidget(), Qt::Key_Backtab, Qt::ShiftModifier);
-  EXPECT_EQ(QApplication::focusWidget()->objectName(), QStringLiteral("resetLayoutCheck"));
+  EXPECT_EQ(QApplication::focusWidget()->objectName().toStdString(), "resetLayoutCheck");
 }
 
 TEST_F(MainWindowTest, TheButtonHasTheKeyboardAgainBehindTheSheetThatCameBefore) {
@@ -415,7 +419,9 @@ TEST_F(MainWindowTest, OnASmallScreenTheFirstWindowIsNoLargerThanThat) {
   show();
   const QRect room = window.screen()->availableGeometry();
   ASSERT_EQ(room.size(), QSize(560, 480));
-  EXPECT_TRUE(waitUntil([&] { return room.contains(window.frameGeometry()); }));
+  const auto fits = [&](QSize size) { return size == size.boundedTo(room.size()); };
+  EXPECT_TRUE(waitUntil([&] { return fits(window.frameGeometry().size()); }));
+  EXPECT_GT(window.frameGeometry().height(), window.height()) << "the frame was looked at";
 }
 
 TEST_F(MainWindowTest, ItComesBackAsLargeAsTheScreenAndWithItsOwnSizeBehindThat) {
@@ -491,8 +497,26 @@ TEST_F(MainWindowTest, ItFollowsADarkDesktop) {
   window.connections().repairProgress->showStage("Removing caches", 5, 10);
   QTest::qWait(200);
   saveScreenshot(window, "dark");
-  const QPixmap picture = window.grab();
-  EXPECT_LT(picture.toImage().pixelColor(5, picture.height() - 5).lightness(), 100);
+  const QImage picture = window.grab().toImage();
+  EXPECT_LT(picture.pixelColor(5, picture.height() - 5).lightness(), 100);
+  auto* const view = find<ConsoleView>("errorText");
+  const QPoint corner = view->mapTo(&window, QPoint(view->width() - 8, view->height() - 8));
+  const QColor ground = picture.pixelColor(corner);
+  EXPECT_LT(ground.lightness(), 60) << "the console too";
+  for (const auto color : {outlets::Color::black, outlets::Color::red, outlets::Color::blue}) {
+    EXPECT_GE(contrast(view->shadeOf(color), ground), 4.5) << int(color);
+    EXPECT_GT(pixelsLike(picture, view->shadeOf(color)), 20) << "drawn in it " << int(color);
+  }
+  for (const char* const name : {"productName", "repairStage", "trashPrefs", "repairButton"}) {
+    const QPalette& own = find<QWidget>(name)->palette();
+    EXPECT_GE(contrast(own.color(QPalette::WindowText), own.color(QPalette::Window)), 4.5) << name;
+  }
+  useUsualPalette();
+  QTest::qWait(200);
+  const QImage light = window.grab().toImage();
+  EXPECT_GT(light.pixelColor(corner).lightness(), 200) << "and back";
+  EXPECT_GT(pixelsLike(light, view->shadeOf(outlets::Color::red)), 20);
+  EXPECT_GE(contrast(view->shadeOf(outlets::Color::red), light.pixelColor(corner)), 4.5);
 }
 
 TEST_F(MainWindowTest, AMenuLooksLikeTheOthers) {
@@ -501,6 +525,17 @@ TEST_F(MainWindowTest, AMenuLooksLikeTheOthers) {
     if (menu->title().isEmpty()) continue;  // the bar's own, for what has no room
     menu->popup(window.mapToGlobal(QPoint(20, 40)));
     QTest::qWait(100);
+    int height = 0;
+    for (QAction* const item : menu->actions()) {
+      if (item->isSeparator() || !item->isVisible()) continue;
+      const QRect place = menu->actionGeometry(item);
+      EXPECT_TRUE(menu->rect().contains(place)) << item->text().toStdString();
+      EXPECT_TRUE(height == 0 || place.height() == height) << item->text().toStdString();
+      height = place.height();
+      EXPECT_GT(pixelsLike(menu->grab(place).toImage(), menu->palette().color(QPalette::WindowText)), 10)
+          << item->text().toStdString() << " can be read";
+      EXPECT_TRUE(item->icon().isNull()) << "none has a picture";
+    }
     saveScreenshot(*menu, "menu-" + menu->title().remove(u'&').toLower().toStdString());
     menu->close();
   }

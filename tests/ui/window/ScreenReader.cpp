@@ -10,6 +10,7 @@ namespace {
 using Reference = sdbus::Struct<std::string, sdbus::ObjectPath>;
 
 constexpr const char* kAccessible = "org.a11y.atspi.Accessible";
+constexpr const char* kText = "org.a11y.atspi.Text";
 constexpr const char* kRegistry = "org.a11y.atspi.Registry";
 constexpr const char* kRoot = "/org/a11y/atspi/accessible/root";
 constexpr std::uint32_t kFocusable = 1U << 11U;  // AtspiStateType
@@ -47,8 +48,9 @@ ScreenReader::ScreenReader() {
       "type='signal',interface='org.a11y.atspi.Event.Object'",
       [this](sdbus::Message& signal) { note(signal); }, sdbus::floating_slot);
   const auto registry = sdbus::createProxy(*connection_, kRegistry, "/org/a11y/atspi/registry");
-  for (const std::string event : {"object:text-changed", "object:property-change:accessible-name",
-                                  "object:property-change:accessible-value"}) {
+  for (const std::string event :
+       {"object:text-changed", "object:property-change:accessible-name",
+        "object:property-change:accessible-value", "object:state-changed:focused"}) {
     registry->callMethod("RegisterEvent").onInterface(kRegistry).withArguments(event);
   }
   listener_->enterEventLoopAsync();
@@ -64,6 +66,7 @@ void ScreenReader::note(sdbus::Message& signal) {
   std::int32_t second = 0;
   sdbus::Variant value;
   signal >> detail >> first >> second >> value;
+  if (signal.getMemberName() == std::string("StateChanged") && (detail != "focused" || first == 0)) return;
   const bool isText = value.containsValueOfType<std::string>();
   const std::scoped_lock lock(mutex_);
   announcements_.push_back(
@@ -88,7 +91,13 @@ Accessible ScreenReader::read(const std::string& bus, const std::string& path) {
   thing.name = object->getProperty("Name").onInterface(kAccessible).get<std::string>();
   thing.description = object->getProperty("Description").onInterface(kAccessible).get<std::string>();
   thing.isFocusable = !states.empty() && (states.front() & kFocusable) != 0;
-  for (const Reference& child : children) thing.children.push_back(read(child.get<0>(), child.get<1>()));
+  for (const Reference& child : children) {
+    try {
+      thing.children.push_back(read(child.get<0>(), child.get<1>()));
+    } catch (const sdbus::Error& error) {
+      if (error.getName() != "org.freedesktop.DBus.Error.UnknownObject") throw;
+    }
+  }
   return thing;
 }
 
@@ -105,6 +114,47 @@ void ScreenReader::press(const Accessible& control) {
         .withArguments(0)
         .storeResultsTo(isDone);
     return isDone;
+  });
+}
+
+std::string ScreenReader::text(const Accessible& of, int start, int end) {
+  return whileTheToolkitWorks([&] {
+    std::string text;
+    sdbus::createProxy(*connection_, of.bus, of.path)
+        ->callMethod("GetText")
+        .onInterface(kText)
+        .withArguments(start, end)
+        .storeResultsTo(text);
+    return text;
+  });
+}
+
+std::string ScreenReader::lineAt(const Accessible& of, int offset) {
+  return whileTheToolkitWorks([&] {
+    constexpr std::uint32_t kLine = 5;  // AtspiTextBoundaryType, "line start"
+    std::string text;
+    std::int32_t start = 0;
+    std::int32_t end = 0;
+    sdbus::createProxy(*connection_, of.bus, of.path)
+        ->callMethod("GetTextAtOffset")
+        .onInterface(kText)
+        .withArguments(offset, kLine)
+        .storeResultsTo(text, start, end);
+    return text;
+  });
+}
+
+std::map<std::string, std::string> ScreenReader::looks(const Accessible& of, int offset) {
+  return whileTheToolkitWorks([&] {
+    std::map<std::string, std::string> looks;
+    std::int32_t start = 0;
+    std::int32_t end = 0;
+    sdbus::createProxy(*connection_, of.bus, of.path)
+        ->callMethod("GetAttributes")
+        .onInterface(kText)
+        .withArguments(offset)
+        .storeResultsTo(looks, start, end);
+    return looks;
   });
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -29,7 +30,8 @@ struct Accessible {
 /// A signal about a thing.
 struct Announcement {
   std::string path;
-  std::string text;  ///< "TextChanged insert: Starting repair...", "PropertyChange accessible-value"
+  /// "TextChanged insert: Starting repair...", "PropertyChange accessible-value", "StateChanged focused"
+  std::string text;
 };
 
 /// An assistive program: it sees the screen by the accessibility bus alone (AT-SPI 2, at-spi2-core's own
@@ -42,11 +44,17 @@ class ScreenReader {
   ScreenReader(const ScreenReader&) = delete;
   ScreenReader& operator=(const ScreenReader&) = delete;
 
-  /// Every application, with everything in it.
+  /// Every application, with everything in it. What goes while it is looked at is left out.
   [[nodiscard]] Accessible desktop();
 
   /// Does a control's first action, as a press.
   void press(const Accessible& control);
+
+  /// A part of a text, to its end with -1; the line around a place in it; and how it looks there, by the
+  /// names of IAccessible2's text attributes.
+  [[nodiscard]] std::string text(const Accessible& of, int start, int end);
+  [[nodiscard]] std::string lineAt(const Accessible& of, int offset);
+  [[nodiscard]] std::map<std::string, std::string> looks(const Accessible& of, int offset);
 
   /// What it was told since it began.
   [[nodiscard]] std::vector<Announcement> announcements() const;

@@ -56,6 +56,24 @@ TEST(SecretText, ALineBreakOrAZeroIsNoPartOfAPassword) {
   EXPECT_EQ(text.bytes(), "");
 }
 
+TEST(SecretText, Utf16IsTakenAsUtf8OrNotAtAll) {
+  SecretText text;
+  EXPECT_TRUE(text.append(u"a\u00E4\u20AC\U0001F41D"));
+  EXPECT_EQ(text.bytes(), "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x90\x9D");
+  EXPECT_EQ(text.length(), 4U);
+  const char* const behind = text.bytes().data() + text.bytes().size();
+  for (const std::u16string& refused : {u"x\n"s, u"x\r"s, u"x\0"s, u"x\xD83D"s,
+                                        u"x\xDC1D"
+                                        u"y"s,
+                                        std::u16string(SecretText::kCapacity, u'x')}) {
+    EXPECT_FALSE(text.append(refused));
+    EXPECT_EQ(text.length(), 4U);
+    EXPECT_EQ(*behind, '\0') << "nothing of it stays";
+  }
+  EXPECT_TRUE(text.append(std::u16string(SecretText::kCapacity - 10, u'x')));
+  EXPECT_FALSE(text.append(u"x"));
+}
+
 TEST(SecretText, ItStaysOutOfSwap) {
   EXPECT_TRUE(SecretText().isLocked());
 }

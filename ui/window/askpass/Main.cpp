@@ -3,7 +3,8 @@
 /// display. The first argument is sudo's own prompt, "[sudo] password for alice: ", which tells whose
 /// password is wanted.
 ///
-/// The password is never logged and never shown, lies in memory that is wiped, and goes to sudo alone.
+/// The password is never logged and never shown, lies in memory that is wiped, and goes to sudo alone. Memory
+/// that the toolkit gives back is overwritten too.
 
 #include <pwd.h>
 #include <unistd.h>
@@ -78,5 +79,6 @@ int run(int argc, char** argv) {
 }  // namespace window
 
 int main(int argc, char* argv[]) {
+  window::overwriteFreedMemory(argv);
   return window::run(argc, argv);
 }

@@ -1,5 +1,7 @@
 #include "ui/window/askpass/PasswordField.h"
 
+#include <string.h>  // explicit_bzero
+
 #include <QAccessibleWidget>
 #include <QApplication>
 #include <QClipboard>
@@ -8,6 +10,7 @@
 #include <QPainter>
 #include <QStyleOptionFrame>
 #include <algorithm>
+#include <string_view>
 
 namespace window {
 namespace {
@@ -18,9 +21,13 @@ constexpr int kGap = 4;
 constexpr int kWidth = 260;
 constexpr int kLeastHeight = 28;
 
-/// Overwrites what the toolkit made of a key or of the clipboard, as far as it is ours.
-void wipe(QString& text) {
-  std::fill(text.begin(), text.end(), QChar(u'\0'));
+/// Overwrites a text's letters where they lie, for everybody who shares them: the toolkit's event has the
+/// same ones. Writing through the text would give it a copy first, and overwrite that.
+void wipe(const QString& text) {
+  auto& letters =
+      const_cast<QString&>(text).data_ptr();  // NOLINT(cppcoreguidelines-pro-type-const-cast): see above
+  if (letters.d_ptr() == nullptr) return;     // a constant of a program's
+  ::explicit_bzero(letters.data(), static_cast<std::size_t>(letters.size) * sizeof(char16_t));
 }
 
 class PasswordFieldDescription : public QAccessibleWidget {
@@ -81,10 +88,11 @@ void PasswordField::paintEvent(QPaintEvent* /*event*/) {
                    palette().text());
 }
 
-void PasswordField::type(QString text) {
-  QByteArray bytes = text.toUtf8();
-  if (!secret_.append({bytes.constData(), static_cast<std::size_t>(bytes.size())})) QApplication::beep();
-  std::fill(bytes.begin(), bytes.end(), '\0');
+void PasswordField::type(const QString& text) {
+  if (!secret_.append(
+          std::u16string_view(QStringView(text).utf16(), static_cast<std::size_t>(text.size())))) {
+    QApplication::beep();
+  }
   wipe(text);
   update();
 }
@@ -115,6 +123,7 @@ void PasswordField::keyPressEvent(QKeyEvent* event) {
 
 void PasswordField::inputMethodEvent(QInputMethodEvent* event) {
   if (!event->commitString().isEmpty()) type(event->commitString());
+  wipe(event->preeditString());
   event->accept();
 }
 

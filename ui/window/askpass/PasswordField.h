@@ -8,8 +8,10 @@ namespace window {
 
 /// A line to type a password into. It shows a dot for each character and never the character; what is typed
 /// goes into a SecretText and nowhere else, so it has no history, no selection and no way to copy out of it.
-/// The caret stays at the end; Ctrl+U, Ctrl+A and Delete clear the whole line. A character that does not fit
-/// any more is refused with a beep.
+/// The letters of the events that bring it are overwritten where they lie, as soon as they are taken; not in
+/// our hands are what lies on the stack for a moment, the display server, and an input method. The caret
+/// stays at the end; Ctrl+U, Ctrl+A and Delete clear the whole line. A character that does not fit any more
+/// is refused with a beep.
 class PasswordField : public QWidget {
  public:
   explicit PasswordField(QWidget* parent = nullptr);
@@ -29,7 +31,7 @@ class PasswordField : public QWidget {
   void focusOutEvent(QFocusEvent* event) override;
 
  private:
-  void type(QString text);
+  void type(const QString& text);
   void paste();
 
   SecretText secret_;

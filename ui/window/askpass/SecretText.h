@@ -21,6 +21,9 @@ class SecretText {
 
   /// Takes the whole text or, where it has no room for it or there is a line break or a zero in it, nothing.
   bool append(std::string_view text);
+  /// The same of UTF-16, without a copy of it anywhere. Halves of characters are no part of a password
+  /// either.
+  bool append(std::u16string_view text);
   /// Takes the last character away, if there is one.
   void removeLast();
   void clear();
@@ -34,10 +37,17 @@ class SecretText {
   [[nodiscard]] bool writeLine(int descriptor);
 
  private:
+  bool appendLetter(char32_t letter);
+
   char* memory_;
   std::size_t size_ = 0;
   bool isLocked_ = false;
 };
+
+/// From here on memory that is given back is overwritten (glibc.malloc.perturb of GLIBC_TUNABLES), whoever
+/// had it: the toolkit, or a library that it stands on. Starts the program anew to that end, with the same
+/// arguments; goes on where that cannot be done, and where it has been.
+void overwriteFreedMemory(char** arguments);
 
 /// Neither this process's memory nor what is left of it when it crashes can be looked at by anybody but root.
 void refuseToBeLookedAt();
