@@ -174,11 +174,11 @@ TEST_F(AskpassTest, APasswordLiesInOnePlaceAndIsGoneWhenItIsTakenBack) {
   ASSERT_TRUE(waitUntil([&] { return count(word + pasted) == 1; })) << "the search finds it";
   EXPECT_EQ(count(word), 1U);
   EXPECT_EQ(count(inUtf16(word)), 0U);
-  EXPECT_EQ(count(pasted), 1U);
+  EXPECT_TRUE(waitUntil([&] { return count(pasted) == 1; })) << count(pasted);
   EXPECT_EQ(count(inUtf16(pasted)), 0U);
   press("ctrl+u");
   EXPECT_TRUE(waitUntil([&] { return count(word) == 0; }));
-  EXPECT_EQ(count(pasted), 0U);
+  EXPECT_TRUE(waitUntil([&] { return count(pasted) == 0; })) << count(pasted);
   press("Escape");
   EXPECT_EQ(output(), "");
 }

@@ -8,6 +8,7 @@
 #include <QInputMethodEvent>
 #include <QKeyEvent>
 #include <QPainter>
+#include <QScreen>
 #include <QStyleOptionFrame>
 #include <algorithm>
 #include <string_view>
@@ -99,6 +100,9 @@ void PasswordField::type(const QString& text) {
 
 void PasswordField::paste() {
   type(QApplication::clipboard()->text());
+  // What the display server sends lies in the connection's buffer until something longer comes: a picture.
+  constexpr int kSide = 64;
+  static_cast<void>(screen()->grabWindow(0, 0, 0, kSide, kSide));
 }
 
 void PasswordField::keyPressEvent(QKeyEvent* event) {
