@@ -193,6 +193,13 @@ std::string clipboardText() {
   return text;
 }
 
+/// For commands that move the window away from under the mouse.
+void chooseByKeys(const char* menu, const char* command) {
+  window::press(menu);
+  std::this_thread::sleep_for(200ms);  // until the menu is open
+  window::press(command);
+}
+
 class MenuCommandsTest : public RootTest {
  protected:
   static Plan plan(std::vector<CompressorCopy> copies = {}) {
@@ -277,17 +284,16 @@ TEST_F(MenuCommandsTest, TheWindowIsMinimizedZoomedAndZoomedBack) {
   const TemporaryVolume sample(plan());
   MouseRun program(sample);
   const QRect before = program.geometry();
-  program.choose("minimize");
+  chooseByKeys("alt+w", "m");
   EXPECT_TRUE(window::waitUntil([] { return MouseRun::windowsCalled("Quillmend") == 0; }));
   program.activate();
   EXPECT_TRUE(window::waitUntil([] { return window::focusedTitle() == "Quillmend"; }));
   std::this_thread::sleep_for(500ms);  // until it is drawn again
-  program.choose("zoom");
+  chooseByKeys("alt+w", "z");
   const int all = QGuiApplication::primaryScreen()->availableSize().width();
   EXPECT_TRUE(window::waitUntil([&] { return program.geometry().width() >= all - 10; }));
-  window::press("alt+w");
-  std::this_thread::sleep_for(150ms);
-  window::press("z");
+  std::this_thread::sleep_for(300ms);
+  chooseByKeys("alt+w", "z");
   EXPECT_TRUE(window::waitUntil([&] { return program.geometry() == before; }));
   EXPECT_EQ(program.quit().visit.status, 0);
 }
