@@ -124,8 +124,10 @@ bool MainInterface::interfaceDidLoad(const outlets::Connections& connections) {
                                           "Its start could not be completed, and it quits. Its log and the "
                                           "system log say why.");
     });
+    return false;
   }
-  return isComplete;
+  softwareUpdate_.awakeFromNib();
+  return true;
 }
 
 /// A preference of a kind that is neither on nor off is off, as a repair that takes more away than was asked
@@ -149,11 +151,12 @@ void MainInterface::storeOptions() {
 }
 
 bool MainInterface::respondsToAction(const std::string& action) {
-  return action == "storeOptions" || commands().contains(action);
+  return action == "storeOptions" || action == "manualUpdateCheck" || commands().contains(action);
 }
 
 void MainInterface::performAction(const std::string& action, outlets::Sender* sender) {
   if (!controller_ || !respondsToAction(action)) return;
+  if (action == "manualUpdateCheck") return softwareUpdate_.manualUpdateCheck(sender);
   guarded(("-[TGAppController " + action + ":]").c_str(),
           [&] { action == "storeOptions" ? storeOptions() : perform(commands().at(action), sender); });
 }

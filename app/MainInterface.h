@@ -7,10 +7,11 @@
 
 #include "app/TGAppController.h"
 #include "ui/InterfaceOwner.h"
+#include "ui/TGSoftwareUpdate.h"
 
 /// The owner of the main window: makes the controller once the window is loaded, connects its outlets, keeps
 /// the check boxes in the preferences, and hands the actions on. What an action throws is logged under its
-/// selector.
+/// selector. The look for updates begins when all that is done.
 ///
 /// The start fails closed: whatever is thrown while the controller is made and while the administrator
 /// password is asked for ends it with an alert, and interfaceDidLoad() answers false.
@@ -57,6 +58,7 @@ class MainInterface : public outlets::InterfaceOwner {
 
   std::unique_ptr<TGAppController> controller_;
   bool isActing_ = false;  ///< an action that is performed alone is under way
+  TGSoftwareUpdate softwareUpdate_;
 };
 
 /// Runs the desktop application with these arguments of the program and answers its exit status. A request to

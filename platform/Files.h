@@ -45,6 +45,12 @@ class FileQueries {
   [[nodiscard]] virtual foundation::Result<std::string> readFileItself(const std::string& path,
                                                                        std::uint64_t limit) = 0;
 
+  /// A folder is there that nobody but this process's user and root can change, or put another in the place
+  /// of: one of the two owns it and every folder above it, and others may write in none of them; above it
+  /// they may where the sticky bit keeps them from what is not theirs, as in "/tmp". No for a symbolic link,
+  /// and for a path that leads through one that others can have put there.
+  [[nodiscard]] virtual bool isOutOfOthersReach(const std::string& path) = 0;
+
   /// When the content last changed, or nullopt when nothing is there.
   [[nodiscard]] virtual std::optional<foundation::Date> modificationDate(const std::string& path) = 0;
 };
@@ -79,6 +85,11 @@ class FileChanges {
   /// times, extended attributes and hard links among the copied; links are copied as links. A copy that fails
   /// leaves nothing behind, and nothing is at the path before the copy is whole.
   virtual foundation::Result<void> copy(const std::string& from, const std::string& to) = 0;
+
+  /// Copies a folder like copy(), for programs in it to be run: before the copy appears it is this process's
+  /// user's own, and others may not enter it (mode 0700). A copy of root's is for everybody to run, but not
+  /// to change (0755). ENOTDIR for what is no folder.
+  virtual foundation::Result<void> copyForOwnUse(const std::string& from, const std::string& to) = 0;
 
   /// Removes a file, link or whole folder; never follows a link.
   virtual foundation::Result<void> remove(const std::string& path) = 0;

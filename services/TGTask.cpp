@@ -202,9 +202,9 @@ std::optional<std::string> TGTask::stringFromTask(const std::string& path, const
   return stringFromTask(path, arguments, StringEncoding::ascii, timeout);
 }
 
-void TGTask::runTaskAndReturn(const std::string& path, const Arguments& arguments) {
+void TGTask::runTaskAndReturn(const std::string& path, const Arguments& arguments, TGTaskSlot* task) {
   if (!isExecutable(path)) return;
-  prepare(discardingOutput(path, arguments), nullptr)->launch();
+  launch(*prepare(discardingOutput(path, arguments), task), task);
 }
 
 /// The timer is let go of, and not called off either: it sleeps its interval to the end and finds the slot

@@ -93,8 +93,10 @@ class TGTask : public std::enable_shared_from_this<TGTask> {
   static std::optional<std::string> stringFromTask(const std::string& path, const Arguments& arguments,
                                                    Interval timeout);
 
-  /// Starts a tool with its output discarded and returns at once; the tool may outlive the program.
-  static void runTaskAndReturn(const std::string& path, const Arguments& arguments);
+  /// Starts a tool with its output discarded and returns at once; the tool may outlive the program. The
+  /// slot, if given, holds the subprocess, for a caller that means to wait after all.
+  static void runTaskAndReturn(const std::string& path, const Arguments& arguments,
+                               TGTaskSlot* task = nullptr);
 
   /// The subprocess currently run for this instance; nullptr when none is.
   [[nodiscard]] std::shared_ptr<platform::Subprocess> theTask() const { return theTask_.load(); }

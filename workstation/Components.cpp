@@ -1,5 +1,7 @@
 #include "workstation/Components.h"
 
+#include "workstation/Installer.h"
+
 namespace workstation {
 namespace {
 
@@ -84,6 +86,13 @@ std::vector<std::string> preferenceFiles(bool compressorFour) {
   if (compressorFour) return {"com.apple.Compressor.plist"};
   return {"com.apple.compressor.Compressor.plist", "com.apple.Compressor.CompressorSharedService.plist",
           "com.apple.BatchMonitor.plist"};
+}
+
+void putSoftwareUpdate(const Volume& volume, const std::string& path, const std::string& version) {
+  Installer(volume).bundle({.path = path,
+                            .identifier = "com.vordenworks.SoftwareUpdate",
+                            .executable = "Vordenworks Software Update",
+                            .version = version});
 }
 
 std::vector<std::string> standInPlaces(const Volume& volume) {

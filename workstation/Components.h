@@ -48,6 +48,14 @@ inline constexpr std::string_view launchdJob = "/Library/LaunchDaemons/com.apple
 inline constexpr std::string_view launchdLabel = "com.apple.qmaster.qmasterd";
 inline constexpr std::string_view startupItem = "/Library/StartupItems/Qmaster";
 
+/// Where the maker's updater of its applications is installed. A stand-in, as any application: it records how
+/// it was started, and runs until it is asked to quit.
+inline constexpr std::string_view softwareUpdate =
+    "/Applications/Vordenworks/Vordenworks Software Update.app";
+
+/// Puts an updater of that version (a whole number) at a place: the one above, or an application's resources.
+void putSoftwareUpdate(const Volume& volume, const std::string& path, const std::string& version);
+
 /// The folder inside a Compressor 4 bundle that holds its own qmasterprefs and daemons.
 inline constexpr std::string_view kitFolder = "Contents/PlugIns/Compressor/CompressorKit.bundle";
 

@@ -418,6 +418,9 @@ void Making::run() const {
   history();
   services();
   spools();
+  if (!plan_.softwareUpdate.empty()) {
+    putSoftwareUpdate(volume_, std::string(softwareUpdate), plan_.softwareUpdate);
+  }
   state();
   for (const auto& damage : plan_.damage) applyDamage(volume_.folder(), damage);
   ::umask(mask);

@@ -61,6 +61,8 @@ struct Plan {
   std::optional<std::string> configuredSpool = {};      ///< of Compressor 3, in the computer's services file
   std::optional<std::string> configuredFourSpool = {};  ///< of Compressor 4, in alice's
 
+  std::string softwareUpdate = {};  ///< the version of the maker's updater; empty: it is not installed
+
   std::vector<Damage> damage = {};  ///< done last, in order
 };
 

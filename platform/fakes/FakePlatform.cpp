@@ -348,6 +348,11 @@ Result<void> RootedFiles::copy(const std::string& from, const std::string& to) {
   return changes_.copy(real(from), real(to));
 }
 
+Result<void> RootedFiles::copyForOwnUse(const std::string& from, const std::string& to) {
+  if (auto error = refusal("copy", from)) return *error;
+  return changes_.copyForOwnUse(real(from), real(to));
+}
+
 Result<void> RootedFiles::remove(const std::string& path) {
   if (auto error = refusal("remove", path)) return *error;
   return changes_.remove(real(path));

@@ -171,9 +171,13 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   foundation::Result<std::string> readFile(const std::string& path, std::uint64_t limit) override;
   foundation::Result<std::string> readFileItself(const std::string& path, std::uint64_t limit) override;
   std::optional<foundation::Date> modificationDate(const std::string& path) override;
+  bool isOutOfOthersReach(const std::string& path) override {
+    return queries_.isOutOfOthersReach(real(path));
+  }
   foundation::Result<void> createDirectory(const std::string& path) override;
   foundation::Result<void> move(const std::string& from, const std::string& to) override;
   foundation::Result<void> copy(const std::string& from, const std::string& to) override;
+  foundation::Result<void> copyForOwnUse(const std::string& from, const std::string& to) override;
   foundation::Result<void> remove(const std::string& path) override;
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) override;
   foundation::Result<std::unique_ptr<platform::WritableFile>> openForWriting(

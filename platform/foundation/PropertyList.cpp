@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <cmath>
+#include <limits>
 
 #include "platform/foundation/Text.h"
 
@@ -72,11 +75,36 @@ std::string describe(const PropertyList& value, std::size_t depth) {
   return std::visit(Describer{depth}, value.value());
 }
 
-bool textIsTrue(std::string_view text) {
+std::string_view withoutLeadingBlanks(std::string_view text) {
   while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())) != 0) text.remove_prefix(1);
+  return text;
+}
+
+bool textIsTrue(std::string_view text) {
+  text = withoutLeadingBlanks(text);
   if (!text.empty() && (text.front() == '+' || text.front() == '-')) text.remove_prefix(1);
   while (!text.empty() && text.front() == '0') text.remove_prefix(1);
   return !text.empty() && std::string_view("YyTt123456789").find(text.front()) != std::string_view::npos;
+}
+
+using Integers = std::numeric_limits<std::int64_t>;
+
+std::int64_t integerOfText(std::string_view text) {
+  text = withoutLeadingBlanks(text);
+  if (text.starts_with("+-")) return 0;
+  if (text.starts_with('+')) text.remove_prefix(1);
+  std::int64_t number = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (result.ec != std::errc::result_out_of_range) return number;
+  return text.starts_with('-') ? Integers::min() : Integers::max();
+}
+
+/// Compared before it is cast: what an integer cannot hold has no defined cast.
+std::int64_t integerOfFraction(double number) {
+  constexpr double kBeyond = 9223372036854775808.0;
+  if (std::isnan(number)) return 0;
+  if (number >= kBeyond) return Integers::max();
+  return number < -kBeyond ? Integers::min() : static_cast<std::int64_t>(number);
 }
 
 }  // namespace
@@ -123,6 +151,17 @@ bool PropertyList::boolValue() const {
   if (const auto* number = as<std::uint64_t>()) return *number != 0;
   if (const auto* number = as<double>()) return *number != 0.0;
   return false;
+}
+
+std::int64_t PropertyList::integerValue() const {
+  if (const auto* text = as<std::string>()) return integerOfText(*text);
+  if (const auto* flag = as<bool>()) return *flag ? 1 : 0;
+  if (const auto* number = as<std::int64_t>()) return *number;
+  if (const auto* number = as<std::uint64_t>()) {
+    return static_cast<std::int64_t>(std::min<std::uint64_t>(*number, Integers::max()));
+  }
+  if (const auto* number = as<double>()) return integerOfFraction(*number);
+  return 0;
 }
 
 std::string PropertyList::description() const {

@@ -73,6 +73,11 @@ class PropertyList {
   /// (after blanks, a sign and zeros) with Y, y, T, t or a digit 1 to 9.
   [[nodiscard]] bool boolValue() const;
 
+  /// The platform's reading of a value as an integer: a number without its fraction, or the digits that a
+  /// string begins with (after blanks and a sign); the nearest there is where it is too large, 0 for anything
+  /// else.
+  [[nodiscard]] std::int64_t integerValue() const;
+
   /// The text that %@ shows: a string as it is, a number in digits, a date in its default form, a dictionary
   /// as
   /// "{\n    key = value;\n}", an array as "(\n    a,\n    b\n)".

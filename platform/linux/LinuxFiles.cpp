@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -176,12 +177,29 @@ Result<void> writeReplacement(const Place& target, const struct stat* old, std::
   return {};
 }
 
+bool othersMayWrite(const FileStatus& folder) {
+  return (folder.mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
+/// Nobody else can take away, nor replace, what is not theirs in the folder.
+bool guardsItsEntries(const FileStatus& folder) {
+  return isTrustedOwner(folder.owner) && (!othersMayWrite(folder) || (folder.mode & S_ISVTX) != 0);
+}
+
 }  // namespace
 
 Result<std::string> LinuxFileQueries::readFileItself(const std::string& path, std::uint64_t limit) {
   const auto file = openFileItself(path, O_RDONLY);
   if (!file) return file.error();
   return readWholeFile(file.value().get(), limit, path);
+}
+
+bool LinuxFileQueries::isOutOfOthersReach(const std::string& path) {
+  const UniqueDescriptor root(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const auto entry = root ? locate(root.get(), path) : systemError(errno, path);
+  if (!entry || !entry.value().status().isFolder() || othersMayWrite(entry.value().status())) return false;
+  return std::all_of(entry.value().levels.begin(), entry.value().levels.end(),
+                     [](const PathLevel& level) { return guardsItsEntries(level.status); });
 }
 
 Result<void> LinuxFileChanges::createDirectory(const std::string& path) {
@@ -210,6 +228,12 @@ Result<void> LinuxFileChanges::move(const std::string& from, const std::string& 
 
 Result<void> LinuxFileChanges::copy(const std::string& from, const std::string& to) {
   return copyItemAtPath(from, to);
+}
+
+Result<void> LinuxFileChanges::copyForOwnUse(const std::string& from, const std::string& to) {
+  CopyOptions options;
+  options.topMode = ::geteuid() == 0 ? 0755 : 0700;
+  return copyItemAtPath(from, to, options);
 }
 
 Result<void> LinuxFileChanges::remove(const std::string& path) {

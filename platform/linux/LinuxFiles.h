@@ -14,6 +14,7 @@ namespace platform {
 class LinuxFileQueries : public PosixFileQueries {
  public:
   foundation::Result<std::string> readFileItself(const std::string& path, std::uint64_t limit) override;
+  bool isOutOfOthersReach(const std::string& path) override;
 };
 
 /// File changes by descriptors.
@@ -34,6 +35,7 @@ class LinuxFileChanges : public FileChanges {
   foundation::Result<void> createDirectory(const std::string& path) override;
   foundation::Result<void> move(const std::string& from, const std::string& to) override;
   foundation::Result<void> copy(const std::string& from, const std::string& to) override;
+  foundation::Result<void> copyForOwnUse(const std::string& from, const std::string& to) override;
   foundation::Result<void> remove(const std::string& path) override;
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) override;
   foundation::Result<std::unique_ptr<WritableFile>> openForWriting(const std::string& path) override;

@@ -418,6 +418,16 @@ bool isTaken(const ItemPlace& place) {
   return ::fstatat(place.folder, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+/// While it lies where nobody else can enter.
+Result<void> makeOwn(int folder, const std::string& name, mode_t mode, const std::string& path) {
+  const UniqueDescriptor own(::openat(folder, name.c_str(), kFolder));
+  if (!own || ::fchown(own.get(), ::geteuid(), static_cast<gid_t>(-1)) != 0 ||
+      ::fchmod(own.get(), mode) != 0) {
+    return systemError(errno, path);
+  }
+  return {};
+}
+
 class TreeCount {
  public:
   TreeCount(std::string path, const std::function<bool()>& goesOn)
@@ -496,6 +506,9 @@ Result<void> copyIntoPlace(const ItemPlace& from, const ItemPlace& to, const Cop
   const int inside = staging.value().descriptor();
   const auto copied = copyItem(from.folder, from.name, inside, to.name, from.path, options);
   if (!copied) return copied.error();
+  if (options.topMode) {
+    if (auto owned = makeOwn(inside, to.name, *options.topMode, to.path); !owned) return owned;
+  }
   return renameWithoutReplacing(inside, to.name, to.folder, to.name, to.path);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,8 @@ struct CopyOptions {
   Check check = Check::none;
   Flush flush = Flush::none;
   Mounts mounts = Mounts::enter;
+  /// The item must be a folder, and its copy is this process's user's with that mode, whatever the item is.
+  std::optional<mode_t> topMode = std::nullopt;
   OnProgress onProgress = {};
   std::chrono::milliseconds progressInterval = kProgressInterval;
 };

@@ -65,6 +65,10 @@ Result<std::string> PosixFileQueries::readFileItself(const std::string& path, st
   return read(path, limit, O_NOFOLLOW);
 }
 
+bool PosixFileQueries::isOutOfOthersReach(const std::string&) {
+  return false;
+}
+
 std::optional<foundation::Date> PosixFileQueries::modificationDate(const std::string& path) {
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0) return std::nullopt;

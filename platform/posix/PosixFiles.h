@@ -14,6 +14,8 @@ class PosixFileQueries : public FileQueries {
   foundation::Result<std::string> readFile(const std::string& path, std::uint64_t limit) override;
   foundation::Result<std::string> readFileItself(const std::string& path, std::uint64_t limit) override;
   std::optional<foundation::Date> modificationDate(const std::string& path) override;
+  /// Never: which links may be followed is each system's own matter.
+  bool isOutOfOthersReach(const std::string& path) override;
 };
 
 }  // namespace platform

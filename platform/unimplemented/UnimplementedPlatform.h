@@ -63,6 +63,7 @@ class UnimplementedFileQueries : public FileQueries {
     return notImplemented(path);
   }
   std::optional<foundation::Date> modificationDate(const std::string&) override { return {}; }
+  bool isOutOfOthersReach(const std::string&) override { return false; }
 };
 
 class UnimplementedFileChanges : public FileChanges {
@@ -72,6 +73,9 @@ class UnimplementedFileChanges : public FileChanges {
     return notImplemented(from);
   }
   foundation::Result<void> copy(const std::string& from, const std::string&) override {
+    return notImplemented(from);
+  }
+  foundation::Result<void> copyForOwnUse(const std::string& from, const std::string&) override {
     return notImplemented(from);
   }
   foundation::Result<void> remove(const std::string& path) override { return notImplemented(path); }

@@ -18,6 +18,14 @@ using ::testing::Not;
 /// The owner of a fake window on a fake Mac.
 class MainInterfaceTest : public ControllerTest {
  protected:
+  MainInterfaceTest() { setCheckAtStartup(false); }
+
+  void setCheckAtStartup(const PropertyList& value) {
+    ASSERT_TRUE(platform::writePropertyList("/Users/alice/Library/Preferences/com.vordenworks.global.plist",
+                                            PropertyList::Dictionary{{"SUCheckAtStartup", value}},
+                                            platform::PropertyListFormat::xml)
+                    .ok());
+  }
   outlets::Connections connections() {
     return {.windowMain = &window,
             .errorText = &console,
@@ -123,10 +131,11 @@ TEST_F(MainInterfaceTest, TheWindowsControllerOffersTheCrashAnalysisInItsConsole
 }
 
 TEST_F(MainInterfaceTest, EveryActionOfTheInterfaceIsKnownAndOthersAreNot) {
-  for (const char* action : {"repair", "menuRestartQmaster", "menuStopQmaster", "menuTrashCompressorPrefs",
-                             "menuTrashCompressor4Prefs", "resetWindowLayout", "prefsToggleAdminPass",
-                             "helpManual", "helpCareplex", "helpHome", "helpReportBug", "helpSuggestFeature",
-                             "helpTGHome", "viewLog", "viewTaskLog", "gatherLogs", "storeOptions"}) {
+  for (const char* action :
+       {"repair", "menuRestartQmaster", "menuStopQmaster", "menuTrashCompressorPrefs",
+        "menuTrashCompressor4Prefs", "resetWindowLayout", "prefsToggleAdminPass", "helpManual",
+        "helpCareplex", "helpHome", "helpReportBug", "helpSuggestFeature", "helpTGHome", "viewLog",
+        "viewTaskLog", "gatherLogs", "storeOptions", "manualUpdateCheck"}) {
     EXPECT_TRUE(interface.respondsToAction(action)) << action;
   }
   EXPECT_FALSE(interface.respondsToAction("menuItemResetOldQmasterConfig"));
@@ -138,6 +147,23 @@ TEST_F(MainInterfaceTest, AnActionReachesTheController) {
   mac.recorder.clear();
   interface.performAction("helpHome", nullptr);
   EXPECT_EQ(recorded(), std::string("browse ") + identifiers::kWebSite + "/quillmend.htm\n");
+}
+
+TEST_F(MainInterfaceTest, TheLookForUpdatesBeginsWhenTheInterfaceIsLoaded) {
+  setCheckAtStartup("0");
+  mac.subprocesses.recordsWaits = true;
+  const std::string updater = "/Applications/Vordenworks/Vordenworks Software Update.app";
+  mac.files.makeFile(updater + "/Contents/MacOS/Vordenworks Software Update");
+  load();
+  while (mac.recorder.only({"wait"}).empty()) std::this_thread::yield();
+  EXPECT_THAT(recorded(), HasSubstr(" -checkpath /Applications/Quillmend.app\n"));
+}
+
+TEST_F(MainInterfaceTest, TheUserMayLookForUpdates) {
+  load();
+  mac.recorder.clear();
+  interface.performAction("manualUpdateCheck", nullptr);
+  EXPECT_EQ(recorded(), "open /Applications/Vordenworks/Vordenworks Software Update.app\n");
 }
 
 TEST_F(MainInterfaceTest, ResettingTheLayoutByHandIsConfirmed) {

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdint>
+
 namespace foundation {
 namespace {
 
@@ -79,6 +82,30 @@ TEST(PropertyList, ABooleanValueIsReadAsThePlatformReadsIt) {
   EXPECT_FALSE(PropertyList(0).boolValue());
   EXPECT_FALSE(PropertyList(0.0).boolValue());
   EXPECT_FALSE(PropertyList(Array{1}).boolValue());
+}
+
+TEST(PropertyList, ReadsIntegersAsThePlatformDoes) {
+  EXPECT_EQ(PropertyList("7").integerValue(), 7);
+  EXPECT_EQ(PropertyList(" \t\n+12abc").integerValue(), 12);
+  EXPECT_EQ(PropertyList("-3.9").integerValue(), -3);
+  for (const char* const text : {"", "seven", "v7", "+", "-", "+-5", "--5", "- 5", ".5"}) {
+    EXPECT_EQ(PropertyList(text).integerValue(), 0) << text;
+  }
+  EXPECT_EQ(PropertyList(true).integerValue(), 1);
+  EXPECT_EQ(PropertyList(-4).integerValue(), -4);
+  EXPECT_EQ(PropertyList(6.9).integerValue(), 6);
+  EXPECT_EQ(PropertyList(-6.9).integerValue(), -6);
+  EXPECT_EQ(PropertyList(Array{1}).integerValue(), 0);
+}
+
+TEST(PropertyList, AnIntegerThatIsTooLargeIsTheNearestThereIs) {
+  EXPECT_EQ(PropertyList("9223372036854775808").integerValue(), INT64_MAX);
+  EXPECT_EQ(PropertyList("-9223372036854775809").integerValue(), INT64_MIN);
+  EXPECT_EQ(PropertyList(UINT64_MAX).integerValue(), INT64_MAX);
+  EXPECT_EQ(PropertyList(1e300).integerValue(), INT64_MAX);
+  EXPECT_EQ(PropertyList(-1e300).integerValue(), INT64_MIN);
+  EXPECT_EQ(PropertyList(9223372036854775808.0).integerValue(), INT64_MAX);
+  EXPECT_EQ(PropertyList(std::nan("")).integerValue(), 0);
 }
 
 TEST(PropertyList, DescribesSingleValues) {

@@ -393,6 +393,110 @@ TEST_F(LinuxFilesTest, WhoMayNotGiveFilesAwayReplacesThemAllTheSame) {
   EXPECT_EQ(modeOf(file), 0644U) << "another group has no more rights than everybody";
 }
 
+TEST_F(LinuxFilesTest, ACopyForOwnUseIsClosedToOthersWhateverTheOriginalIs) {
+  folder.file("from/inside/file", "x");
+  fs::permissions(folder / "from", fs::perms(0777));
+  EXPECT_TRUE(changes.copyForOwnUse(folder / "from", folder / "to").ok());
+  EXPECT_EQ(folder.content("to/inside/file"), "x");
+  EXPECT_EQ(modeOf(folder / "to"), ::geteuid() == 0 ? 0755U : 0700U);
+}
+
+TEST_F(LinuxFilesTest, ACopyForTheUsersOwnUseIsClosedToOthers) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  folder.file("from/file", "x");
+  fs::create_directory(folder / "home");
+  ASSERT_EQ(::chown((folder / "home").c_str(), kNobody, kNobody), 0);
+  folder.makeAccessibleToAll();
+  AsUser::run(kNobody, [this] {
+    EXPECT_TRUE(changes.copyForOwnUse(folder / "from", folder / "home/to").ok());
+    EXPECT_EQ(modeOf(folder / "home/to"), 0700U);
+    EXPECT_TRUE(queries.isOutOfOthersReach(folder / "home/to"));
+  });
+}
+
+TEST_F(LinuxFilesTest, ACopyForOwnUseTakesNothingsPlaceAndIsAFolder) {
+  folder.file("from/file", "x");
+  folder.file("taken");
+  folder.file("file");
+  EXPECT_EQ(changes.copyForOwnUse(folder / "from", folder / "taken").error().code, EEXIST);
+  EXPECT_EQ(changes.copyForOwnUse(folder / "file", folder / "to").error().code, ENOTDIR);
+  fs::create_directory_symlink(folder / "from", folder / "link");
+  EXPECT_FALSE(changes.copyForOwnUse(folder / "link", folder / "to").ok());
+  EXPECT_EQ(namesIn(folder.path()).size(), 4U) << "nothing is left";
+}
+
+class OthersReachTest : public LinuxFilesTest {
+ protected:
+  OthersReachTest() {
+    fs::create_directories(folder / "above/own/inside");
+    folder.makeAccessibleToAll();
+  }
+  void setMode(const std::string& name, unsigned mode) { fs::permissions(folder / name, fs::perms(mode)); }
+  [[nodiscard]] bool isOutOfReach(const std::string& name) {
+    return queries.isOutOfOthersReach(folder / name);
+  }
+};
+
+TEST_F(OthersReachTest, AnOwnFolderAmongOwnFoldersIsOutOfIt) {
+  EXPECT_TRUE(isOutOfReach("above/own"));
+  EXPECT_TRUE(isOutOfReach("above//own/."));
+}
+
+TEST_F(OthersReachTest, AFolderThatOthersMayWriteInIsNot) {
+  for (const unsigned mode : {0775U, 0757U, 01777U}) {
+    setMode("above/own", mode);
+    EXPECT_FALSE(isOutOfReach("above/own")) << std::oct << mode;
+  }
+}
+
+TEST_F(OthersReachTest, AFolderThatOthersMayExchangeIsNot) {
+  for (const unsigned mode : {0775U, 0757U, 0777U}) {
+    setMode("above", mode);
+    EXPECT_FALSE(isOutOfReach("above/own")) << std::oct << mode;
+    EXPECT_FALSE(isOutOfReach("above/own/inside")) << std::oct << mode;
+  }
+}
+
+TEST_F(OthersReachTest, TheStickyBitKeepsAnOwnFolderFromOthers) {
+  setMode("above", 01777);
+  EXPECT_TRUE(isOutOfReach("above/own"));
+}
+
+TEST_F(OthersReachTest, NothingAndWhatIsNoFolderAreWithinIt) {
+  folder.file("file");
+  EXPECT_FALSE(isOutOfReach("missing"));
+  EXPECT_FALSE(isOutOfReach("file"));
+  EXPECT_FALSE(queries.isOutOfOthersReach(""));
+  EXPECT_FALSE(queries.isOutOfOthersReach("relative"));
+}
+
+TEST_F(OthersReachTest, ALinkIsNoFolderOfItsOwn) {
+  fs::create_directory_symlink(folder / "above/own", folder / "link");
+  EXPECT_FALSE(isOutOfReach("link"));
+}
+
+TEST_F(OthersReachTest, ALinkOnTheWayIsFollowedWhereNobodyElseCanHavePutIt) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  const support::TemporaryFolder home("/root");  // nothing above it is everybody's, unlike here
+  fs::create_directory_symlink(folder / "above", home / "link");
+  setMode("above", 01777);
+  EXPECT_TRUE(queries.isOutOfOthersReach(home / "link/own"));
+  fs::create_directory_symlink(folder / "above", folder / "link");
+  EXPECT_FALSE(isOutOfReach("link/own"));
+}
+
+TEST_F(OthersReachTest, SomebodyElsesFoldersAreWithinIt) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  ASSERT_EQ(::chown((folder / "above").c_str(), kNobody, kNobody), 0);
+  EXPECT_FALSE(isOutOfReach("above"));
+  EXPECT_FALSE(isOutOfReach("above/own"));
+  AsUser::run(kNobody, [this] {
+    EXPECT_TRUE(isOutOfReach("above")) << "its own";
+    EXPECT_TRUE(isOutOfReach("above/own")) << "root's";
+  });
+  AsUser::run(kNobody - 1, [this] { EXPECT_FALSE(isOutOfReach("above/own")); });
+}
+
 /// Root in a home folder that belongs to somebody else.
 class LinuxFilesAsRootTest : public LinuxFilesTest {
  protected:

@@ -114,6 +114,15 @@ TEST_F(TGTaskTest, RunTaskAndReturnDoesNotWait) {
   EXPECT_EQ(onlyChild(fakes_).standardError, Stream::nullDevice);
 }
 
+TEST_F(TGTaskTest, WhatRunTaskAndReturnStartedCanBeWaitedFor) {
+  fakes_.subprocesses.recordsWaits = true;
+  TGTaskSlot task;
+  TGTask::runTaskAndReturn(kTool, std::nullopt, &task);
+  ASSERT_NE(task.load(), nullptr);
+  task.load()->waitUntilExit();
+  EXPECT_THAT(calls(), ElementsAre("run /usr/bin/tool", "wait /usr/bin/tool"));
+}
+
 TEST_F(TGTaskTest, CaptureReadsAllOutputBeforeAnyErrorAndDoesNotWaitForTheExit) {
   toolPrints("result", "warning");
   fakes_.subprocesses.recordsWaits = true;

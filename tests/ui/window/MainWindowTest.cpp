@@ -145,10 +145,10 @@ TEST_F(MainWindowTest, NoMenuLooksDisabled) {
 }
 
 TEST_F(MainWindowTest, EveryCommandPerformsTheActionOfItsName) {
-  for (const char* name :
-       {"repair", "viewLog", "viewTaskLog", "gatherLogs", "menuRestartQmaster", "menuStopQmaster",
-        "menuTrashCompressorPrefs", "menuTrashCompressor4Prefs", "resetWindowLayout", "helpManual",
-        "helpHome", "helpCareplex", "helpTGHome", "helpReportBug", "helpSuggestFeature"}) {
+  for (const char* name : {"repair", "viewLog", "viewTaskLog", "gatherLogs", "menuRestartQmaster",
+                           "menuStopQmaster", "menuTrashCompressorPrefs", "menuTrashCompressor4Prefs",
+                           "resetWindowLayout", "helpManual", "helpHome", "helpCareplex", "helpTGHome",
+                           "helpReportBug", "helpSuggestFeature", "manualUpdateCheck"}) {
     owner.lines.clear();
     action(name)->trigger();
     EXPECT_THAT(owner.lines, ElementsAre(name));

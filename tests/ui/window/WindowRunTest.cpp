@@ -15,6 +15,7 @@
 #include "tests/ui/window/FakeOwner.h"
 #include "tests/ui/window/LoopWatch.h"
 #include "tests/ui/window/StoredPreferences.h"
+#include "tests/ui/window/WindowVisit.h"
 #include "tests/workstation/RepairScript.h"
 #include "tests/workstation/RootTest.h"
 #include "ui/window/MainWindow.h"
@@ -35,18 +36,6 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
-
-/// A visit that finds this test's display.
-VisitOptions windowVisit() {
-  VisitOptions options = programVisit();
-  options.environment = {{"DISPLAY", qgetenv("DISPLAY").toStdString()}};
-  options.readOnly = {{"/tmp/.X11-unix", "/private/tmp/.X11-unix"},
-                      {"/usr/share/fonts", "/usr/share/fonts"},
-                      {"/usr/share/X11", "/usr/share/X11"},
-                      {"/usr/share/fontconfig", "/usr/share/fontconfig"},
-                      {"/etc/fonts", "/private/etc/fonts"}};
-  return options;
-}
 
 /// The program with its window on a volume.
 class WindowRun {
