@@ -6,6 +6,7 @@
 #include "diagnostics/TGException.h"
 #include "diagnostics/TGLog.h"
 #include "platform/Platform.h"
+#include "ui/TGShortcutKeyTableDelegate.h"
 
 namespace {
 
@@ -228,6 +229,14 @@ std::string MainInterface::windowFrame() {
 void MainInterface::setWindowFrame(const std::string& frame) {
   guarded("-[NSWindow saveFrameUsingName:]",
           [&] { platform::current().preferences.setValue(kFrame, frame); });
+}
+
+outlets::ShortcutKeyOwner* MainInterface::shortcutKeys() {
+  return TGShortcutKeyTableDelegate::sharedController();
+}
+
+std::optional<std::uint16_t> MainInterface::virtualKeyCode(std::uint32_t scanCode) {
+  return platform::current().keyboardLayout.keyCodeForScanCode(scanCode);
 }
 
 std::string MainInterface::version() {

@@ -40,6 +40,8 @@ class MainInterface : public outlets::InterfaceOwner {
   void applicationWillTerminate() override;
   std::string windowFrame() override;
   void setWindowFrame(const std::string& frame) override;
+  outlets::ShortcutKeyOwner* shortcutKeys() override;
+  std::optional<std::uint16_t> virtualKeyCode(std::uint32_t scanCode) override;
   std::string version() override;
 
   /// The display is gone: touches no part of the window any more, lets a repair under way end at its next

@@ -29,6 +29,10 @@ class KeyboardLayout {
   /// no layout.
   [[nodiscard]] virtual std::optional<KeyTranslation> translate(std::uint16_t keyCode,
                                                                 std::uint32_t modifierState) = 0;
+
+  /// The Mac's virtual key code of the key that the system knows by that scan code: on Linux the numbers of
+  /// linux/input-event-codes.h. nullopt for a key that no Mac's keyboard has, and for modifiers.
+  [[nodiscard]] virtual std::optional<std::uint16_t> keyCodeForScanCode(std::uint32_t scanCode) = 0;
 };
 
 }  // namespace platform

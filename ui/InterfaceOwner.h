@@ -1,8 +1,11 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 #include "ui/Outlets.h"
+#include "ui/ShortcutKeyOutlets.h"
 
 namespace outlets {
 
@@ -54,6 +57,12 @@ class InterfaceOwner {
   /// Where the window was when the application ended last, as setWindowFrame() was told; else "".
   [[nodiscard]] virtual std::string windowFrame() = 0;
   virtual void setWindowFrame(const std::string& frame) = 0;
+
+  /// Who the shortcut-key editor works for, alive as long as the program; nullptr where there is no editor.
+  [[nodiscard]] virtual ShortcutKeyOwner* shortcutKeys() = 0;
+  /// The Mac's virtual key code (Events.h) of the key with that scan code (linux/input-event-codes.h); nullopt
+  /// for a key that no Mac has.
+  [[nodiscard]] virtual std::optional<std::uint16_t> virtualKeyCode(std::uint32_t scanCode) = 0;
 
   /// "2.1"
   [[nodiscard]] virtual std::string version() = 0;

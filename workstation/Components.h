@@ -56,6 +56,10 @@ inline constexpr std::string_view softwareUpdate =
 /// Puts an updater of that version (a whole number) at a place: the one above, or an application's resources.
 void putSoftwareUpdate(const Volume& volume, const std::string& path, const std::string& version);
 
+/// The program that all the maker's applications have set their keyboard shortcuts up.
+inline constexpr std::string_view shortcutKeyManager =
+    "/Library/Application Support/Vordenworks/Shared Resources/TGShortcutKeyManager";
+
 /// The folder inside a Compressor 4 bundle that holds its own qmasterprefs and daemons.
 inline constexpr std::string_view kitFolder = "Contents/PlugIns/Compressor/CompressorKit.bundle";
 

@@ -418,6 +418,7 @@ void Making::run() const {
   history();
   services();
   spools();
+  if (plan_.shortcutKeyManager) put_.standIn(std::string(shortcutKeyManager));
   if (!plan_.softwareUpdate.empty()) {
     putSoftwareUpdate(volume_, std::string(softwareUpdate), plan_.softwareUpdate);
   }

@@ -61,6 +61,7 @@ struct Plan {
   std::optional<std::string> configuredSpool = {};      ///< of Compressor 3, in the computer's services file
   std::optional<std::string> configuredFourSpool = {};  ///< of Compressor 4, in alice's
 
+  bool shortcutKeyManager = false;  ///< the maker's program for keyboard shortcuts is installed
   std::string softwareUpdate = {};  ///< the version of the maker's updater; empty: it is not installed
 
   std::vector<Damage> damage = {};  ///< done last, in order

@@ -692,6 +692,10 @@ std::string FakeMainBundle::localizedString(const std::string& key) {
   return found == localizedStrings.end() ? key : found->second;
 }
 
+std::optional<std::uint16_t> FakeKeyboardLayout::keyCodeForScanCode(std::uint32_t scanCode) {
+  return scanCode == 0 ? std::nullopt : std::optional(static_cast<std::uint16_t>(scanCode));
+}
+
 std::optional<platform::KeyTranslation> FakeKeyboardLayout::translate(std::uint16_t keyCode,
                                                                       std::uint32_t modifierState) {
   states.push_back(modifierState);

@@ -571,6 +571,8 @@ class FakeKeyboardLayout : public platform::KeyboardLayout {
  public:
   std::optional<platform::KeyTranslation> translate(std::uint16_t keyCode,
                                                     std::uint32_t modifierState) override;
+  /// The scan code itself, but for 0.
+  std::optional<std::uint16_t> keyCodeForScanCode(std::uint32_t scanCode) override;
 
   bool isThere = true;
   std::map<std::uint16_t, platform::KeyTranslation> keys;

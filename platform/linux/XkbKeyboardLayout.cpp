@@ -147,4 +147,8 @@ std::optional<KeyTranslation> XkbKeyboardLayout::translate(std::uint16_t keyCode
   return KeyTranslation{noErr, key ? textOf(*xkb, layout, *key, modifierState) : ""};
 }
 
+std::optional<std::uint16_t> XkbKeyboardLayout::keyCodeForScanCode(std::uint32_t scanCode) {
+  return macKeyCodeForScanCode(scanCode + kFirstScanCode);
+}
+
 }  // namespace platform

@@ -20,6 +20,7 @@ class XkbKeyboardLayout : public KeyboardLayout {
       : defaults_(std::move(defaults)) {}
 
   std::optional<KeyTranslation> translate(std::uint16_t keyCode, std::uint32_t modifierState) override;
+  std::optional<std::uint16_t> keyCodeForScanCode(std::uint32_t scanCode) override;
 
  private:
   std::string defaults_;

@@ -311,6 +311,7 @@ class UnimplementedFileLocks : public FileLocks {
 class UnimplementedKeyboardLayout : public KeyboardLayout {
  public:
   std::optional<KeyTranslation> translate(std::uint16_t, std::uint32_t) override { return {}; }
+  std::optional<std::uint16_t> keyCodeForScanCode(std::uint32_t) override { return {}; }
 };
 
 class UnimplementedInterruption : public Interruption {

@@ -37,6 +37,8 @@ class NoOwner : public outlets::InterfaceOwner {
   void applicationWillTerminate() override {}
   std::string windowFrame() override { return ""; }
   void setWindowFrame(const std::string&) override {}
+  outlets::ShortcutKeyOwner* shortcutKeys() override { return nullptr; }
+  std::optional<std::uint16_t> virtualKeyCode(std::uint32_t) override { return std::nullopt; }
   std::string version() override { return ""; }
 };
 

@@ -11,6 +11,7 @@
 #include <algorithm>
 
 #include "ui/window/Panels.h"
+#include "ui/window/PreferencesWindow.h"
 #include "ui/window/WidgetOutlets.h"
 #include "ui_MainWindow.h"
 
@@ -156,7 +157,7 @@ void MainWindow::perform(const QString& action, outlets::Sender* sender) {
 
 void MainWindow::connectActions() {
   const QList<QAction*> own = {ui_->closeWindow, ui_->quit, ui_->copy, ui_->selectAll,
-                               ui_->minimize,    ui_->zoom, ui_->about};
+                               ui_->minimize,    ui_->zoom, ui_->about, ui_->preferences};
   for (QMenu* const menu : ui_->menuBar->findChildren<QMenu*>(Qt::FindDirectChildrenOnly)) {
     for (QAction* const item : menu->actions()) {
       if (item->isSeparator() || own.contains(item) || item == ui_->prefsAdminPass) continue;
@@ -181,6 +182,8 @@ void MainWindow::connectOwnActions() {
   connect(ui_->minimize, &QAction::triggered, this, &QWidget::showMinimized);
   connect(ui_->zoom, &QAction::triggered, this, [this] { isMaximized() ? showNormal() : showMaximized(); });
   connect(ui_->about, &QAction::triggered, this, [this] { showAbout(); });
+  connect(ui_->preferences, &QAction::triggered, this, [this] { showPreferences(); });
+  ui_->preferences->setEnabled(owner_.shortcutKeys() != nullptr);
   ui_->errorText->setLinkOpener([this](const std::string& address) { owner_.openAddress(address); });
 }
 
@@ -254,6 +257,19 @@ void MainWindow::endAndTerminate() {
   isEnding_ = owner_.isRepairing();
   if (isEnding_) tellStage(tr("Ending after this step…"));
   owner_.endRepairAndTerminate();
+}
+
+/// Beside this window, which can be used meanwhile.
+void MainWindow::showPreferences() {
+  if (preferences_ == nullptr) {
+    preferences_ = new PreferencesWindow(
+        *owner_.shortcutKeys(), [this](std::uint32_t scanCode) { return owner_.virtualKeyCode(scanCode); },
+        this);
+    preferences_->setAttribute(Qt::WA_DeleteOnClose);
+  }
+  preferences_->show();
+  preferences_->raise();
+  preferences_->activateWindow();
 }
 
 void MainWindow::showAbout() {

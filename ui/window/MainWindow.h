@@ -62,6 +62,7 @@ class MainWindow : public QMainWindow, public outlets::Window, private outlets::
   void perform(const QString& action, outlets::Sender* sender);
   void askBeforeClosing();
   void showAbout();
+  void showPreferences();
   void restoreFrame();
   void fitOnto(const QScreen& screen);
 
@@ -71,6 +72,7 @@ class MainWindow : public QMainWindow, public outlets::Window, private outlets::
   std::unique_ptr<Parts> parts_;
   QPointer<QMessageBox> question_;
   QPoint frameOffset_;
+  QPointer<QWidget> preferences_;
   bool isEnding_ = false;
   bool mayClose_ = false;
 };

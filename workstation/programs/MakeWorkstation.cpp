@@ -31,6 +31,7 @@ Makes a Mac's startup volume in FOLDER, which must be missing or empty.
   --spool-files NUMBER         spool data, dealt out to the spool folders (12)
   --spool PATH                 the spool folder that Compressor 3's services file names; "" for none
   --spool-4 PATH               that of Compressor 4's; may begin with ~
+  --shortcut-key-manager       the maker's program for keyboard shortcuts is installed
   --software-update NUMBER     the maker's updater is installed, of that version
   --damage NAME[:PATH]         as often as wanted; the names are:
 
@@ -94,6 +95,7 @@ std::map<std::string, Handler> optionHandlers() {
        [](Plan& plan, CommandLine& line) { plan.spoolFiles = std::stoul(line.valueOf("--spool-files")); }},
       {"--spool", text("--spool", &Plan::configuredSpool)},
       {"--spool-4", text("--spool-4", &Plan::configuredFourSpool)},
+      {"--shortcut-key-manager", flag(&Plan::shortcutKeyManager, true)},
       {"--software-update", text("--software-update", &Plan::softwareUpdate)},
       {"--damage",
        [](Plan& plan, CommandLine& line) { plan.damage.push_back(damageFrom(line.valueOf("--damage"))); }},

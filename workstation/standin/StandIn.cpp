@@ -17,12 +17,13 @@ namespace {
 
 using Tool = int (*)(const Arguments&);
 
-constexpr std::array<std::pair<std::string_view, Tool>, 5> tools{{
+constexpr std::array<std::pair<std::string_view, Tool>, 6> tools{{
     {"/qmasterprefs", qmasterPreferences},
     {"/StartupItems/Qmaster/Qmaster", startupItem},
     {"/launchctl", launchControl},
     {"/scutil", systemConfiguration},
     {"/usr/bin/open", openItem},
+    {"/TGShortcutKeyManager", setUpShortcutKeys},
 }};
 
 int runTool(Tool tool, const Arguments& arguments) {

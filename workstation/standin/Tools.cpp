@@ -215,6 +215,11 @@ int systemConfiguration(const Arguments& arguments) {
   return fail("usage: scutil --get pref | --set pref newval", usageStatus);
 }
 
+int setUpShortcutKeys(const Arguments& arguments) {
+  if (arguments != Arguments{"-setup"}) return fail("usage: TGShortcutKeyManager -setup", usageStatus);
+  return 0;
+}
+
 int openItem(const Arguments& arguments) {
   if (arguments.size() >= 2 && arguments[0] == "-a") return openApplication(arguments[1]);
   if (arguments.empty() || arguments[0].starts_with('-'))

@@ -27,6 +27,9 @@ int launchControl(const Arguments& arguments);
 /// set is reported on standard output with status 1.
 int systemConfiguration(const Arguments& arguments);
 
+/// TGShortcutKeyManager: -setup.
+int setUpShortcutKeys(const Arguments& arguments);
+
 /// open: [-a] APPLICATION, a bundle or an executable, is really started; a document or an address is only
 /// recorded.
 int openItem(const Arguments& arguments);

@@ -5,6 +5,7 @@
 #include <QDialog>
 #include <QMenuBar>
 #include <QProcess>
+#include <QTreeView>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <map>
@@ -171,6 +172,29 @@ TEST_F(AccessibilityTest, TheKeyboardsWayToALinkIsAnnounced) {
   EXPECT_TRUE(waitForAnnouncement("StateChanged focused", find("text", "Console")));
   window::press("Tab");
   EXPECT_TRUE(waitForAnnouncement("StateChanged focused", link));
+}
+
+TEST_F(AccessibilityTest, ShortcutsAreHeardWithTheirCommandsAndWithWhoElseHoldsThem) {
+  owner.keys.rows[1].conflict = "Another holds Ctrl+S too.";
+  window.findChild<QAction*>(QStringLiteral("preferences"))->trigger();
+  EXPECT_TRUE(waitUntil([this] { return !owner.keys.lines.empty(); }));
+  EXPECT_NE(find("push button", "Clear").path, "");
+  std::vector<std::string> cells;
+  desktop().visit([&](const Accessible& thing) {
+    if (thing.name == "Ctrl+S" || thing.name == "Stop Qmaster") cells.push_back(thing.description);
+    EXPECT_FALSE(thing.isFocusable && thing.role != "table cell" && thing.name.empty()) << thing.role;
+  });
+  EXPECT_THAT(cells, ElementsAre("Another holds Ctrl+S too.", "Another holds Ctrl+S too."));
+}
+
+TEST_F(AccessibilityTest, WhoElseHoldsTheKeysThatWereRecordedIsAnnounced) {
+  window.findChild<QAction*>(QStringLiteral("preferences"))->trigger();
+  EXPECT_TRUE(waitUntil([this] { return !owner.keys.lines.empty(); }));
+  owner.keys.rows[1].conflict = "Another holds Ctrl+S too.";
+  auto* const table = window.findChild<QTreeView*>(QStringLiteral("shortcutKeyTableView"));
+  table->setCurrentIndex(table->model()->index(1, 0));
+  EXPECT_TRUE(
+      waitForAnnouncement("PropertyChange accessible-name", find("label", "Another holds Ctrl+S too.")));
 }
 
 TEST_F(AccessibilityTest, APasswordIsHeardOfAsOneAndNotHeard) {

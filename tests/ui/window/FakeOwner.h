@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/ui/window/FakeShortcutKeyOwner.h"
 #include "ui/InterfaceOwner.h"
 
 /// An owner that writes down what it is told, each call as a line.
@@ -27,8 +28,14 @@ class FakeOwner : public outlets::InterfaceOwner {
   void applicationWillTerminate() override { lines.emplace_back("terminating"); }
   std::string windowFrame() override { return frame; }
   void setWindowFrame(const std::string& newFrame) override { frame = newFrame; }
+  outlets::ShortcutKeyOwner* shortcutKeys() override { return hasKeys ? &keys : nullptr; }
+  std::optional<std::uint16_t> virtualKeyCode(std::uint32_t scanCode) override {
+    return static_cast<std::uint16_t>(scanCode);
+  }
   std::string version() override { return "2.1"; }
 
+  FakeShortcutKeyOwner keys;
+  bool hasKeys = true;
   std::vector<std::string> lines;
   std::set<std::string> unknown;
   std::function<void()> whenLoaded;

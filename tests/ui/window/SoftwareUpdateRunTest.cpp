@@ -34,56 +34,36 @@ const std::string workingCopy = "/private/tmp/" + name;
 const std::string carried = "/Applications/Quillmend.app/Contents/Resources/" + name;
 const std::string checkArguments = " -checkpath /Applications/Quillmend.app";
 
-/// Quillmend with its window, started by somebody on a volume.
-class Session {
- public:
-  explicit Session(const Volume& volume, const std::string& user = "alice")
-      : volume_(volume), visit_(volume, {quillmend}, optionsFor(volume, user)) {
-    EXPECT_TRUE(window::waitUntil([] { return window::focusedTitle() == "Quillmend"; }, 30s)) << "no window";
+/// What of applications was started so far, "501 /Applications/... -checkpath ...".
+std::vector<std::string> starts(const Volume& volume) {
+  std::vector<std::string> texts;
+  for (const RecordLine& event : events(volume)) {
+    if (event.kind != "start") continue;
+    std::string text = std::to_string(event.user) + ' ' + event.path;
+    for (const std::string& argument : event.arguments) text += ' ' + argument;
+    texts.push_back(text);
   }
+  return texts;
+}
 
-  /// The starts of applications so far, "501 /Applications/... -checkpath ...".
-  [[nodiscard]] std::vector<std::string> starts() const {
-    std::vector<std::string> texts;
-    for (const RecordLine& event : events(volume_)) {
-      if (event.kind != "start") continue;
-      std::string text = std::to_string(event.user) + ' ' + event.path;
-      for (const std::string& argument : event.arguments) text += ' ' + argument;
-      texts.push_back(text);
-    }
-    return texts;
-  }
-  void waitForStarts(std::size_t count) const {
-    EXPECT_TRUE(window::waitUntil([&] { return starts().size() >= count; })) << "the updater is not started";
-  }
-  void waitForLog(const std::string& path, const std::string& entry) const {
-    EXPECT_TRUE(window::waitUntil([&] {
-      const auto log = readLog(volume_, path);
-      return log && std::find(log->entries.begin(), log->entries.end(), entry) != log->entries.end();
-    })) << entry;
-  }
-  /// By the keys.
-  static void chooseCheckForUpdates() {
-    window::press("alt+h");
-    std::this_thread::sleep_for(100ms);
-    window::press("u");
-  }
-  VisitResult quit() {
-    window::press("ctrl+q");
-    return visit_.wait();
-  }
+void waitForStarts(const Volume& volume, std::size_t count) {
+  EXPECT_TRUE(window::waitUntil([&] { return starts(volume).size() >= count; })) << "it is not started";
+}
 
- private:
-  static VisitOptions optionsFor(const Volume& volume, const std::string& user) {
-    VisitOptions options = windowVisit();
-    options.user = user;
-    if (fs::exists(volume.host(quillmend))) options.bundle.clear();
-    return options;
-  }
+void waitForLog(const Volume& volume, const std::string& path, const std::string& entry) {
+  const auto isThere = [&] {
+    const auto log = readLog(volume, path);
+    return log && std::find(log->entries.begin(), log->entries.end(), entry) != log->entries.end();
+  };
+  EXPECT_TRUE(window::waitUntil(isThere)) << entry;
+}
 
-  const Volume& volume_;
-  Visit visit_;
-};
+/// By the keys.
+void chooseCheckForUpdates() {
+  window::press("alt+h");
+  std::this_thread::sleep_for(100ms);
+  window::press("u");
+}
 
 constexpr const char* alicesLog = "/Users/alice/Library/Logs/Vordenworks/Quillmend.1.log";
 constexpr const char* rootsLog = "/Library/Logs/Vordenworks/Quillmend.1.log";
@@ -99,20 +79,20 @@ class SoftwareUpdateRunTest : public RootTest {};
 
 TEST_F(SoftwareUpdateRunTest, TheInstalledUpdaterLooksForUpdatesAtStartUpAndOutlivesTheApplication) {
   const TemporaryVolume sample({.softwareUpdate = "5"});
-  Session session(sample);
-  session.waitForStarts(1);
+  WindowSession session(sample);
+  waitForStarts(sample, 1);
   EXPECT_EQ(session.quit().status, 0) << "quitting does not wait for it";
-  EXPECT_THAT(session.starts(), ElementsAre("501 " + installed + checkArguments));
+  EXPECT_THAT(starts(sample), ElementsAre("501 " + installed + checkArguments));
   EXPECT_THAT(remainingProcesses(sample), Contains(Field(&RemainingProcess::executable, installed)));
 }
 
 TEST_F(SoftwareUpdateRunTest, ACarriedUpdaterThatIsNewerIsRunFromTheUsersOwnCopyOfIt) {
   const TemporaryVolume sample({.softwareUpdate = "5"});
   carryUpdater(sample, "7");
-  Session session(sample);
-  session.waitForStarts(1);
+  WindowSession session(sample);
+  waitForStarts(sample, 1);
   EXPECT_EQ(session.quit().status, 0);
-  EXPECT_THAT(session.starts(), ElementsAre("501 " + workingCopy + program + checkArguments));
+  EXPECT_THAT(starts(sample), ElementsAre("501 " + workingCopy + program + checkArguments));
   struct stat status {};
   ASSERT_EQ(::lstat(sample.volume().host(workingCopy).c_str(), &status), 0);
   EXPECT_EQ(status.st_mode, S_IFDIR | 0700U);
@@ -127,21 +107,21 @@ TEST_F(SoftwareUpdateRunTest, WhatSomebodyElsePutInTheCopysPlaceIsNotRun) {
     ASSERT_EQ(::lchown(entry.path().c_str(), bobID, staffID), 0);
   }
   ASSERT_EQ(::chown(sample.volume().host(workingCopy).c_str(), bobID, staffID), 0);
-  Session session(sample);
-  session.waitForLog(alicesLog, "Unable to launch Software Update - path doesn't exist");
-  Session::chooseCheckForUpdates();
+  WindowSession session(sample);
+  waitForLog(sample, alicesLog, "Unable to launch Software Update - path doesn't exist");
+  chooseCheckForUpdates();
   EXPECT_EQ(session.quit().status, 0);
-  EXPECT_THAT(session.starts(), IsEmpty());
+  EXPECT_THAT(starts(sample), IsEmpty());
 }
 
 TEST_F(SoftwareUpdateRunTest, AskedForItIsStartedWithoutArguments) {
   const TemporaryVolume sample({.softwareUpdate = "5"});
-  Session session(sample);
-  session.waitForStarts(1);
-  Session::chooseCheckForUpdates();
-  session.waitForStarts(2);
+  WindowSession session(sample);
+  waitForStarts(sample, 1);
+  chooseCheckForUpdates();
+  waitForStarts(sample, 2);
   EXPECT_EQ(session.quit().status, 0);
-  EXPECT_THAT(session.starts(), ElementsAre("501 " + installed + checkArguments, "501 " + installed));
+  EXPECT_THAT(starts(sample), ElementsAre("501 " + installed + checkArguments, "501 " + installed));
 }
 
 TEST_F(SoftwareUpdateRunTest, SwitchedOffItIsStartedOnlyWhenAskedFor) {
@@ -151,23 +131,23 @@ TEST_F(SoftwareUpdateRunTest, SwitchedOffItIsStartedOnlyWhenAskedFor) {
   fs::create_directories(preferences.parent_path());
   std::ofstream(preferences)
       << "<plist version=\"1.0\"><dict><key>SUCheckAtStartup</key><integer>0</integer></dict></plist>";
-  Session session(sample);
-  Session::chooseCheckForUpdates();
-  session.waitForStarts(1);
+  WindowSession session(sample);
+  chooseCheckForUpdates();
+  waitForStarts(sample, 1);
   EXPECT_EQ(session.quit().status, 0);
-  EXPECT_THAT(session.starts(), ElementsAre("501 " + installed));
+  EXPECT_THAT(starts(sample), ElementsAre("501 " + installed));
 }
 
 TEST_F(SoftwareUpdateRunTest, ForRootItIsStartedOnlyWhenAskedForAndAsTheUserAtTheConsole) {
   const TemporaryVolume sample({.logFolder = true, .softwareUpdate = "5"});
   carryUpdater(sample, "7");
-  Session session(sample, "root");
-  session.waitForLog(rootsLog,
-                     "Software Update is not run as root. Choose Check for Updates to run it as yourself");
-  Session::chooseCheckForUpdates();
-  session.waitForStarts(1);
+  WindowSession session(sample, "root");
+  waitForLog(sample, rootsLog,
+             "Software Update is not run as root. Choose Check for Updates to run it as yourself");
+  chooseCheckForUpdates();
+  waitForStarts(sample, 1);
   EXPECT_EQ(session.quit().status, 0);
-  EXPECT_THAT(session.starts(), ElementsAre("501 " + workingCopy + program));
+  EXPECT_THAT(starts(sample), ElementsAre("501 " + workingCopy + program));
 }
 
 }  // namespace

@@ -35,6 +35,8 @@ class StillOwner : public outlets::InterfaceOwner {
   void applicationWillTerminate() override {}
   std::string windowFrame() override { return ""; }
   void setWindowFrame(const std::string& /*frame*/) override {}
+  outlets::ShortcutKeyOwner* shortcutKeys() override { return nullptr; }
+  std::optional<std::uint16_t> virtualKeyCode(std::uint32_t /*scanCode*/) override { return std::nullopt; }
   std::string version() override { return ""; }
 };
 

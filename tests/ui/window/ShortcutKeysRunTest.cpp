@@ -1,0 +1,181 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <thread>
+
+#include "platform/linux/LibplistPropertyLists.h"
+#include "tests/ui/window/DesktopSession.h"
+#include "tests/ui/window/WindowVisit.h"
+#include "tests/workstation/RootTest.h"
+#include "workstation/Components.h"
+#include "workstation/Installer.h"
+#include "workstation/PropertyListFile.h"
+#include "workstation/Records.h"
+#include "workstation/TemporaryVolume.h"
+
+// The real program's editor of shortcut keys, by the keyboard, on a sample workstation.
+
+namespace workstation {
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+using foundation::PropertyList;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::Field;
+using ::testing::IsEmpty;
+
+constexpr const char* assignments = "/Users/alice/Library/Preferences/com.vordenworks.shortcutkeys.plist";
+
+PropertyList dictionaryIn(const fs::path& file) {
+  const auto parsed = platform::LibplistPropertyLists().parse(contentsOf(file.string()).value_or(""));
+  return parsed ? parsed.value() : PropertyList();
+}
+
+PropertyList::Array watchList(const Volume& volume) {
+  const PropertyList file = dictionaryIn(volume.host(assignments));
+  const PropertyList* const list = file.find("watchlist");
+  const auto* const entries = list == nullptr ? nullptr : list->as<PropertyList::Array>();
+  return entries == nullptr ? PropertyList::Array() : *entries;
+}
+
+/// The identifier of the application's first command.
+PropertyList firstCommand() {
+  const PropertyList list = dictionaryIn(fs::path(QUILLMEND_BUNDLE) / "Contents/TGKeys.plist");
+  const PropertyList* const commands = list.find("TGKeys");
+  EXPECT_NE(commands, nullptr);
+  return commands == nullptr ? PropertyList() : *commands->as<PropertyList::Array>()->front().find("id");
+}
+
+std::int64_t numberFor(const PropertyList& entry, const char* key) {
+  const PropertyList* const value = entry.find(key);
+  return value == nullptr ? -1 : value->integerValue();
+}
+
+/// Of another application, with more in it than anybody here knows.
+PropertyList othersEntry() {
+  return PropertyList::Dictionary{{"bundleid", "com.example.Another"},
+                                  {"keycode", 96},
+                                  {"modifiers", 0x0300},
+                                  {"commandid", "export"},
+                                  {"of its own", PropertyList::Array{1, "two"}}};
+}
+
+class ShortcutKeysRunTest : public RootTest {
+ protected:
+  static void openPreferences() {
+    window::press("ctrl+comma");
+    EXPECT_TRUE(window::waitUntil([] { return window::focusedTitle() == "Preferences"; })) << "no window";
+  }
+  static void closePreferences() {
+    window::press("Escape");
+    EXPECT_TRUE(window::waitUntil([] { return window::focusedTitle() == "Quillmend"; }));
+  }
+  /// Records the keys for the first command.
+  static void record(const char* keys) {
+    window::press("Home");
+    window::press("Return");
+    std::this_thread::sleep_for(200ms);
+    window::press(keys);
+  }
+  static std::size_t setups(const Volume& volume) {
+    const auto texts = callTexts(volume);
+    const std::string setup = "501 " + std::string(shortcutKeyManager) + " -setup";
+    return static_cast<std::size_t>(std::count(texts.begin(), texts.end(), setup));
+  }
+  static void waitForSetups(const Volume& volume, std::size_t count) {
+    EXPECT_TRUE(window::waitUntil([&] { return setups(volume) >= count; })) << "the manager is not run";
+  }
+};
+
+TEST_F(ShortcutKeysRunTest, AKeyIsRecordedShownAfterwardsAndCleared) {
+  const TemporaryVolume sample({.shortcutKeyManager = true});
+  WindowSession session(sample);
+  openPreferences();
+  record("F5");
+  waitForSetups(sample, 1);
+  const auto entries = watchList(sample);
+  ASSERT_EQ(entries.size(), 1U);
+  EXPECT_EQ(entries[0].stringFor("bundleid"), "com.vordenworks.Quillmend");
+  EXPECT_EQ(*entries[0].find("commandid"), firstCommand());
+  EXPECT_EQ(numberFor(entries[0], "keycode"), 0x60);
+  EXPECT_EQ(numberFor(entries[0], "modifiers"), 0x0300) << "a bare key is Command and Shift too";
+  closePreferences();
+  openPreferences();
+  window::saveScreen("preferences-run");
+  window::press("Home");
+  window::press("BackSpace");
+  waitForSetups(sample, 2);
+  EXPECT_THAT(watchList(sample), IsEmpty());
+  closePreferences();
+  EXPECT_EQ(session.quit().status, 0);
+  EXPECT_THAT(heardSignals(sample),
+              Contains(Field(&HeardSignal::values, Contains(std::pair<const std::string, std::string>(
+                                                       "0", "TGShortcutKeysReload"))))
+                  .Times(2));
+}
+
+TEST_F(ShortcutKeysRunTest, EveryModifierReachesTheFile) {
+  const TemporaryVolume sample({.shortcutKeyManager = true});
+  WindowSession session(sample);
+  openPreferences();
+  const std::vector<std::pair<const char*, std::int64_t>> combinations = {{"shift+k", 0x0200},
+                                                                          {"ctrl+k", 0x1000},
+                                                                          {"alt+k", 0x0800},
+                                                                          {"super+k", 0x0100},
+                                                                          {"ctrl+shift+alt+super+k", 0x1B00}};
+  std::size_t count = 0;
+  for (const auto& [keys, modifiers] : combinations) {
+    record(keys);
+    waitForSetups(sample, ++count);
+    const auto entries = watchList(sample);
+    ASSERT_EQ(entries.size(), 1U) << keys;
+    EXPECT_EQ(numberFor(entries[0], "modifiers"), modifiers) << keys;
+    EXPECT_EQ(numberFor(entries[0], "keycode"), 0x28) << keys;
+  }
+  closePreferences();
+  EXPECT_EQ(session.quit().status, 0);
+}
+
+TEST_F(ShortcutKeysRunTest, AnEntryOfAnotherApplicationStaysAndIsSaidToHoldTheKeysToo) {
+  const TemporaryVolume sample({.shortcutKeyManager = true});
+  Installer(sample).propertyList(
+      assignments, PropertyList(PropertyList::Dictionary{{"watchlist", PropertyList::Array{othersEntry()}}}),
+      Encoding::xml, {aliceID, staffID, 0644});
+  WindowSession session(sample);
+  openPreferences();
+  record("F5");
+  waitForSetups(sample, 1);
+  window::saveScreen("preferences-conflict-run");
+  const auto entries = watchList(sample);
+  ASSERT_EQ(entries.size(), 2U);
+  EXPECT_EQ(entries[0], othersEntry());
+  closePreferences();
+  EXPECT_EQ(session.quit().status, 0);
+}
+
+TEST_F(ShortcutKeysRunTest, WithoutTheManagerNothingCanBeRecorded) {
+  const TemporaryVolume sample(Plan{});
+  WindowSession session(sample);
+  openPreferences();
+  window::saveScreen("preferences-without-manager-run");
+  record("F5");
+  std::this_thread::sleep_for(300ms);
+  EXPECT_FALSE(fs::exists(sample.volume().host(assignments)));
+  closePreferences();
+  EXPECT_EQ(session.quit().status, 0);
+}
+
+TEST_F(ShortcutKeysRunTest, QuittingWithThePreferencesOpenEndsTheProgram) {
+  const TemporaryVolume sample({.shortcutKeyManager = true});
+  WindowSession session(sample);
+  const QString main = QString::fromStdString(window::xdotool({QStringLiteral("getactivewindow")}));
+  openPreferences();
+  window::xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), main});
+  EXPECT_EQ(session.quit().status, 0);
+}
+
+}  // namespace
+}  // namespace workstation

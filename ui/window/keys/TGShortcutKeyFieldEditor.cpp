@@ -1,0 +1,73 @@
+#include "ui/window/keys/TGShortcutKeyFieldEditor.h"
+
+#include <QKeyEvent>
+#include <utility>
+
+namespace {
+
+/// The toolkit's numbers are those of X11, which count from 8.
+constexpr quint32 kFirstScanCode = 8;
+
+bool isModifier(int key) {
+  switch (key) {
+    case Qt::Key_Shift:
+    case Qt::Key_Control:
+    case Qt::Key_Alt:
+    case Qt::Key_Meta:
+    case Qt::Key_Super_L:
+    case Qt::Key_Super_R:
+    case Qt::Key_Hyper_L:
+    case Qt::Key_Hyper_R:
+    case Qt::Key_AltGr:
+    case Qt::Key_Mode_switch:
+    case Qt::Key_CapsLock:
+    case Qt::Key_NumLock:
+    case Qt::Key_ScrollLock:
+      return true;
+    default:
+      return false;
+  }
+}
+
+outlets::ModifierFlags flagsOf(Qt::KeyboardModifiers modifiers) {
+  return {.shift = modifiers.testFlag(Qt::ShiftModifier),
+          .control = modifiers.testFlag(Qt::ControlModifier),
+          .option = modifiers.testFlag(Qt::AltModifier),
+          .command = modifiers.testFlag(Qt::MetaModifier)};
+}
+
+}  // namespace
+
+TGShortcutKeyFieldEditor::TGShortcutKeyFieldEditor(VirtualKeyCodes keyCodes)
+    : keyCodes_(std::move(keyCodes)) {
+  setReadOnly(true);
+  setFrame(false);
+  setPlaceholderText(tr("Press the keys"));
+  setAttribute(Qt::WA_InputMethodEnabled, false);  // it would keep dead keys to itself
+}
+
+void TGShortcutKeyFieldEditor::setString(const std::string& text) {
+  setText(QString::fromStdString(text));
+}
+
+bool TGShortcutKeyFieldEditor::event(QEvent* event) {
+  if (event->type() == QEvent::ShortcutOverride) {
+    event->accept();  // no menu gets it
+    return true;
+  }
+  if (event->type() != QEvent::KeyPress) return QLineEdit::event(event);
+  keyPressEvent(static_cast<QKeyEvent*>(event));  // Tab is a key like any other
+  return true;
+}
+
+void TGShortcutKeyFieldEditor::keyPressEvent(QKeyEvent* event) {
+  event->accept();
+  const quint32 code = event->nativeScanCode();
+  if (isModifier(event->key()) || event->isAutoRepeat() || code < kFirstScanCode) return;
+  const auto keyCode = keyCodes_(code - kFirstScanCode);
+  if (keyCode && delegate_ != nullptr) delegate_->fieldEditorKeyDown(*keyCode, flagsOf(event->modifiers()));
+}
+
+void TGShortcutKeyFieldEditor::contextMenuEvent(QContextMenuEvent* event) {
+  event->accept();  // there is no text to do anything with
+}
