@@ -60,8 +60,8 @@ class InterfaceOwner {
 
   /// Who the shortcut-key editor works for, alive as long as the program; nullptr where there is no editor.
   [[nodiscard]] virtual ShortcutKeyOwner* shortcutKeys() = 0;
-  /// The Mac's virtual key code (Events.h) of the key with that scan code (linux/input-event-codes.h); nullopt
-  /// for a key that no Mac has.
+  /// The Mac's virtual key code (Events.h) of the key with that scan code (linux/input-event-codes.h);
+  /// nullopt for a key that no Mac has.
   [[nodiscard]] virtual std::optional<std::uint16_t> virtualKeyCode(std::uint32_t scanCode) = 0;
 
   /// "2.1"

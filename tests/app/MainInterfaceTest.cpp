@@ -7,6 +7,7 @@
 #include "platform/foundation/Identifiers.h"
 #include "tests/app/ControllerTest.h"
 #include "tests/support/Gate.h"
+#include "ui/TGShortcutKeyTableDelegate.h"
 
 namespace {
 
@@ -164,6 +165,13 @@ TEST_F(MainInterfaceTest, TheUserMayLookForUpdates) {
   mac.recorder.clear();
   interface.performAction("manualUpdateCheck", nullptr);
   EXPECT_EQ(recorded(), "open /Applications/Vordenworks/Vordenworks Software Update.app\n");
+}
+
+TEST_F(MainInterfaceTest, TheShortcutKeysHaveTheSharedOwnerAndTheKeyboardsKeyCodes) {
+  ASSERT_NE(interface.shortcutKeys(), nullptr);
+  EXPECT_EQ(interface.shortcutKeys(), TGShortcutKeyTableDelegate::sharedController());
+  EXPECT_EQ(interface.virtualKeyCode(63), 63);
+  EXPECT_EQ(interface.virtualKeyCode(0), std::nullopt);
 }
 
 TEST_F(MainInterfaceTest, ResettingTheLayoutByHandIsConfirmed) {

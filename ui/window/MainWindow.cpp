@@ -156,7 +156,7 @@ void MainWindow::perform(const QString& action, outlets::Sender* sender) {
 }
 
 void MainWindow::connectActions() {
-  const QList<QAction*> own = {ui_->closeWindow, ui_->quit, ui_->copy, ui_->selectAll,
+  const QList<QAction*> own = {ui_->closeWindow, ui_->quit, ui_->copy,  ui_->selectAll,
                                ui_->minimize,    ui_->zoom, ui_->about, ui_->preferences};
   for (QMenu* const menu : ui_->menuBar->findChildren<QMenu*>(Qt::FindDirectChildrenOnly)) {
     for (QAction* const item : menu->actions()) {

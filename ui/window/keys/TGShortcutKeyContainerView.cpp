@@ -2,6 +2,7 @@
 
 #include <QAccessible>
 #include <QEvent>
+#include <QVBoxLayout>
 #include <utility>
 
 #include "ui_TGShortcutKeyConfig.h"
@@ -30,6 +31,7 @@ struct TGShortcutKeyContainerView::Parts {
 TGShortcutKeyContainerView::TGShortcutKeyContainerView(outlets::ShortcutKeyOwner& owner,
                                                        VirtualKeyCodes keyCodes)
     : owner_(owner), keyCodes_(std::move(keyCodes)) {
+  (new QVBoxLayout(this))->setContentsMargins(0, 0, 0, 0);
   try {
     loadInterface();
   } catch (const std::exception&) {
@@ -72,11 +74,10 @@ std::unique_ptr<outlets::FieldEditor> TGShortcutKeyContainerView::makeFieldEdito
 
 void TGShortcutKeyContainerView::viewDidMoveToWindow() {
   auto* const view = dynamic_cast<QWidget*>(owner_.parentView());
-  if (view == nullptr || parentWidget() == nullptr) return;
-  view->setParent(this);
+  if (view == nullptr || parentWidget() == nullptr || view->parentWidget() == this) return;
   view->setGeometry(rect());
+  layout()->addWidget(view);  // keeps it so
   view->show();
-  setMinimumSize(view->minimumSizeHint());
 }
 
 /// A label does not announce its new text by itself.
@@ -92,9 +93,4 @@ void TGShortcutKeyContainerView::showConflict() {
 bool TGShortcutKeyContainerView::event(QEvent* event) {
   if (event->type() == QEvent::ParentChange) viewDidMoveToWindow();
   return QWidget::event(event);
-}
-
-void TGShortcutKeyContainerView::resizeEvent(QResizeEvent* event) {
-  QWidget::resizeEvent(event);
-  if (parts_) parts_->parentView.setGeometry(rect());
 }

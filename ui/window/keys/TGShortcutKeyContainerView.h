@@ -23,7 +23,6 @@ class TGShortcutKeyContainerView : public QWidget, private outlets::FieldEditorF
  protected:
   /// Puts the owner's view into this one, as large as it is, when there is a window to show it in.
   bool event(QEvent* event) override;
-  void resizeEvent(QResizeEvent* event) override;
 
  private:
   struct Parts;

@@ -63,9 +63,14 @@ bool TGShortcutKeyFieldEditor::event(QEvent* event) {
 void TGShortcutKeyFieldEditor::keyPressEvent(QKeyEvent* event) {
   event->accept();
   const quint32 code = event->nativeScanCode();
-  if (isModifier(event->key()) || event->isAutoRepeat() || code < kFirstScanCode) return;
+  if (isModifier(event->key()) || repeats_.isRepeat(*event) || code < kFirstScanCode) return;
   const auto keyCode = keyCodes_(code - kFirstScanCode);
   if (keyCode && delegate_ != nullptr) delegate_->fieldEditorKeyDown(*keyCode, flagsOf(event->modifiers()));
+}
+
+void TGShortcutKeyFieldEditor::keyReleaseEvent(QKeyEvent* event) {
+  repeats_.noteRelease(*event);
+  event->accept();
 }
 
 void TGShortcutKeyFieldEditor::contextMenuEvent(QContextMenuEvent* event) {

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "ui/ShortcutKeyOutlets.h"
+#include "ui/window/keys/KeyRepeats.h"
 
 /// The Mac's virtual key code of a key, given by its scan code (linux/input-event-codes.h): both stand for a
 /// place on the keyboard. nullopt for a key that no Mac has.
@@ -28,9 +29,11 @@ class TGShortcutKeyFieldEditor : public QLineEdit, public outlets::FieldEditor {
  protected:
   bool event(QEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
+  void keyReleaseEvent(QKeyEvent* event) override;
   void contextMenuEvent(QContextMenuEvent* event) override;
 
  private:
   VirtualKeyCodes keyCodes_;
+  KeyRepeats repeats_;
   outlets::ShortcutKeyOwner* delegate_ = nullptr;
 };

@@ -71,7 +71,8 @@ class TGShortcutKeyTableview::Model : public QAbstractTableModel {
   [[nodiscard]] QVariant data(const QModelIndex& index, int role) const override {
     if (table_.owner_ == nullptr) return {};
     if (role == Qt::ToolTipRole || role == Qt::AccessibleDescriptionRole) return conflict(index);
-    return role == Qt::DisplayRole || role == Qt::AccessibleTextRole ? text(index) : QVariant();
+    if (role == Qt::DisplayRole) return text(index);
+    return role == Qt::AccessibleTextRole ? spokenText(index) : QVariant();
   }
   [[nodiscard]] QVariant headerData(int section, Qt::Orientation orientation, int role) const override {
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
@@ -95,6 +96,11 @@ class TGShortcutKeyTableview::Model : public QAbstractTableModel {
   [[nodiscard]] QVariant text(const QModelIndex& index) const {
     const auto value = table_.owner_->tableView(&table_, columnOf(index), rowOf(index));
     return value ? QVariant(QString::fromStdString(*value)) : QVariant();
+  }
+  /// An empty cell would not be heard.
+  [[nodiscard]] QVariant spokenText(const QModelIndex& index) const {
+    const QVariant shown = text(index);
+    return shown.toString().isEmpty() ? QVariant(tr("no keys")) : shown;
   }
   [[nodiscard]] QVariant conflict(const QModelIndex& index) const {
     const std::string sentence = table_.owner_->conflictInRow(rowOf(index));
@@ -219,13 +225,20 @@ void TGShortcutKeyTableview::editShortcutKey(int row) {
 }
 
 void TGShortcutKeyTableview::keyPressEvent(QKeyEvent* event) {
-  const auto row = selectedRow();
-  if (row && beginsEditing(event->key()) && !event->isAutoRepeat())
-    return editShortcutKey(static_cast<int>(*row));
+  const bool isRepeat = repeats_.isRepeat(*event);
   const char32_t character = firstCharacter(*event);
-  if (character == 0 || owner_ == nullptr) return QTreeView::keyPressEvent(event);
-  // A key that is held clears once.
-  if (!event->isAutoRepeat() && !owner_->tableKeyDown(character)) QTreeView::keyPressEvent(event);
+  if (beginsEditing(event->key())) {
+    if (!isRepeat) editShortcutKey(currentIndex().row());
+  } else if (character == 0 || owner_ == nullptr) {
+    QTreeView::keyPressEvent(event);
+  } else if (!isRepeat && !owner_->tableKeyDown(character)) {  // a key that is held clears once
+    QTreeView::keyPressEvent(event);
+  }
+}
+
+void TGShortcutKeyTableview::keyReleaseEvent(QKeyEvent* event) {
+  repeats_.noteRelease(*event);
+  QTreeView::keyReleaseEvent(event);
 }
 
 void TGShortcutKeyTableview::selectionChanged(const QItemSelection& selected,

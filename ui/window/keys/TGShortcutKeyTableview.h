@@ -5,11 +5,12 @@
 #include <memory>
 
 #include "ui/ShortcutKeyOutlets.h"
+#include "ui/window/keys/KeyRepeats.h"
 
 /// The table of commands and their keys: shows what its owner says, with the owner's field editor in the
-/// place of a cell that is edited. Return, F2, the space bar and a double click on a row begin that for its
-/// keys. Backspace and Delete clear them. Who else holds a row's keys is its tool tip and its accessible
-/// description.
+/// place of a cell that is edited. A double click on a row begins that for its keys, Return, F2 and the space
+/// bar for those of the row that has the keyboard. Backspace and Delete clear them. Who else holds a row's
+/// keys is its tool tip and its accessible description.
 class TGShortcutKeyTableview : public QTreeView, public outlets::ShortcutKeyTable {
  public:
   explicit TGShortcutKeyTableview(QWidget* parent = nullptr);
@@ -31,6 +32,7 @@ class TGShortcutKeyTableview : public QTreeView, public outlets::ShortcutKeyTabl
 
  protected:
   void keyPressEvent(QKeyEvent* event) override;
+  void keyReleaseEvent(QKeyEvent* event) override;
   void selectionChanged(const QItemSelection& selected, const QItemSelection& deselected) override;
 
  private:
@@ -41,6 +43,7 @@ class TGShortcutKeyTableview : public QTreeView, public outlets::ShortcutKeyTabl
 
   outlets::ShortcutKeyOwner* owner_ = nullptr;
   std::function<void()> onChange_;
+  KeyRepeats repeats_;
   std::unique_ptr<Model> model_;
   std::unique_ptr<Cells> cells_;
 };
