@@ -31,7 +31,7 @@ class KeyboardLayout {
                                                                 std::uint32_t modifierState) = 0;
 
   /// The Mac's virtual key code of the key that the system knows by that scan code: on Linux the numbers of
-  /// linux/input-event-codes.h. nullopt for a key that no Mac's keyboard has, and for modifiers.
+  /// linux/input-event-codes.h. nullopt for a key that no Mac's keyboard has.
   [[nodiscard]] virtual std::optional<std::uint16_t> keyCodeForScanCode(std::uint32_t scanCode) = 0;
 };
 

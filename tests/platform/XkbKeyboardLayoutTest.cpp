@@ -193,6 +193,17 @@ TEST_F(XkbKeyboardLayoutTest, TheLayoutOfTheXServerIsInForceAsItIsNow) {
   EXPECT_EQ(key(kQ), "'");
 }
 
+TEST_F(XkbKeyboardLayoutTest, ScanCodesAreThoseOfTheKernelWhateverTheLayout) {
+  use("fr");
+  XkbKeyboardLayout layout;
+  EXPECT_EQ(layout.keyCodeForScanCode(KEY_A), 0x00);
+  EXPECT_EQ(layout.keyCodeForScanCode(KEY_F5), 0x60);
+  EXPECT_EQ(layout.keyCodeForScanCode(KEY_DELETE), 0x75);
+  EXPECT_EQ(layout.keyCodeForScanCode(KEY_SYSRQ), std::nullopt);
+  EXPECT_EQ(layout.keyCodeForScanCode(0), std::nullopt);
+  EXPECT_EQ(layout.keyCodeForScanCode(0xFFFFFFFF), std::nullopt);
+}
+
 TEST(MacKeyCodesTest, EveryCodeStandsForOneKeyAndEveryKeyForOneCode) {
   std::set<int> codes;
   std::set<int> keys;

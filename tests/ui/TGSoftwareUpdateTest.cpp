@@ -19,7 +19,6 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 const std::string kInstalled = "/Applications/Vordenworks/Vordenworks Software Update.app";
 const std::string kCarried = "/Applications/Quillmend.app/Contents/Resources/Vordenworks Software Update.app";

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tests/workstation/RootTest.h"
+#include "workstation/Components.h"
 #include "workstation/Layout.h"
 #include "workstation/Records.h"
 #include "workstation/TemporaryVolume.h"
@@ -87,6 +88,20 @@ TEST_F(StandInTest, LaunchctlRefusesWhatIsNotThereAndWhoIsNotRoot) {
   EXPECT_EQ(visit(sample, {"launchctl", "remove", "com.example.none"}).status, 3);
   EXPECT_EQ(visit(sample, {"launchctl", "unload", jobFile}, {.user = "alice"}).status, 1);
   EXPECT_EQ(value(sample, "launchd.com.apple.qmaster.qmasterd"), jobFile);
+}
+
+TEST_F(StandInTest, TheShortcutKeyManagerSetsUpAndKnowsNothingElse) {
+  const TemporaryVolume sample({.shortcutKeyManager = true});
+  run(sample, "'" + std::string(shortcutKeyManager) + "' -setup", "alice");
+  EXPECT_THAT(callTexts(sample), ElementsAre("501 " + std::string(shortcutKeyManager) + " -setup"));
+  EXPECT_NE(visit(sample, {std::string(shortcutKeyManager), "-reset"}).status, 0);
+}
+
+TEST_F(StandInTest, TheUpdaterIsAnApplicationOfItsVersion) {
+  const TemporaryVolume sample({.softwareUpdate = "5"});
+  run(sample, "open -a '" + std::string(softwareUpdate) + "'", "alice");
+  EXPECT_THAT(running(sample), ::testing::Contains(std::string(softwareUpdate) +
+                                                   "/Contents/MacOS/Vordenworks Software Update"));
 }
 
 TEST_F(StandInTest, TheStartupItemStartsOnceAndRestartsAnew) {

@@ -104,6 +104,7 @@ TEST_F(ShortcutKeysRunTest, AKeyIsRecordedShownAfterwardsAndCleared) {
   EXPECT_EQ(numberFor(entries[0], "modifiers"), 0x0300) << "a bare key is Command and Shift too";
   closePreferences();
   openPreferences();
+  std::this_thread::sleep_for(300ms);  // it is drawn
   window::saveScreen("preferences-run");
   window::press("Down");
   window::press("Up");
@@ -149,6 +150,7 @@ TEST_F(ShortcutKeysRunTest, AnEntryOfAnotherApplicationStaysAndIsSaidToHoldTheKe
   openPreferences();
   record("F5");
   waitForSetups(sample, 1);
+  std::this_thread::sleep_for(300ms);  // it is drawn
   window::saveScreen("preferences-conflict-run");
   const auto entries = watchList(sample);
   ASSERT_EQ(entries.size(), 2U);
@@ -161,6 +163,7 @@ TEST_F(ShortcutKeysRunTest, WithoutTheManagerNothingCanBeRecorded) {
   const TemporaryVolume sample(Plan{});
   WindowSession session(sample);
   openPreferences();
+  std::this_thread::sleep_for(300ms);  // it is drawn
   window::saveScreen("preferences-without-manager-run");
   record("F5");
   std::this_thread::sleep_for(300ms);

@@ -226,14 +226,14 @@ void TGShortcutKeyTableview::editShortcutKey(int row) {
 
 void TGShortcutKeyTableview::keyPressEvent(QKeyEvent* event) {
   const bool isRepeat = repeats_.isRepeat(*event);
-  const char32_t character = firstCharacter(*event);
   if (beginsEditing(event->key())) {
     if (!isRepeat) editShortcutKey(currentIndex().row());
-  } else if (character == 0 || owner_ == nullptr) {
-    QTreeView::keyPressEvent(event);
-  } else if (!isRepeat && !owner_->tableKeyDown(character)) {  // a key that is held clears once
-    QTreeView::keyPressEvent(event);
+    return;
   }
+  const char32_t character = firstCharacter(*event);
+  // A key that is held clears once, and is nothing else meanwhile.
+  const bool isClear = character != 0 && owner_ != nullptr && (isRepeat || owner_->tableKeyDown(character));
+  if (!isClear) QTreeView::keyPressEvent(event);
 }
 
 void TGShortcutKeyTableview::keyReleaseEvent(QKeyEvent* event) {
