@@ -13,7 +13,6 @@ namespace helpers {
 namespace {
 
 using platform::setPermissions;
-using platform::setPermissionsIn;
 
 constexpr mode_t kSharedWrite = S_IWGRP | S_IWOTH;
 
@@ -48,10 +47,10 @@ void ChmodTool::changeOne(const PathEntry& entry, const FileMode& mode) {
   const mode_t permissions = mode.appliedTo(status.permissions(), status.isFolder());
   if (permissions == status.permissions()) return;
   LinkedFiles linked(report_);
-  const TreeVisit visit{
-      {entry.self().descriptor.get()}, status, entry.name(), entry.folder().status, entry.path};
-  if (!linked.keeps(visit)) return change(visit.handle, visit.path, permissions);
-  linked.finish([&](EntryHandle handle, const std::string& path) { change(handle, path, permissions); });
+  const TreeVisit visit{entry.self().descriptor.get(), status, entry.name(), entry.folder().status,
+                        entry.path};
+  if (!linked.keeps(visit)) return change(visit.descriptor, visit.path, permissions);
+  linked.finish([&](int descriptor, const std::string& path) { change(descriptor, path, permissions); });
 }
 
 void ChmodTool::changeTree(const PathEntry& top, const FileMode& mode) {
@@ -65,13 +64,13 @@ void ChmodTool::changeTree(const PathEntry& top, const FileMode& mode) {
     const mode_t permissions = wanted(visit.status, visit.path, mode);
     if (permissions == visit.status.permissions()) return;
     if (linked.keeps(visit)) return;
-    change(visit.handle, visit.path, permissions);
+    change(visit.descriptor, visit.path, permissions);
   });
   walk.onListed(listed_);
   walk.walk(top);
-  linked.finish([&](EntryHandle handle, const std::string& path) {
-    const auto status = statusOf(handle.descriptor, path);
-    if (status) change(handle, path, wanted(status.value(), path, mode));
+  linked.finish([&](int descriptor, const std::string& path) {
+    const auto status = statusOf(descriptor, path);
+    if (status) change(descriptor, path, wanted(status.value(), path, mode));
   });
 }
 
@@ -83,10 +82,8 @@ mode_t ChmodTool::wanted(const FileStatus& status, const std::string& path, cons
   return permissions & ~newlyShared;
 }
 
-void ChmodTool::change(EntryHandle handle, const std::string& path, mode_t permissions) {
-  const auto done = handle.isOpen() ? setPermissions(handle.descriptor, permissions, path)
-                                    : setPermissionsIn(handle.descriptor, handle.name, permissions, path);
-  if (!done) report_.failure(done.error());
+void ChmodTool::change(int descriptor, const std::string& path, mode_t permissions) {
+  if (auto done = setPermissions(descriptor, permissions, path); !done) report_.failure(done.error());
 }
 
 }  // namespace helpers

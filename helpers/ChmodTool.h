@@ -27,7 +27,7 @@ class ChmodTool {
  private:
   void changeTree(const PathEntry& top, const FileMode& mode);
   void changeOne(const PathEntry& entry, const FileMode& mode);
-  void change(EntryHandle handle, const std::string& path, mode_t permissions);
+  void change(int descriptor, const std::string& path, mode_t permissions);
   [[nodiscard]] mode_t wanted(const FileStatus& status, const std::string& path, const FileMode& mode);
 
   const Surroundings& surroundings_;

@@ -36,17 +36,17 @@ void ChownTool::changeTree(const PathEntry& top, const Ownership& ownership) {
   const auto isWrong = [&](const FileStatus& status) { return !isAlready(status, ownership); };
   TreeWalk walk(report_, isWrong, [&](const TreeVisit& visit) {
     if (!isWrong(visit.status) || linked.keeps(visit)) return;
-    change(visit.handle, visit.path, ownership);
+    change(visit.descriptor, visit.path, ownership);
   });
   walk.onListed(listed_);
   walk.walk(top);
-  linked.finish([&](EntryHandle handle, const std::string& path) { change(handle, path, ownership); });
+  linked.finish([&](int descriptor, const std::string& path) { change(descriptor, path, ownership); });
 }
 
-void ChownTool::change(EntryHandle handle, const std::string& path, const Ownership& ownership) {
+void ChownTool::change(int descriptor, const std::string& path, const Ownership& ownership) {
   constexpr auto kLeave = static_cast<uid_t>(-1);
-  if (fchownat(handle.descriptor, handle.name, ownership.owner.value_or(kLeave),
-               ownership.group.value_or(kLeave), AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW) != 0) {
+  if (fchownat(descriptor, "", ownership.owner.value_or(kLeave), ownership.group.value_or(kLeave),
+               AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW) != 0) {
     report_.failure(foundation::systemError(errno, path));
   }
 }

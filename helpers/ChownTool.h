@@ -29,7 +29,7 @@ class ChownTool {
 
  private:
   void changeTree(const PathEntry& top, const Ownership& ownership);
-  void change(EntryHandle handle, const std::string& path, const Ownership& ownership);
+  void change(int descriptor, const std::string& path, const Ownership& ownership);
 
   const Surroundings& surroundings_;
   Report& report_;

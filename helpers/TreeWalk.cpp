@@ -24,7 +24,7 @@ bool othersCanWrite(const FileStatus& folder) {
 void TreeWalk::walk(const PathEntry& top) {
   topPath_ = top.path;
   const PathLevel& self = top.self();
-  visit(top.folder().status, {self.descriptor.get()}, self.status, self.name);
+  visit(top.folder().status, self.descriptor.get(), self.status, self.name);
   if (!self.status.isFolder()) return;
   auto again = openEntry(self.descriptor.get(), ".", top.path, O_DIRECTORY);
   if (!again) return report_.failure(again.error());
@@ -39,28 +39,24 @@ void TreeWalk::walk(const PathEntry& top) {
   if (stopRequested()) report_.failure(top.path, "not finished: asked to stop");
 }
 
-void TreeWalk::visit(const FileStatus& folder, EntryHandle handle, const FileStatus& status,
+void TreeWalk::visit(const FileStatus& folder, int descriptor, const FileStatus& status,
                      const std::string& name) {
   const std::string path = levels_.empty() ? topPath_ : pathOf(name);
-  visitor_(TreeVisit{handle, status, name, folder, path});
+  visitor_(TreeVisit{descriptor, status, name, folder, path});
 }
 
 void TreeWalk::visitNextEntry() {
   Level& level = levels_.back();
   const std::string name = std::move(level.names[level.next++]);
   const auto looked = statusIn(level.descriptor.get(), name, name);
-  if (!looked) {
-    if (!isMissing(looked.error())) report_.failure(systemError(looked.error().code, pathOf(name)));
-    return;
-  }
-  const FileStatus& status = looked.value();
-  if (!status.isFolder() && !selector_(status)) return;
-  // Opening, asking again and looking for another name are for what somebody may exchange meanwhile.
-  const bool isSafe = !status.isFolder() && status.links == 1 && !level.othersCanWrite;
-  if (!isSafe || !status.isSameVolume(level.status)) return open(name);
-  visit(level.status, {level.descriptor.get(), name.c_str()}, status, name);
+  if (looked && (looked.value().isFolder() || selector_(looked.value()))) return open(name);
+  if (looked || isMissing(looked.error())) return;
+  report_.failure(systemError(looked.error().code, pathOf(name)));
 }
 
+// What was looked at by its name may have been exchanged since, in root's own folders too: the next step of
+// the same repair may be opening them to everybody already. So only what is open now is decided on and
+// changed.
 void TreeWalk::open(const std::string& name) {
   const Level& level = levels_.back();
   const std::string path = pathOf(name);
@@ -74,16 +70,14 @@ void TreeWalk::open(const std::string& name) {
   if (!status.value().isSameVolume(level.status)) {
     return report_.failure(path, "on another volume, left as it is");
   }
-  visit(level.status, {opened.value().get()}, status.value(), name);
+  visit(level.status, opened.value().get(), status.value(), name);
   if (status.value().isFolder()) enter(name, std::move(opened).value(), status.value());
 }
 
 void TreeWalk::enter(std::string name, UniqueDescriptor descriptor, const FileStatus& status) {
   // Owner and mode may just have been changed by the visit: what counts for links below is how they are now.
   const auto now = statusOf(descriptor.get(), name);
-  const bool isOpenToOthers = !now || othersCanWrite(now.value());
-  levels_.push_back(
-      Level{std::move(name), std::move(descriptor), now ? now.value() : status, isOpenToOthers, {}, 0});
+  levels_.push_back(Level{std::move(name), std::move(descriptor), now ? now.value() : status, {}, 0});
   if (levels_.size() > kMostOpenFolders) levels_[levels_.size() - kMostOpenFolders - 1].descriptor.reset();
   const std::string path = currentPath();
   auto names = namesIn(levels_.back().descriptor.get(), path);
@@ -125,7 +119,7 @@ bool LinkedFiles::keeps(const TreeVisit& visit) {
     add(visit);
     return true;
   }
-  if (!visit.handle.isOpen() || platform::hasKeptItsName(visit.handle.descriptor)) return false;
+  if (platform::hasKeptItsName(visit.descriptor)) return false;
   report_.failure(visit.path, "removed or exchanged while it was looked at, left as it is");
   return true;
 }
@@ -135,7 +129,7 @@ void LinkedFiles::add(const TreeVisit& visit) {
   if (file.path.empty()) {
     file.path = visit.path;
     if (files_.size() <= kMostLinkedFiles) {
-      file.descriptor.reset(fcntl(visit.handle.descriptor, F_DUPFD_CLOEXEC, 3));
+      file.descriptor.reset(fcntl(visit.descriptor, F_DUPFD_CLOEXEC, 3));
     }
   }
   if (othersCanWrite(visit.folder)) return;
@@ -146,7 +140,7 @@ void LinkedFiles::finish(const Change& change) {
   for (const auto& [key, file] : files_) {
     const auto status = statusOf(file.descriptor.get(), file.path);
     if (file.descriptor && status && status.value().links == file.names.size()) {
-      change({file.descriptor.get()}, file.path);
+      change(file.descriptor.get(), file.path);
     } else {
       report_.failure(file.path, "has further hard links, left as it is");
     }

@@ -11,18 +11,9 @@
 
 namespace helpers {
 
-/// What a call of the *at() family finds an entry by: the entry's own descriptor (O_PATH) and an empty name,
-/// or its folder's descriptor and its name there. The latter only where none but root can exchange it.
-struct EntryHandle {
-  int descriptor = -1;
-  const char* name = "";
-
-  [[nodiscard]] bool isOpen() const { return *name == '\0'; }
-};
-
 /// One entry of a tree while it is being visited. The references are good only during the visit.
 struct TreeVisit {
-  EntryHandle handle;  ///< of the entry itself, also where it is a symbolic link
+  int descriptor = -1;  ///< O_PATH, on the entry itself, also where it is a symbolic link
   const FileStatus& status;
   const std::string& name;
   const FileStatus& folder;  ///< the folder that the entry was found in
@@ -30,12 +21,12 @@ struct TreeVisit {
 };
 
 /// Visits an entry and everything below it, a folder before what it holds; what is no folder only where the
-/// selector answers yes to its status. Symbolic links are visited and never followed; a folder that is
-/// exchanged for a link between being listed and being opened is met as that link. What lies on another
-/// volume, or is mounted in the tree, is left out and reported. Entries that vanish are passed over. An entry
-/// that cannot be opened or listed is reported and the walk goes on. Ends early when a stop is requested. Any
-/// depth: a bounded number of folders is held open, and one that was closed meanwhile is gone back to only if
-/// it is still the same.
+/// selector answers yes to its status, so that nothing else is opened. Symbolic links are visited and never
+/// followed; a folder that is exchanged for a link between being listed and being opened is met as that
+/// link. What lies on another volume, or is mounted in the tree, is left out and reported. Entries that
+/// vanish are passed over. An entry that cannot be opened or listed is reported and the walk goes on. Ends
+/// early when a stop is requested. Any depth: a bounded number of folders is held open, and one that was
+/// closed meanwhile is gone back to only if it is still the same.
 class TreeWalk {
  public:
   using Selector = std::function<bool(const FileStatus&)>;
@@ -55,12 +46,11 @@ class TreeWalk {
     std::string name;
     platform::UniqueDescriptor descriptor;
     FileStatus status;
-    bool othersCanWrite;
     std::vector<std::string> names;
     std::size_t next = 0;
   };
 
-  void visit(const FileStatus& folder, EntryHandle handle, const FileStatus& status, const std::string& name);
+  void visit(const FileStatus& folder, int descriptor, const FileStatus& status, const std::string& name);
   void visitNextEntry();
   void open(const std::string& name);
   void enter(std::string name, platform::UniqueDescriptor descriptor, const FileStatus& status);
@@ -84,7 +74,7 @@ class TreeWalk {
 /// reported.
 class LinkedFiles {
  public:
-  using Change = std::function<void(EntryHandle handle, const std::string& path)>;
+  using Change = std::function<void(int descriptor, const std::string& path)>;
 
   explicit LinkedFiles(Report& report) : report_(report) {}
 

@@ -108,9 +108,8 @@ Result<void> copyOwnerModeAndAttributes(int from, const FileStatus& original, in
   const mode_t mode = finalMode(original, ownerKept.value(), options.privileges);
   const bool hasOwnerSince = made.value().owner == original.owner && made.value().group == original.group;
   const bool isSo = hasOwnerSince && !hadAttributes.value() && made.value().permissions() == mode;
-  if (isSo || ::fchmod(to, mode) == 0) return {};
-  if (options.fidelity == Fidelity::possible && isBeyondUs(errno)) return {};
-  return systemError(errno, path);
+  if (!isSo && ::fchmod(to, mode) != 0) return systemError(errno, path);
+  return {};
 }
 
 Result<void> copyOwnerAndMode(const FileStatus& original, int to, std::string_view path,
@@ -137,13 +136,6 @@ Result<void> setPermissions(int descriptor, mode_t mode, std::string_view path) 
   if (errno != ENOSYS && errno != EPERM) return systemError(errno, path);
   const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
   if (::chmod(link.c_str(), mode) != 0) return systemError(errno, path);
-  return {};
-}
-
-Result<void> setPermissionsIn(int folder, const char* name, mode_t mode, std::string_view path) {
-  if (::syscall(kFchmodat2, folder, name, mode, AT_SYMLINK_NOFOLLOW) == 0) return {};
-  if (errno != ENOSYS && errno != EPERM) return systemError(errno, path);
-  if (::fchmodat(folder, name, mode, 0) != 0) return systemError(errno, path);
   return {};
 }
 

@@ -12,10 +12,10 @@ enum class Privileges {
   drop  ///< no set-ID bits where root copies, and no attributes of security.* (file capabilities among them)
 };
 
-/// What happens where an owner, a group, a mode or an extended attribute cannot be kept.
+/// What happens where an owner, a group or an extended attribute cannot be kept.
 enum class Fidelity {
   exact,    ///< it is an error
-  possible  ///< it stays behind, as on a memory card without modes; set-ID bits do not outlive their owner
+  possible  ///< it stays behind, as cp -a does it: set-ID bits do not outlive their owner
 };
 
 struct MetadataOptions {
@@ -41,10 +41,5 @@ struct MetadataOptions {
 
 /// Sets the mode of what is open, with O_PATH or more.
 [[nodiscard]] foundation::Result<void> setPermissions(int descriptor, mode_t mode, std::string_view path);
-
-/// Sets the mode of an entry of an open folder. The name must be one that nobody can exchange for a link: a
-/// kernel before 6.6 would follow it.
-[[nodiscard]] foundation::Result<void> setPermissionsIn(int folder, const char* name, mode_t mode,
-                                                        std::string_view path);
 
 }  // namespace platform

@@ -133,14 +133,6 @@ TEST_F(ChownToolTest, AFileThatMayHaveLostTheNameItWasFoundByIsLeftAndReported) 
   EXPECT_THAT(report_.text(), HasSubstr("/tree/name (deleted): removed or exchanged"));
 }
 
-TEST_F(ChownToolTest, InAFolderThatOnlyRootCanChangeAnyNameIsChanged) {
-  QUILLMEND_NEEDS_ROOT();
-  volume_.makeFile("tree/name (deleted)");
-  volume_.own("tree/name (deleted)", 4301);
-  EXPECT_EQ(run({"-R", "0", "/tree"}), ExitStatus::done) << report_.text();
-  EXPECT_EQ(owner("tree/name (deleted)"), 0U);
-}
-
 TEST_F(ChownToolTest, AFileWhoseHardLinksAreAllInTheTreeIsChanged) {
   QUILLMEND_NEEDS_ROOT();
   volume_.makeFile("tree/one");
