@@ -112,11 +112,12 @@ const std::map<std::string, MainInterface::Command>& MainInterface::commands() {
 }
 
 bool MainInterface::interfaceDidLoad(const outlets::Connections& connections) {
+  bool goesOn = false;
   const bool isComplete = guarded("-[TGAppController awakeFromNib]", [&] {
     controller_ = TGAppController::init();
     connect(*controller_, connections);
     readOptions();
-    controller_->awakeFromNib();
+    goesOn = controller_->awakeFromNib();
   });
   // A window that cannot do what it shows, or that nobody has given the password for, is worse than none.
   if (!isComplete) {
@@ -127,7 +128,7 @@ bool MainInterface::interfaceDidLoad(const outlets::Connections& connections) {
     });
     return false;
   }
-  softwareUpdate_.awakeFromNib();
+  if (goesOn) softwareUpdate_.awakeFromNib();
   return true;
 }
 

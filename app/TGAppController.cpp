@@ -69,17 +69,18 @@ void TGAppController::setHasGUI(bool hasGUI) {
   if (hasGUI) TGAuthorization::sharedController(WithGUI::no);
 }
 
-void TGAppController::awakeFromNib() {
+bool TGAppController::awakeFromNib() {
   if (requiresAdminPassword()) {
     if (prefsAdminPass != nullptr) prefsAdminPass->setState(outlets::State::on);
     if (!TGAuthorization::sharedController()->authStart()) {
       platform::current().desktopApplication.terminate();
-      return;
+      return false;
     }
   }
   if (!platform::current().applications.pathForIdentifier(identifiers::kCrashAnalysisApplication)) {
     offerCrashAnalysis();
   }
+  return true;
 }
 
 void TGAppController::offerCrashAnalysis() {

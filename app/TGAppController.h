@@ -59,8 +59,9 @@ class TGAppController {
 
   /// To be called when the outlets are connected: asks for the administrator password when the preference
   /// "requireAdminPassword" is the number 1, and ends the application when it is refused; then offers the
-  /// maker's crash analysis application in the console unless it is installed.
-  void awakeFromNib();
+  /// maker's crash analysis application in the console unless it is installed. Answers whether the
+  /// application goes on.
+  bool awakeFromNib();
 
   /// Closing the window quits.
   [[nodiscard]] static bool applicationShouldTerminateAfterLastWindowClosed() { return true; }

@@ -51,6 +51,10 @@ class MainInterfaceTest : public ControllerTest {
     return texts;
   }
 
+  static std::ptrdiff_t threads() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+  }
+
   fakes::FakeProgress progress{mac.recorder};
   MainInterface interface;
 };
@@ -84,9 +88,6 @@ class MainInterfaceInRepairTest : public MainInterfaceTest {
   Gate gate;
 
  private:
-  static std::ptrdiff_t threads() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-  }
   /// The repair's thread is nobody's to join.
   void waitForEnd() const {
     while (threads() > threadsBefore_) std::this_thread::yield();
@@ -224,6 +225,19 @@ TEST_F(MainInterfaceTest, ARefusedPasswordIsACompleteStartThatEndsTheApplication
   load();
   EXPECT_THAT(mac.recorder.lines(), Contains("terminate application"));
   EXPECT_THAT(recorded(), Not(HasSubstr("alert")));
+}
+
+TEST_F(MainInterfaceTest, ARefusedPasswordStartsNoUpdater) {
+  setPreference("requireAdminPassword", 1);
+  setCheckAtStartup(true);
+  mac.files.makeFile(
+      "/Applications/Vordenworks/Vordenworks Software Update.app/Contents/MacOS/Vordenworks Software Update");
+  mac.authorization.rights = platform::errAuthorizationCanceled;
+  TGLog::appendLog("before");  // the log's own thread runs
+  const std::ptrdiff_t before = threads();
+  load();
+  EXPECT_EQ(threads(), before) << "no check is under way";
+  EXPECT_THAT(recorded(), Not(HasSubstr("-checkpath")));
 }
 
 TEST_F(MainInterfaceTest, WhileAnActionAsksForRightsNoOtherOneDoes) {
