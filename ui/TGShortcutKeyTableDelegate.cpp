@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <set>
 #include <utility>
 
 #include "diagnostics/TGException.h"
@@ -18,6 +19,19 @@ namespace {
 
 using foundation::PropertyList;
 using shortcutkeys::WatchList;
+
+/// More than these holders of a combination are counted and not named.
+constexpr std::size_t kMostNames = 3;
+
+/// "A", "A and B", "A, B and C", "A, B, C and 4 others".
+std::string sentenceOf(const std::vector<std::string>& names) {
+  const std::size_t named = std::min(names.size(), kMostNames);
+  std::string list = names.front();
+  for (std::size_t at = 1; at < named; ++at) list += (at + 1 < names.size() ? ", " : " and ") + names[at];
+  const std::size_t others = names.size() - named;
+  if (others == 0) return list;
+  return list + " and " + std::to_string(others) + (others == 1 ? " other" : " others");
+}
 using shortcutkeys::WhenMissing;
 
 constexpr const char* kChanged = "TGShortcutKeyChanged";
@@ -335,8 +349,10 @@ std::optional<std::string> TGShortcutKeyTableDelegate::stringForKeyCode(std::uin
     return std::nullopt;
   }
   if (translation->status != platform::noErr) {
+    // The number is the status's, on purpose: the name alone is not found in every list of errors.
     NSLog("There was an %s error translating from the '%ld' key code to a human readable string: %s",
-          platform::errorString(translation->status), keyCode, platform::commentString(translation->status));
+          platform::errorString(translation->status), translation->status,
+          platform::commentString(translation->status));
     return std::nullopt;
   }
   if (translation->characters.empty()) {
@@ -372,10 +388,7 @@ std::string TGShortcutKeyTableDelegate::conflictInRow(std::size_t row) const {
   if (entry == own.end()) return "";
   const std::vector<std::string> holders = otherHolders(entry->second);
   if (holders.empty()) return "";
-  std::string list = holders.front();
-  for (std::size_t at = 1; at < holders.size(); ++at) {
-    list += (at + 1 < holders.size() ? ", " : " and ") + holders[at];
-  }
+  const std::string list = sentenceOf(holders);
   const std::string format = platform::current().mainBundle.localizedString("%@ is also assigned to %@.");
   return foundation::stringWithFormat(format, shownName(entry->second.keyCode, entry->second.modifiers),
                                       list);
@@ -383,14 +396,18 @@ std::string TGShortcutKeyTableDelegate::conflictInRow(std::size_t row) const {
 
 std::vector<std::string> TGShortcutKeyTableDelegate::otherHolders(const shortcutkeys::Assignment& own) const {
   std::vector<std::string> holders;
+  std::set<std::pair<std::string, std::optional<std::string>>> seen;
   const auto list = shortcutkeys::readAssignments();
   for (std::size_t at = 0; list && at < list.value().size(); ++at) {
     const auto other = list.value().at(at);
     const bool isSameKey = other && other->keyCode == own.keyCode && other->modifiers == own.modifiers;
     const bool isItself = other && other->bundleId == own.bundleId && other->commandId == own.commandId;
     if (!isSameKey || isItself) continue;
-    std::string name = nameOfHolder(*other);
-    if (std::find(holders.begin(), holders.end(), name) == holders.end()) holders.push_back(std::move(name));
+    // Another application is named once, whatever it does with the keys.
+    const bool isOurs = other->bundleId == identifiers::kApplication;
+    if (!seen.emplace(other->bundleId, isOurs ? other->commandId : std::nullopt).second) continue;
+    // To find a name takes a look into every application: those that are counted only need none.
+    holders.push_back(holders.size() < kMostNames ? nameOfHolder(*other) : "");
   }
   return holders;
 }

@@ -184,6 +184,7 @@ class BinaryPropertyList::Walk {
 
   /// Answers 0 or an errno value.
   int fault() {
+    if (list_.count_ > mostValues_) return EFBIG;  // before there is a note of each
     known_.resize(list_.count_);
     if (list_.root_ >= list_.count_ || !meet(list_.root_)) return fault_;
     while (!path_.empty()) {
@@ -618,8 +619,12 @@ std::vector<BinaryPropertyList::Object> BinaryPropertyList::elements(Object arra
 
 bool BinaryPropertyList::isText(Object object, std::string_view text) const {
   const Content content = contentOf(object);
-  if (content.kind == kAscii) return std::string_view(bytes_).substr(content.at, content.count) == text;
-  return isTextKind(content.kind) && this->text(object) == text;
+  if (!isTextKind(content.kind)) return false;
+  const std::string_view payload = std::string_view(bytes_).substr(content.at, *payloadSize(content));
+  if (content.kind != kUtf16) return payload == text;
+  // A unit stands for one to three bytes: a text that cannot be equal, however long, is not converted.
+  if (content.count > text.size() || content.count * 3 < text.size()) return false;
+  return utf8FromUtf16(payload) == text;
 }
 
 std::optional<std::string> BinaryPropertyList::text(Object object) const {

@@ -169,6 +169,20 @@ TEST_F(BinaryPropertyListTest, MoreValuesThanAllowedAreRefused) {
   EXPECT_EQ(fault(bytes, 1000), EFBIG);
 }
 
+/// The table of a file may name more objects than any value uses.
+TEST_F(BinaryPropertyListTest, MoreObjectsThanAllowedAreRefusedBeforeTheyAreLookedAt) {
+  constexpr std::size_t kObjects = 200;
+  std::string bytes = "bplist00";
+  const std::size_t object = bytes.size();
+  bytes += '\x08';
+  const std::size_t table = bytes.size();
+  bytes += std::string(kObjects, static_cast<char>(object)) + std::string(6, '\0') + "\x01\x01" +
+           std::string(7, '\0') + static_cast<char>(kObjects) + std::string(8, '\0') + std::string(7, '\0') +
+           static_cast<char>(table);
+  EXPECT_EQ(fault(bytes, kObjects), 0);
+  EXPECT_EQ(fault(bytes, kObjects - 1), EFBIG);
+}
+
 /// Ten arrays in each other, each ten times in the next: 10^10 values in a few hundred bytes.
 TEST_F(BinaryPropertyListTest, ASmallFileThatStandsForMoreThanAnyMemoryIsRefused) {
   std::string bytes = "bplist00";

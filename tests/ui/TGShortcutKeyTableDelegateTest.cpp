@@ -579,10 +579,10 @@ TEST_F(TGShortcutKeyTableDelegateTest, WithoutALayoutThatIsSaid) {
   EXPECT_THAT(messages(), ElementsAre("Couldn't find a suitable keyboard layout from which to translate"));
 }
 
-TEST_F(TGShortcutKeyTableDelegateTest, AnErrorOfTheTranslationIsSaidByItsName) {
+TEST_F(TGShortcutKeyTableDelegateTest, AnErrorOfTheTranslationIsSaidByItsNameAndNumber) {
   system.keyboardLayout.keys[200] = {platform::paramErr, ""};
   EXPECT_EQ(TGShortcutKeyTableDelegate::stringForKeyCode(200, 0), std::nullopt);
-  EXPECT_THAT(messages(), ElementsAre("There was an paramErr error translating from the '200' key code to a "
+  EXPECT_THAT(messages(), ElementsAre("There was an paramErr error translating from the '-50' key code to a "
                                       "human readable string: error in user parameter list"));
 }
 
@@ -616,6 +616,19 @@ TEST_F(TGShortcutKeyTableDelegateTest, AConflictNamesCommandsByTheirDescriptions
             "Shift+Cmd+S is also assigned to com.other.Unknown, Named Application and \"Gather Logs\".");
   EXPECT_EQ(delegate.conflictInRow(2),
             "Shift+Cmd+S is also assigned to com.other.Unknown, \"Stop Qmaster\" and Named Application.");
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, MoreHoldersThanAreReadAreCounted) {
+  std::vector<PropertyList> list = {entry(kOurs, "stop", 1, 0x0300)};
+  for (const char* name : {"com.a", "com.b", "com.b", "com.c", "com.d"}) {
+    list.push_back(entry(name, "x", 1, 0x0300));
+  }
+  writeEntries(list);
+  load();
+  EXPECT_EQ(delegate.conflictInRow(1), "Shift+Cmd+S is also assigned to com.a, com.b, com.c and 1 other.");
+  list.push_back(entry("com.e", "x", 1, 0x0300));
+  writeEntries(list);
+  EXPECT_EQ(delegate.conflictInRow(1), "Shift+Cmd+S is also assigned to com.a, com.b, com.c and 2 others.");
 }
 
 TEST_F(TGShortcutKeyTableDelegateTest, ACombinationInConflictIsRecordedAsAnyOther) {

@@ -5,6 +5,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QPushButton>
+#include <QTextDocument>
 #include <QToolTip>
 #include <array>
 
@@ -358,19 +359,35 @@ TEST_F(ShortcutKeysTest, ReloadingAsksAfreshAndKeepsTheSelection) {
   EXPECT_EQ(table().selectedRow(), std::nullopt) << "its row has gone";
 }
 
+/// What somebody reads of a tool tip.
+QString shownBy(const QString& toolTip) {
+  QTextDocument text;
+  text.setHtml(toolTip);
+  EXPECT_TRUE(Qt::mightBeRichText(toolTip));
+  return text.toPlainText();
+}
+
+TEST_F(ShortcutKeysTest, WhatLooksLikeMarkupInANameIsNone) {
+  const char* const kName = "<h1>Reinstall</h1><img src='/dev/null'> & more";
+  owner.rows[1].conflict = kName;
+  show();
+  const QModelIndex held = table().model()->index(1, 0);
+  EXPECT_EQ(shownBy(held.data(Qt::ToolTipRole).toString()), QString::fromUtf8(kName));
+}
+
 TEST_F(ShortcutKeysTest, WhoElseHoldsTheKeysIsSaidInTheToolTipAndToAssistivePrograms) {
   owner.rows[1].conflict = kSaidByAnother;
   show();
   for (const int column : {0, 1}) {
     const QModelIndex held = table().model()->index(1, column);
-    EXPECT_EQ(held.data(Qt::ToolTipRole).toString(), QString::fromUtf8(kSaidByAnother));
+    EXPECT_EQ(shownBy(held.data(Qt::ToolTipRole).toString()), QString::fromUtf8(kSaidByAnother));
     EXPECT_EQ(held.data(Qt::AccessibleDescriptionRole).toString(), QString::fromUtf8(kSaidByAnother));
     EXPECT_FALSE(table().model()->index(0, column).data(Qt::ToolTipRole).isValid());
   }
   const QPoint at = cell(1, 1).center();
   QHelpEvent asked(QEvent::ToolTip, at, table().viewport()->mapToGlobal(at));
   QApplication::sendEvent(table().viewport(), &asked);
-  EXPECT_EQ(QToolTip::text(), QString::fromUtf8(kSaidByAnother));
+  EXPECT_EQ(shownBy(QToolTip::text()), QString::fromUtf8(kSaidByAnother));
 }
 
 TEST_F(ShortcutKeysTest, WhoElseHoldsTheSelectedRowsKeysIsShownBelowTheTable) {
@@ -517,8 +534,10 @@ TEST_F(PreferencesMenuTest, TheMenusCommandHasItsUsualPlaceAndKey) {
 TEST_F(PreferencesMenuTest, TheKeysOpenTheWindowOnceAndTheMainOneCanBeUsedMeanwhile) {
   open();
   QWidget* const first = preferences();
-  window.activateWindow();
-  EXPECT_TRUE(waitUntil([] { return focusedTitle() == "Quillmend"; }));
+  EXPECT_TRUE(waitUntil([this] {
+    window.activateWindow();  // a window manager may refuse one that comes too soon after another
+    return focusedTitle() == "Quillmend";
+  }));
   press("ctrl+l");
   EXPECT_TRUE(waitUntil([this] { return owner.lines == std::vector<std::string>{"viewLog"}; }));
   open();

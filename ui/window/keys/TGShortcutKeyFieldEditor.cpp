@@ -29,10 +29,15 @@ bool isModifier(int key) {
   }
 }
 
-outlets::ModifierFlags flagsOf(Qt::KeyboardModifiers modifiers) {
+/// AltGr, which the toolkit has no modifier for, in what X11 says of the keyboard. It is the Mac's right
+/// Option key.
+constexpr quint32 kThirdLevel = 0x80;
+
+outlets::ModifierFlags flagsOf(const QKeyEvent& event) {
+  const Qt::KeyboardModifiers modifiers = event.modifiers();
   return {.shift = modifiers.testFlag(Qt::ShiftModifier),
           .control = modifiers.testFlag(Qt::ControlModifier),
-          .option = modifiers.testFlag(Qt::AltModifier),
+          .option = modifiers.testFlag(Qt::AltModifier) || (event.nativeModifiers() & kThirdLevel) != 0,
           .command = modifiers.testFlag(Qt::MetaModifier)};
 }
 
@@ -65,7 +70,7 @@ void TGShortcutKeyFieldEditor::keyPressEvent(QKeyEvent* event) {
   const quint32 code = event->nativeScanCode();
   if (isModifier(event->key()) || repeats_.isRepeat(*event) || code < kFirstScanCode) return;
   const auto keyCode = keyCodes_(code - kFirstScanCode);
-  if (keyCode && delegate_ != nullptr) delegate_->fieldEditorKeyDown(*keyCode, flagsOf(event->modifiers()));
+  if (keyCode && delegate_ != nullptr) delegate_->fieldEditorKeyDown(*keyCode, flagsOf(*event));
 }
 
 void TGShortcutKeyFieldEditor::keyReleaseEvent(QKeyEvent* event) {

@@ -70,7 +70,8 @@ class TGShortcutKeyTableview::Model : public QAbstractTableModel {
   }
   [[nodiscard]] QVariant data(const QModelIndex& index, int role) const override {
     if (table_.owner_ == nullptr) return {};
-    if (role == Qt::ToolTipRole || role == Qt::AccessibleDescriptionRole) return conflict(index);
+    if (role == Qt::ToolTipRole) return toolTip(index);
+    if (role == Qt::AccessibleDescriptionRole) return conflict(index);
     if (role == Qt::DisplayRole) return text(index);
     return role == Qt::AccessibleTextRole ? spokenText(index) : QVariant();
   }
@@ -105,6 +106,13 @@ class TGShortcutKeyTableview::Model : public QAbstractTableModel {
   [[nodiscard]] QVariant conflict(const QModelIndex& index) const {
     const std::string sentence = table_.owner_->conflictInRow(rowOf(index));
     return sentence.empty() ? QVariant() : QVariant(QString::fromStdString(sentence));
+  }
+
+  /// Names come from files that anybody may have written. A tool tip takes what looks like markup for markup,
+  /// and opens the files that it names.
+  [[nodiscard]] QVariant toolTip(const QModelIndex& index) const {
+    const QString sentence = conflict(index).toString();
+    return sentence.isEmpty() ? QVariant() : QStringLiteral("<qt>%1</qt>").arg(sentence.toHtmlEscaped());
   }
 
   const TGShortcutKeyTableview& table_;
