@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -64,7 +65,7 @@ bool readAt(std::ifstream& file, std::uint64_t offset, Value& value) {
 bool isCutShort(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   ElfW(Ehdr) header{};
-  if (!readAt(file, 0, header) || !std::equal(ELFMAG, ELFMAG + SELFMAG, header.e_ident)) return false;
+  if (!readAt(file, 0, header) || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0) return false;
   std::error_code error;
   const std::uintmax_t size = std::filesystem::file_size(path, error);
   for (std::uint64_t index = 0; index < header.e_phnum; ++index) {
