@@ -108,8 +108,9 @@ Result<void> copyOwnerModeAndAttributes(int from, const FileStatus& original, in
   const mode_t mode = finalMode(original, ownerKept.value(), options.privileges);
   const bool hasOwnerSince = made.value().owner == original.owner && made.value().group == original.group;
   const bool isSo = hasOwnerSince && !hadAttributes.value() && made.value().permissions() == mode;
-  if (!isSo && ::fchmod(to, mode) != 0) return systemError(errno, path);
-  return {};
+  if (isSo || ::fchmod(to, mode) == 0) return {};
+  if (options.fidelity == Fidelity::possible && isBeyondUs(errno)) return {};
+  return systemError(errno, path);
 }
 
 Result<void> copyOwnerAndMode(const FileStatus& original, int to, std::string_view path,

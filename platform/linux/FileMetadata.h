@@ -12,10 +12,10 @@ enum class Privileges {
   drop  ///< no set-ID bits where root copies, and no attributes of security.* (file capabilities among them)
 };
 
-/// What happens where an owner, a group or an extended attribute cannot be kept.
+/// What happens where an owner, a group, a mode or an extended attribute cannot be kept.
 enum class Fidelity {
   exact,    ///< it is an error
-  possible  ///< it stays behind, as cp -a does it: set-ID bits do not outlive their owner
+  possible  ///< it stays behind, as on a memory card without modes; set-ID bits do not outlive their owner
 };
 
 struct MetadataOptions {

@@ -386,11 +386,15 @@ class SudoDialogTest : public SudoAuthorizationTest {
     });
     EXPECT_EQ(ask(reference()), errAuthorizationCanceled);
     stopping.join();
-    EXPECT_TRUE(isGone());
+    EXPECT_TRUE(isGoneSoon());
     EXPECT_TRUE(hasNoChildrenSoon());
   }
 
  private:
+  [[nodiscard]] bool isGoneSoon() const {
+    for (int tries = 0; tries < 500 && !isGone(); ++tries) ::usleep(10'000);
+    return isGone();
+  }
   /// Whoever inherits it may not have collected it yet.
   [[nodiscard]] bool isGone() const {
     const std::string number = folder.content("asking");
