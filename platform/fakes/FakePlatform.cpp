@@ -641,7 +641,7 @@ std::optional<PropertyList> FakePreferences::value(const std::string& key) {
 }
 
 void FakePreferences::registerDefaults(const PropertyList& dictionary) {
-  if (failure) throw *failure;
+  if (failure) throw foundation::Exception(*failure);
   registered = dictionary;
 }
 
