@@ -30,8 +30,12 @@ class Date {
   /// Local time with milliseconds, as at the head of a system console line: "2011-01-01 10:00:00.123".
   [[nodiscard]] std::string consoleStamp() const;
 
+  bool operator==(const Date&) const = default;
+  // By the count, because not every C++ library compares moments in three ways.
   // clang-tidy 14 takes the operator for a null pointer.
-  auto operator<=>(const Date&) const = default;  // NOLINT(modernize-use-nullptr)
+  auto operator<=>(const Date& other) const {  // NOLINT(modernize-use-nullptr)
+    return moment_.time_since_epoch().count() <=> other.moment_.time_since_epoch().count();
+  }
 
  private:
   TimePoint moment_{};

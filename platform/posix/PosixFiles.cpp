@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 
+#include "platform/posix/FileTimes.h"
 #include "platform/posix/RegularFile.h"
 
 namespace platform {
@@ -72,8 +73,8 @@ bool PosixFileQueries::isOutOfOthersReach(const std::string&) {
 std::optional<foundation::Date> PosixFileQueries::modificationDate(const std::string& path) {
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0) return std::nullopt;
-  const auto moment =
-      std::chrono::seconds(status.st_mtim.tv_sec) + std::chrono::nanoseconds(status.st_mtim.tv_nsec);
+  const timespec changed = modificationTime(status);
+  const auto moment = std::chrono::seconds(changed.tv_sec) + std::chrono::nanoseconds(changed.tv_nsec);
   return foundation::Date(foundation::Date::TimePoint(moment));
 }
 

@@ -1,0 +1,24 @@
+// The layouts of a Mac's own structures, checked on both of its processors.
+#include <dirent.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+
+static_assert(sizeof(struct stat) == 144);
+static_assert(offsetof(struct stat, st_ino) == 8);
+static_assert(offsetof(struct stat, st_mtimespec) == 48);
+static_assert(offsetof(struct stat, st_size) == 96);
+static_assert(offsetof(struct stat, st_flags) == 116);
+static_assert(sizeof(struct dirent) == 1048);
+static_assert(offsetof(struct dirent, d_name) == 21);
+static_assert(sizeof(struct sigaction) == 16);
+static_assert(sizeof(siginfo_t) == 104);
+static_assert(sizeof(pthread_mutex_t) == 64);
+static_assert(sizeof(pthread_cond_t) == 48);
+static_assert(sizeof(pthread_once_t) == 16);
+static_assert(sizeof(mode_t) == 2 && sizeof(dev_t) == 4 && sizeof(nlink_t) == 2 && sizeof(ino_t) == 8);
+static_assert(sizeof(timespec) == 16 && sizeof(timeval) == 16);

@@ -1,0 +1,5 @@
+#include <unistd.h>
+
+int pipeOfLinux(int* ends) {
+  return pipe2(ends, 0);
+}

@@ -1,0 +1,5 @@
+#include <sys/stat.h>
+
+long changed(const struct stat& status) {
+  return status.st_mtim.tv_sec;
+}
