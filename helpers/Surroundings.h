@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/foundation/Date.h"
-#include "platform/linux/Accounts.h"
+#include "platform/posix/Accounts.h"
 #include "platform/linux/PathEntry.h"
 
 namespace helpers {

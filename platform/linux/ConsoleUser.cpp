@@ -16,7 +16,7 @@
 #include <string_view>
 #include <tuple>
 
-#include "platform/linux/Accounts.h"
+#include "platform/posix/Accounts.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {

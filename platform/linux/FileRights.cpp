@@ -7,7 +7,7 @@
 
 #include <cerrno>
 
-#include "platform/linux/Accounts.h"
+#include "platform/posix/Accounts.h"
 
 namespace platform {
 namespace {

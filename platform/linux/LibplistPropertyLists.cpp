@@ -10,7 +10,7 @@
 
 #include "platform/foundation/Text.h"
 #include "platform/linux/Libplist.h"
-#include "platform/linux/PropertyListNesting.h"
+#include "platform/PropertyListNesting.h"
 
 namespace platform {
 namespace {

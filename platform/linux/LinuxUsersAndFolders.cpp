@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 
-#include "platform/linux/Accounts.h"
+#include "platform/posix/Accounts.h"
 #include "platform/linux/ConsoleUser.h"
 
 namespace platform {

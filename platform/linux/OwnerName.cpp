@@ -5,7 +5,7 @@
 #include <charconv>
 #include <cstdint>
 
-#include "platform/linux/Accounts.h"
+#include "platform/posix/Accounts.h"
 
 namespace platform {
 namespace {

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <cmath>
 
-#include "platform/linux/PropertyListNesting.h"
+#include "platform/PropertyListNesting.h"
 
 namespace platform {
 namespace {

@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-#include "platform/linux/Accounts.h"
+#include "platform/posix/Accounts.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"

@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/linux/Accounts.h"
+#include "platform/posix/Accounts.h"
 #include "platform/posix/UniqueDescriptor.h"
 #include "tests/support/ProgramRun.h"
 

@@ -23,7 +23,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/linux/Accounts.h"
+#include "platform/posix/Accounts.h"
 
 namespace {
 

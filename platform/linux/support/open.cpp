@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "platform/foundation/Paths.h"
-#include "platform/linux/Accounts.h"
+#include "platform/posix/Accounts.h"
 #include "platform/linux/ConsoleUser.h"
 #include "platform/linux/ConsoleUserCommand.h"
 #include "platform/linux/SpawnedProgram.h"

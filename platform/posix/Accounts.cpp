@@ -1,4 +1,4 @@
-#include "platform/linux/Accounts.h"
+#include "platform/posix/Accounts.h"
 
 #include <pwd.h>
 

@@ -1,4 +1,4 @@
-#include "platform/linux/PropertyListNesting.h"
+#include "platform/PropertyListNesting.h"
 
 #include <algorithm>
 #include <cerrno>

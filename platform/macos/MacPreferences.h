@@ -1,0 +1,31 @@
+#pragma once
+
+#include <mutex>
+#include <string>
+
+#include "platform/Preferences.h"
+
+namespace platform {
+
+/// The application's preferences by Core Foundation (CFPreferences), for the domain that is the application's
+/// bundle identifier. What a value is looked up in is named one by one, so that neither the preferences of
+/// all applications nor what an administrator's profile forces is taken for this application's own. May be
+/// called from any thread.
+class MacPreferences : public Preferences {
+ public:
+  explicit MacPreferences(std::string domain = "com.vordenworks.Quillmend");
+
+  std::optional<foundation::PropertyList> value(const std::string& key) override;
+  void registerDefaults(const foundation::PropertyList& dictionary) override;
+  void setValue(const std::string& key, const foundation::PropertyList& value) override;
+  void setValueForAnyUserOnCurrentHost(const std::string& key,
+                                       const foundation::PropertyList& value) override;
+  bool synchronize() override;
+
+ private:
+  std::string domain_;
+  std::mutex mutex_;
+  foundation::PropertyList registered_;
+};
+
+}  // namespace platform

@@ -1,0 +1,162 @@
+#include "platform/macos/MacAuthorization.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/macsdk/fakes/FakeAuthorization.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace platform {
+namespace {
+
+using ::testing::ElementsAre;
+
+class MacAuthorizationTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ::fakes::authorization() = {}; }
+
+  static const std::vector<std::string>& calls() { return ::fakes::authorization().calls; }
+  static void answer(const std::string& function, AuthorizationStatus status) {
+    ::fakes::authorization().statuses[function] = status;
+  }
+  static int exitStatus() {
+    int status = -1;
+    ::waitpid(::fakes::authorization().children.back(), &status, 0);
+    return WEXITSTATUS(status);
+  }
+  static std::string outputOf(CommunicationsPipe& pipe) {
+    std::string output;
+    for (int character = pipe.getCharacter(); character >= 0; character = pipe.getCharacter()) {
+      output += static_cast<char>(character);
+    }
+    return output;
+  }
+
+  MacAuthorization authorization;
+  AuthorizationRef reference = nullptr;
+};
+
+TEST_F(MacAuthorizationTest, CreatingAsksForNoRightsAndNoEnvironment) {
+  EXPECT_EQ(authorization.create(std::nullopt, kAuthorizationFlagDefaults, &reference),
+            errAuthorizationSuccess);
+  EXPECT_NE(reference, nullptr);
+  EXPECT_THAT(calls(), ElementsAre("AuthorizationCreate rights none environment none flags 0"));
+}
+
+TEST_F(MacAuthorizationTest, CredentialsAreTheirBytesWithoutATerminatingZero) {
+  const AuthorizationEnvironment environment{"m\xC3\xBCller", "p w\n"};
+  authorization.create(environment, kAuthorizationFlagExtendRights, &reference);
+  EXPECT_THAT(calls(), ElementsAre("AuthorizationCreate rights none environment "
+                                   "username=m\xC3\xBCller,password=p w\n flags 2"));
+}
+
+TEST_F(MacAuthorizationTest, AFailedCreationHandsOutNothing) {
+  answer("AuthorizationCreate", errAuthorizationInternal);
+  EXPECT_EQ(authorization.create(std::nullopt, 0, &reference), errAuthorizationInternal);
+  EXPECT_EQ(reference, nullptr);
+  answer("AuthorizationCopyPrivilegedReference", errAuthorizationInvalidRef);
+  EXPECT_EQ(authorization.copyPrivilegedReference(0, &reference), errAuthorizationInvalidRef);
+  EXPECT_EQ(reference, nullptr);
+}
+
+TEST_F(MacAuthorizationTest, APrivilegedParentsAuthorizationIsHandedOut) {
+  EXPECT_EQ(authorization.copyPrivilegedReference(kAuthorizationFlagDefaults, &reference),
+            errAuthorizationSuccess);
+  EXPECT_NE(reference, nullptr);
+  EXPECT_THAT(calls(), ElementsAre("AuthorizationCopyPrivilegedReference flags 0"));
+}
+
+TEST_F(MacAuthorizationTest, RightsAreAskedForByNameAndNotCopied) {
+  authorization.create(std::nullopt, 0, &reference);
+  constexpr auto flags = kAuthorizationFlagInteractionAllowed | kAuthorizationFlagPreAuthorize;
+  authorization.copyRights(reference, {kAuthorizationRightAdmin}, std::nullopt, flags);
+  authorization.copyRights(reference, {"a", "b"}, AuthorizationEnvironment{"u", "p"}, 0);
+  EXPECT_THAT(calls(),
+              ElementsAre(::testing::_,
+                          "AuthorizationCopyRights ours rights system.privilege.admin environment none "
+                          "flags 17",
+                          "AuthorizationCopyRights ours rights a,b environment username=u,password=p "
+                          "flags 0"));
+}
+
+class MacAuthorizationStatusTest : public MacAuthorizationTest,
+                                   public ::testing::WithParamInterface<AuthorizationStatus> {};
+
+TEST_P(MacAuthorizationStatusTest, StatusesArePassedOnAsTheyCome) {
+  authorization.create(std::nullopt, 0, &reference);
+  for (const char* function :
+       {"AuthorizationCopyRights", "AuthorizationFree", "AuthorizationExecuteWithPrivileges"}) {
+    answer(function, GetParam());
+  }
+  std::unique_ptr<CommunicationsPipe> pipe;
+  EXPECT_EQ(authorization.copyRights(reference, {kAuthorizationRightAdmin}, std::nullopt, 0), GetParam());
+  EXPECT_EQ(authorization.executeWithPrivileges(reference, "/bin/sh", 0, {}, &pipe), GetParam());
+  EXPECT_EQ(authorization.executeWithPrivileges(reference, "/bin/sh", 0, {}, nullptr), GetParam());
+  EXPECT_EQ(authorization.free(reference, 0), GetParam());
+  EXPECT_EQ(pipe, nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(Statuses, MacAuthorizationStatusTest,
+                         ::testing::Values(errAuthorizationInvalidRef, errAuthorizationDenied,
+                                           errAuthorizationCanceled, errAuthorizationInteractionNotAllowed,
+                                           errAuthorizationInternal, errAuthorizationToolExecuteFailure));
+
+TEST_F(MacAuthorizationTest, WhatIsMadeIsGivenBackOnce) {
+  authorization.create(std::nullopt, 0, &reference);
+  EXPECT_EQ(authorization.free(reference, kAuthorizationFlagDefaults), errAuthorizationSuccess);
+  EXPECT_EQ(::fakes::authorization().held, 0);
+  EXPECT_EQ(calls().back(), "AuthorizationFree ours flags 0");
+}
+
+const std::vector<std::string> kNastyArguments = {
+    "-c",  R"(for each; do printf '<%s>' "$each"; done)", "name", "", " b ", "$(id)", "'\"", "line\nbreak",
+    "\xFF"};
+constexpr const char* kNastyOutput = "<>< b ><$(id)><'\"><line\nbreak><\xFF>";
+
+TEST_F(MacAuthorizationTest, TheOutputOfAProgramArrivesWhole) {
+  authorization.create(std::nullopt, 0, &reference);
+  std::unique_ptr<CommunicationsPipe> pipe;
+  ASSERT_EQ(authorization.executeWithPrivileges(reference, "/bin/sh", 0, kNastyArguments, &pipe),
+            errAuthorizationSuccess);
+  ASSERT_NE(pipe, nullptr);
+  EXPECT_EQ(outputOf(*pipe), kNastyOutput);
+  EXPECT_EQ(exitStatus(), 0);
+  EXPECT_EQ(calls().back(), "AuthorizationExecuteWithPrivileges ours /bin/sh flags 0");
+}
+
+TEST_F(MacAuthorizationTest, WithoutAPipeAProgramGetsItsArgumentsAndItsOutputGoesNowhere) {
+  const support::TemporaryFolder folder;
+  const std::string seen = folder / "seen";
+  ::fakes::authorization().standardOutput = ::open(seen.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  std::vector<std::string> arguments = kNastyArguments;
+  arguments[1] = "{ " + arguments[1] + "; } >'" + (folder / "written") + "'; echo noise";
+  ASSERT_EQ(authorization.executeWithPrivileges(reference, "/bin/sh", 0, arguments, nullptr),
+            errAuthorizationSuccess);
+  EXPECT_EQ(exitStatus(), 0);
+  ::close(::fakes::authorization().standardOutput);
+  EXPECT_EQ(folder.content("written"), kNastyOutput);
+  EXPECT_EQ(folder.content("seen"), "");
+}
+
+TEST_F(MacAuthorizationTest, WithoutAPipeTheProgramItselfRunsInTheEnd) {
+  ASSERT_EQ(authorization.executeWithPrivileges(reference, "/bin/sh", 0, {"-c", "exit 42"}, nullptr),
+            errAuthorizationSuccess);
+  EXPECT_EQ(exitStatus(), 42);
+}
+
+TEST_F(MacAuthorizationTest, WhatCannotBePassedOnWholeIsNotStarted) {
+  const std::string zero("a\0b", 3);
+  EXPECT_EQ(authorization.executeWithPrivileges(reference, "/bin/sh", 0, {zero}, nullptr),
+            errAuthorizationToolExecuteFailure);
+  EXPECT_EQ(authorization.executeWithPrivileges(reference, "/bin/" + zero, 0, {}, nullptr),
+            errAuthorizationToolExecuteFailure);
+  EXPECT_EQ(authorization.executeWithPrivileges(reference, "sh", 0, {}, nullptr),
+            errAuthorizationToolExecuteFailure);
+  EXPECT_THAT(calls(), ElementsAre());
+}
+
+}  // namespace
+}  // namespace platform

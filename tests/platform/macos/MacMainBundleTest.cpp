@@ -1,0 +1,58 @@
+#include "platform/macos/MacMainBundle.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/macsdk/fakes/FakeCoreFoundation.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace platform {
+namespace {
+
+using foundation::PropertyList;
+
+class MacMainBundleTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ::fakes::resetCoreFoundation(); }
+  void TearDown() override { EXPECT_EQ(::fakes::liveObjects(), 0) << "objects were not released"; }
+
+  support::TemporaryFolder folder;
+  MacMainBundle bundle;
+};
+
+TEST_F(MacMainBundleTest, TheBundleTellsItsPathsAndInformation) {
+  const PropertyList information = PropertyList::Dictionary{{"CFBundleVersion", "2.1"}};
+  ::fakes::setMainBundle({{"/Applications/Q.app", "/Applications/Q.app/Contents/MacOS/Q", information}});
+  EXPECT_EQ(bundle.path(), "/Applications/Q.app");
+  EXPECT_EQ(bundle.executablePath(), "/Applications/Q.app/Contents/MacOS/Q");
+  EXPECT_EQ(bundle.infoDictionary(), information);
+  EXPECT_EQ(bundle.infoDictionary(), information);  // borrowed, so not released by the first question
+}
+
+TEST_F(MacMainBundleTest, WithoutInformationTheDictionaryIsEmpty) {
+  ::fakes::setMainBundle({{"/tmp", "/tmp/q", std::nullopt}});
+  EXPECT_EQ(bundle.infoDictionary(), PropertyList());
+}
+
+TEST_F(MacMainBundleTest, WithoutABundleNothingIsKnown) {
+  EXPECT_EQ(bundle.path(), "");
+  EXPECT_EQ(bundle.executablePath(), "");
+  EXPECT_EQ(bundle.infoDictionary(), PropertyList());
+  EXPECT_EQ(bundle.pathForResource("a", "b"), std::nullopt);
+}
+
+TEST_F(MacMainBundleTest, ALoadedBundleIsFoundByItsIdentifier) {
+  ::fakes::setBundle("com.vordenworks.Known", {"/Library/Known.framework", "", std::nullopt});
+  EXPECT_EQ(bundle.pathForIdentifier("com.vordenworks.Known"), "/Library/Known.framework");
+  EXPECT_EQ(bundle.pathForIdentifier("com.vordenworks.Other"), std::nullopt);
+  EXPECT_EQ(bundle.pathForIdentifier("\xFF"), std::nullopt);
+}
+
+TEST_F(MacMainBundleTest, AResourceIsFoundWhereThereIsOne) {
+  const std::string manual = folder.file("Q.app/Contents/Resources/Manual.pdf");
+  ::fakes::setMainBundle({{folder / "Q.app", "", std::nullopt}});
+  EXPECT_EQ(bundle.pathForResource("Manual", "pdf"), manual);
+  EXPECT_EQ(bundle.pathForResource("Manual", "txt"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace platform
