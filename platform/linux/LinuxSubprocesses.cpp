@@ -15,7 +15,7 @@
 #include "platform/foundation/Exception.h"
 #include "platform/foundation/Paths.h"
 #include "platform/foundation/Result.h"
-#include "platform/linux/ChildEnvironment.h"
+#include "platform/posix/ChildEnvironment.h"
 #include "platform/linux/ChildReaper.h"
 #include "platform/linux/ProcessDescriptor.h"
 #include "platform/linux/SpawnedProgram.h"

@@ -13,7 +13,7 @@
 #include <thread>
 
 #include "platform/foundation/Exception.h"
-#include "platform/linux/ChildEnvironment.h"
+#include "platform/posix/ChildEnvironment.h"
 #include "platform/linux/LinuxMainThread.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"

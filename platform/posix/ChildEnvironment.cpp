@@ -1,4 +1,4 @@
-#include "platform/linux/ChildEnvironment.h"
+#include "platform/posix/ChildEnvironment.h"
 
 #include <algorithm>
 #include <array>

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "platform/posix/UniqueDescriptor.h"
+
+namespace platform {
+
+/// A pipe to oneself: raised, it can be seen by poll(2) until it is lowered. Neither end blocks, and no child
+/// inherits them. raise() may be called by a signal handler.
+class WakePipe {
+ public:
+  /// Throws foundation::Exception (NSGenericException) where the system gives none.
+  WakePipe();
+
+  /// Readable while raised.
+  [[nodiscard]] int descriptor() const { return reading_.get(); }
+  void raise() const;
+  void lower() const;
+
+ private:
+  UniqueDescriptor reading_;
+  UniqueDescriptor writing_;
+};
+
+}  // namespace platform

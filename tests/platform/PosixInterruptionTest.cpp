@@ -1,0 +1,76 @@
+#include "platform/posix/PosixInterruption.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <csignal>
+
+namespace platform {
+namespace {
+
+/// Each test is a process of its own: a signal's handling is the process's.
+class PosixInterruptionTest : public ::testing::Test {
+ protected:
+  [[nodiscard]] bool isRequestReadable() const {
+    pollfd watched{interruption.requestDescriptor(), POLLIN, 0};
+    return ::poll(&watched, 1, 0) == 1;
+  }
+
+  PosixInterruption interruption;
+};
+
+TEST_F(PosixInterruptionTest, BeforeItIsDeferredNothingIsNoted) {
+  EXPECT_EQ(interruption.requested(), std::nullopt);
+  EXPECT_EQ(interruption.requestDescriptor(), -1);
+  interruption.deliver();
+}
+
+class PosixInterruptionSignalTest : public PosixInterruptionTest,
+                                    public ::testing::WithParamInterface<int> {};
+
+TEST_P(PosixInterruptionSignalTest, ASignalIsNotedAndEndsTheProcessWhenDelivered) {
+  interruption.defer();
+  EXPECT_FALSE(isRequestReadable());
+  ASSERT_EQ(::raise(GetParam()), 0);
+  EXPECT_EQ(interruption.requested(), GetParam());
+  EXPECT_TRUE(isRequestReadable());
+  EXPECT_EXIT(interruption.deliver(), ::testing::KilledBySignal(GetParam()), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, PosixInterruptionSignalTest, ::testing::Values(SIGTERM, SIGINT, SIGHUP));
+
+TEST_F(PosixInterruptionTest, TheFirstSignalCounts) {
+  interruption.defer();
+  ASSERT_EQ(::raise(SIGHUP), 0);
+  ASSERT_EQ(::raise(SIGTERM), 0);
+  EXPECT_EQ(interruption.requested(), SIGHUP);
+}
+
+TEST_F(PosixInterruptionTest, ASignalThatWasIgnoredStaysIgnored) {
+  static_cast<void>(std::signal(SIGTERM, SIG_IGN));
+  interruption.defer();
+  ASSERT_EQ(::raise(SIGTERM), 0);
+  EXPECT_EQ(interruption.requested(), std::nullopt);
+}
+
+TEST_F(PosixInterruptionTest, ASignalThatWasBlockedIsHeard) {
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGHUP);
+  ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+  ASSERT_EQ(::raise(SIGHUP), 0);
+  interruption.defer();
+  EXPECT_EQ(interruption.requested(), SIGHUP);
+}
+
+TEST_F(PosixInterruptionTest, AfterDeliveryTheRequestIsGone) {
+  interruption.defer();
+  ASSERT_EQ(::raise(SIGHUP), 0);
+  static_cast<void>(std::signal(SIGHUP, SIG_IGN));  // so that this process goes on
+  interruption.deliver();
+  EXPECT_EQ(interruption.requested(), std::nullopt);
+  EXPECT_FALSE(isRequestReadable());
+}
+
+}  // namespace
+}  // namespace platform
