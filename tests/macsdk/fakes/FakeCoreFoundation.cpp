@@ -52,10 +52,11 @@ struct State {
   std::vector<std::string> calls;
   std::map<std::tuple<std::string, std::string, std::string>, PropertyList> preferences;
   bool synchronizes = true;
+  SInt32 alertStatus = 0;
   std::optional<fakes::FakeBundle> mainBundle;
   std::map<std::string, fakes::FakeBundle> bundles;
   std::map<const fakes::FakeBundle*, Object*> information;  ///< owned by the system
-  std::size_t systemsOwn = 0;                                ///< objects in it
+  std::size_t systemsOwn = 0;                               ///< objects in it
 };
 
 State& state() {
@@ -239,6 +240,10 @@ void setPreference(const std::string& user, const std::string& host, const std::
 
 void setSynchronizeSucceeds(bool succeeds) {
   state().synchronizes = succeeds;
+}
+
+void setAlertStatus(SInt32 status) {
+  state().alertStatus = status;
 }
 
 void setMainBundle(std::optional<FakeBundle> bundle) {
@@ -522,6 +527,25 @@ void CFNotificationCenterPostNotificationWithOptions(CFNotificationCenterRef, CF
   std::string call = "post " + textOf(name) + (object == nullptr ? "" : " with an object");
   if (information != nullptr) call += " " + valueOf(information).description();
   state().calls.push_back(call + " options " + std::to_string(options));
+}
+
+SInt32 CFUserNotificationDisplayAlert(CFTimeInterval timeout, CFOptionFlags flags, CFURLRef, CFURLRef,
+                                      CFURLRef, CFStringRef header, CFStringRef message, CFStringRef,
+                                      CFStringRef, CFStringRef, CFOptionFlags* response) {
+  state().calls.push_back("alert " + textOf(header) + ": " + textOf(message) + " timeout " +
+                          std::to_string(timeout) + " flags " + std::to_string(flags));
+  *response = 0;
+  return state().alertStatus;
+}
+
+CFUUIDRef CFUUIDCreate(CFAllocatorRef) {
+  return as<CFUUIDRef>(make(Unknown{}));
+}
+
+CFStringRef CFUUIDCreateString(CFAllocatorRef, CFUUIDRef unique) {
+  static int number = 0;
+  contentOf<Unknown>(unique);
+  return as<CFStringRef>(make(Text{"unique " + std::to_string(++number)}));
 }
 
 }  // extern "C"

@@ -24,13 +24,15 @@ void failCreation(int number);
 /// Whether that creation has come.
 [[nodiscard]] bool creationHasFailed();
 
-/// Calls of preferences and of the notification centre, in order.
+/// Calls of preferences, of the notification centre and of panels, in order.
 [[nodiscard]] std::vector<std::string> takeCoreFoundationCalls();
 
 /// What stands in the preferences: of "user" or "everybody", on "here" or "any".
 void setPreference(const std::string& user, const std::string& host, const std::string& key,
                    const foundation::PropertyList& value);
 void setSynchronizeSucceeds(bool succeeds);
+/// What showing a panel answers; 0 is success.
+void setAlertStatus(SInt32 status);
 
 /// The main bundle, and bundles by their identifiers.
 struct FakeBundle {
@@ -43,7 +45,7 @@ void setBundle(const std::string& identifier, FakeBundle bundle);
 
 /// An object of a kind that is in no property list, owned by the caller.
 [[nodiscard]] CFTypeRef makeUnknownObject();
-/// A string with half a surrogate pair, a number that is too large for 64 bits; owned by the caller.
+/// A number that is too large for 64 bits, owned by the caller.
 [[nodiscard]] CFNumberRef makeNumberBeyondSixtyFourBits();
 
 }  // namespace fakes
