@@ -164,6 +164,8 @@ INSTANTIATE_TEST_SUITE_P(
                             "CFNotificationCenter", "CFNumber", "CFPreferences", "CFPropertyList", "CFString",
                             "CFURL", "CFUUID", "CFUserNotification"}},
                       Pair{"Security/Authorization.h", {"Authorization", "AuthorizationTags"}},
+                      Pair{"CoreServices/CoreServices.h",
+                           {"AEDataModel", "AEInteraction", "AEMach", "AppleEvents"}},
                       Pair{"SystemConfiguration/SystemConfiguration.h", {"SCDynamicStoreCopySpecific"}}));
 
 TEST(DeclarationsReaderTest, TheHeadersReaderSeesConstantsAndParameters) {

@@ -1,4 +1,6 @@
 // The layouts of a Mac's own structures, checked on both of its processors.
+#include <CoreServices/CoreServices.h>
+#include <Security/Authorization.h>
 #include <dirent.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -21,4 +23,9 @@ static_assert(sizeof(pthread_mutex_t) == 64);
 static_assert(sizeof(pthread_cond_t) == 48);
 static_assert(sizeof(pthread_once_t) == 16);
 static_assert(sizeof(mode_t) == 2 && sizeof(dev_t) == 4 && sizeof(nlink_t) == 2 && sizeof(ino_t) == 8);
+// Descriptors are packed by two bytes.
+static_assert(sizeof(AEDesc) == 12);
 static_assert(sizeof(timespec) == 16 && sizeof(timeval) == 16);
+static_assert(sizeof(AuthorizationItem) == 32 && offsetof(AuthorizationItem, value) == 16);
+static_assert(sizeof(AuthorizationItemSet) == 16 && offsetof(AuthorizationItemSet, items) == 8);
+static_assert(sizeof(CFIndex) == 8 && sizeof(CFRange) == 16 && sizeof(Boolean) == 1 && sizeof(OSStatus) == 4);

@@ -481,6 +481,13 @@ Boolean CFURLGetFileSystemRepresentation(CFURLRef address, Boolean, UInt8* buffe
   return 1;
 }
 
+/// Borrowed from the address; one at a time is enough.
+CFStringRef CFURLGetString(CFURLRef address) {
+  static Object text{Text{}, 1, true};
+  text.content = Text{"file://" + contentOf<Path>(address).path};
+  return as<CFStringRef>(&text);
+}
+
 CFBundleRef CFBundleGetMainBundle() {
   return state().mainBundle ? reinterpret_cast<CFBundleRef>(&*state().mainBundle) : nullptr;
 }

@@ -142,6 +142,7 @@ CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef, const UInt8*, C
                                                  Boolean isDirectory);
 Boolean CFURLGetFileSystemRepresentation(CFURLRef, Boolean resolveAgainstBase, UInt8* buffer,
                                          CFIndex maxBufLen);
+CFStringRef CFURLGetString(CFURLRef);
 CFURLRef CFURLCreateWithBytes(CFAllocatorRef, const UInt8*, CFIndex length, CFStringEncoding,
                               CFURLRef baseURL);
 
