@@ -7,7 +7,7 @@ namespace platform {
 
 void MacDistributedNotifications::post(const std::string& name,
                                        const std::optional<foundation::PropertyList>& userInfo) {
-  CFNotificationCenterRef const center = CFNotificationCenterGetDistributedCenter();
+  auto* const center = CFNotificationCenterGetDistributedCenter();
   const CoreFoundationString title = coreFoundationString(name);
   if (center == nullptr || !title) return;
   CoreFoundationValue information;

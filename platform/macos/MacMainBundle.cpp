@@ -5,32 +5,32 @@
 namespace platform {
 
 std::string MacMainBundle::path() {
-  CFBundleRef const bundle = CFBundleGetMainBundle();
+  auto* const bundle = CFBundleGetMainBundle();
   if (bundle == nullptr) return {};
   return pathOf(CoreFoundationURL(CFBundleCopyBundleURL(bundle)).get()).value_or("");
 }
 
 std::string MacMainBundle::executablePath() {
-  CFBundleRef const bundle = CFBundleGetMainBundle();
+  auto* const bundle = CFBundleGetMainBundle();
   if (bundle == nullptr) return {};
   return pathOf(CoreFoundationURL(CFBundleCopyExecutableURL(bundle)).get()).value_or("");
 }
 
 foundation::PropertyList MacMainBundle::infoDictionary() {
-  CFBundleRef const bundle = CFBundleGetMainBundle();
+  auto* const bundle = CFBundleGetMainBundle();
   if (bundle == nullptr) return {};
   return propertyListOf(CFBundleGetInfoDictionary(bundle)).value_or(foundation::PropertyList());
 }
 
 std::optional<std::string> MacMainBundle::pathForIdentifier(const std::string& identifier) {
   const CoreFoundationString name = coreFoundationString(identifier);
-  CFBundleRef const bundle = name ? CFBundleGetBundleWithIdentifier(name.get()) : nullptr;
+  auto* const bundle = name ? CFBundleGetBundleWithIdentifier(name.get()) : nullptr;
   if (bundle == nullptr) return std::nullopt;
   return pathOf(CoreFoundationURL(CFBundleCopyBundleURL(bundle)).get());
 }
 
 std::optional<std::string> MacMainBundle::pathForResource(const std::string& name, const std::string& type) {
-  CFBundleRef const bundle = CFBundleGetMainBundle();
+  auto* const bundle = CFBundleGetMainBundle();
   const CoreFoundationString base = coreFoundationString(name);
   const CoreFoundationString extension = coreFoundationString(type);
   if (bundle == nullptr || !base || !extension) return std::nullopt;
