@@ -8,9 +8,9 @@
 #include <memory>
 #include <optional>
 
+#include "platform/PropertyListNesting.h"
 #include "platform/foundation/Text.h"
 #include "platform/linux/Libplist.h"
-#include "platform/PropertyListNesting.h"
 
 namespace platform {
 namespace {

@@ -15,10 +15,10 @@
 #include "platform/foundation/Exception.h"
 #include "platform/foundation/Paths.h"
 #include "platform/foundation/Result.h"
-#include "platform/posix/ChildEnvironment.h"
 #include "platform/linux/ChildReaper.h"
 #include "platform/linux/ProcessDescriptor.h"
 #include "platform/linux/SpawnedProgram.h"
+#include "platform/posix/ChildEnvironment.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {

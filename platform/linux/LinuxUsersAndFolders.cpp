@@ -5,8 +5,8 @@
 
 #include <cstdlib>
 
-#include "platform/posix/Accounts.h"
 #include "platform/linux/ConsoleUser.h"
+#include "platform/posix/Accounts.h"
 
 namespace platform {
 namespace {

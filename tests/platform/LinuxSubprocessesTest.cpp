@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "platform/foundation/Exception.h"
-#include "platform/posix/ChildEnvironment.h"
 #include "platform/linux/LinuxMainThread.h"
+#include "platform/posix/ChildEnvironment.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
 

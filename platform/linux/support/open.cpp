@@ -19,10 +19,10 @@
 #include <vector>
 
 #include "platform/foundation/Paths.h"
-#include "platform/posix/Accounts.h"
 #include "platform/linux/ConsoleUser.h"
 #include "platform/linux/ConsoleUserCommand.h"
 #include "platform/linux/SpawnedProgram.h"
+#include "platform/posix/Accounts.h"
 
 namespace {
 
