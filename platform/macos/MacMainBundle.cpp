@@ -38,4 +38,12 @@ std::optional<std::string> MacMainBundle::pathForResource(const std::string& nam
       CoreFoundationURL(CFBundleCopyResourceURL(bundle, base.get(), extension.get(), nullptr)).get());
 }
 
+std::string MacMainBundle::localizedString(const std::string& key) {
+  auto* const bundle = CFBundleGetMainBundle();
+  const CoreFoundationString name = coreFoundationString(key);
+  if (bundle == nullptr || !name) return key;
+  const CoreFoundationString text(CFBundleCopyLocalizedString(bundle, name.get(), name.get(), nullptr));
+  return text ? textOf(text.get()) : key;
+}
+
 }  // namespace platform

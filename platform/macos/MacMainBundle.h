@@ -12,6 +12,7 @@ class MacMainBundle : public MainBundle {
   foundation::PropertyList infoDictionary() override;
   std::optional<std::string> pathForIdentifier(const std::string& identifier) override;
   std::optional<std::string> pathForResource(const std::string& name, const std::string& type) override;
+  std::string localizedString(const std::string& key) override;
 };
 
 }  // namespace platform

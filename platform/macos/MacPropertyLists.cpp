@@ -11,9 +11,9 @@ using foundation::PropertyList;
 using foundation::Result;
 using foundation::systemError;
 
-Result<PropertyList> MacPropertyLists::parse(std::string_view bytes) {
-  if (bytes.size() > kLargestPropertyList) return systemError(EFBIG, "");
-  if (const int fault = nestingFault(bytes); fault != 0) return systemError(fault, "");
+Result<PropertyList> MacPropertyLists::parse(std::string_view bytes, const PropertyListLimits& limits) {
+  if (bytes.size() > limits.bytes) return systemError(EFBIG, "");
+  if (const int fault = nestingFault(bytes, limits.values); fault != 0) return systemError(fault, "");
   const CoreFoundationReference<CFDataRef> data(CFDataCreate(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));
   if (!data) return systemError(ENOMEM, "");

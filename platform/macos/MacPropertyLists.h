@@ -10,7 +10,8 @@ namespace platform {
 /// older form of NeXT has the parser's own limits.
 class MacPropertyLists : public PropertyLists {
  public:
-  foundation::Result<foundation::PropertyList> parse(std::string_view bytes) override;
+  foundation::Result<foundation::PropertyList> parse(std::string_view bytes,
+                                                     const PropertyListLimits& limits = {}) override;
   foundation::Result<std::string> serialize(const foundation::PropertyList& value,
                                             PropertyListFormat format) override;
 };

@@ -436,7 +436,9 @@ void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys,
 CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data, CFOptionFlags,
                                                CFPropertyListFormat*, CFErrorRef*) {
   platform::LibplistPropertyLists reader;
-  const auto value = reader.parse(contentOf<Bytes>(data).bytes);
+  // With no limits of its own.
+  const std::string& bytes = contentOf<Bytes>(data).bytes;
+  const auto value = reader.parse(bytes, {.bytes = bytes.size(), .values = 10'000'000});
   return value ? objectOf(value.value()) : nullptr;
 }
 
@@ -510,6 +512,14 @@ CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef name, CFStringR
       bundleOf(bundle)->path + "/Contents/Resources/" + textOf(name) + "." + textOf(type);
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 ? as<CFURLRef>(make(Path{path})) : nullptr;
+}
+
+CFStringRef CFBundleCopyLocalizedString(CFBundleRef bundle, CFStringRef key, CFStringRef value,
+                                        CFStringRef table) {
+  if (table != nullptr) die("another table than the default");
+  const auto& texts = bundleOf(bundle)->localizedStrings;
+  const auto found = texts.find(textOf(key));
+  return as<CFStringRef>(make(Text{found == texts.end() ? textOf(value) : found->second}));
 }
 
 CFDictionaryRef CFBundleGetInfoDictionary(CFBundleRef bundle) {

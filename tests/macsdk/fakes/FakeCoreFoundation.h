@@ -2,6 +2,7 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -39,6 +40,7 @@ struct FakeBundle {
   std::string path;
   std::string executable;
   std::optional<foundation::PropertyList> information;
+  std::map<std::string, std::string> localizedStrings = {};  ///< of its default table
 };
 void setMainBundle(std::optional<FakeBundle> bundle);
 void setBundle(const std::string& identifier, FakeBundle bundle);

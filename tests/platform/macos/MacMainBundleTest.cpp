@@ -54,5 +54,24 @@ TEST_F(MacMainBundleTest, AResourceIsFoundWhereThereIsOne) {
   EXPECT_EQ(bundle.pathForResource("Manual", "txt"), std::nullopt);
 }
 
+TEST_F(MacMainBundleTest, AKeyIsToldInTheBundlesWordsOrIsItsOwnText) {
+  ::fakes::setMainBundle(
+      {{"/tmp", "/tmp/q", std::nullopt, {{"Page Up", "Bild auf"}, {"\xE2\x87\x9E", "\xC3\xA4"}}}});
+  EXPECT_EQ(bundle.localizedString("Page Up"), "Bild auf");
+  EXPECT_EQ(bundle.localizedString("\xE2\x87\x9E"), "\xC3\xA4");
+  EXPECT_EQ(bundle.localizedString("Page Down"), "Page Down");
+  EXPECT_EQ(bundle.localizedString("\xFF"), "\xFF");
+}
+
+TEST_F(MacMainBundleTest, AKeyIsItsOwnTextWithoutABundleAndWithoutMemory) {
+  EXPECT_EQ(bundle.localizedString("Page Up"), "Page Up");
+  ::fakes::setMainBundle({{"/tmp", "/tmp/q", std::nullopt, {{"Page Up", "Bild auf"}}}});
+  for (const int creation : {1, 2}) {
+    ::fakes::failCreation(creation);
+    EXPECT_EQ(bundle.localizedString("Page Up"), "Page Up") << creation;
+    EXPECT_TRUE(::fakes::creationHasFailed()) << creation;
+  }
+}
+
 }  // namespace
 }  // namespace platform

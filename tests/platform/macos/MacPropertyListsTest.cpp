@@ -62,6 +62,18 @@ TEST_P(MacPropertyListParsingTest, TooManyBytesAreNotLookedAt) {
   EXPECT_EQ(lists.parse(std::string(kLargestPropertyList + 1, ' ')).error().code, EFBIG);
 }
 
+TEST_P(MacPropertyListParsingTest, AReaderMayWantLess) {
+  const std::string three = "<plist><array><true/><true/></array></plist>";
+  EXPECT_TRUE(lists.parse(three, {.bytes = three.size()}));
+  EXPECT_EQ(lists.parse(three, {.bytes = three.size() - 1}).error().code, EFBIG);
+  EXPECT_EQ(lists.parse(three, {.values = 2}).error().code, EFBIG);
+}
+
+TEST_P(MacPropertyListParsingTest, AReaderMayTakeMore) {
+  const std::string large = "<plist><true/></plist>" + std::string(kLargestPropertyList, ' ');
+  EXPECT_TRUE(lists.parse(large, {.bytes = large.size()}));
+}
+
 TEST_P(MacPropertyListParsingTest, NestingThatWouldEndTheParserIsFoundBefore) {
   std::string bytes = "<plist>";
   for (int level = 0; level < 100'000; ++level) bytes += "<array>";
