@@ -100,8 +100,11 @@ void PosixMainThread::serveQueued() {
 }
 
 bool PosixMainThread::serveUntilReadable(int descriptor, std::optional<nanoseconds> interval) {
-  if (loop_ != nullptr) return loop_->runUntilReadable(descriptor, interval);
   const Remaining remaining(interval);
+  if (loop_ != nullptr && loop_->runUntilReadable(descriptor, interval)) return true;
+  if (loop_ != nullptr && remaining.isOver()) return false;
+  // No loop, or that of an application which is about to end: it comes back at once, and what is left of the
+  // wait takes place without it.
   while (true) {
     std::array<pollfd, 2> watched{pollfd{workDescriptor(), POLLIN, 0}, pollfd{descriptor, POLLIN, 0}};
     if (::poll(watched.data(), watched.size(), remaining.left()) < 0) continue;
@@ -112,10 +115,11 @@ bool PosixMainThread::serveUntilReadable(int descriptor, std::optional<nanosecon
 }
 
 bool PosixMainThread::serveNext(nanoseconds longestWait) {
-  if (loop_ != nullptr) return loop_->runUntilReadable(-1, longestWait);
+  const Remaining remaining(longestWait);
+  if (loop_ != nullptr && loop_->runUntilReadable(-1, longestWait)) return true;
+  if (loop_ != nullptr && remaining.isOver()) return false;
   pollfd work{workDescriptor(), POLLIN, 0};
-  if (::poll(&work, 1, Remaining(longestWait).left()) <= 0)
-    return false;  // interrupted: the caller looks again
+  if (::poll(&work, 1, remaining.left()) <= 0) return false;  // interrupted: the caller looks again
   serveQueued();
   return true;
 }

@@ -29,6 +29,8 @@ class PosixMainThread : public MainThread {
   bool serveNext(std::chrono::nanoseconds longestWait);
 
   /// REQUIRES isCurrent(). Hands waits on the main thread to an event loop, or with nullptr back to poll(2).
+  /// A wait that the loop ends too early, as one does whose application is about to end, is brought to its
+  /// end with poll(2).
   void setEventLoop(EventLoop* loop) { loop_ = loop; }
 
  private:

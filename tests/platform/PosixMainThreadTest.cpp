@@ -163,5 +163,45 @@ TEST_F(PosixMainThreadTest, AnEventLoopTakesTheWaitsOver) {
   EXPECT_FALSE(mainThread.serveUntilReadable(-1, 0ns));
 }
 
+/// A loop whose application is about to end: it comes back from every wait at once.
+struct EndedLoop : EventLoop {
+  bool runUntilReadable(int, std::optional<std::chrono::nanoseconds>) override {
+    ++waits;
+    return false;
+  }
+  int waits = 0;
+};
+
+TEST_F(PosixMainThreadTest, AWaitLastsWhereTheEventLoopHasEndedAndGoesOnServing) {
+  EndedLoop loop;
+  mainThread.setEventLoop(&loop);
+  const WakePipe event;
+  std::thread worker([&] {
+    mainThread.perform([&] { order.push_back(1); }, Wait::yes);
+    event.raise();
+  });
+  EXPECT_TRUE(mainThread.serveUntilReadable(event.descriptor(), std::nullopt));
+  worker.join();
+  EXPECT_THAT(order, ElementsAre(1));
+  EXPECT_EQ(loop.waits, 1) << "once, not over and over";
+}
+
+TEST_F(PosixMainThreadTest, ATimedWaitTakesItsTimeWhereTheEventLoopHasEnded) {
+  EndedLoop loop;
+  mainThread.setEventLoop(&loop);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(mainThread.serveUntilReadable(-1, 20ms));
+  EXPECT_FALSE(mainThread.serveNext(20ms));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 40ms);
+}
+
+TEST_F(PosixMainThreadTest, TheNextWorkIsServedWhereTheEventLoopHasEnded) {
+  EndedLoop loop;
+  mainThread.setEventLoop(&loop);
+  mainThread.perform([&] { order.push_back(1); }, Wait::no);
+  EXPECT_TRUE(mainThread.serveNext(10s));
+  EXPECT_THAT(order, ElementsAre(1));
+}
+
 }  // namespace
 }  // namespace platform
