@@ -2,9 +2,15 @@
 
 #include <Security/Authorization.h>
 #include <dlfcn.h>
+#include <poll.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
+#include <thread>
+
+#include "platform/Platform.h"
+#include "platform/posix/WakePipe.h"
 
 namespace platform {
 namespace {
@@ -58,6 +64,26 @@ ItemSet itemsOf(const std::optional<AuthorizationEnvironment>& environment) {
   return items;
 }
 
+AuthorizationStatus askSystem(AuthorizationRef reference, const std::vector<std::string>& rights,
+                              const std::optional<AuthorizationEnvironment>& environment,
+                              AuthorizationFlags flags) {
+  ItemSet wanted;
+  for (const std::string& right : rights) wanted.add(right);
+  ItemSet items = itemsOf(environment);
+  return AuthorizationCopyRights(nativeOf(reference), wanted.get(), items.get(), flags, nullptr);
+}
+
+/// On the main thread its work is served meanwhile: a dialog may stand for minutes.
+void waitServing(int descriptor) {
+  auto& mainThread = current().mainThread;
+  if (mainThread.isCurrent()) {
+    mainThread.serveUntilReadable(descriptor, std::nullopt);
+    return;
+  }
+  pollfd watched{descriptor, POLLIN, 0};
+  while (::poll(&watched, 1, -1) <= 0) continue;
+}
+
 class FilePipe final : public CommunicationsPipe {
  public:
   explicit FilePipe(FILE* file) : file_(file, &std::fclose) {}
@@ -94,6 +120,19 @@ AuthorizationStatus start(Execute* execute, AuthorizationRef reference, Authoriz
 
 }  // namespace
 
+struct MacAuthorization::Question {
+  explicit Question(AuthorizationRef asked) : reference(asked) {}
+
+  AuthorizationRef reference;
+  AuthorizationStatus answer = errAuthorizationCanceled;  ///< REQUIRES isAnswered
+  std::atomic<bool> isAnswered = false;
+  WakePipe isDecided;  ///< raised by the answer, and by stopAsking()
+};
+
+MacAuthorization::MacAuthorization() = default;
+
+MacAuthorization::~MacAuthorization() = default;
+
 AuthorizationStatus MacAuthorization::copyPrivilegedReference(AuthorizationFlags flags,
                                                               AuthorizationRef* reference) {
   ::AuthorizationRef made = nullptr;
@@ -113,13 +152,56 @@ AuthorizationStatus MacAuthorization::copyRights(AuthorizationRef reference,
                                                  const std::vector<std::string>& rights,
                                                  const std::optional<AuthorizationEnvironment>& environment,
                                                  AuthorizationFlags flags) {
-  ItemSet wanted;
-  for (const std::string& right : rights) wanted.add(right);
-  ItemSet items = itemsOf(environment);
-  return AuthorizationCopyRights(nativeOf(reference), wanted.get(), items.get(), flags, nullptr);
+  const bool mayAsk = (flags & kAuthorizationFlagInteractionAllowed) != 0 && !environment;
+  return mayAsk ? ask(reference, rights, flags) : askSystem(reference, rights, environment, flags);
+}
+
+AuthorizationStatus MacAuthorization::ask(AuthorizationRef reference, const std::vector<std::string>& rights,
+                                          AuthorizationFlags flags) {
+  const auto question = std::make_shared<Question>(reference);
+  if (!begin(question)) {
+    const auto withoutAsking = flags & ~kAuthorizationFlagInteractionAllowed;
+    const auto status = askSystem(reference, rights, std::nullopt, withoutAsking);
+    return status == errAuthorizationInteractionNotAllowed ? errAuthorizationCanceled : status;
+  }
+  std::thread([question, rights, flags] {
+    question->answer = askSystem(question->reference, rights, std::nullopt, flags);
+    question->isAnswered = true;
+    question->isDecided.raise();
+  }).detach();
+  waitServing(question->isDecided.descriptor());
+  return end(question);
+}
+
+bool MacAuthorization::begin(const std::shared_ptr<Question>& question) {
+  const std::scoped_lock lock(mutex_);
+  if (!isStopped_) questions_.insert(question);
+  return !isStopped_;
+}
+
+AuthorizationStatus MacAuthorization::end(const std::shared_ptr<Question>& question) {
+  if (!question->isAnswered) return errAuthorizationCanceled;
+  const std::scoped_lock lock(mutex_);
+  questions_.erase(question);
+  return question->answer;
+}
+
+void MacAuthorization::stopAsking() {
+  const std::scoped_lock lock(mutex_);
+  isStopped_ = true;
+  for (const auto& question : questions_) question->isDecided.raise();
+}
+
+bool MacAuthorization::isAskedAbout(AuthorizationRef reference) {
+  const std::scoped_lock lock(mutex_);
+  return std::any_of(questions_.begin(), questions_.end(), [reference](const auto& question) {
+    return question->reference == reference && !question->isAnswered;
+  });
 }
 
 AuthorizationStatus MacAuthorization::free(AuthorizationRef reference, AuthorizationFlags flags) {
+  // The system still needs it.
+  if (isAskedAbout(reference)) return errAuthorizationSuccess;
   return AuthorizationFree(nativeOf(reference), flags);
 }
 

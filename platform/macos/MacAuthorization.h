@@ -1,5 +1,9 @@
 #pragma once
 
+#include <memory>
+#include <mutex>
+#include <set>
+
 #include "platform/Authorization.h"
 
 namespace platform {
@@ -15,8 +19,18 @@ namespace platform {
 ///
 /// The system's function does not tell the child's process id, so that the child is collected when this
 /// process ends.
+///
+/// No public function takes a dialog of the system's down before it is answered, so that rights for which the
+/// user may be asked are asked for on a thread of their own. Who waits for them serves the main thread's
+/// work, where that is this thread, and gets errAuthorizationCanceled at stopAsking(); the dialog goes with
+/// the process, and so does a reference that is given back meanwhile. Any thread may call.
 class MacAuthorization : public Authorization {
  public:
+  MacAuthorization();
+  MacAuthorization(const MacAuthorization&) = delete;
+  MacAuthorization& operator=(const MacAuthorization&) = delete;
+  ~MacAuthorization() override;
+
   AuthorizationStatus copyPrivilegedReference(AuthorizationFlags flags, AuthorizationRef* reference) override;
   AuthorizationStatus create(const std::optional<AuthorizationEnvironment>& environment,
                              AuthorizationFlags flags, AuthorizationRef* reference) override;
@@ -28,6 +42,23 @@ class MacAuthorization : public Authorization {
                                             AuthorizationFlags flags,
                                             const std::vector<std::string>& arguments,
                                             std::unique_ptr<CommunicationsPipe>* pipe) override;
+  void stopAsking() override;
+
+ private:
+  /// A question to the user, and the thread that the system answers it on.
+  struct Question;
+
+  AuthorizationStatus ask(AuthorizationRef reference, const std::vector<std::string>& rights,
+                          AuthorizationFlags flags);
+  /// Answers whether it may be asked.
+  bool begin(const std::shared_ptr<Question>& question);
+  AuthorizationStatus end(const std::shared_ptr<Question>& question);
+  bool isAskedAbout(AuthorizationRef reference);
+
+  std::mutex mutex_;
+  bool isStopped_ = false;
+  /// Those that stand, also such as nobody waits for any more.
+  std::set<std::shared_ptr<Question>> questions_;
 };
 
 }  // namespace platform

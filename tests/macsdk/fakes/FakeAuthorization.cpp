@@ -77,9 +77,13 @@ OSStatus AuthorizationCopyPrivilegedReference(AuthorizationRef* reference, Autho
 OSStatus AuthorizationCopyRights(AuthorizationRef reference, const AuthorizationRights* rights,
                                  const AuthorizationEnvironment* environment, AuthorizationFlags flags,
                                  AuthorizationRights** authorized) {
-  return record("AuthorizationCopyRights",
-                stringWithFormat("%@ rights %@ environment %@ flags %u%@", nameOf(reference), textOf(rights),
-                                 textOf(environment), flags, authorized == nullptr ? "" : " copied"));
+  const OSStatus status =
+      record("AuthorizationCopyRights",
+             stringWithFormat("%@ rights %@ environment %@ flags %u%@", nameOf(reference), textOf(rights),
+                              textOf(environment), flags, authorized == nullptr ? "" : " copied"));
+  const auto whenAsked = authorization().whenAsked;
+  // Nothing is recorded from here on: who waits may have gone.
+  return whenAsked && (flags & kAuthorizationFlagInteractionAllowed) != 0 ? whenAsked() : status;
 }
 
 OSStatus AuthorizationFree(AuthorizationRef reference, AuthorizationFlags flags) {

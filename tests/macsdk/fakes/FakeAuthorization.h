@@ -2,6 +2,7 @@
 
 #include <Security/Authorization.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -17,6 +18,8 @@ struct AuthorizationState {
   long held = 0;              ///< references made and not freed
   int standardOutput = -1;    ///< what a program inherits; -1 for this process's own
   std::vector<int> children;  ///< process ids, to be waited for
+  /// Answers in place of the user, when interaction is allowed.
+  std::function<OSStatus()> whenAsked = nullptr;
 };
 
 AuthorizationState& authorization();

@@ -6,6 +6,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+#include "platform/fakes/FakePlatform.h"
 #include "tests/macsdk/fakes/FakeAuthorization.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -35,6 +41,7 @@ class MacAuthorizationTest : public ::testing::Test {
     return output;
   }
 
+  ::fakes::FakePlatform fake;
   MacAuthorization authorization;
   AuthorizationRef reference = nullptr;
 };
@@ -109,6 +116,90 @@ TEST_F(MacAuthorizationTest, WhatIsMadeIsGivenBackOnce) {
   EXPECT_EQ(authorization.free(reference, kAuthorizationFlagDefaults), errAuthorizationSuccess);
   EXPECT_EQ(::fakes::authorization().held, 0);
   EXPECT_EQ(calls().back(), "AuthorizationFree ours flags 0");
+}
+
+/// With a dialog that stands until somebody answers it.
+class MacDialogTest : public MacAuthorizationTest {
+ protected:
+  struct Dialog {
+    std::promise<void> shown;
+    std::promise<AuthorizationStatus> answer;
+  };
+  static constexpr auto kFlags = kAuthorizationFlagInteractionAllowed | kAuthorizationFlagExtendRights;
+
+  void SetUp() override {
+    MacAuthorizationTest::SetUp();
+    authorization.create(std::nullopt, 0, &reference);
+    // Owned by its own thread too, which may outlive the test.
+    ::fakes::authorization().whenAsked = [dialog = dialog] {
+      dialog->shown.set_value();
+      return dialog->answer.get_future().get();
+    };
+  }
+  AuthorizationStatus ask() {
+    return authorization.copyRights(reference, {kAuthorizationRightAdmin}, std::nullopt, kFlags);
+  }
+  void waitUntilShown() const { dialog->shown.get_future().wait(); }
+
+  std::shared_ptr<Dialog> dialog = std::make_shared<Dialog>();
+};
+
+TEST_F(MacDialogTest, WorkOfTheMainThreadIsServedUntilTheUserAnswers) {
+  fake.mainThread.whenServing = [this] {
+    waitUntilShown();
+    dialog->answer.set_value(errAuthorizationDenied);
+  };
+  EXPECT_EQ(ask(), errAuthorizationDenied);
+  EXPECT_EQ(calls().back(),
+            "AuthorizationCopyRights ours rights system.privilege.admin environment none flags 3");
+}
+
+TEST_F(MacDialogTest, AnAnswerToAnotherThreadNeedsNoMainThread) {
+  fake.mainThread.current = false;
+  fake.mainThread.whenServing = [] { FAIL() << "this is not the main thread"; };
+  dialog->answer.set_value(errAuthorizationSuccess);
+  EXPECT_EQ(ask(), errAuthorizationSuccess);
+}
+
+TEST_F(MacDialogTest, WhatTheUserWasAskedAboutIsGivenBackAfterwards) {
+  dialog->answer.set_value(errAuthorizationSuccess);
+  EXPECT_EQ(ask(), errAuthorizationSuccess);
+  authorization.free(reference, 0);
+  EXPECT_EQ(::fakes::authorization().held, 0);
+}
+
+TEST_F(MacDialogTest, WhoWaitsForADialogGoesOnWhenNobodyIsToBeAskedAnyMore) {
+  fake.mainThread.whenServing = [this] {
+    waitUntilShown();
+    authorization.stopAsking();
+  };
+  EXPECT_EQ(ask(), errAuthorizationCanceled);
+  EXPECT_EQ(authorization.free(reference, 0), errAuthorizationSuccess);
+  EXPECT_EQ(::fakes::authorization().held, 1) << "the system still asks about it";
+  dialog->answer.set_value(errAuthorizationSuccess);
+}
+
+TEST_F(MacDialogTest, AnotherThreadThatWaitsForADialogGoesOnToo) {
+  fake.mainThread.current = false;
+  std::thread stopping([this] {
+    waitUntilShown();
+    authorization.stopAsking();
+  });
+  EXPECT_EQ(ask(), errAuthorizationCanceled);
+  stopping.join();
+  dialog->answer.set_value(errAuthorizationSuccess);
+}
+
+TEST_F(MacDialogTest, NobodyIsAskedAfterwardsAndWhatIsHeldStays) {
+  ::fakes::authorization().whenAsked = []() -> OSStatus { throw std::logic_error("somebody was asked"); };
+  authorization.stopAsking();
+  EXPECT_EQ(ask(), errAuthorizationSuccess);
+  answer("AuthorizationCopyRights", errAuthorizationInteractionNotAllowed);
+  EXPECT_EQ(ask(), errAuthorizationCanceled);
+  answer("AuthorizationCopyRights", errAuthorizationDenied);
+  EXPECT_EQ(ask(), errAuthorizationDenied);
+  EXPECT_EQ(calls().back(),
+            "AuthorizationCopyRights ours rights system.privilege.admin environment none flags 2");
 }
 
 const std::vector<std::string> kNastyArguments = {
