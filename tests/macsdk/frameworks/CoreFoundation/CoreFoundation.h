@@ -152,7 +152,8 @@ CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef);
 CFURLRef CFBundleCopyBundleURL(CFBundleRef);
 CFURLRef CFBundleCopyExecutableURL(CFBundleRef);
 CFURLRef CFBundleCopyResourceURL(CFBundleRef, CFStringRef name, CFStringRef type, CFStringRef subDirName);
-CFStringRef CFBundleCopyLocalizedString(CFBundleRef, CFStringRef key, CFStringRef value, CFStringRef tableName);
+CFStringRef CFBundleCopyLocalizedString(CFBundleRef, CFStringRef key, CFStringRef value,
+                                        CFStringRef tableName);
 CFDictionaryRef CFBundleGetInfoDictionary(CFBundleRef);
 
 // CFNotificationCenter.h
