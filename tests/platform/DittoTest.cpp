@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <random>
 #include <thread>
 
@@ -711,12 +712,22 @@ class BusyDitto : public Ditto {
       std::error_code failed;
       const fs::path program = fs::read_symlink(entry.path() / "exe", failed);
       if (failed || program != fs::canonical(DITTO_PROGRAM)) continue;
-      for (const auto& file : fs::directory_iterator(entry.path() / "fd", failed)) {
-        if (fs::read_symlink(file.path(), failed) == wanted)
+      fs::directory_iterator file(entry.path() / "fd", failed);
+      for (; !failed && file != fs::directory_iterator(); file.increment(failed)) {
+        std::error_code closed;
+        if (fs::read_symlink(file->path(), closed) == wanted)
           return std::stoi(entry.path().filename().string());
       }
     }
     return -1;
+  }
+  /// The most memory that a process has had so far, in kilobytes; nothing when it has ended.
+  static std::optional<long> peakMemory(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.starts_with("VmHWM:")) return std::stol(line.substr(6));
+    }
+    return std::nullopt;
   }
   void signal(int number) {
     const pid_t pid = process();
@@ -763,11 +774,9 @@ TEST_F(BusyDitto, KeepsTheOldArchiveUntilTheNewOneIsWhole) {
 
 TEST_F(BusyDitto, TakesLessThanThirtyTwoMebibytesOfMemory) {
   begin();
-  const std::string status = "/proc/" + std::to_string(process()) + "/status";
-  long most = 0;  // kilobytes
-  for (std::string text = readAll(status); text.find("VmHWM:") != text.npos; text = readAll(status)) {
-    most = std::stol(text.substr(text.find("VmHWM:") + 6));
-  }
+  const pid_t pid = process();
+  long most = 0;
+  for (auto now = peakMemory(pid); now; now = peakMemory(pid)) most = *now;
   end();
   EXPECT_GT(most, 0);
   EXPECT_LT(most, kIsSanitized ? 512 * 1024 : 32 * 1024);
