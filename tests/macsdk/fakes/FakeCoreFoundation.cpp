@@ -59,8 +59,9 @@ struct State {
   std::size_t systemsOwn = 0;                               ///< objects in it
 };
 
+/// Never destroyed: what is the system's own is there until the process ends.
 State& state() {
-  static State only;
+  static State& only = *new State;
   return only;
 }
 

@@ -95,8 +95,10 @@ class PasswordRequirementTest : public ::testing::Test {
     press("s");
   }
   static void repair() { press("ctrl+r"); }
-  /// Whether the window stands without a panel and nobody asks for anything, and stays so for a while.
+  /// Whether the window stands without a panel and nobody asks for anything, and stays so for a while. The
+  /// menu that a command was chosen in may still be about to close.
   static bool staysAlone() {
+    if (!waitUntil([] { return windowCount("Quillmend") == 1; })) return false;
     return !waitUntil([] { return windowCount("Quillmend") != 1 || windowCount("askpass") != 0; }, 500ms);
   }
   /// Ends it by its own means.
