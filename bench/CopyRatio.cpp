@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/Ground.h"
 #include "bench/Ratio.h"
 #include "platform/linux/TreeCopy.h"
 
@@ -24,25 +24,6 @@ constexpr int kTimes = 5;
 constexpr double kLimit = 1.0;
 constexpr std::size_t kMebibyte = 1UL << 20;
 constexpr std::size_t kFilesAFolder = 500;
-
-/// A folder of this run's own, removed at its end.
-class Ground {
- public:
-  explicit Ground(const std::string& below) : path_(below + "/copy-ratio-XXXXXX") {
-    if (::mkdtemp(path_.data()) == nullptr) throw std::runtime_error("no folder below " + below);
-  }
-  ~Ground() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  Ground(const Ground&) = delete;
-  Ground& operator=(const Ground&) = delete;
-
-  [[nodiscard]] std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
 
 std::string noise(std::size_t length) {
   std::mt19937_64 numbers(length);
@@ -81,29 +62,20 @@ void copyOurs(const std::string& from, const std::string& to) {
   if (!copied) throw std::runtime_error(copied.error().description);
 }
 
-/// Both in turn, and in the other order the next time, so that neither always finds the other's work waiting
-/// to be written.
-double ratio(const char* what, const std::string& from, const Ground& ground) {
+double ratio(const char* what, const std::string& from, const bench::Ground& ground) {
   const std::string to = ground / "copy";
-  std::vector<double> ours;
-  std::vector<double> theirs;
-  const auto measure = [&](std::vector<double>& times, const std::function<void()>& copy) {
+  const auto measure = [&to](const std::function<void()>& copy) {
     ::sync();
-    times.push_back(timeOf(copy));
+    const double time = timeOf(copy);
     fs::remove_all(to);
+    return time;
   };
-  const auto runOurs = [&] { copyOurs(from, to); };
-  const auto runTheirs = [&] { static_cast<void>(bench::run({"/bin/cp", "-a", from, to})); };
-  measure(theirs, runTheirs);  // what is read comes from memory for both, and is not counted
-  theirs.clear();
-  for (int round = 0; round < kTimes; ++round) {
-    if (round % 2 == 0) measure(ours, runOurs);
-    measure(theirs, runTheirs);
-    if (round % 2 == 1) measure(ours, runOurs);
-  }
-  const double value = bench::median(ours) / bench::median(theirs);
+  const auto times = bench::compareInTurn(
+      [&] { return measure([&] { copyOurs(from, to); }); },
+      [&] { return measure([&] { static_cast<void>(bench::run({"/bin/cp", "-a", from, to})); }); }, kTimes);
+  const double value = times.subject / times.peer;
   std::printf("%-24s %8.3f s, cp -a %8.3f s, ratio %6.3f    (median of %d, at most %.2f)\n", what,
-              bench::median(ours), bench::median(theirs), value, kTimes, kLimit);
+              times.subject, times.peer, value, kTimes, kLimit);
   return value;
 }
 
@@ -119,7 +91,7 @@ int main(int argc, char** argv) try {
   }
   const std::size_t mebibytes = argc == 4 ? std::stoul(argv[2]) : 2048;
   const std::size_t files = argc == 4 ? std::stoul(argv[3]) : 50'000;
-  const Ground ground(fs::absolute(argv[1]).string());
+  const bench::Ground ground(fs::absolute(argv[1]).string());
   makeSmallFiles(ground / "small", files);
   const double small = ratio("many small files", ground / "small", ground);
   fs::remove_all(ground / "small");

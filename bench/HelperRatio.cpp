@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -13,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/Ground.h"
 #include "bench/Ratio.h"
 
 namespace {
@@ -24,25 +24,6 @@ constexpr std::size_t kFilesAFolder = 500;
 constexpr mode_t kRightMode = 0640;
 constexpr mode_t kWrongMode = 0600;
 constexpr uid_t kOwner = 1;  // "daemon", which every system has
-
-/// A folder of this run's own in /var/spool, where the tools work; removed at the end.
-class Ground {
- public:
-  Ground() {
-    if (::mkdtemp(path_.data()) == nullptr) throw std::runtime_error("no folder " + path_);
-  }
-  ~Ground() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  Ground(const Ground&) = delete;
-  Ground& operator=(const Ground&) = delete;
-
-  [[nodiscard]] std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_ = "/var/spool/helper-ratio-XXXXXX";
-};
 
 void check(int status, const std::string& what) {
   if (status != 0) throw std::runtime_error("cannot make " + what);
@@ -84,33 +65,28 @@ void spoil(const std::string& tree, std::size_t files, const std::function<int(c
 
 using Preparation = std::function<void()>;
 
-/// Both in turn, prepared before each, and in the other order the next time.
+/// Both in turn, prepared before each.
 bool compare(const char* what, const char* peer, double limit, const std::vector<std::string>& ours,
              const std::vector<std::string>& theirs, const Preparation& prepare) {
-  std::vector<double> ourTimes;
-  std::vector<double> theirTimes;
-  long memory = 0;
-  const auto measure = [&](std::vector<double>& times, const std::vector<std::string>& command) {
+  const auto cost = [&prepare](const std::vector<std::string>& command) {
     prepare();
     ::sync();
-    const bench::Cost cost = bench::run(command);
-    times.push_back(cost.wall.count());
-    if (&times == &ourTimes) memory = std::max(memory, cost.peakMemory);
+    return bench::run(command);
   };
-  measure(theirTimes, theirs);  // what is read comes from memory for both, and is not counted
-  theirTimes.clear();
-  for (int round = 0; round < kTimes; ++round) {
-    if (round % 2 == 0) measure(ourTimes, ours);
-    measure(theirTimes, theirs);
-    if (round % 2 == 1) measure(ourTimes, ours);
-  }
-  const double ratio = bench::median(ourTimes) / bench::median(theirTimes);
+  long memory = 0;
+  const auto runOurs = [&] {
+    const bench::Cost one = cost(ours);
+    memory = std::max(memory, one.peakMemory);
+    return one.wall.count();
+  };
+  const auto times = bench::compareInTurn(runOurs, [&] { return cost(theirs).wall.count(); }, kTimes);
+  const double ratio = times.subject / times.peer;
   std::printf("%-24s %8.3f s, %6ld KiB; %-10s %8.3f s; ratio %6.3f    (median of %d, at most %.2f)\n", what,
-              bench::median(ourTimes), memory, peer, bench::median(theirTimes), ratio, kTimes, limit);
+              times.subject, memory, peer, times.peer, ratio, kTimes, limit);
   return ratio <= limit;
 }
 
-bool compareModes(const std::string& helpers, const Ground& ground, std::size_t files) {
+bool compareModes(const std::string& helpers, const bench::Ground& ground, std::size_t files) {
   const std::string tree = ground / "tree";
   return compare("chmodtool -R", "chmod -R", 0.6, {helpers + "/chmodtool", "-R", "g+r", tree},
                  {"/bin/chmod", "-R", "g+r", tree}, [&] {
@@ -120,7 +96,7 @@ bool compareModes(const std::string& helpers, const Ground& ground, std::size_t 
                  });
 }
 
-bool compareOwners(const std::string& helpers, const Ground& ground, std::size_t files) {
+bool compareOwners(const std::string& helpers, const bench::Ground& ground, std::size_t files) {
   const std::string tree = ground / "tree";
   const std::string owner = std::to_string(kOwner) + ":" + std::to_string(kOwner);
   return compare("chowntool -R", "chown -R", 0.6, {helpers + "/chowntool", "-R", owner, tree},
@@ -146,7 +122,7 @@ void emptyTrash(std::size_t files) {
   }
 }
 
-bool compareTrash(const std::string& helpers, const Ground& ground, std::size_t files) {
+bool compareTrash(const std::string& helpers, const bench::Ground& ground, std::size_t files) {
   const std::string folder = ground / "flat";
   const std::string moved = ground / "moved";
   const std::string data = ground / "data";
@@ -171,7 +147,7 @@ bool compareTrash(const std::string& helpers, const Ground& ground, std::size_t 
 }
 
 /// The full folder is the same one each time, brought back from wherever the run before has put it.
-bool compareSpool(const std::string& helpers, const Ground& ground, std::size_t files) {
+bool compareSpool(const std::string& helpers, const bench::Ground& ground, std::size_t files) {
   const std::string name = "helper-ratio-spool";
   const std::string spool = ground / name;
   const std::string full = ground / "full";
@@ -207,7 +183,7 @@ int main(int argc, char** argv) try {
   }
   const std::string helpers = fs::absolute(argv[1]).string();
   const std::size_t entries = argc == 3 ? std::stoul(argv[2]) : 1'000'000;
-  const Ground ground;
+  const bench::Ground ground("/var/spool");  // where the tools work
   fs::create_directories(trashOfRoot());
   makeTree(ground / "tree", entries);
   const bool areModesFast = compareModes(helpers, ground, entries);

@@ -65,4 +65,17 @@ Comparison compare(const std::vector<std::string>& subject, const std::vector<st
   return result;
 }
 
+Medians compareInTurn(const std::function<double()>& subject, const std::function<double()>& peer,
+                      int times) {
+  std::vector<double> subjectTimes;
+  std::vector<double> peerTimes;
+  static_cast<void>(peer());
+  for (int round = 0; round < times; ++round) {
+    if (round % 2 == 0) subjectTimes.push_back(subject());
+    peerTimes.push_back(peer());
+    if (round % 2 == 1) subjectTimes.push_back(subject());
+  }
+  return {median(subjectTimes), median(peerTimes)};
+}
+
 }  // namespace bench

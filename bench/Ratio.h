@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -29,5 +30,15 @@ struct Comparison {
 };
 [[nodiscard]] Comparison compare(const std::vector<std::string>& subject,
                                  const std::vector<std::string>& peer, int times);
+
+/// The medians of works that answer what they took, in seconds. Done in turn, and in the other order the next
+/// time, so that neither always finds what the other has left to be written; the peer's first, uncounted, so
+/// that what is read comes from memory for both.
+struct Medians {
+  double subject = 0;
+  double peer = 0;
+};
+[[nodiscard]] Medians compareInTurn(const std::function<double()>& subject,
+                                    const std::function<double()>& peer, int times);
 
 }  // namespace bench

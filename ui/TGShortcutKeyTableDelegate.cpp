@@ -19,6 +19,7 @@ namespace {
 
 using foundation::PropertyList;
 using shortcutkeys::WatchList;
+using shortcutkeys::WhenMissing;
 
 /// More than these holders of a combination are counted and not named.
 constexpr std::size_t kMostNames = 3;
@@ -32,7 +33,6 @@ std::string sentenceOf(const std::vector<std::string>& names) {
   if (others == 0) return list;
   return list + " and " + std::to_string(others) + (others == 1 ? " other" : " others");
 }
-using shortcutkeys::WhenMissing;
 
 constexpr const char* kChanged = "TGShortcutKeyChanged";
 constexpr const char* kCleared = "TGShortcutKeyCleared";
@@ -120,9 +120,8 @@ std::string shownName(std::uint16_t keyCode, std::uint16_t modifiers) {
 
 /// The combinations of this application by their commands. Of a command that stands there twice the last
 /// counts.
-std::map<std::string, shortcutkeys::Assignment> ownAssignments() {
+std::map<std::string, shortcutkeys::Assignment> ownAssignments(const foundation::Result<WatchList>& list) {
   std::map<std::string, shortcutkeys::Assignment> own;
-  const auto list = shortcutkeys::readAssignments();
   for (std::size_t at = 0; list && at < list.value().size(); ++at) {
     if (!list.value().belongsTo(at, identifiers::kApplication)) continue;
     if (auto entry = list.value().at(at); entry && entry->commandId)
@@ -225,7 +224,7 @@ void TGShortcutKeyTableDelegate::populateKeyData() {
   if (versionAlertText_ != nullptr) versionAlertText_->setHidden(isManaged);
   if (shortcutKeyTableView_ != nullptr) shortcutKeyTableView_->setEnabled(isManaged);
   PropertyList::Array commands = commandList();
-  for (auto& [commandId, entry] : ownAssignments()) {
+  for (auto& [commandId, entry] : ownAssignments(shortcutkeys::readAssignments())) {
     const auto command =
         std::find_if(commands.begin(), commands.end(),
                      [&id = commandId](const auto& candidate) { return textOf(candidate, "id") == id; });
@@ -383,23 +382,23 @@ bool TGShortcutKeyTableDelegate::setKeyboardShortcutWithID(const std::optional<s
 std::string TGShortcutKeyTableDelegate::conflictInRow(std::size_t row) const {
   if (row >= dataArray_.size()) return "";
   const auto commandId = textOf(dataArray_[row], "id");
-  const auto own = ownAssignments();
+  const auto list = shortcutkeys::readAssignments();
+  const auto own = ownAssignments(list);
   const auto entry = commandId ? own.find(*commandId) : own.end();
   if (entry == own.end()) return "";
-  const std::vector<std::string> holders = otherHolders(entry->second);
+  const std::vector<std::string> holders = otherHolders(list.value(), entry->second);
   if (holders.empty()) return "";
-  const std::string list = sentenceOf(holders);
   const std::string format = platform::current().mainBundle.localizedString("%@ is also assigned to %@.");
   return foundation::stringWithFormat(format, shownName(entry->second.keyCode, entry->second.modifiers),
-                                      list);
+                                      sentenceOf(holders));
 }
 
-std::vector<std::string> TGShortcutKeyTableDelegate::otherHolders(const shortcutkeys::Assignment& own) const {
+std::vector<std::string> TGShortcutKeyTableDelegate::otherHolders(const WatchList& list,
+                                                                  const shortcutkeys::Assignment& own) const {
   std::vector<std::string> holders;
   std::set<std::pair<std::string, std::optional<std::string>>> seen;
-  const auto list = shortcutkeys::readAssignments();
-  for (std::size_t at = 0; list && at < list.value().size(); ++at) {
-    const auto other = list.value().at(at);
+  for (std::size_t at = 0; at < list.size(); ++at) {
+    const auto other = list.at(at);
     const bool isSameKey = other && other->keyCode == own.keyCode && other->modifiers == own.modifiers;
     const bool isItself = other && other->bundleId == own.bundleId && other->commandId == own.commandId;
     if (!isSameKey || isItself) continue;

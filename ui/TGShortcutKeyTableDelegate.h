@@ -14,6 +14,7 @@
 
 namespace shortcutkeys {
 struct Assignment;
+class WatchList;
 }
 
 /// The modifier keys of a combination.
@@ -115,7 +116,8 @@ class TGShortcutKeyTableDelegate : public foundation::ImmortalSingleton<TGShortc
   [[nodiscard]] std::optional<std::size_t> selectedRow() const;
   void assign(std::size_t row, const foundation::PropertyList& userInfo);
   void clear(std::size_t row);
-  [[nodiscard]] std::vector<std::string> otherHolders(const shortcutkeys::Assignment& own) const;
+  [[nodiscard]] std::vector<std::string> otherHolders(const shortcutkeys::WatchList& list,
+                                                      const shortcutkeys::Assignment& own) const;
   [[nodiscard]] std::string nameOfHolder(const shortcutkeys::Assignment& holder) const;
 
   foundation::PropertyList::Array dataArray_;
