@@ -1,7 +1,6 @@
 #include "platform/linux/LinuxSubprocesses.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,6 +18,7 @@
 #include "platform/linux/ProcessDescriptor.h"
 #include "platform/linux/SpawnedProgram.h"
 #include "platform/posix/ChildEnvironment.h"
+#include "platform/posix/ReadableWait.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
@@ -71,7 +71,6 @@ class LinuxSubprocess final : public Subprocess {
   ChildStream connect(Stream kind, int stream);
   void watch(pid_t child);
   std::string readFrom(const UniqueDescriptor& pipe);
-  void blockUntilReadable(int descriptor);
 
   const SubprocessOptions options_;
   const std::string executable_;
@@ -141,19 +140,9 @@ bool LinuxSubprocess::isRunning() {
   return !status_;
 }
 
-void LinuxSubprocess::blockUntilReadable(int descriptor) {
-  if (mainThread_.isCurrent()) {
-    mainThread_.serveUntilReadable(descriptor, std::nullopt);
-    return;
-  }
-  pollfd watched{descriptor, POLLIN, 0};
-  while (::poll(&watched, 1, -1) < 0 && errno == EINTR) {
-  }
-}
-
 void LinuxSubprocess::waitUntilExit() {
   // The pidfd is readable once the child has ended, and stays open as long as this object.
-  while (isRunning()) blockUntilReadable(pidfd_.get());
+  while (isRunning()) waitUntilReadable(mainThread_, pidfd_.get());
 }
 
 int LinuxSubprocess::terminationStatus() {
@@ -171,7 +160,7 @@ void LinuxSubprocess::terminate() {
 
 std::string LinuxSubprocess::readFrom(const UniqueDescriptor& pipe) {
   if (!pipe) return {};
-  blockUntilReadable(pipe.get());
+  waitUntilReadable(mainThread_, pipe.get());
   std::string bytes(kReadSize, '\0');
   ssize_t length = -1;
   do {

@@ -22,6 +22,7 @@
 #include "platform/linux/ChildReaper.h"
 #include "platform/linux/ProcessDescriptor.h"
 #include "platform/linux/SpawnedProgram.h"
+#include "platform/posix/ReadableWait.h"
 
 namespace platform {
 
@@ -67,15 +68,10 @@ struct SudoInput {
   int stop = -1;  ///< with a dialog: readable once it is to be taken down
 };
 
-/// On the main thread its work is served until the descriptor is readable: a dialog may stand for minutes,
-/// and a program that says nothing for hours. Other threads simply block.
-void serveUntilReadable(const UniqueDescriptor& descriptor) {
-  auto& mainThread = current().mainThread;
-  if (descriptor && mainThread.isCurrent()) mainThread.serveUntilReadable(descriptor.get(), std::nullopt);
-}
-
+/// Without a descriptor of the child nothing is served meanwhile.
 int waitServing(pid_t child) {
-  serveUntilReadable(openProcess(child));
+  const UniqueDescriptor ended = openProcess(child);
+  if (ended) waitUntilReadable(current().mainThread, ended.get());
   return waitForProgram(child);
 }
 
@@ -95,17 +91,6 @@ bool isReadable(int descriptor) {
   return ::poll(&watched, 1, 0) > 0;
 }
 
-/// Without a limit it takes as long as it takes; on the main thread its work is served.
-void waitUntilReadable(int descriptor, std::optional<milliseconds> limit) {
-  auto& mainThread = current().mainThread;
-  if (mainThread.isCurrent()) {
-    mainThread.serveUntilReadable(descriptor, limit);
-    return;
-  }
-  pollfd watched{descriptor, POLLIN, 0};
-  ::poll(&watched, 1, limit ? static_cast<int>(limit->count()) : -1);
-}
-
 /// Asks the process group that the child leads to end until the child has. Its dialog may not be there yet
 /// the first time.
 void endGroup(pid_t child, int ended) {
@@ -113,7 +98,7 @@ void endGroup(pid_t child, int ended) {
   constexpr int kPoliteRequests = 20;
   for (int request = 0; !isReadable(ended); ++request) {
     ::kill(-child, request < kPoliteRequests ? SIGTERM : SIGKILL);
-    waitUntilReadable(ended, kPause);
+    waitUntilReadable(current().mainThread, ended, kPause);
   }
 }
 
@@ -121,7 +106,7 @@ int waitForDialog(pid_t child, int stop) {
   const UniqueDescriptor ended = openProcess(child);
   const UniqueDescriptor either = eitherOf(ended.get(), stop);
   if (!either) return waitServing(child);
-  while (!isReadable(either.get())) waitUntilReadable(either.get(), std::nullopt);
+  while (!isReadable(either.get())) waitUntilReadable(current().mainThread, either.get());
   if (isReadable(stop)) endGroup(child, ended.get());
   return waitForProgram(child);
 }
@@ -208,7 +193,7 @@ class ProgramOutput : public CommunicationsPipe {
   bool fill() {
     ssize_t count = -1;
     while (!ended_ && count < 0) {
-      serveUntilReadable(descriptor_);
+      waitUntilReadable(current().mainThread, descriptor_.get());
       count = ::read(descriptor_.get(), buffer_.data(), buffer_.size());
       ended_ = count == 0 || (count < 0 && errno != EINTR);
     }
