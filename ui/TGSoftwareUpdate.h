@@ -39,7 +39,9 @@ class TGSoftwareUpdate {
   /// Runs the updater with "-checkpath" and this bundle's path, and waits for its end.
   static void automaticallyCheckForUpdates();
 
-  /// Has the workspace open the updater, and returns at once.
+  /// Has the workspace open the updater, and does not wait for it. What comes before takes its time on the
+  /// caller's thread: the choice of the updater, which copies the carried one where that is newer, and until
+  /// then a check at start-up that is about to choose or start its own.
   static void launchSoftwareUpdate();
 
   /// The interface's action: launchSoftwareUpdate().

@@ -2,8 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <thread>
 
@@ -423,6 +426,43 @@ TEST_F(TGSoftwareUpdateTest, TheManualCheckWorksForRoot) {
   becomeRoot();
   TGSoftwareUpdate::launchSoftwareUpdate();
   EXPECT_THAT(calls(), ElementsAre("open " + kInstalled));
+}
+
+// Both at once
+
+/// Whether a thread of this process waits for something (proc(5)).
+bool isAsleep(pid_t thread) {
+  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+  std::string status;
+  std::getline(file, status);
+  const std::size_t name = status.rfind(") ");
+  return name != std::string::npos && status.substr(name + 2, 1) == "S";
+}
+
+TEST_F(TGSoftwareUpdateTest, AManualCheckLeavesTheWorkingCopyAloneUntilTheOtherHasStartedIt) {
+  makeUpdater(kCarried, "7");
+  std::thread manual;
+  std::atomic<pid_t> manualNumber = 0;
+  std::atomic<int> changes = 0;
+  bool wasStartedBefore = false;
+  mac.files.beforeChange = [&](const std::string&, const std::string& path) {
+    if (path != kWorkingCopy && path != kCarried) return std::optional<foundation::Error>();
+    const int change = ++changes;
+    if (change == 2) {  // the start-up check is about to copy
+      manual = std::thread([&] {
+        manualNumber = ::gettid();
+        TGSoftwareUpdate::launchSoftwareUpdate();
+      });
+      while (changes == 2 && (manualNumber == 0 || !isAsleep(manualNumber))) std::this_thread::yield();
+    }
+    if (change == 3) wasStartedBefore = !mac.recorder.only({"run"}).empty();
+    return std::optional<foundation::Error>();
+  };
+  TGSoftwareUpdate::automaticallyCheckForUpdates();
+  manual.join();
+  EXPECT_EQ(changes, 4) << "each removes and copies";
+  EXPECT_TRUE(wasStartedBefore);
+  EXPECT_THAT(calls(), ElementsAre("run " + kWorkingCopy + kProgram + kArguments, "open " + kWorkingCopy));
 }
 
 }  // namespace
