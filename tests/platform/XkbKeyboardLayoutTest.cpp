@@ -193,6 +193,33 @@ TEST_F(XkbKeyboardLayoutTest, TheLayoutOfTheXServerIsInForceAsItIsNow) {
   EXPECT_EQ(key(kQ), "'");
 }
 
+TEST_F(XkbKeyboardLayoutTest, OfTwoLayoutsOfTheXServerTheOneThatIsSwitchedToIsInForce) {
+  use("us");
+  const support::XServer server;
+  const support::EnvironmentVariable shown("DISPLAY", server.name());
+  const auto switchOver = [] { return std::system("xdotool key ISO_Next_Group"); };  // NOLINT(cert-env33-c)
+  ASSERT_EQ(std::system("setxkbmap -layout us,ru -option grp:caps_toggle"), 0);      // NOLINT(cert-env33-c)
+  EXPECT_EQ(key(kQ), "q");
+  EXPECT_EQ(key(kA, kShift), "A");
+  ASSERT_EQ(switchOver(), 0);
+  EXPECT_EQ(key(kQ), "\xD0\xB9");
+  EXPECT_EQ(key(kA, kShift), "\xD0\xA4");
+  EXPECT_EQ(key(0x60), "F5") << "whatever the layout";
+  ASSERT_EQ(switchOver(), 0);
+  EXPECT_EQ(key(kQ), "q");
+}
+
+TEST_F(XkbKeyboardLayoutTest, OptionLeadsToTheThirdLevelOfTheXServersLayout) {
+  use("us");
+  const support::XServer server;
+  const support::EnvironmentVariable shown("DISPLAY", server.name());
+  ASSERT_EQ(std::system("setxkbmap de"), 0);  // NOLINT(cert-env33-c)
+  EXPECT_EQ(key(kQ, kOption), "@");
+  EXPECT_EQ(key(k2, kOption), "\xC2\xB2");
+  EXPECT_EQ(key(kSection, kOption), "|");
+  EXPECT_EQ(key(kQ), "q");
+}
+
 TEST_F(XkbKeyboardLayoutTest, ScanCodesAreThoseOfTheKernelWhateverTheLayout) {
   use("fr");
   XkbKeyboardLayout layout;
