@@ -23,7 +23,8 @@ class FileLocks {
   /// in this process or another. The file itself need not be there and may be replaced meanwhile, because the
   /// lock is on an empty file beside it, ".NAME.lock", which is made where it is missing and stays. Made by
   /// root it belongs to the folder's owner, and root follows no link on the way (FileChanges). It binds only
-  /// those who ask for it.
+  /// those who ask for it: a program that writes the file without it is not kept out (FileChanges has
+  /// replaceUnchanged() to notice it).
   [[nodiscard]] virtual foundation::Result<std::unique_ptr<FileLock>> tryLock(const std::string& path) = 0;
 };
 

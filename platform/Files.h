@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -13,6 +14,17 @@
 namespace platform {
 
 enum class Access { read, write, execute };
+
+/// A file as one look at it finds it. Two looks between which it was written or replaced differ, as far as
+/// the file system tells moments apart (some milliseconds on Linux).
+struct FileState {
+  std::uint64_t device = 0;
+  std::uint64_t number = 0;              ///< on its device: st_ino of stat(2)
+  std::uint64_t size = 0;                ///< bytes
+  std::chrono::nanoseconds modified{0};  ///< since 1970
+  std::uint32_t owner = 0;               ///< a user id
+  bool operator==(const FileState&) const = default;
+};
 
 /// Questions about the file system. Paths are bytes; links are followed unless said otherwise. Nothing blocks
 /// on a FIFO or a device.
@@ -53,6 +65,13 @@ class FileQueries {
 
   /// When the content last changed, or nullopt when nothing is there.
   [[nodiscard]] virtual std::optional<foundation::Date> modificationDate(const std::string& path) = 0;
+
+  /// What is there now, or nullopt when nothing is.
+  [[nodiscard]] virtual std::optional<FileState> state(const std::string& path) = 0;
+
+  /// Where a symbolic link in the last component leads, through as many as there are, whether or not anything
+  /// is there; a path at which no link lies is its own answer. ELOOP for links that lead to each other.
+  [[nodiscard]] virtual foundation::Result<std::string> linkTarget(const std::string& path) = 0;
 };
 
 /// A file open for writing; closed by the destructor.
@@ -98,6 +117,13 @@ class FileChanges {
   /// keeps its owner and mode as far as the process may give them; a new one gets mode 0644 less the umask.
   /// Fails without a trace.
   virtual foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) = 0;
+
+  /// The same, but only in the place of what was seen there (nullopt: of nothing): EAGAIN where something
+  /// else is there just before the renaming. Between that look and the renaming is no more than a system
+  /// call, but it is: who is to be kept out wholly must ask for the same lock (FileLocks.h).
+  virtual foundation::Result<void> replaceUnchanged(const std::string& path,
+                                                    const std::optional<FileState>& seen,
+                                                    std::string_view bytes) = 0;
 
   /// Opens an existing regular file for writing at its start, without cutting it; never creates one, never
   /// follows a link in the last component, never blocks.

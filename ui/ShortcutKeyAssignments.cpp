@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <memory>
+#include <set>
 #include <utility>
 
 #include "platform/Platform.h"
@@ -15,12 +17,18 @@ namespace shortcutkeys {
 namespace {
 
 using foundation::BinaryPropertyList;
+using foundation::errorWithReason;
+using foundation::PropertyList;
 using foundation::Result;
 using foundation::systemError;
+
+using Change = std::function<void(WatchList&)>;
 
 constexpr const char* kWatchList = "watchlist";
 constexpr auto kLongestWait = std::chrono::seconds(5);
 constexpr auto kWaitBetweenTries = std::chrono::milliseconds(10);
+/// A program that never stops writing has its way.
+constexpr int kMostAttempts = 10;
 
 bool isBinary(std::string_view bytes) {
   return bytes.starts_with("bplist00");
@@ -33,12 +41,26 @@ Result<std::string> inBinary(const std::string& bytes) {
   return BinaryPropertyList::serialize(value.value());
 }
 
+bool isRoot() {
+  return platform::current().usersAndFolders.userID() == 0;
+}
+
 /// Root reads only what lies there itself: a user's link could lead it to a list that only root may read, and
 /// the change would copy that into the user's file.
 Result<std::string> readFile(const std::string& path) {
   auto& files = platform::current().fileQueries;
-  const bool isRoot = platform::current().usersAndFolders.userID() == 0;
-  return isRoot ? files.readFileItself(path, kLargestFile) : files.readFile(path, kLargestFile);
+  return isRoot() ? files.readFileItself(path, kLargestFile) : files.readFile(path, kLargestFile);
+}
+
+/// The file to replace: behind the links of a user whose own it is.
+Result<std::string> fileToReplace(const std::string& path) {
+  auto target = platform::current().fileQueries.linkTarget(path);
+  if (!target || target.value() == path) return target;
+  if (isRoot()) return errorWithReason(ELOOP, path, "it is a symbolic link, which root does not follow here");
+  const auto there = platform::current().fileQueries.state(target.value());
+  const bool isOwn = !there || there->owner == platform::current().usersAndFolders.userID();
+  if (isOwn) return target;
+  return errorWithReason(EPERM, path, "it leads to " + target.value() + ", which belongs to another user");
 }
 
 Result<WatchList> readList(const std::string& path) {
@@ -51,12 +73,21 @@ Result<WatchList> readList(const std::string& path) {
   return WatchList::parse(std::move(bytes).value());
 }
 
+/// The main thread keeps the program alive meanwhile.
+void pause(std::chrono::milliseconds duration) {
+  auto& system = platform::current();
+  if (system.mainThread.isCurrent()) {
+    system.mainThread.serveUntilReadable(-1, duration);
+  } else {
+    system.clock.sleep(duration);
+  }
+}
+
 Result<std::unique_ptr<platform::FileLock>> waitForLock(const std::string& path) {
-  auto& clock = platform::current().clock;
-  for (auto waited = std::chrono::nanoseconds(0);; waited += kWaitBetweenTries) {
+  for (auto waited = std::chrono::milliseconds(0);; waited += kWaitBetweenTries) {
     auto lock = platform::current().fileLocks.tryLock(path);
     if (lock || lock.error().code != EWOULDBLOCK || waited >= kLongestWait) return lock;
-    clock.sleep(kWaitBetweenTries);
+    pause(kWaitBetweenTries);
   }
 }
 
@@ -81,28 +112,118 @@ Result<WatchList> listToChange(const std::string& path, WhenMissing whenMissing)
   return WatchList();
 }
 
-Result<void> changeUnderLock(const std::string& path, WhenMissing whenMissing,
-                             const std::function<void(WatchList&)>& change) {
-  if (whenMissing == WhenMissing::create) {
-    const std::string folder = foundation::deletingLastPathComponent(path);
-    if (auto made = platform::current().fileChanges.createDirectory(folder); !made) return made;
-  }
-  const auto lock = waitForLock(path);
-  if (!lock) return lock.error();
-  auto list = listToChange(path, whenMissing);
+/// One attempt to replace what is there; EAGAIN where a program that does not ask for the lock came between.
+Result<void> changeOnce(const std::string& file, WhenMissing whenMissing, const Change& change) {
+  const auto seen = platform::current().fileQueries.state(file);
+  auto list = listToChange(file, whenMissing);
   if (!list) return list.error();
   change(list.value());
   const auto bytes = list.value().serialize();
   if (!bytes) return bytes.error();
-  return platform::current().fileChanges.writeAtomically(path, bytes.value());
+  return platform::current().fileChanges.replaceUnchanged(file, seen, bytes.value());
 }
 
-std::optional<std::uint16_t> shortNumber(const BinaryPropertyList& file, BinaryPropertyList::Object entry,
-                                         const char* key) {
-  const auto value = file.find(entry, key);
-  const auto number = value ? file.integer(*value) : std::nullopt;
-  return number ? std::optional(static_cast<std::uint16_t>(*number)) : std::nullopt;
+Result<platform::FileState> changeUnderLock(const std::string& path, WhenMissing whenMissing,
+                                            const Change& change) {
+  if (whenMissing == WhenMissing::create) {
+    const std::string folder = foundation::deletingLastPathComponent(path);
+    if (auto made = platform::current().fileChanges.createDirectory(folder); !made) return made.error();
+  }
+  const auto lock = waitForLock(path);
+  if (!lock) return lock.error();
+  const auto file = fileToReplace(path);
+  if (!file) return file.error();
+  auto changed = changeOnce(file.value(), whenMissing, change);
+  for (int attempt = 1; !changed && changed.error().code == EAGAIN && attempt < kMostAttempts; ++attempt) {
+    changed = changeOnce(file.value(), whenMissing, change);
+  }
+  if (!changed) return changed.error();
+  return platform::current().fileQueries.state(file.value()).value_or(platform::FileState());
 }
+
+/// nullopt for a missing value, one of another kind, and one that is too large.
+std::optional<std::uint16_t> shortNumber(std::optional<std::int64_t> number) {
+  const bool isShort = number && *number >= 0 && *number <= UINT16_MAX;
+  return isShort ? std::optional(static_cast<std::uint16_t>(*number)) : std::nullopt;
+}
+
+std::optional<Combination> combinationOf(std::optional<std::uint16_t> keyCode, bool hasModifiers,
+                                         std::optional<std::uint16_t> modifiers) {
+  if (!keyCode || (hasModifiers && !modifiers)) return std::nullopt;
+  return Combination{*keyCode, modifiers.value_or(0)};
+}
+
+/// What an entry says that is not in a file yet.
+class NewEntry {
+ public:
+  explicit NewEntry(const PropertyList& entry) : entry_(entry) {}
+
+  [[nodiscard]] std::optional<std::string> text(const char* key) const {
+    const auto* const value = valueOf<std::string>(key);
+    return value == nullptr ? std::nullopt : std::optional(*value);
+  }
+  [[nodiscard]] std::optional<Combination> keys() const {
+    return combinationOf(number("keycode"), entry_.find("modifiers") != nullptr, number("modifiers"));
+  }
+
+ private:
+  template <typename Value>
+  [[nodiscard]] const Value* valueOf(const char* key) const {
+    const PropertyList* const value = entry_.find(key);
+    return value == nullptr ? nullptr : value->as<Value>();
+  }
+  [[nodiscard]] std::optional<std::uint16_t> number(const char* key) const {
+    const auto* const value = valueOf<std::int64_t>(key);
+    return shortNumber(value == nullptr ? std::nullopt : std::optional(*value));
+  }
+
+  const PropertyList& entry_;
+};
+
+/// The commands of one application that have keys, and all who hold the same.
+class HolderSearch {
+ public:
+  HolderSearch(const WatchList& list, std::string_view bundleId) : list_(list), bundleId_(bundleId) {}
+
+  KeysByCommand run() {
+    findOwn();
+    for (std::size_t at = 0; !held_.empty() && at < list_.size(); ++at) {
+      const auto keys = list_.keys(at);
+      if (keys && held_.contains(*keys)) note(*list_.at(at));
+    }
+    return std::move(found_);
+  }
+
+ private:
+  using Command = KeysByCommand::value_type;
+  using Name = std::pair<std::string, std::optional<std::string>>;
+
+  void findOwn() {
+    for (std::size_t at = 0; at < list_.size(); ++at) {
+      if (!list_.belongsTo(at, bundleId_)) continue;
+      if (const auto entry = list_.at(at); entry && entry->commandId)
+        found_[*entry->commandId].keys = entry->keys;
+    }
+    for (Command& command : found_) {
+      if (command.second.keys) held_[*command.second.keys].push_back(&command);
+    }
+  }
+
+  void note(const Assignment& holder) {
+    const bool isOwn = holder.bundleId == bundleId_;
+    for (Command* const command : held_[*holder.keys]) {
+      if (isOwn && holder.commandId == command->first) continue;
+      const Name name(holder.bundleId, isOwn ? holder.commandId : std::nullopt);
+      if (seen_[command].insert(name).second) command->second.otherHolders.push_back(holder);
+    }
+  }
+
+  const WatchList& list_;
+  std::string_view bundleId_;
+  KeysByCommand found_;
+  std::map<Combination, std::vector<Command*>> held_;
+  std::map<const Command*, std::set<Name>> seen_;
+};
 
 }  // namespace
 
@@ -132,16 +253,31 @@ Result<void> WatchList::findEntries() {
   return {};
 }
 
+const PropertyList* WatchList::appendedAt(std::size_t index) const {
+  return index < entries_.size() ? nullptr : &appended_[index - entries_.size()];
+}
+
+std::optional<std::string> WatchList::text(std::size_t index, const char* key) const {
+  if (const auto* const entry = appendedAt(index)) return NewEntry(*entry).text(key);
+  const auto value = file_.find(entries_[index], key);
+  return value ? file_.text(*value) : std::nullopt;
+}
+
 std::optional<Assignment> WatchList::at(std::size_t index) const {
-  const BinaryPropertyList::Object entry = entries_[index];
-  if (!file_.isDictionary(entry)) return std::nullopt;
-  const auto text = [&](const char* key) {
-    const auto value = file_.find(entry, key);
-    return value ? file_.text(*value) : std::nullopt;
+  const bool isEntry = appendedAt(index) != nullptr || file_.isDictionary(entries_[index]);
+  if (!isEntry) return std::nullopt;
+  return Assignment{text(index, "bundleid").value_or(""), text(index, "commandid"), keys(index)};
+}
+
+std::optional<Combination> WatchList::keys(std::size_t index) const {
+  if (const auto* const entry = appendedAt(index)) return NewEntry(*entry).keys();
+  const auto number = [&](const std::optional<BinaryPropertyList::Object>& value) {
+    return shortNumber(value ? file_.integer(*value) : std::nullopt);
   };
-  return Assignment{text("bundleid").value_or(""), text("commandid"),
-                    shortNumber(file_, entry, "keycode").value_or(0),
-                    shortNumber(file_, entry, "modifiers").value_or(0)};
+  const auto keyCode = number(file_.find(entries_[index], "keycode"));
+  if (!keyCode) return std::nullopt;
+  const auto modifiers = file_.find(entries_[index], "modifiers");
+  return combinationOf(keyCode, modifiers.has_value(), number(modifiers));
 }
 
 bool WatchList::belongsTo(std::size_t index, std::string_view bundleId) const {
@@ -152,7 +288,9 @@ bool WatchList::hasCommandId(std::size_t index, std::string_view commandId) cons
   return hasText(index, "commandid", commandId);
 }
 
-bool WatchList::hasText(std::size_t index, std::string_view key, std::string_view text) const {
+/// Without taking the text out of the file: most entries are others'.
+bool WatchList::hasText(std::size_t index, const char* key, std::string_view text) const {
+  if (appendedAt(index) != nullptr) return this->text(index, key) == text;
   const auto value = file_.find(entries_[index], key);
   return value && file_.isText(*value, text);
 }
@@ -173,10 +311,19 @@ Result<std::string> WatchList::serialize() const {
   return file_.replacingArray(kWatchList, entries_, appended_);
 }
 
+KeysByCommand keysOf(const WatchList& list, std::string_view bundleId) {
+  return HolderSearch(list, bundleId).run();
+}
+
 std::optional<std::string> assignmentsPath() {
   const auto folder = TGLocalPaths::prefsDirectory(Domain::user);
   if (!folder) return std::nullopt;
   return foundation::appendingPathComponent(*folder, identifiers::kShortcutKeysFile);
+}
+
+std::optional<platform::FileState> assignmentsState() {
+  const auto path = assignmentsPath();
+  return path ? platform::current().fileQueries.state(*path) : std::nullopt;
 }
 
 Result<WatchList> readAssignments() {
@@ -184,14 +331,14 @@ Result<WatchList> readAssignments() {
   return path ? readList(*path) : systemError(ENOENT, "");
 }
 
-bool changeAssignments(WhenMissing whenMissing, const std::function<void(WatchList&)>& change) {
+std::optional<platform::FileState> changeAssignments(WhenMissing whenMissing, const Change& change) {
   const auto path = assignmentsPath();
-  const auto changed = path ? changeUnderLock(*path, whenMissing, change)
-                            : Result<void>(systemError(ENOENT, identifiers::kShortcutKeysFile));
-  if (changed) return true;
+  auto changed = path ? changeUnderLock(*path, whenMissing, change)
+                      : Result<platform::FileState>(systemError(ENOENT, identifiers::kShortcutKeysFile));
+  if (changed) return changed.value();
   const bool isMissing = whenMissing == WhenMissing::leave && changed.error().code == ENOENT;
   if (!isMissing) NSLog("Unable to write the shortcut keys: %@", changed.error().localizedDescription());
-  return false;
+  return std::nullopt;
 }
 
 }  // namespace shortcutkeys

@@ -1,13 +1,16 @@
 #pragma once
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/Files.h"
 #include "platform/foundation/BinaryPropertyList.h"
 #include "platform/foundation/PropertyList.h"
 #include "platform/foundation/Result.h"
@@ -17,24 +20,40 @@
 /// whose key "watchlist" holds the entries.
 ///
 /// A change is made under a lock on the file that nothing else in this system holds: what stands in the file
-/// is read, changed and replaced in one step, so that two programs that change it at the same time lose
-/// nothing. Everything but the entries changed stays as it is, in its order: the entries of others, keys that
-/// nobody here knows, in entries and beside them. The file is always written in the binary format, which
-/// all that read property lists understand, because users' lists grow: 100,000 entries take a tenth of the
-/// bytes, and a twentieth of the time. Others may write it as XML; that is read as well.
+/// is read, changed and replaced in one step. That binds the programs that ask for the lock, which are those
+/// made of this code: they lose nothing of each other's. One that writes without it is noticed where it has
+/// written between the reading and the replacing, and the change is then made again on what it wrote. What
+/// remains is the moment between the last look at the file and its renaming, and what such a program itself
+/// has read before our change and writes after it.
+///
+/// Everything but the entries changed stays as it is, in its order: the entries of others, keys that nobody
+/// here knows, in entries and beside them. The file is always written in the binary format, which all that
+/// read property lists understand, because users' lists grow: 100,000 entries take a tenth of the bytes, and
+/// a twentieth of the time. Others may write it as XML; that is read as well.
+///
+/// A symbolic link in the file's place stays, and the file that it leads to is read and replaced, where it
+/// lies, if it is the user's own. Root follows none: a user's link could lead it anywhere.
 namespace shortcutkeys {
 
 /// Up to which size the file is read.
 inline constexpr std::uint64_t kLargestFile = 64ULL << 20;
 inline constexpr std::size_t kMostValues = 4'000'000;
 
+/// A key, by the Mac's virtual key code, and the mask of the modifiers that are held with it.
+struct Combination {
+  std::uint16_t keyCode = 0;
+  std::uint16_t modifiers = 0;
+  auto operator<=>(const Combination&) const = default;
+};
+
 /// What an entry of the file says, as far as it is understood here. Whatever has another kind than it should
 /// is as good as missing.
 struct Assignment {
   std::string bundleId;
   std::optional<std::string> commandId;
-  std::uint16_t keyCode = 0;
-  std::uint16_t modifiers = 0;
+  /// nullopt where there is no key code, and where it or the modifiers are no whole number of 16 bits: nobody
+  /// can tell which keys are meant. An entry without modifiers means the bare key.
+  std::optional<Combination> keys;
   bool operator==(const Assignment&) const = default;
 };
 
@@ -47,14 +66,17 @@ class WatchList {
   /// The list of a file that is not there.
   WatchList();
 
-  [[nodiscard]] std::size_t size() const { return entries_.size(); }
+  /// Those appended come last.
+  [[nodiscard]] std::size_t size() const { return entries_.size() + appended_.size(); }
   /// nullopt for an entry that is no dictionary. REQUIRES an index below size(), as the functions below.
   [[nodiscard]] std::optional<Assignment> at(std::size_t index) const;
+  [[nodiscard]] std::optional<Combination> keys(std::size_t index) const;
   [[nodiscard]] bool belongsTo(std::size_t index, std::string_view bundleId) const;
   [[nodiscard]] bool hasCommandId(std::size_t index, std::string_view commandId) const;
-  /// The entry has parameters, and they are these, one by one.
+  /// The entry has parameters, and they are these, one by one. REQUIRES an entry that was not appended.
   [[nodiscard]] bool hasParams(std::size_t index, const std::vector<std::string>& params) const;
 
+  /// REQUIRES an entry that was not appended.
   void erase(std::size_t index);
   void append(foundation::PropertyList entry) { appended_.push_back(std::move(entry)); }
 
@@ -64,15 +86,32 @@ class WatchList {
  private:
   explicit WatchList(foundation::BinaryPropertyList file);
   [[nodiscard]] foundation::Result<void> findEntries();
-  [[nodiscard]] bool hasText(std::size_t index, std::string_view key, std::string_view text) const;
+  [[nodiscard]] const foundation::PropertyList* appendedAt(std::size_t index) const;
+  [[nodiscard]] std::optional<std::string> text(std::size_t index, const char* key) const;
+  [[nodiscard]] bool hasText(std::size_t index, const char* key, std::string_view text) const;
 
   foundation::BinaryPropertyList file_;
   std::vector<foundation::BinaryPropertyList::Object> entries_;
   foundation::PropertyList::Array appended_;
 };
 
+/// One command of an application: its keys, and who else has them.
+struct CommandKeys {
+  std::optional<Combination> keys;
+  /// In the list's order; another application once, whatever it does with the keys.
+  std::vector<Assignment> otherHolders = {};
+};
+using KeysByCommand = std::map<std::string, CommandKeys>;
+
+/// What a list says of the commands of one application. Of a command that stands there twice the last counts.
+/// Entries without a command are only holders.
+[[nodiscard]] KeysByCommand keysOf(const WatchList& list, std::string_view bundleId);
+
 /// Where the file is; nullopt where nobody's Preferences folder is known.
 [[nodiscard]] std::optional<std::string> assignmentsPath();
+
+/// The file as it lies there now, to see whether it has changed since; nullopt where it is missing.
+[[nodiscard]] std::optional<platform::FileState> assignmentsState();
 
 /// What stands in the file now; ENOENT where it is missing.
 [[nodiscard]] foundation::Result<WatchList> readAssignments();
@@ -80,12 +119,18 @@ class WatchList {
 enum class WhenMissing { leave, create };
 
 /// Reads the file, has it changed and writes it, all under the lock, for which it waits five seconds at most.
-/// Answers whether it was written; what failed is said on the system console.
+/// On the main thread its work is served during that wait, so that the window answers; whoever calls must be
+/// ready to be called again meanwhile. Answers the file as it was written; nullopt where it was not: what
+/// failed is said on the system console.
+///
+/// The change may be asked for more than once, each time for a list that was read afresh, of which the last
+/// one counts.
 ///
 /// WhenMissing::create begins a new file where there is none, and where what is there is no list: that is
 /// kept beside it as "NAME (unreadable DATE).plist", and nothing is written where it cannot be. With
 /// WhenMissing::leave such a file stays where it is, and nothing is written. A file that cannot be read for
 /// another reason is not touched.
-bool changeAssignments(WhenMissing whenMissing, const std::function<void(WatchList&)>& change);
+std::optional<platform::FileState> changeAssignments(WhenMissing whenMissing,
+                                                     const std::function<void(WatchList&)>& change);
 
 }  // namespace shortcutkeys

@@ -112,7 +112,8 @@ class ShortcutKeyOwner {
   virtual void tableView(const ShortcutKeyTable* table, TableCell& willDisplayCell,
                          const std::string& forTableColumn, std::size_t row) const = 0;
   /// Who else holds the row's combination, as one sentence for its tool tip and its accessible description:
-  /// "" where nobody does. Reads the assignments, so that it is for when somebody asks and not for drawing.
+  /// "" where nobody does. Looks at the assignments' file, and reads it where it has changed, so that it is
+  /// for when somebody asks and not for drawing.
   [[nodiscard]] virtual std::string conflictInRow(std::size_t row) const = 0;
 
   /// The window asks which editor the cells of an object are edited with: the emptied one of this editor for

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <map>
-#include <set>
 #include <utility>
 
 #include "diagnostics/TGException.h"
@@ -114,20 +112,11 @@ std::string nameOfApplication(const std::string& bundleId) {
   return name.empty() ? bundleId : name;
 }
 
-std::string shownName(std::uint16_t keyCode, std::uint16_t modifiers) {
-  return TGShortcutKeyTableDelegate::nameForKeyCode(keyCode, modifiers).value_or(kUnknown);
-}
-
-/// The combinations of this application by their commands. Of a command that stands there twice the last
-/// counts.
-std::map<std::string, shortcutkeys::Assignment> ownAssignments(const foundation::Result<WatchList>& list) {
-  std::map<std::string, shortcutkeys::Assignment> own;
-  for (std::size_t at = 0; list && at < list.value().size(); ++at) {
-    if (!list.value().belongsTo(at, identifiers::kApplication)) continue;
-    if (auto entry = list.value().at(at); entry && entry->commandId)
-      own[*entry->commandId] = std::move(*entry);
-  }
-  return own;
+/// Of an entry that does not say which keys it means, too.
+std::string shownName(const std::optional<shortcutkeys::Combination>& keys) {
+  const auto name =
+      keys ? TGShortcutKeyTableDelegate::nameForKeyCode(keys->keyCode, keys->modifiers) : std::nullopt;
+  return name.value_or(kUnknown);
 }
 
 void removeFirst(WatchList& list, const std::function<bool(std::size_t index)>& matches) {
@@ -155,6 +144,18 @@ PropertyList newEntry(const std::optional<std::string>& commandId,
   return entry;
 }
 
+/// Says for as long as it lives that something is under way.
+class Busy {
+ public:
+  explicit Busy(bool& flag) : flag_(flag) { flag_ = true; }
+  ~Busy() { flag_ = false; }
+  Busy(const Busy&) = delete;
+  Busy& operator=(const Busy&) = delete;
+
+ private:
+  bool& flag_;
+};
+
 bool isOn(const PropertyList& userInfo, const char* key) {
   const PropertyList* const value = userInfo.find(key);
   return value != nullptr && value->boolValue();
@@ -179,6 +180,7 @@ TGShortcutKeyTableDelegate* TGShortcutKeyTableDelegate::sharedController() {
 
 void TGShortcutKeyTableDelegate::interfaceDidLoad(const outlets::ShortcutKeyConnections& connections) {
   interfaceWillClose();
+  ++loads_;
   shortcutKeyTableView_ = connections.shortcutKeyTableView;
   parentView_ = connections.parentView;
   versionAlertText_ = connections.versionAlertText;
@@ -224,11 +226,12 @@ void TGShortcutKeyTableDelegate::populateKeyData() {
   if (versionAlertText_ != nullptr) versionAlertText_->setHidden(isManaged);
   if (shortcutKeyTableView_ != nullptr) shortcutKeyTableView_->setEnabled(isManaged);
   PropertyList::Array commands = commandList();
-  for (auto& [commandId, entry] : ownAssignments(shortcutkeys::readAssignments())) {
+  known_.reset();
+  for (const auto& [commandId, held] : keysInForce()) {
     const auto command =
         std::find_if(commands.begin(), commands.end(),
                      [&id = commandId](const auto& candidate) { return textOf(candidate, "id") == id; });
-    if (command != commands.end()) command->set("keyname", shownName(entry.keyCode, entry.modifiers));
+    if (command != commands.end()) command->set("keyname", shownName(held.keys));
   }
   dataArray_ = std::move(commands);
   if (shortcutKeyTableView_ != nullptr) shortcutKeyTableView_->reloadData();
@@ -283,6 +286,7 @@ std::optional<std::size_t> TGShortcutKeyTableDelegate::selectedRow() const {
 }
 
 void TGShortcutKeyTableDelegate::keyChanged(const platform::LocalNotification& notification) {
+  if (isChanging_) return;
   const auto* const userInfo = notification.userInfo.as<PropertyList::Dictionary>();
   const auto row = selectedRow();
   if (row && userInfo != nullptr && !userInfo->empty()) assign(*row, notification.userInfo);
@@ -299,12 +303,13 @@ void TGShortcutKeyTableDelegate::assign(std::size_t row, const PropertyList& use
                                        .opt = isOn(userInfo, "opt"),
                                        .ctrl = isOn(userInfo, "ctrl")};
   PropertyList& command = dataArray_[row];
-  command.set("keyname", shownName(keyCode, maskOf(modifiers)));
+  command.set("keyname", shownName(shortcutkeys::Combination{keyCode, maskOf(modifiers)}));
   const bool isStored = setKeyboardShortcutWithID(textOf(command, "id"), std::nullopt, keyCode, modifiers);
   if (!isStored) populateKeyData();  // the table shows what is in force
 }
 
 void TGShortcutKeyTableDelegate::keyCleared(const std::optional<platform::LocalNotification>&) {
+  if (isChanging_) return;
   if (const auto row = selectedRow()) clear(*row);
   if (shortcutKeyTableView_ != nullptr) shortcutKeyTableView_->reloadData();
   setUpManager();
@@ -314,12 +319,12 @@ void TGShortcutKeyTableDelegate::clear(std::size_t row) {
   auto* const command = dataArray_[row].as<PropertyList::Dictionary>();
   std::erase_if(*command, [](const auto& entry) { return entry.first == "keyname"; });
   const auto commandId = textOf(dataArray_[row], "id");
-  const bool isStored = shortcutkeys::changeAssignments(WhenMissing::leave, [&](WatchList& list) {
+  const bool isStored = change(WhenMissing::leave, [&](WatchList& list) {
     removeFirst(list, [&](std::size_t index) { return commandId && list.hasCommandId(index, *commandId); });
   });
   if (isStored) {
     platform::current().distributedNotifications.post(kReload, std::nullopt);
-  } else if (shortcutkeys::readAssignments()) {
+  } else if (shortcutkeys::assignmentsState()) {
     populateKeyData();  // the table shows what is in force
   }
 }
@@ -368,7 +373,7 @@ std::optional<std::string> TGShortcutKeyTableDelegate::stringForKeyCode(std::uin
 bool TGShortcutKeyTableDelegate::setKeyboardShortcutWithID(const std::optional<std::string>& commandId,
                                                            const Params& params, std::uint16_t keycode,
                                                            const ShortcutKeyModifiers& modifiers) {
-  const bool isStored = shortcutkeys::changeAssignments(WhenMissing::create, [&](WatchList& list) {
+  const bool isStored = change(WhenMissing::create, [&](WatchList& list) {
     removeFirst(list, [&](std::size_t index) {
       return commandId ? list.hasCommandId(index, *commandId) : params && list.hasParams(index, *params);
     });
@@ -379,36 +384,50 @@ bool TGShortcutKeyTableDelegate::setKeyboardShortcutWithID(const std::optional<s
   return isStored;
 }
 
+bool TGShortcutKeyTableDelegate::change(WhenMissing whenMissing,
+                                        const std::function<void(WatchList&)>& change) {
+  const int loads = loads_;
+  KnownKeys known;
+  const Busy busy(isChanging_);
+  const auto file = shortcutkeys::changeAssignments(whenMissing, [&](WatchList& list) {
+    change(list);
+    known.keys = shortcutkeys::keysOf(list, identifiers::kApplication);
+  });
+  if (!file) return false;
+  known.file = file;
+  known_ = std::move(known);
+  if (loads != loads_)
+    populateKeyData();  // opened anew while the change waited, with the keys from before it
+  return true;
+}
+
+const shortcutkeys::KeysByCommand& TGShortcutKeyTableDelegate::keysInForce() const {
+  const auto file = shortcutkeys::assignmentsState();
+  if (!known_ || known_->file != file) {
+    const auto list = shortcutkeys::readAssignments();
+    known_ = {file, list ? shortcutkeys::keysOf(list.value(), identifiers::kApplication)
+                         : shortcutkeys::KeysByCommand()};
+  }
+  return known_->keys;
+}
+
 std::string TGShortcutKeyTableDelegate::conflictInRow(std::size_t row) const {
   if (row >= dataArray_.size()) return "";
   const auto commandId = textOf(dataArray_[row], "id");
-  const auto list = shortcutkeys::readAssignments();
-  const auto own = ownAssignments(list);
-  const auto entry = commandId ? own.find(*commandId) : own.end();
-  if (entry == own.end()) return "";
-  const std::vector<std::string> holders = otherHolders(list.value(), entry->second);
-  if (holders.empty()) return "";
+  const auto& keys = keysInForce();
+  const auto held = commandId ? keys.find(*commandId) : keys.end();
+  if (held == keys.end() || held->second.otherHolders.empty()) return "";
   const std::string format = platform::current().mainBundle.localizedString("%@ is also assigned to %@.");
-  return foundation::stringWithFormat(format, shownName(entry->second.keyCode, entry->second.modifiers),
-                                      sentenceOf(holders));
+  return foundation::stringWithFormat(format, shownName(held->second.keys),
+                                      sentenceOf(namesOf(held->second.otherHolders)));
 }
 
-std::vector<std::string> TGShortcutKeyTableDelegate::otherHolders(const WatchList& list,
-                                                                  const shortcutkeys::Assignment& own) const {
-  std::vector<std::string> holders;
-  std::set<std::pair<std::string, std::optional<std::string>>> seen;
-  for (std::size_t at = 0; at < list.size(); ++at) {
-    const auto other = list.at(at);
-    const bool isSameKey = other && other->keyCode == own.keyCode && other->modifiers == own.modifiers;
-    const bool isItself = other && other->bundleId == own.bundleId && other->commandId == own.commandId;
-    if (!isSameKey || isItself) continue;
-    // Another application is named once, whatever it does with the keys.
-    const bool isOurs = other->bundleId == identifiers::kApplication;
-    if (!seen.emplace(other->bundleId, isOurs ? other->commandId : std::nullopt).second) continue;
-    // To find a name takes a look into every application: those that are counted only need none.
-    holders.push_back(holders.size() < kMostNames ? nameOfHolder(*other) : "");
-  }
-  return holders;
+std::vector<std::string> TGShortcutKeyTableDelegate::namesOf(
+    const std::vector<shortcutkeys::Assignment>& holders) const {
+  std::vector<std::string> names;
+  // To find a name takes a look into every application: those that are counted only need none.
+  for (const auto& holder : holders) names.push_back(names.size() < kMostNames ? nameOfHolder(holder) : "");
+  return names;
 }
 
 /// A command of this application by its description, another application by its name.

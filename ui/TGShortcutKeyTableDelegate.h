@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,12 +11,8 @@
 #include "platform/Notifications.h"
 #include "platform/foundation/ImmortalSingleton.h"
 #include "platform/foundation/PropertyList.h"
+#include "ui/ShortcutKeyAssignments.h"
 #include "ui/ShortcutKeyOutlets.h"
-
-namespace shortcutkeys {
-struct Assignment;
-class WatchList;
-}
 
 /// The modifier keys of a combination.
 struct ShortcutKeyModifiers {
@@ -35,8 +32,10 @@ struct ShortcutKeyModifiers {
 ///                                                       change; "TGShortcutKeysReload" is posted, too
 ///
 /// As root the Preferences folder is that of the user at the console, and the file stays or becomes theirs.
-/// The assignments are read afresh at each question; how they are changed without losing what others write
-/// at the same time: ShortcutKeyAssignments.h.
+/// The assignments are read when they are shown or changed and where the file has changed since, because a
+/// list may be long; each question looks at the file's state. How they are changed without losing what others
+/// write at the same time: ShortcutKeyAssignments.h. While a change waits for another program nothing else is
+/// recorded or cleared: the order of the two would be anybody's guess.
 ///
 /// Main thread only. Nothing is thrown and no failure reported: failures are lines on the system console, and
 /// the table stays usable. It is created once and never freed: a second allocation yields nullptr.
@@ -116,8 +115,10 @@ class TGShortcutKeyTableDelegate : public foundation::ImmortalSingleton<TGShortc
   [[nodiscard]] std::optional<std::size_t> selectedRow() const;
   void assign(std::size_t row, const foundation::PropertyList& userInfo);
   void clear(std::size_t row);
-  [[nodiscard]] std::vector<std::string> otherHolders(const shortcutkeys::WatchList& list,
-                                                      const shortcutkeys::Assignment& own) const;
+  bool change(shortcutkeys::WhenMissing whenMissing,
+              const std::function<void(shortcutkeys::WatchList&)>& change);
+  [[nodiscard]] const shortcutkeys::KeysByCommand& keysInForce() const;
+  [[nodiscard]] std::vector<std::string> namesOf(const std::vector<shortcutkeys::Assignment>& holders) const;
   [[nodiscard]] std::string nameOfHolder(const shortcutkeys::Assignment& holder) const;
 
   foundation::PropertyList::Array dataArray_;
@@ -128,4 +129,13 @@ class TGShortcutKeyTableDelegate : public foundation::ImmortalSingleton<TGShortc
 
   outlets::FieldEditorFactory* fieldEditors_ = nullptr;
   std::vector<int> observers_;
+
+  /// What the assignments said when they were in this state.
+  struct KnownKeys {
+    std::optional<platform::FileState> file;
+    shortcutkeys::KeysByCommand keys;
+  };
+  mutable std::optional<KnownKeys> known_;
+  bool isChanging_ = false;
+  int loads_ = 0;  ///< how often an interface was loaded
 };

@@ -322,11 +322,18 @@ Result<std::vector<std::string>> RootedFiles::contentsOfDirectory(const std::str
 }
 
 Result<std::string> RootedFiles::readFile(const std::string& path, std::uint64_t limit) {
+  if (whenRead) whenRead(path);
   return queries_.readFile(real(path), limit);
 }
 
 Result<std::string> RootedFiles::readFileItself(const std::string& path, std::uint64_t limit) {
+  if (whenRead) whenRead(path);
   return queries_.readFileItself(real(path), limit);
+}
+
+Result<std::string> RootedFiles::linkTarget(const std::string& path) {
+  auto target = queries_.linkTarget(real(path));
+  return target && target.value().starts_with(root_) ? target.value().substr(root_.size()) : target;
 }
 
 std::optional<foundation::Date> RootedFiles::modificationDate(const std::string& path) {
@@ -361,6 +368,13 @@ Result<void> RootedFiles::remove(const std::string& path) {
 Result<void> RootedFiles::writeAtomically(const std::string& path, std::string_view bytes) {
   if (auto error = refusal("writeAtomically", path)) return *error;
   return changes_.writeAtomically(real(path), bytes);
+}
+
+Result<void> RootedFiles::replaceUnchanged(const std::string& path,
+                                           const std::optional<platform::FileState>& seen,
+                                           std::string_view bytes) {
+  if (auto error = refusal("replaceUnchanged", path)) return *error;
+  return changes_.replaceUnchanged(real(path), seen, bytes);
 }
 
 Result<std::unique_ptr<platform::WritableFile>> RootedFiles::openForWriting(const std::string& path) {

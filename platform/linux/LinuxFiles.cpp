@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <functional>
 
 #include "platform/foundation/Paths.h"
 #include "platform/foundation/Text.h"
@@ -16,6 +17,7 @@
 #include "platform/linux/GuardedFolders.h"
 #include "platform/linux/PathEntry.h"
 #include "platform/linux/TreeCopy.h"
+#include "platform/posix/FileStates.h"
 #include "platform/posix/RegularFile.h"
 
 namespace platform {
@@ -162,19 +164,33 @@ Result<UniqueDescriptor> openFileItself(const std::string& path, int flags) {
   return file;
 }
 
+/// Asked just before a file is replaced: 0, or why it is not to be, as an errno value.
+using Refusal = std::function<int()>;
+
 /// Puts a file in the place of what lies there, `old` where that is a file. What replaces a file may be as
 /// confidential as that: nobody else reads it before it has its mode.
 Result<void> writeReplacement(const Place& target, const struct stat* old, std::string_view bytes,
-                              const std::string& path) {
+                              const std::string& path, const Refusal& refusal = {}) {
   ReplacementFile file(target, old != nullptr ? 0600 : 0644);
   if (!file.isOpen()) return systemError(errno, path);
   const bool isNew = old == nullptr;
   if (isNew && !giveToFoldersOwner(file.descriptor(), target.folder.get())) return systemError(errno, path);
   if (auto written = writeAll(file.descriptor(), bytes, path); !written) return written;
   if (!isNew && !takeOverAttributes(file.descriptor(), *old)) return systemError(errno, path);
-  if (::fsync(file.descriptor()) != 0 || !file.replaceTarget()) return systemError(errno, path);
+  if (::fsync(file.descriptor()) != 0) return systemError(errno, path);
+  if (const int reason = refusal ? refusal() : 0; reason != 0) return systemError(reason, path);
+  if (!file.replaceTarget()) return systemError(errno, path);
   ::fsync(target.folder.get());  // makes the renaming itself last through a power cut
   return {};
+}
+
+/// What lies there itself, which is no link nor a folder, is what was seen.
+bool isStill(const Place& target, const std::optional<FileState>& seen) {
+  struct stat now {};
+  if (::fstatat(target.folder.get(), target.name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0) {
+    return errno == ENOENT && !seen;
+  }
+  return S_ISREG(now.st_mode) && seen == stateOf(now);
 }
 
 bool othersMayWrite(const FileStatus& folder) {
@@ -253,6 +269,17 @@ Result<void> LinuxFileChanges::writeAtomically(const std::string& path, std::str
   const bool isThere = ::fstatat(target.folder.get(), target.name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
   if (isThere && S_ISDIR(old.st_mode)) return systemError(EISDIR, path);
   return writeReplacement(target, isThere && S_ISREG(old.st_mode) ? &old : nullptr, bytes, path);
+}
+
+Result<void> LinuxFileChanges::replaceUnchanged(const std::string& path, const std::optional<FileState>& seen,
+                                                std::string_view bytes) {
+  const auto place = placeOf(path);
+  if (!place) return place.error();
+  const Place& target = place.value();
+  const auto refusal = [&] { return isStill(target, seen) ? 0 : EAGAIN; };
+  struct stat old {};
+  const bool isThere = ::fstatat(target.folder.get(), target.name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
+  return writeReplacement(target, isThere && S_ISREG(old.st_mode) ? &old : nullptr, bytes, path, refusal);
 }
 
 Result<std::unique_ptr<WritableFile>> LinuxFileChanges::openForWriting(const std::string& path) {

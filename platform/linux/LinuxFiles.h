@@ -25,11 +25,11 @@ class LinuxFileQueries : public PosixFileQueries {
 ///
 /// What is moved to another file system is copied with owner, mode, times, extended attributes and hard links
 /// into a private folder, synchronised and compared, before it appears under its name; what TreeCopy.h says
-/// of devices and set-id bits holds here. Writing atomically replaces a link rather than what it leads to,
-/// and does not take set-id bits over. A process that may not give the new file to the old one's owner keeps
-/// it as its own; where it may not keep the group either, the group gets no more rights than everybody has.
-/// Root does not open a file for writing that has further names (EMLINK, also where the name it was opened by
-/// has gone): one of them may be another program's file.
+/// of devices and set-id bits holds here. Writing atomically replaces a link rather than what it leads to
+/// (replaceUnchanged() refuses one), and does not take set-id bits over. A process that may not give the new
+/// file to the old one's owner keeps it as its own; where it may not keep the group either, the group gets no
+/// more rights than everybody has. Root does not open a file for writing that has further names (EMLINK, also
+/// where the name it was opened by has gone): one of them may be another program's file.
 class LinuxFileChanges : public FileChanges {
  public:
   foundation::Result<void> createDirectory(const std::string& path) override;
@@ -38,6 +38,8 @@ class LinuxFileChanges : public FileChanges {
   foundation::Result<void> copyForOwnUse(const std::string& from, const std::string& to) override;
   foundation::Result<void> remove(const std::string& path) override;
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) override;
+  foundation::Result<void> replaceUnchanged(const std::string& path, const std::optional<FileState>& seen,
+                                            std::string_view bytes) override;
   foundation::Result<std::unique_ptr<WritableFile>> openForWriting(const std::string& path) override;
 };
 

@@ -6,9 +6,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 
+#include "platform/foundation/Paths.h"
+#include "platform/posix/FileStates.h"
 #include "platform/posix/FileTimes.h"
 #include "platform/posix/RegularFile.h"
 
@@ -23,6 +27,17 @@ Result<std::string> read(const std::string& path, std::uint64_t limit, int flags
   auto file = openRegularFile(AT_FDCWD, path, O_RDONLY | flags, path);
   if (!file) return file.error();
   return readWholeFile(file.value().get(), limit, path);
+}
+
+/// How many links in a row are followed, as a system does itself (SYMLOOP_MAX).
+constexpr int kMostLinks = 40;
+
+/// EINVAL for what is no link.
+Result<std::string> readLink(const std::string& path) {
+  std::array<char, PATH_MAX> target{};
+  const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+  if (length < 0) return systemError(errno, path);
+  return std::string(target.data(), static_cast<std::size_t>(length));
 }
 
 }  // namespace
@@ -76,6 +91,25 @@ std::optional<foundation::Date> PosixFileQueries::modificationDate(const std::st
   const timespec changed = modificationTime(status);
   const auto moment = std::chrono::seconds(changed.tv_sec) + std::chrono::nanoseconds(changed.tv_nsec);
   return foundation::Date(foundation::Date::TimePoint(moment));
+}
+
+std::optional<FileState> PosixFileQueries::state(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return std::nullopt;
+  return stateOf(status);
+}
+
+Result<std::string> PosixFileQueries::linkTarget(const std::string& path) {
+  std::string target = path;
+  for (int links = 0; links <= kMostLinks; ++links) {
+    const auto next = readLink(target);
+    if (!next)
+      return next.error().code == EINVAL || next.error().code == ENOENT ? Result<std::string>(target) : next;
+    const bool isWhole = next.value().starts_with('/');
+    const std::string folder = foundation::deletingLastPathComponent(target);
+    target = isWhole ? next.value() : foundation::appendingPathComponent(folder, next.value());
+  }
+  return systemError(ELOOP, path);
 }
 
 }  // namespace platform

@@ -16,6 +16,8 @@ class PosixFileQueries : public FileQueries {
   std::optional<foundation::Date> modificationDate(const std::string& path) override;
   /// Never: which links may be followed is each system's own matter.
   bool isOutOfOthersReach(const std::string& path) override;
+  std::optional<FileState> state(const std::string& path) override;
+  foundation::Result<std::string> linkTarget(const std::string& path) override;
 };
 
 }  // namespace platform

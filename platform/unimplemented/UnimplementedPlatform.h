@@ -64,6 +64,10 @@ class UnimplementedFileQueries : public FileQueries {
   }
   std::optional<foundation::Date> modificationDate(const std::string&) override { return {}; }
   bool isOutOfOthersReach(const std::string&) override { return false; }
+  std::optional<FileState> state(const std::string&) override { return {}; }
+  foundation::Result<std::string> linkTarget(const std::string& path) override {
+    return notImplemented(path);
+  }
 };
 
 class UnimplementedFileChanges : public FileChanges {
@@ -80,6 +84,10 @@ class UnimplementedFileChanges : public FileChanges {
   }
   foundation::Result<void> remove(const std::string& path) override { return notImplemented(path); }
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view) override {
+    return notImplemented(path);
+  }
+  foundation::Result<void> replaceUnchanged(const std::string& path, const std::optional<FileState>&,
+                                            std::string_view) override {
     return notImplemented(path);
   }
   foundation::Result<std::unique_ptr<WritableFile>> openForWriting(const std::string& path) override {

@@ -236,6 +236,34 @@ TEST_F(LinuxFilesTest, AFolderIsNotReplacedByAFile) {
   EXPECT_THAT(namesIn(folder.path()), ElementsAre("sub"));
 }
 
+TEST_F(LinuxFilesTest, OnlyWhatWasSeenIsReplaced) {
+  const std::string file = folder.file("file", "old");
+  ASSERT_EQ(::chmod(file.c_str(), 0640), 0);
+  const auto seen = queries.state(file);
+  EXPECT_EQ(changes.replaceUnchanged(file, std::nullopt, "new").error().code, EAGAIN);
+  EXPECT_TRUE(changes.replaceUnchanged(file, seen, "new").ok());
+  EXPECT_EQ(folder.content("file"), "new");
+  EXPECT_EQ(modeOf(file), 0640U);
+  EXPECT_EQ(changes.replaceUnchanged(file, seen, "newer").error().code, EAGAIN);
+  EXPECT_EQ(folder.content("file"), "new");
+  fs::remove(file);
+  EXPECT_EQ(changes.replaceUnchanged(file, seen, "newer").error().code, EAGAIN);
+  EXPECT_TRUE(changes.replaceUnchanged(file, std::nullopt, "begun").ok());
+  EXPECT_EQ(folder.content("file"), "begun");
+  EXPECT_THAT(namesIn(folder.path()), ElementsAre("file"));
+}
+
+TEST_F(LinuxFilesTest, ALinkIsNotWhatWasSeenBehindIt) {
+  const std::string file = folder.file("file", "old");
+  fs::create_symlink(file, folder / "link");
+  fs::create_symlink("nothing", folder / "dangling");
+  EXPECT_EQ(changes.replaceUnchanged(folder / "link", queries.state(file), "new").error().code, EAGAIN);
+  EXPECT_EQ(changes.replaceUnchanged(folder / "dangling", std::nullopt, "new").error().code, EAGAIN);
+  EXPECT_EQ(changes.replaceUnchanged(folder / "absent/file", std::nullopt, "new").error().code, ENOENT);
+  EXPECT_EQ(folder.content("file"), "old");
+  EXPECT_TRUE(fs::is_symlink(folder / "link"));
+}
+
 TEST_F(LinuxFilesTest, ANameOfTheGreatestLengthCanBeReplaced) {
   const std::string file = folder.file(std::string(255, 'x'), "old");
   EXPECT_TRUE(changes.writeAtomically(file, "new").ok());

@@ -99,6 +99,42 @@ TEST_F(PosixFilesTest, ListingWhatIsNoFolderFails) {
   EXPECT_EQ(queries.contentsOfDirectory(makeFifo()).error().code, ENOTDIR);
 }
 
+TEST_F(PosixFilesTest, AFilesStateTellsWhetherItWasWrittenOrReplaced) {
+  const std::string file = folder.file("file", "one");
+  const auto before = queries.state(file);
+  ASSERT_TRUE(before);
+  EXPECT_EQ(before->size, 3U);
+  EXPECT_EQ(before->owner, ::geteuid());
+  EXPECT_EQ(queries.state(file), before);
+  fs::create_symlink("file", folder / "link");
+  EXPECT_EQ(queries.state(folder / "link"), before) << "of what it leads to";
+  folder.file("file", "longer");
+  EXPECT_NE(queries.state(file), before);
+  folder.file("other", "one");
+  fs::last_write_time(folder / "other", fs::last_write_time(file));
+  fs::rename(folder / "other", file);
+  EXPECT_NE(queries.state(file), before);
+  folder.file("file", "two");
+  const auto then = queries.state(file);
+  fs::last_write_time(file, fs::last_write_time(file) + std::chrono::nanoseconds(1));
+  EXPECT_NE(queries.state(file), then);
+  EXPECT_EQ(queries.state(folder / "missing"), std::nullopt);
+}
+
+TEST_F(PosixFilesTest, ALinkIsFollowedToItsEndWhetherOrNotAnythingIsThere) {
+  const std::string file = folder.file("file", "one");
+  fs::create_directory(folder / "sub");
+  fs::create_symlink("../second", folder / "sub/first");
+  fs::create_symlink(file, folder / "second");
+  fs::create_symlink("nothing", folder / "dangling");
+  EXPECT_EQ(queries.linkTarget(file).value(), file);
+  EXPECT_EQ(queries.linkTarget(folder / "missing").value(), folder / "missing");
+  EXPECT_EQ(queries.linkTarget(folder / "sub/first").value(), file);
+  EXPECT_EQ(queries.linkTarget(folder / "dangling").value(), folder / "nothing");
+  EXPECT_EQ(queries.linkTarget(makeLoop()).error().code, ELOOP);
+  EXPECT_EQ(queries.linkTarget(file + "/below").error().code, ENOTDIR);
+}
+
 TEST_F(PosixFilesTest, ReadsEveryByteUpToTheLimit) {
   const std::string bytes("a\0b\xFF", 4);
   const std::string file = folder.file("file", bytes);

@@ -4,11 +4,16 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 
 #include "tests/ui/ShortcutKeyFixture.h"
 
 using foundation::PropertyList;
+namespace fs = std::filesystem;
+
+using shortcutkeys::Assignment;
 using shortcutkeys::changeAssignments;
+using shortcutkeys::Combination;
 using shortcutkeys::WatchList;
 using shortcutkeys::WhenMissing;
 using testing::ElementsAre;
@@ -23,7 +28,7 @@ constexpr const char* kName = "com.vordenworks.shortcutkeys.plist";
 class ShortcutKeyAssignmentsTest : public ShortcutKeyFixture {
  protected:
   static bool append(const PropertyList& entry, WhenMissing whenMissing = WhenMissing::create) {
-    return changeAssignments(whenMissing, [&](WatchList& list) { list.append(entry); });
+    return changeAssignments(whenMissing, [&](WatchList& list) { list.append(entry); }).has_value();
   }
   [[nodiscard]] std::string content() { return system.files.readFile(kFile, 1 << 20).value(); }
 };
@@ -107,9 +112,55 @@ TEST_F(ShortcutKeyAssignmentsTest, ItSaysWhatAnEntryHolds) {
   const auto list = shortcutkeys::readAssignments();
   ASSERT_TRUE(list);
   ASSERT_EQ(list.value().size(), 3U);
-  EXPECT_EQ(list.value().at(0), (shortcutkeys::Assignment{"com.other.App", "x", 7, 0x0900}));
+  EXPECT_EQ(list.value().at(0), (Assignment{"com.other.App", "x", Combination{7, 0x0900}}));
   EXPECT_EQ(list.value().at(1), std::nullopt);
-  EXPECT_EQ(list.value().at(2), (shortcutkeys::Assignment{"", std::nullopt, 0, 0x0100}));
+  EXPECT_EQ(list.value().at(2), (Assignment{"", std::nullopt, std::nullopt}));
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, OnlyWholeNumbersOfSixteenBitsAreKeys) {
+  const auto keysOf = [&](const PropertyList& keyCode, const PropertyList& modifiers) {
+    writeEntries({PropertyList::Dictionary{{"keycode", keyCode}, {"modifiers", modifiers}}});
+    return shortcutkeys::readAssignments().value().keys(0);
+  };
+  EXPECT_EQ(keysOf(0, 0), (Combination{0, 0}));
+  EXPECT_EQ(keysOf(0xFFFF, 0xFFFF), (Combination{0xFFFF, 0xFFFF}));
+  const std::vector<PropertyList> noNumbers = {0x10000,
+                                               -1,
+                                               "1",
+                                               1.0,
+                                               true,
+                                               std::uint64_t{18446744073709551615U},
+                                               PropertyList::Array{1},
+                                               PropertyList::Data{"1"},
+                                               PropertyList::Dictionary{{"keycode", 1}}};
+  for (const PropertyList& value : noNumbers) {
+    EXPECT_EQ(keysOf(value, 0x0100), std::nullopt) << value.description();
+    EXPECT_EQ(keysOf(1, value), std::nullopt) << value.description();
+  }
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, WithoutAKeyCodeThereAreNoKeysAndWithoutModifiersThereIsTheBareKey) {
+  writeEntries(
+      {PropertyList::Dictionary{{"modifiers", 0x0100}}, PropertyList::Dictionary{{"keycode", 1}}, "x"});
+  const auto list = shortcutkeys::readAssignments();
+  ASSERT_TRUE(list);
+  EXPECT_EQ(list.value().keys(0), std::nullopt);
+  EXPECT_EQ(list.value().keys(1), (Combination{1, 0}));
+  EXPECT_EQ(list.value().keys(2), std::nullopt);
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, AnAppendedEntryIsSeenBehindTheOthers) {
+  writeEntries({entry("com.other.App", "x")});
+  EXPECT_TRUE(changeAssignments(WhenMissing::create, [&](WatchList& list) {
+    list.append(entry(kOurs, "repair", 1, 0x0100));
+    list.append(PropertyList::Dictionary{{"keycode", "1"}});
+    ASSERT_EQ(list.size(), 3U);
+    EXPECT_TRUE(list.belongsTo(1, kOurs));
+    EXPECT_FALSE(list.belongsTo(1, "com.other.App"));
+    EXPECT_TRUE(list.hasCommandId(1, "repair"));
+    EXPECT_EQ(list.at(1), (Assignment{kOurs, "repair", Combination{1, 0x0100}}));
+    EXPECT_EQ(list.at(2), (Assignment{"", std::nullopt, std::nullopt}));
+  }));
 }
 
 TEST_F(ShortcutKeyAssignmentsTest, ParametersAreComparedOneByOne) {
@@ -231,7 +282,71 @@ TEST_F(ShortcutKeyAssignmentsTest, WhileAnotherHoldsTheLockNothingIsReadNorWritt
   EXPECT_FALSE(changeAssignments(WhenMissing::create, [&](WatchList&) { isAsked = true; }));
   EXPECT_FALSE(isAsked);
   EXPECT_THAT(entries(), ElementsAre(entry("com.other.App", "x")));
+  EXPECT_THAT(messages(), ElementsAre(HasSubstr("Unable to write the shortcut keys")));
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, TheMainThreadsWorkIsServedWhileTheLockIsWaitedFor) {
+  auto lock = system.fileLocks.tryLock(kFile);
+  ASSERT_TRUE(lock);
+  int served = 0;
+  system.mainThread.whenServing = [&] {
+    if (++served == 3) lock.value().reset();
+  };
+  EXPECT_TRUE(append(entry(kOurs, "repair")));
+  EXPECT_EQ(served, 3);
+  EXPECT_EQ(system.clock.uptime(), std::chrono::seconds(0)) << "nobody sleeps there";
+  served = 0;
+  lock = system.fileLocks.tryLock(kFile);
+  system.mainThread.whenServing = [&] { ++served; };
+  EXPECT_FALSE(append(entry(kOurs, "repair")));
+  EXPECT_EQ(served, 500) << "ten milliseconds each, for five seconds";
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, OtherThreadsSleepWhileTheyWaitForTheLock) {
+  const auto lock = system.fileLocks.tryLock(kFile);
+  ASSERT_TRUE(lock);
+  system.mainThread.current = false;
+  EXPECT_FALSE(append(entry(kOurs, "repair")));
   EXPECT_EQ(system.clock.uptime(), std::chrono::seconds(5));
+}
+
+// Programs that do not ask for the lock.
+
+TEST_F(ShortcutKeyAssignmentsTest, WhatAProgramWithoutTheLockHasWrittenMeanwhileIsNotLost) {
+  writeEntries({entry("com.other.App", "x")});
+  int attempts = 0;
+  system.files.beforeChange = [&](const std::string& change, const std::string&) {
+    if (change == "replaceUnchanged" && ++attempts == 1) {
+      writeEntries({entry("com.other.App", "x"), entry("com.other.App", "y")});
+    }
+    return std::optional<foundation::Error>();
+  };
+  EXPECT_TRUE(append(entry(kOurs, "repair")));
+  EXPECT_EQ(attempts, 2);
+  EXPECT_THAT(entries(),
+              ElementsAre(entry("com.other.App", "x"), entry("com.other.App", "y"), entry(kOurs, "repair")));
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, AFileThatAppearsMeanwhileIsNotOverwritten) {
+  int attempts = 0;
+  system.files.beforeChange = [&](const std::string& change, const std::string&) {
+    if (change == "replaceUnchanged" && ++attempts == 1) writeEntries({entry("com.other.App", "x")});
+    return std::optional<foundation::Error>();
+  };
+  EXPECT_TRUE(append(entry(kOurs, "repair")));
+  EXPECT_THAT(entries(), ElementsAre(entry("com.other.App", "x"), entry(kOurs, "repair")));
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, AProgramThatNeverStopsWritingHasItsWay) {
+  int attempts = 0;
+  system.files.beforeChange = [&](const std::string& change, const std::string&) {
+    if (change == "replaceUnchanged") writeEntries({entry("com.other.App", std::to_string(++attempts))});
+    return std::optional<foundation::Error>();
+  };
+  EXPECT_FALSE(append(entry(kOurs, "repair")));
+  EXPECT_EQ(attempts, 10);
+  EXPECT_THAT(entries(), ElementsAre(entry("com.other.App", "10")));
+  EXPECT_THAT(messages(), ElementsAre(HasSubstr("Unable to write the shortcut keys")));
 }
 
 TEST_F(ShortcutKeyAssignmentsTest, TheLockIsLetGoOfAfterEachChange) {
@@ -249,6 +364,86 @@ TEST_F(ShortcutKeyAssignmentsTest, RootReadsNoLinkOfTheUsers) {
   ASSERT_EQ(::symlink(system.files.real("/secret.plist").c_str(), system.files.real(kFile).c_str()), 0);
   EXPECT_FALSE(append(entry(kOurs, "repair")));
   EXPECT_EQ(root(), PropertyList(PropertyList::Dictionary{{"password", "hush"}}));
+  EXPECT_TRUE(fs::is_symlink(system.files.real(kFile)));
+  EXPECT_THAT(messages(), ElementsAre("Unable to write the shortcut keys: " + std::string(kFile) +
+                                      ": it is a symbolic link, which root does not follow here"));
+}
+
+/// The list lies elsewhere, and a symbolic link to it in its place.
+class LinkedAssignmentsTest : public ShortcutKeyAssignmentsTest {
+ protected:
+  static constexpr const char* kTarget = "/Users/alice/dotfiles/keys.plist";
+
+  LinkedAssignmentsTest() {
+    system.users.user = ::geteuid() == 0 ? 501 : ::geteuid();
+    system.files.makeFolder("/Users/alice/dotfiles");
+    leadTo("../../dotfiles/keys.plist");
+  }
+  void leadTo(const std::string& target) {
+    fs::remove(system.files.real(kFile));
+    fs::create_symlink(target, system.files.real(kFile));
+  }
+  void makeTarget(const std::string& bytes, uid_t owner) {
+    system.files.makeFile(kTarget, bytes);
+    const std::string file = system.files.real(kTarget);
+    ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
+    if (::geteuid() == 0) {
+      ASSERT_EQ(::chown(file.c_str(), owner, owner), 0);
+    }
+  }
+  [[nodiscard]] std::string listOf(const PropertyList::Array& entries) {
+    return system.propertyLists
+        .serialize(PropertyList::Dictionary{{"watchlist", entries}}, platform::PropertyListFormat::xml)
+        .value();
+  }
+};
+
+TEST_F(LinkedAssignmentsTest, TheFileThatItLeadsToIsReplacedAndKeepsItsOwnerAndMode) {
+  for (const std::string& target : {std::string("../../dotfiles/keys.plist"), system.files.real(kTarget)}) {
+    leadTo(target);
+    makeTarget(listOf({entry("com.other.App", "x")}), system.users.user);
+    EXPECT_TRUE(append(entry(kOurs, "repair")));
+    EXPECT_TRUE(fs::is_symlink(system.files.real(kFile)));
+    struct stat status {};
+    ASSERT_EQ(::lstat(system.files.real(kTarget).c_str(), &status), 0);
+    EXPECT_TRUE(S_ISREG(status.st_mode));
+    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+    EXPECT_EQ(status.st_uid, system.users.user);
+    EXPECT_THAT(entries(), ElementsAre(entry("com.other.App", "x"), entry(kOurs, "repair")));
+    EXPECT_THAT(messages(), IsEmpty());
+  }
+}
+
+TEST_F(LinkedAssignmentsTest, AFileThatIsMissingIsBegunWhereTheLinkLeads) {
+  EXPECT_TRUE(append(entry(kOurs, "repair")));
+  EXPECT_TRUE(fs::is_symlink(system.files.real(kFile)));
+  EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "repair")));
+}
+
+TEST_F(LinkedAssignmentsTest, AFileThatCannotBeReadIsKeptBesideItself) {
+  makeTarget("garbage", system.users.user);
+  EXPECT_TRUE(append(entry(kOurs, "repair")));
+  EXPECT_TRUE(fs::is_symlink(system.files.real(kFile)));
+  EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "repair")));
+  EXPECT_THAT(system.files.contentsOfDirectory("/Users/alice/dotfiles").value(), testing::SizeIs(2));
+}
+
+TEST_F(LinkedAssignmentsTest, AnotherUsersFileIsNotReplaced) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to make a file of another account";
+  const std::string bytes = listOf({entry("com.other.App", "x")});
+  leadTo(system.files.real(kTarget));
+  makeTarget(bytes, 4321);
+  EXPECT_FALSE(append(entry(kOurs, "repair")));
+  EXPECT_EQ(system.files.readFile(kTarget, 1 << 20).value(), bytes);
+  EXPECT_THAT(messages(), ElementsAre("Unable to write the shortcut keys: " + std::string(kFile) +
+                                      ": it leads to " + kTarget + ", which belongs to another user"));
+}
+
+TEST_F(LinkedAssignmentsTest, ALinkThatLeadsToItselfIsLeftAlone) {
+  leadTo("com.vordenworks.shortcutkeys.plist");
+  EXPECT_FALSE(append(entry(kOurs, "repair")));
+  EXPECT_TRUE(fs::is_symlink(system.files.real(kFile)));
+  EXPECT_THAT(messages(), ElementsAre(HasSubstr("Too many levels of symbolic links")));
 }
 
 TEST_F(ShortcutKeyAssignmentsTest, WhatRootMakesBelongsToWhoseHomeItLiesIn) {

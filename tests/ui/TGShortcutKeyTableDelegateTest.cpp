@@ -1,7 +1,9 @@
 #include "ui/TGShortcutKeyTableDelegate.h"
 
 #include <limits>
+#include <utility>
 
+#include "platform/foundation/BinaryPropertyList.h"
 #include "tests/ui/ShortcutKeyFixture.h"
 
 using foundation::PropertyList;
@@ -237,6 +239,31 @@ TEST_F(TGShortcutKeyTableDelegateTest, CombinationsAreShownByTheirNames) {
   EXPECT_EQ(keyName(2), "Unknown");
 }
 
+TEST_F(TGShortcutKeyTableDelegateTest, AnEntryThatDoesNotSayWhichKeysItMeansIsUnknownAndInNobodysWay) {
+  const auto with = [](const std::string& bundleId, const std::string& commandId,
+                       const PropertyList& keyCode) {
+    return PropertyList(PropertyList::Dictionary{
+        {"bundleid", bundleId}, {"commandid", commandId}, {"keycode", keyCode}, {"modifiers", 0x0100}});
+  };
+  const PropertyList none =
+      PropertyList::Dictionary{{"bundleid", "com.other.App"}, {"commandid", "x"}, {"modifiers", 0x0100}};
+  const PropertyList::Array others = {none, with("com.other.B", "b", "0"), with("com.other.C", "c", 65536)};
+  PropertyList::Array list = others;
+  list.push_back(with(kOurs, "repair", "1"));
+  list.push_back(with(kOurs, "stop", 65536));
+  list.push_back(with(kOurs, "logs", 0));
+  writeEntries(list);
+  load();
+  EXPECT_EQ(keyName(0), "Unknown");
+  EXPECT_EQ(keyName(1), "Unknown");
+  EXPECT_EQ(keyName(2), "Cmd+A");
+  for (const std::size_t row : {0U, 1U, 2U}) EXPECT_EQ(delegate.conflictInRow(row), "");
+  EXPECT_TRUE(delegate.setKeyboardShortcutWithID("repair", {}, 1, {.cmd = true}));
+  PropertyList::Array kept = entries();
+  kept.resize(others.size());
+  EXPECT_EQ(kept, others);
+}
+
 TEST_F(TGShortcutKeyTableDelegateTest, OfTwoCommandsOfOneIdentifierTheFirstIsNamed) {
   offer({PropertyList::Dictionary{{"id", "twice"}}, PropertyList::Dictionary{{"id", "twice"}}});
   writeEntries({entry(kOurs, "twice", 1, 0x0100)});
@@ -442,16 +469,70 @@ TEST_F(TGShortcutKeyTableDelegateTest, WithNeitherNothingIsReplaced) {
   EXPECT_THAT(entries(), testing::SizeIs(3));
 }
 
-TEST_F(TGShortcutKeyTableDelegateTest, ManyEntriesOfOthersStayInTheirOrder) {
-  PropertyList::Array others;
-  for (int number = 0; number < 3000; ++number) {
-    others.push_back(
-        entry("com.other.App" + std::to_string(number % 9), "c" + std::to_string(number), number % 128));
+/// 100,000 entries of other applications, of which every 128th holds Command-S.
+class ManyEntriesTest : public TGShortcutKeyTableDelegateTest {
+ protected:
+  ManyEntriesTest() {
+    for (int number = 0; number < 100'000; ++number) {
+      others.push_back(entry("com.other.App" + std::to_string(number % 9), "c" + std::to_string(number),
+                             number % 128, 0x0100));
+    }
+    write(others);
+    system.files.whenRead = [this](const std::string& path) { reads += path == kFile ? 1 : 0; };
   }
-  writeEntries(others);
+  void write(const PropertyList::Array& list) {
+    const PropertyList file = PropertyList::Dictionary{{"watchlist", list}};
+    writeBytes(foundation::BinaryPropertyList::serialize(file).value());
+  }
+
+  /// More than are read of any other property list.
+  [[nodiscard]] PropertyList::Array manyEntries() {
+    const std::string bytes = system.files.readFile(kFile, shortcutkeys::kLargestFile).value();
+    const auto file =
+        system.propertyLists.parse(bytes, {shortcutkeys::kLargestFile, shortcutkeys::kMostValues});
+    return *file.value().find("watchlist")->as<PropertyList::Array>();
+  }
+
+  PropertyList::Array others;
+  int reads = 0;
+};
+
+TEST_F(ManyEntriesTest, OfOthersStayInTheirOrder) {
   EXPECT_TRUE(delegate.setKeyboardShortcutWithID("stop", {}, 1, {.cmd = true}));
   others.push_back(entry(kOurs, "stop", 1, 0x0100));
-  EXPECT_EQ(entries(), others);
+  EXPECT_TRUE(manyEntries() == others);
+}
+
+TEST_F(ManyEntriesTest, AreReadOnceToBeShownAndOnceForEachAssignment) {
+  const auto conflicts = [this] {
+    std::vector<std::string> sentences;
+    for (std::size_t row = 0; row < 3; ++row) sentences.push_back(delegate.conflictInRow(row));
+    return sentences;
+  };
+  load();
+  EXPECT_THAT(conflicts(), ElementsAre("", "", ""));
+  EXPECT_EQ(reads, 1) << "to be shown";
+  table.selected = 1;
+  delegate.fieldEditorKeyDown(1, {.command = true});
+  const std::string held =
+      "Cmd+S is also assigned to com.other.App1, com.other.App3, com.other.App5 and 6 others.";
+  EXPECT_THAT(conflicts(), ElementsAre("", held, ""));
+  EXPECT_THAT(conflicts(), ElementsAre("", held, ""));
+  EXPECT_EQ(reads, 2) << "to assign the keys";
+  delegate.clearShortcutKey(nullptr);
+  EXPECT_THAT(conflicts(), ElementsAre("", "", ""));
+  EXPECT_EQ(reads, 3) << "to clear them";
+}
+
+TEST_F(ManyEntriesTest, AreReadAgainWhenAnotherProgramHasChangedThem) {
+  load();
+  others.push_back(entry(kOurs, "stop", 1, 0x0100));
+  write(others);
+  EXPECT_THAT(delegate.conflictInRow(1), HasSubstr("Cmd+S is also assigned to "));
+  EXPECT_EQ(delegate.conflictInRow(0), "");
+  EXPECT_EQ(reads, 2);
+  ASSERT_TRUE(system.files.remove(kFile));
+  EXPECT_EQ(delegate.conflictInRow(1), "");
 }
 
 // Clearing.
@@ -517,6 +598,55 @@ TEST_F(TGShortcutKeyTableDelegateTest, WithoutTheManagerAClearSaysSo) {
   load();
   delegate.clearShortcutKey(nullptr);
   EXPECT_THAT(messages(), ElementsAre(kNoManager));
+}
+
+// Waiting for another program.
+
+/// Another program holds the lock for three turns of the main loop.
+class WaitingForTheLockTest : public TGShortcutKeyTableDelegateTest {
+ protected:
+  void holdTheLock(std::function<void()> meanwhile) {
+    held = std::move(system.fileLocks.tryLock(kFile)).value();
+    system.mainThread.whenServing = [this, meanwhile = std::move(meanwhile)] {
+      if (++served == 2) meanwhile();
+      if (served == 3) held.reset();
+    };
+  }
+
+  int served = 0;
+  std::unique_ptr<platform::FileLock> held;
+};
+
+TEST_F(WaitingForTheLockTest, FurtherKeysAreNeitherRecordedNorDoTheyClear) {
+  writeEntries({entry(kOurs, "stop", 1, 0x0100)});
+  loadAndSelect(0);
+  holdTheLock([&] {
+    delegate.fieldEditorKeyDown(2, {.command = true});
+    EXPECT_TRUE(delegate.tableKeyDown(0x7F));
+    delegate.clearShortcutKey(nullptr);
+    EXPECT_THAT(table.ended, IsEmpty());
+  });
+  delegate.fieldEditorKeyDown(0, {.command = true});
+  EXPECT_GE(served, 3);
+  EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "stop", 1, 0x0100), entry(kOurs, "repair", 0, 0x0100)));
+  EXPECT_EQ(keyName(0), "Cmd+A");
+  EXPECT_THAT(calls(), ElementsAre(kReload, kRun));
+  EXPECT_THAT(table.ended, testing::SizeIs(1));
+  delegate.fieldEditorKeyDown(2, {.command = true});
+  EXPECT_EQ(keyName(0), "Cmd+Page Up") << "afterwards they are";
+}
+
+TEST_F(WaitingForTheLockTest, TheWindowMayBeClosedAndOpenedAgain) {
+  loadAndSelect(0);
+  RecordingTable other;
+  holdTheLock([&] {
+    delegate.interfaceWillClose();
+    delegate.interfaceDidLoad({&other, &view, &alert, &editors});
+  });
+  delegate.fieldEditorKeyDown(0, {.command = true});
+  EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "repair", 0, 0x0100)));
+  EXPECT_THAT(table.ended, IsEmpty());
+  EXPECT_EQ(delegate.tableView(&other, "shortcutkey", 0), "Cmd+A");
 }
 
 // Names of keys.

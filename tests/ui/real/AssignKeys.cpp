@@ -13,7 +13,7 @@ int main(int, char** argv) {
   const int count = std::atoi(argv[2]);  // NOLINT(cert-err34-c): the test's own number
   int written = 0;
   for (int number = 0; number < count; ++number) {
-    const bool isWritten = shortcutkeys::changeAssignments(
+    const auto isWritten = shortcutkeys::changeAssignments(
         shortcutkeys::WhenMissing::create, [&](shortcutkeys::WatchList& list) {
           list.append(foundation::PropertyList::Dictionary{{"bundleid", name},
                                                            {"commandid", std::to_string(number)}});
