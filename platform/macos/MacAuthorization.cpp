@@ -2,7 +2,6 @@
 
 #include <Security/Authorization.h>
 #include <dlfcn.h>
-#include <poll.h>
 
 #include <algorithm>
 #include <atomic>
@@ -10,6 +9,7 @@
 #include <thread>
 
 #include "platform/Platform.h"
+#include "platform/posix/ReadableWait.h"
 #include "platform/posix/WakePipe.h"
 
 namespace platform {
@@ -71,17 +71,6 @@ AuthorizationStatus askSystem(AuthorizationRef reference, const std::vector<std:
   for (const std::string& right : rights) wanted.add(right);
   ItemSet items = itemsOf(environment);
   return AuthorizationCopyRights(nativeOf(reference), wanted.get(), items.get(), flags, nullptr);
-}
-
-/// On the main thread its work is served meanwhile: a dialog may stand for minutes.
-void waitServing(int descriptor) {
-  auto& mainThread = current().mainThread;
-  if (mainThread.isCurrent()) {
-    mainThread.serveUntilReadable(descriptor, std::nullopt);
-    return;
-  }
-  pollfd watched{descriptor, POLLIN, 0};
-  while (::poll(&watched, 1, -1) <= 0) continue;
 }
 
 class FilePipe final : public CommunicationsPipe {
@@ -169,7 +158,7 @@ AuthorizationStatus MacAuthorization::ask(AuthorizationRef reference, const std:
     question->isAnswered = true;
     question->isDecided.raise();
   }).detach();
-  waitServing(question->isDecided.descriptor());
+  waitUntilReadable(current().mainThread, question->isDecided.descriptor());
   return end(question);
 }
 

@@ -1,7 +1,6 @@
 #include "platform/posix/PosixSubprocesses.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,6 +16,7 @@
 #include <thread>
 
 #include "platform/foundation/Exception.h"
+#include "platform/posix/ReadableWait.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
@@ -258,12 +258,7 @@ void PosixSubprocess::launch() {
 void PosixSubprocess::lookAroundUntilReadable(int descriptor) {
   output_.readAhead();
   error_.readAhead();
-  if (mainThread_.isCurrent()) {
-    mainThread_.serveUntilReadable(descriptor, kLookAround);
-  } else {
-    pollfd waited{descriptor, POLLIN, 0};
-    ::poll(&waited, 1, static_cast<int>(kLookAround.count()));
-  }
+  waitUntilReadable(mainThread_, descriptor, kLookAround);
 }
 
 int PosixSubprocess::terminationStatus() {
