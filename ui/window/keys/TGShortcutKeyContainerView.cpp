@@ -35,6 +35,7 @@ TGShortcutKeyContainerView::TGShortcutKeyContainerView(outlets::ShortcutKeyOwner
   try {
     loadInterface();
   } catch (const std::exception&) {
+    owner_.interfaceWillClose();  // it may have some of the parts already
     parts_.reset();
     ui_.reset();
     owner_.interfaceDidNotLoad();
@@ -63,9 +64,9 @@ void TGShortcutKeyContainerView::loadInterface() {
 /// What an interface description cannot say.
 void TGShortcutKeyContainerView::dress() {
   connect(ui_->clearShortcutKey, &QPushButton::clicked, this, [this] { owner_.clearShortcutKey(nullptr); });
-  ui_->shortcutKeyTableView->setOnChange([this] { showConflict(); });
+  ui_->shortcutKeyTableView->setOnChange([this] { showState(); });
   setFocusProxy(ui_->shortcutKeyTableView);
-  showConflict();
+  showState();
 }
 
 std::unique_ptr<outlets::FieldEditor> TGShortcutKeyContainerView::makeFieldEditor() {
@@ -78,6 +79,14 @@ void TGShortcutKeyContainerView::viewDidMoveToWindow() {
   view->setGeometry(rect());
   layout()->addWidget(view);  // keeps it so
   view->show();
+}
+
+/// Without the table there is nothing to press the button for, and the hint is none.
+void TGShortcutKeyContainerView::showState() {
+  const bool isUsable = ui_->shortcutKeyTableView->isEnabled();
+  ui_->clearShortcutKey->setEnabled(isUsable);
+  ui_->hint->setEnabled(isUsable);
+  showConflict();
 }
 
 /// A label does not announce its new text by itself.

@@ -11,8 +11,8 @@ class TGShortcutKeyConfig;
 }
 
 /// The shortcut-key editor, to be put into any window: loads its interface (resources/TGShortcutKeyConfig.ui)
-/// with the owner as the owner of its parts. An interface that cannot be loaded is reported to the owner, and
-/// leaves the view empty.
+/// with the owner as the owner of its parts. An interface that cannot be loaded is closed and reported to the
+/// owner, and leaves the view empty. While the owner has the table disabled, so are the rest of the controls.
 ///
 /// REQUIRES that the owner outlives it, and that no other is made for the owner meanwhile.
 class TGShortcutKeyContainerView : public QWidget, private outlets::FieldEditorFactory {
@@ -32,6 +32,7 @@ class TGShortcutKeyContainerView : public QWidget, private outlets::FieldEditorF
   void loadInterface();
   void dress();
   void viewDidMoveToWindow();
+  void showState();
   void showConflict();
 
   outlets::ShortcutKeyOwner& owner_;

@@ -197,6 +197,7 @@ void TGShortcutKeyTableview::tellChange() {
 
 void TGShortcutKeyTableview::setEnabled(bool isEnabled) {
   QTreeView::setEnabled(isEnabled);
+  tellChange();
 }
 
 void TGShortcutKeyTableview::reloadData() {

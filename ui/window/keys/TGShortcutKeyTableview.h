@@ -18,7 +18,8 @@ class TGShortcutKeyTableview : public QTreeView, public outlets::ShortcutKeyTabl
 
   /// REQUIRES that the owner outlives the table, or that it is given another (nullptr for none).
   void setOwner(outlets::ShortcutKeyOwner* owner);
-  /// Called when another row is selected, and when what the rows show may have changed.
+  /// Called when another row is selected, when what the rows show may have changed, and when the table is
+  /// enabled or disabled.
   void setOnChange(std::function<void()> onChange);
 
   void setEnabled(bool isEnabled) override;
