@@ -72,7 +72,9 @@ double ratio(const char* what, const std::string& from, const bench::Ground& gro
   };
   const auto times = bench::compareInTurn(
       [&] { return measure([&] { copyOurs(from, to); }); },
-      [&] { return measure([&] { static_cast<void>(bench::run({"/bin/cp", "-a", from, to})); }); }, kTimes);
+      [&] { return measure([&] {
+              static_cast<void>(bench::run({"/bin/cp", "-a", from, to}));
+            }); }, kTimes);
   const double value = times.subject / times.peer;
   std::printf("%-24s %8.3f s, cp -a %8.3f s, ratio %6.3f    (median of %d, at most %.2f)\n", what,
               times.subject, times.peer, value, kTimes, kLimit);

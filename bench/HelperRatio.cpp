@@ -79,7 +79,8 @@ bool compare(const char* what, const char* peer, double limit, const std::vector
     memory = std::max(memory, one.peakMemory);
     return one.wall.count();
   };
-  const auto times = bench::compareInTurn(runOurs, [&] { return cost(theirs).wall.count(); }, kTimes);
+  const auto times = bench::compareInTurn(
+      runOurs, [&] { return cost(theirs).wall.count(); }, kTimes);
   const double ratio = times.subject / times.peer;
   std::printf("%-24s %8.3f s, %6ld KiB; %-10s %8.3f s; ratio %6.3f    (median of %d, at most %.2f)\n", what,
               times.subject, memory, peer, times.peer, ratio, kTimes, limit);
