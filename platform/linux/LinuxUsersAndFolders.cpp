@@ -4,9 +4,13 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <string_view>
+#include <utility>
 
 #include "platform/linux/ConsoleUser.h"
+#include "platform/linux/ShellAssignments.h"
 #include "platform/posix/Accounts.h"
+#include "platform/posix/PosixFiles.h"
 
 namespace platform {
 namespace {
@@ -43,6 +47,21 @@ bool isSafeForRoot(const std::string& path) {
   if (::stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != 0) return false;
   const bool othersWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
   return !othersWrite || (status.st_mode & S_ISVTX) != 0;
+}
+
+/// What the desktop shows as such (xdg-user-dirs, user-dirs.dirs(5)); "" where nothing is said. An absolute
+/// path, or one below the home folder, which is the only variable there is.
+std::string configuredDesktop(const std::string& home) {
+  const std::string given = pathFromEnvironment("XDG_CONFIG_HOME");
+  const std::string folder = given.empty() ? home + "/.config" : given;
+  constexpr std::uint64_t kLongest = 64U << 10;
+  const auto file = PosixFileQueries().readFile(folder + "/user-dirs.dirs", kLongest);
+  const auto value = file ? shellAssignment(file.value(), "XDG_DESKTOP_DIR") : std::nullopt;
+  if (!value) return "";
+  constexpr std::string_view kHome = "$HOME";
+  const bool isBelowHome = *value == kHome || value->starts_with(std::string(kHome) + "/");
+  std::string path = isBelowHome ? home + value->substr(kHome.size()) : *value;
+  return path.starts_with('/') ? withoutTrailingSlashes(std::move(path)) : "";
 }
 
 Paths userPaths(SearchPathDirectory directory, const std::string& home) {
@@ -114,8 +133,11 @@ std::vector<std::string> LinuxUsersAndFolders::searchPaths(SearchPathDirectory d
                                                            SearchPathDomain domain) {
   switch (domain) {
     case SearchPathDomain::user: {
-      const std::string home = userID() == 0 ? "/var/root" : homeDirectory();
-      return userPaths(directory, home == "/" ? "" : home);
+      if (userID() == 0) return userPaths(directory, "/var/root");
+      std::string home = homeDirectory();
+      if (home == "/") home.clear();
+      std::string desktop = directory == SearchPathDirectory::desktop ? configuredDesktop(home) : "";
+      return desktop.empty() ? userPaths(directory, home) : Paths{std::move(desktop)};
     }
     case SearchPathDomain::local:
       return isUsersOnly(directory) ? Paths{} : userPaths(directory, "");

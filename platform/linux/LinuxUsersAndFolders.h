@@ -15,6 +15,10 @@ namespace platform {
 /// because the callers that re-root user folders look for that prefix.
 /// No home ends with a slash, however it is written where it comes from.
 ///
+/// The desktop of anybody but root is the one that the desktop shows: XDG_DESKTOP_DIR of
+/// $XDG_CONFIG_HOME/user-dirs.dirs (or ~/.config; user-dirs.dirs(5)), whose name is in the user's language,
+/// else "~/Desktop". Root goes by no user's file, which could lead it anywhere.
+///
 /// Temporary folder: $TMPDIR when it is an absolute path of a folder, else "/tmp". Root does not trust
 /// $TMPDIR: it takes "/private/tmp" when that is a folder of root's own in which users cannot touch each
 /// other's files, else "/tmp".

@@ -52,6 +52,59 @@ TEST(LinuxUsersAndFolders, UserFoldersLieBelowTheHomeFolder) {
   });
 }
 
+/// A user whose desktop's settings say where things are.
+class ConfiguredDesktop : public testing::Test {
+ protected:
+  ConfiguredDesktop() { folder_.makeAccessibleToAll(); }
+
+  /// With those settings, in the home folder or in a place that the environment names.
+  void expectDesktop(const std::string& settings, const std::string& desktop,
+                     bool isElsewhere = false) const {
+    folder_.file(isElsewhere ? "settings/user-dirs.dirs" : ".config/user-dirs.dirs", settings);
+    AsUser::run(kNobody, [&] {
+      const EnvironmentVariable home("HOME", folder_.path());
+      const EnvironmentVariable place("XDG_CONFIG_HOME",
+                                      isElsewhere ? std::optional(folder_ / "settings") : std::nullopt);
+      EXPECT_THAT(LinuxUsersAndFolders().searchPaths(Kind::desktop, In::user), ElementsAre(desktop))
+          << settings;
+      EXPECT_THAT(LinuxUsersAndFolders().searchPaths(Kind::library, In::user),
+                  ElementsAre(inHome("Library")));
+    });
+  }
+  [[nodiscard]] std::string inHome(const std::string& name) const { return folder_ / name; }
+  [[nodiscard]] std::string home() const { return folder_.path(); }
+
+ private:
+  TemporaryFolder folder_;
+};
+
+TEST_F(ConfiguredDesktop, HasItsNameInTheUsersLanguage) {
+  expectDesktop(
+      "# written by xdg-user-dirs-update\nXDG_DOWNLOAD_DIR=\"$HOME/Laden\"\n"
+      "XDG_DESKTOP_DIR=\"$HOME/Schreib tisch\"\n",
+      inHome("Schreib tisch"));
+  expectDesktop("XDG_DESKTOP_DIR=\"$HOME/Bureau/\"", inHome("Bureau"), true);
+}
+
+TEST_F(ConfiguredDesktop, MayLieElsewhereOrBeTheHomeFolder) {
+  expectDesktop("XDG_DESKTOP_DIR=\"/srv/desktops/alice\"\n", "/srv/desktops/alice");
+  expectDesktop("XDG_DESKTOP_DIR=\"$HOME/\"\n", home());
+}
+
+TEST_F(ConfiguredDesktop, IsTheUsualOneWhereNothingUsableIsSaid) {
+  for (const char* settings : {"", "XDG_DESKTOP_DIR=\"\"", "XDG_DESKTOP_DIR=\"Schreibtisch\"",
+                               "XDG_DESKTOP_DIR=\"$HOMEWARD/x\"", "#XDG_DESKTOP_DIR=\"$HOME/x\""}) {
+    expectDesktop(settings, inHome("Desktop"));
+  }
+}
+
+TEST_F(ConfiguredDesktop, OfRootIsNeverAUsersWord) {
+  if (getuid() != 0) GTEST_SKIP() << "needs root";
+  expectDesktop("XDG_DESKTOP_DIR=\"/etc\"\n", "/etc");
+  const EnvironmentVariable place("XDG_CONFIG_HOME", inHome(".config"));
+  EXPECT_THAT(LinuxUsersAndFolders().searchPaths(Kind::desktop, In::user), ElementsAre("/var/root/Desktop"));
+}
+
 TEST(LinuxUsersAndFolders, RootsOwnFoldersArePresentedBelowVarRoot) {
   if (getuid() != 0) GTEST_SKIP() << "needs root";
   const EnvironmentVariable home("HOME", "/elsewhere");
