@@ -5,7 +5,12 @@
 #include "platform/Platform.h"
 #include "platform/foundation/Identifiers.h"
 #include "platform/foundation/Paths.h"
+#include "platform/foundation/Text.h"
 #include "services/TGAuthorization.h"
+#include "services/TGFileManager.h"
+#include "services/TGLocalPaths.h"
+
+using foundation::stringWithFormat;
 
 namespace {
 
@@ -20,9 +25,44 @@ void openPage(const std::string& pathAndQuery) {
   platform::current().workspace.openURL(identifiers::kWebSite + pathAndQuery);
 }
 
+constexpr const char* kRequirement = "requireAdminPassword";
+
 /// Only an administrator may lift the requirement; anybody may make it.
 bool mayStore(outlets::State state) {
   return state != outlets::State::off || TGAuthorization::sharedController()->authStart();
+}
+
+/// At once: an end that nobody planned must not lift the requirement.
+bool store(outlets::State state) {
+  auto& preferences = platform::current().preferences;
+  preferences.setValueForAnyUserOnCurrentHost(kRequirement, static_cast<int>(state));
+  return preferences.synchronize();
+}
+
+/// Where it is stored: everybody's preferences on this computer.
+std::string requirementFile() {
+  const auto folder = TGLocalPaths::prefsDirectory(Domain::local);
+  return foundation::appendingPathComponent(folder.value_or("/Library/Preferences"),
+                                            std::string(identifiers::kApplication) + ".plist");
+}
+
+/// The folder is not there yet where nobody has ever stored anything; then the one that it would be made in
+/// decides.
+bool mayWriteIn(std::string folder) {
+  auto& queries = platform::current().fileQueries;
+  while (folder.size() > 1 && !queries.exists(folder)) folder = foundation::deletingLastPathComponent(folder);
+  return queries.isAccessible(folder, platform::Access::write);
+}
+
+void tellNotStored() {
+  const std::string file = requirementFile();
+  const std::string cause = mayWriteIn(foundation::deletingLastPathComponent(file))
+                                ? "it could not be written. The disk may be full."
+                                : "your account may not write there. An administrator can change it.";
+  TGLog::appendLog("Unable to store the preference %@ in %@: %@", kRequirement, file, cause);
+  platform::current().alerts.runPanel(
+      "The password requirement was not changed",
+      stringWithFormat("It is kept for everybody on this computer in the file %@, and %@", file, cause));
 }
 
 void toggleAdminPass(outlets::Switch& sender) {
@@ -31,10 +71,25 @@ void toggleAdminPass(outlets::Switch& sender) {
     sender.setState(outlets::State::on);
     return;
   }
-  auto& preferences = platform::current().preferences;
-  preferences.setValueForAnyUserOnCurrentHost("requireAdminPassword", static_cast<int>(state));
-  // At once: an end that nobody planned must not lift the requirement.
-  if (!preferences.synchronize()) TGLog::appendLog("Unable to store the preference requireAdminPassword");
+  if (store(state)) return;
+  // What waits in memory goes back too, or a later chance to store would change the requirement unseen. It is
+  // stored once more for the case that only other preferences could not be.
+  const auto before = state == outlets::State::on ? outlets::State::off : outlets::State::on;
+  static_cast<void>(store(before));
+  sender.setState(before);
+  tellNotStored();
+}
+
+/// The alerts of the gathering tell that there is no archive; this, that there is no place for one.
+void tellMissingDesktop() {
+  const auto desktop = TGLocalPaths::desktopDirectory();
+  if (!desktop || TGFileManager::isDirectoryAtPath(desktop)) return;
+  TGLog::appendLog("Unable to gather logs: there is no desktop folder %@", *desktop);
+  platform::current().alerts.runPanel(
+      "There is no desktop folder",
+      stringWithFormat("The gathered logs are to be placed in the folder %@, which does not exist. Make that "
+                       "folder, and gather the logs again. The logs themselves are as they were.",
+                       *desktop));
 }
 
 }  // namespace
@@ -72,8 +127,11 @@ void TGAppController::prefsToggleAdminPass(outlets::Sender* sender) {
 
 void TGAppController::helpManual() {
   auto& system = platform::current();
-  system.workspace.openFile(foundation::appendingPathComponent(
-      system.mainBundle.path(), "Contents/Resources/Quillmend User Manual.pdf"));
+  const std::string manual = foundation::appendingPathComponent(
+      system.mainBundle.path(), "Contents/Resources/Quillmend User Manual.pdf");
+  // No alert, on purpose, as with the pages: help that does not come explains itself, and the log says where
+  // it lies.
+  if (!system.workspace.openFile(manual)) TGLog::appendLog("Unable to open %@", manual);
 }
 
 void TGAppController::helpCareplex() {
@@ -108,6 +166,5 @@ void TGAppController::viewTaskLog() {
 }
 
 void TGAppController::gatherLogs() {
-  // Alerts have told the user how it ended.
-  TGTroubleshootingUtils::gatherLogsForAppWithName("Quillmend");
+  if (!TGTroubleshootingUtils::gatherLogsForAppWithName("Quillmend")) tellMissingDesktop();
 }

@@ -49,6 +49,10 @@ bool isOn(const outlets::Switch* box) {
   return box != nullptr && box->state() == outlets::State::on;
 }
 
+std::string interruptedBy(int signal) {
+  return stringWithFormat("Repair interrupted by signal %i.", signal);
+}
+
 bool flag(const foundation::PropertyList& options, const char* key) {
   const auto* value = options.find(key);
   return value != nullptr && value->boolValue();
@@ -93,10 +97,15 @@ void TGAppController::repairStart() {
 
 void TGAppController::repairEnd() {
   if (errorText != nullptr) errorText->setEditable(false);
-  if (repairProgress != nullptr) repairProgress->hide();
+  if (repairProgress != nullptr) brokeOff_ ? repairProgress->showBrokenOff() : repairProgress->hide();
   if (repairButton != nullptr) repairButton->setEnabled(true);
   if (endReason_ != nullptr) platform::current().desktopApplication.terminate();
   isRepairing_ = false;
+}
+
+void TGAppController::endRepairAndTerminate() {
+  endSignal_ = platform::current().interruption.requested().value_or(0);
+  endRepair("Repair stopped.");
 }
 
 void TGAppController::endRepair(const char* reason) {
@@ -107,13 +116,14 @@ void TGAppController::endRepair(const char* reason) {
 }
 
 std::optional<std::string> TGAppController::endRequest() const {
-  if (hasGUI_) {
-    const char* const reason = endReason_;
-    return reason == nullptr ? std::nullopt : std::optional<std::string>(reason);
+  if (!hasGUI_) {
+    const auto signal = platform::current().interruption.requested();
+    return signal ? std::optional(interruptedBy(*signal)) : std::nullopt;
   }
-  const auto signal = platform::current().interruption.requested();
-  if (!signal) return std::nullopt;
-  return stringWithFormat("Repair interrupted by signal %i.", *signal);
+  const char* const reason = endReason_;
+  if (reason == nullptr) return std::nullopt;
+  const int signal = endSignal_;
+  return signal == 0 ? reason : interruptedBy(signal);
 }
 
 void TGAppController::startRepair(ShouldTrash flag, Silent isSilent) {
@@ -122,8 +132,8 @@ void TGAppController::startRepair(ShouldTrash flag, Silent isSilent) {
 
 void TGAppController::startRepair(ShouldTrash shouldTrash, ShouldResetLayout shouldResetLayout,
                                   Silent isSilent) {
-  guarded("-[TGAppController startRepair:shouldResetLayout:isSilent:]",
-          [&] { RepairRun(*this, shouldTrash, shouldResetLayout, isSilent).perform(); });
+  brokeOff_ = !guarded("-[TGAppController startRepair:shouldResetLayout:isSilent:]",
+                       [&] { RepairRun(*this, shouldTrash, shouldResetLayout, isSilent).perform(); });
 }
 
 /// A version's stages, in their order.

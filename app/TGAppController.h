@@ -26,8 +26,11 @@ enum class Bold { no, yes };
 ///
 /// A selector's first keyword names the function here; the sender of an action is left out where nothing is
 /// asked of it. Where a Mac developer locks a lock object made for that one call, there is no lock here: it
-/// would exclude nothing. Two repairs at once are prevented by the disabled Repair button, the order of the
-/// console by sending every line to the main thread and waiting for it.
+/// would exclude nothing. A second repair of this window is prevented by the disabled Repair button, the
+/// order of the console is kept by sending every line to the main thread and waiting for it. Nothing keeps
+/// another process from repairing at the same time, with a window or without: what the one has moved to the
+/// trash the other finds missing, and the Qmaster that the one has started the other may stop, and starts
+/// again at its own end.
 class TGAppController {
  public:
   /// @name Life
@@ -81,8 +84,9 @@ class TGAppController {
 
   /// Has the repair of the window end at its next step, as a request to end the process does without a window
   /// (startRepair); the application is asked to end behind it. A repair that still waits for its rights does
-  /// not get them any more. Main thread.
-  void endRepairAndTerminate() { endRepair("Repair stopped."); }
+  /// not get them any more. The repair's last words tell a signal (platform::Interruption) from a user who
+  /// quit. Main thread.
+  void endRepairAndTerminate();
   /// The same for a reason that the console and the log begin the repair's last words with, a literal.
   void endRepair(const char* reason);
 
@@ -97,6 +101,7 @@ class TGAppController {
   /// "shouldResetQmaster".
   void threadedRepair(const foundation::PropertyList& options);
   void repairStart();
+  /// The progress indicator is told of a repair that broke off: the console and an alert are not, on purpose.
   void repairEnd();
 
   /// The whole repair, in the window or on the command line. A run without a window ends early, at the next
@@ -213,9 +218,10 @@ class TGAppController {
   void menuRestartQmaster();
   void menuStopQmaster();
   /// Stores the sender's state as "requireAdminPassword", at once; switching it off takes an administrator. A
-  /// state that cannot be stored is logged and holds until the application ends. Lets out what is no
-  /// foundation::Exception.
+  /// state that cannot be stored goes back, the preference with it; the log and an alert say why. Lets out
+  /// what is no foundation::Exception.
   void prefsToggleAdminPass(outlets::Sender* sender);
+  /// A manual that nothing opens is logged.
   void helpManual();
   void helpCareplex();
   void helpHome();
@@ -225,7 +231,8 @@ class TGAppController {
   /// Show the current log in the viewer for logs, the second that of a run without a window.
   void viewLog();
   void viewTaskLog();
-  /// Puts the logs, crash reports and preferences into an archive on the desktop, for support.
+  /// Puts the logs, crash reports and preferences into an archive on the desktop, for support. A desktop
+  /// folder that does not exist is told after the gathering has failed for it.
   void gatherLogs();
 
   /// @}
@@ -240,6 +247,8 @@ class TGAppController {
   bool hasGUI_ = false;
   std::atomic<bool> isRepairing_ = false;
   std::atomic<const char*> endReason_ = nullptr;  ///< nullptr while nobody has asked the repair to end
+  std::atomic<int> endSignal_ = 0;                ///< what asked it to, where it was a signal
+  bool brokeOff_ = false;                         ///< the last repair has not come to its end
   [[maybe_unused]] bool oldConfigAvailable_ = false;
   std::optional<std::string> outputString_;
 

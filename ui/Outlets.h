@@ -72,6 +72,8 @@ class ProgressIndicator {
   virtual void showStage(const std::string& title, std::size_t done, std::size_t total) = 0;
   /// Nothing is under way any more.
   virtual void hide() = 0;
+  /// The same, and that the repair has not come to its end; until the next one begins.
+  virtual void showBrokenOff() = 0;
 };
 
 /// A picture; nothing is asked of it.

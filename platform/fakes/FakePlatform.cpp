@@ -545,7 +545,7 @@ std::optional<PropertyList> FakeApplications::askToQuit(const std::string& appli
 
 bool FakeWorkspace::openFile(const std::string& path) {
   recorder_.add("open " + path);
-  return true;
+  return canOpen;
 }
 
 bool FakeWorkspace::openFile(const std::string& path, const std::string& application) {

@@ -374,6 +374,9 @@ class FakeWorkspace : public platform::Workspace {
                                    const std::vector<std::string>& names) override;
   bool isFilePackage(const std::string& path) override;
 
+  /// What openFile answers.
+  bool canOpen = true;
+
  private:
   Recorder& recorder_;
   RootedFiles& files_;

@@ -116,7 +116,7 @@ class FakeSwitch : public Outlet {
   Recorder& recorder_;
 };
 
-/// Records "stage 1 of 10 TITLE" and "progress hidden".
+/// Records "stage 1 of 10 TITLE", "progress hidden" and "progress broken off".
 class FakeProgress : public outlets::ProgressIndicator {
  public:
   explicit FakeProgress(Recorder& recorder) : recorder_(recorder) {}
@@ -125,6 +125,7 @@ class FakeProgress : public outlets::ProgressIndicator {
     if (whenShown) whenShown(title);
   }
   void hide() override { recorder_.add("progress hidden"); }
+  void showBrokenOff() override { recorder_.add("progress broken off"); }
 
   std::function<void(const std::string& title)> whenShown;
 

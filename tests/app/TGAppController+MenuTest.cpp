@@ -128,6 +128,15 @@ TEST_F(MenuTest, HelpOpensTheManualOfTheBundle) {
             text({"open /Applications/Quillmend.app/Contents/Resources/Quillmend User Manual.pdf"}));
 }
 
+TEST_F(MenuTest, AManualThatNothingOpensIsLoggedWithItsPlaceAndShowsNoAlert) {
+  mac.workspace.canOpen = false;
+  startWithGUI();
+  controller->helpManual();
+  const std::string manual = "/Applications/Quillmend.app/Contents/Resources/Quillmend User Manual.pdf";
+  EXPECT_EQ(windowLog(), Lines{"Unable to open " + manual});
+  EXPECT_EQ(recorded(), text({"open " + manual}));
+}
+
 TEST_F(MenuTest, HelpOpensTheMakersPages) {
   startWithGUI();
   controller->helpCareplex();
@@ -184,11 +193,40 @@ TEST_F(ToggleTest, TheStateIsStoredAsANumber) {
   EXPECT_NE(value->as<std::int64_t>(), nullptr);
 }
 
-TEST_F(ToggleTest, AStateThatCannotBeStoredIsLoggedAndStays) {
+constexpr const char* kRequirementFile = "/Library/Preferences/com.vordenworks.Quillmend.plist";
+
+TEST_F(ToggleTest, ARequirementThatCannotBeMadeGoesBackAndItsCauseIsTold) {
+  mac.preferences.canStore = false;
+  mac.files.makeFolder("/Library");
+  mac.files.denied = {{"/Library", platform::Access::write}};
+  toggleTo(outlets::State::on);
+  const std::string cause = "your account may not write there. An administrator can change it.";
+  const std::string where = kRequirementFile;
+  EXPECT_EQ(recorded(),
+            text({"preference of any user on this host requireAdminPassword = 1", "synchronize preferences",
+                  "preference of any user on this host requireAdminPassword = 0", "synchronize preferences",
+                  "switch off",
+                  "alert The password requirement was not changed: It is kept for everybody on "
+                  "this computer in the file " +
+                      where + ", and " + cause}));
+  EXPECT_EQ(passwordItem.current, outlets::State::off);
+  EXPECT_EQ(windowLog(),
+            Lines{"Unable to store the preference requireAdminPassword in " + where + ": " + cause});
+}
+
+TEST_F(ToggleTest, ARequirementThatCannotBeLiftedStays) {
+  mac.preferences.values = foundation::PropertyList::Dictionary{{"requireAdminPassword", 1}};
+  mac.preferences.canStore = false;
+  toggleTo(outlets::State::off);
+  EXPECT_EQ(passwordItem.current, outlets::State::on);
+  EXPECT_EQ(mac.preferences.value("requireAdminPassword"), foundation::PropertyList(1));
+}
+
+TEST_F(ToggleTest, WhereTheAccountMayWriteTheDiskIsToBlame) {
   mac.preferences.canStore = false;
   toggleTo(outlets::State::on);
-  EXPECT_EQ(windowLog(), Lines{"Unable to store the preference requireAdminPassword"});
-  EXPECT_EQ(passwordItem.current, outlets::State::on);
+  EXPECT_THAT(mac.recorder.lines().back(),
+              testing::EndsWith("it could not be written. The disk may be full."));
 }
 
 TEST_F(ToggleTest, AStateThatIsStoredIsNotLogged) {
@@ -248,4 +286,28 @@ TEST_F(MenuTest, LogsAreGatheredUnderTheApplicationsName) {
   EXPECT_EQ(recorded(),
             text({"run /usr/bin/ditto -ck --keepParent /private/tmp/TG_App_Logs " + archive,
                   "alert Logs gathered successfully: The gathered logs were placed on your desktop."}));
+}
+
+TEST_F(MenuTest, AMissingDesktopIsToldWhereTheArchiveCouldNotBeWritten) {
+  startWithGUI();
+  mac.files.makeFile("/Library/Logs/Vordenworks/Quillmend.1.log", "a log");
+  mac.subprocesses.executables.insert("/usr/bin/ditto");
+  controller->gatherLogs();
+  EXPECT_EQ(mac.recorder.only({"alert"}),
+            (Lines{"alert Logs could not be gathered: Please check your file permissions.",
+                   "alert There is no desktop folder: The gathered logs are to be placed in the folder "
+                   "/Users/alice/Desktop, which does not exist. Make that folder, and gather the logs again. "
+                   "The logs themselves are as they were."}));
+  EXPECT_EQ(windowLog(), Lines{"Unable to gather logs: there is no desktop folder /Users/alice/Desktop"});
+  EXPECT_TRUE(mac.files.exists("/Library/Logs/Vordenworks/Quillmend.1.log"));
+}
+
+TEST_F(MenuTest, ADesktopThatIsThereIsNotToldOfWhateverWentWrong) {
+  startWithGUI();
+  mac.files.makeFolder("/Users/alice/Desktop");
+  mac.files.makeFile("/Library/Logs/Vordenworks/Quillmend.1.log");
+  mac.subprocesses.executables.insert("/usr/bin/ditto");
+  controller->gatherLogs();
+  EXPECT_EQ(mac.recorder.only({"alert"}),
+            Lines{"alert Logs could not be gathered: Please check your file permissions."});
 }

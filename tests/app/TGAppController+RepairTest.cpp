@@ -122,6 +122,16 @@ class RepairTest : public ControllerTest {
     controller->startRepair(trash, layout, silent);
   }
 
+  /// Repairs from the window, and asks to end when the stage of that title begins.
+  void repairAskedToEndAt(const std::string& title) {
+    start(Form::window);
+    progress.whenShown = [this, title](const std::string& shown) {
+      if (shown == title) controller->endRepairAndTerminate();
+    };
+    controller->repairProgress = &progress;
+    controller->threadedRepair({});
+  }
+
   // What is to be seen. Blocks of lines, in the form that fits the run.
 
   Lines say(const std::string& line) const {
@@ -272,6 +282,8 @@ class RepairTest : public ControllerTest {
 
   bool isWindow() const { return form_ == Form::window; }
 
+  fakes::Recorder stages;
+  fakes::FakeProgress progress{stages};
   Form form_ = Form::commandLine;
   bool silent_ = false;
 };
@@ -867,8 +879,6 @@ TEST_F(RepairTest, TheWindowsRepairDoesNotHeedRequestsToEnd) {
 TEST_F(RepairTest, TheProgressGoesThroughTheStagesWithoutTouchingTheConsole) {
   install4();
   start(Form::window);
-  fakes::Recorder stages;
-  fakes::FakeProgress progress(stages);
   repair();
   const auto without = seen();
   const std::string linesWithout = console.text;
@@ -888,23 +898,17 @@ TEST_F(RepairTest, TheProgressGoesThroughTheStagesWithoutTouchingTheConsole) {
 
 TEST_F(RepairTest, TheEndOfTheRepairHidesTheProgress) {
   start(Form::window);
-  fakes::FakeProgress progress(mac.recorder);
-  controller->repairProgress = &progress;
+  fakes::FakeProgress ofTheWindow(mac.recorder);
+  controller->repairProgress = &ofTheWindow;
   controller->repairEnd();
+  controller->repairProgress = nullptr;
   EXPECT_EQ(recorded(), text({"progress hidden", "button enabled"}));
 }
 
 TEST_F(RepairTest, ARepairThatIsAskedToEndLeavesTheRestOutStartsQmasterAndEndsTheApplication) {
   install4();
   becomeRoot();
-  start(Form::window);
-  fakes::Recorder stages;
-  fakes::FakeProgress progress(stages);
-  controller->repairProgress = &progress;
-  progress.whenShown = [this](const std::string& title) {
-    if (title == "Removing caches") controller->endRepairAndTerminate();
-  };
-  controller->threadedRepair({});
+  repairAskedToEndAt("Removing caches");
   EXPECT_THAT(console.text, testing::HasSubstr("Removing caches..."));
   EXPECT_THAT(console.text, testing::Not(testing::HasSubstr("Removing temporary spool data...")));
   EXPECT_THAT(console.text, testing::HasSubstr("Attempting to start Qmaster..."));
@@ -914,17 +918,44 @@ TEST_F(RepairTest, ARepairThatIsAskedToEndLeavesTheRestOutStartsQmasterAndEndsTh
   EXPECT_EQ(mac.recorder.lines().back(), "terminate application");
 }
 
-TEST_F(RepairTest, AnEndThatIsAskedForInTheLastStageComesWithoutAnAlert) {
+TEST_F(RepairTest, AWindowsRepairThatASignalEndsNamesIt) {
+  install4();
+  becomeRoot();
+  mac.interruption.signal = 15;
+  repairAskedToEndAt("Removing caches");
+  EXPECT_THAT(console.text,
+              testing::EndsWith("Repair interrupted by signal 15. Qmaster was started again; run "
+                                "the repair again to finish it."));
+  EXPECT_EQ(mac.recorder.lines().back(), "terminate application");
+}
+
+TEST_F(RepairTest, ARepairThatBreaksOffIsShownByTheProgressUntilTheNextOne) {
   install4();
   becomeRoot();
   start(Form::window);
-  fakes::Recorder stages;
-  fakes::FakeProgress progress(stages);
   controller->repairProgress = &progress;
-  progress.whenShown = [this](const std::string& title) {
-    if (title == "Starting Qmaster") controller->endRepairAndTerminate();
-  };
+  auto& tool = mac.subprocesses.runs[std::string(kTool4) + " -stopSharing"];
+  tool.launchFailure = foundation::Exception(foundation::kInvalidArgumentException, "no program");
   controller->threadedRepair({});
+  EXPECT_EQ(stages.lines().back(), "progress broken off");
+  EXPECT_THAT(recorded(), testing::Not(testing::HasSubstr("sheet")));
+  tool.launchFailure.reset();
+  controller->threadedRepair({});
+  EXPECT_EQ(stages.lines().back(), "progress hidden");
+}
+
+TEST_F(RepairTest, ARefusedRepairHasNotBrokenOff) {
+  mac.authorization.rights = platform::errAuthorizationCanceled;
+  start(Form::window);
+  controller->repairProgress = &progress;
+  controller->threadedRepair({});
+  EXPECT_EQ(stages.lines().back(), "progress hidden");
+}
+
+TEST_F(RepairTest, AnEndThatIsAskedForInTheLastStageComesWithoutAnAlert) {
+  install4();
+  becomeRoot();
+  repairAskedToEndAt("Starting Qmaster");
   EXPECT_THAT(console.text, testing::EndsWith(kSuccess));
   EXPECT_THAT(recorded(), testing::Not(testing::HasSubstr("sheet")));
   EXPECT_EQ(mac.recorder.lines().back(), "terminate application");
@@ -946,22 +977,13 @@ TEST_F(RepairTest, ARepairThatIsAskedToEndWhileItWaitsForItsRightsTouchesNothing
 
 TEST_F(RepairTest, TheRightsThatStartQmasterAgainMayBeAskedForOnceMore) {
   install4();
-  start(Form::window);
-  fakes::Recorder stages;
-  fakes::FakeProgress progress(stages);
-  controller->repairProgress = &progress;
-  progress.whenShown = [this](const std::string& title) {
-    if (title == "Removing caches") controller->endRepairAndTerminate();
-  };
-  controller->threadedRepair({});
+  repairAskedToEndAt("Removing caches");
   EXPECT_THAT(recorded(), testing::Not(testing::HasSubstr("stop asking")));
 }
 
 TEST_F(RepairTest, ASecondPressBeforeTheFirstHasDisabledTheButtonStartsNothing) {
   start(Form::window);
   Gate gate;
-  fakes::Recorder stages;
-  fakes::FakeProgress progress(stages);
   controller->repairProgress = &progress;
   progress.whenShown = [&](const std::string&) { gate.wait()(); };
   std::thread first = controller->repairThread();

@@ -178,6 +178,8 @@ void MainWindow::connectOwnActions() {
   connect(ui_->closeWindow, &QAction::triggered, this, &QWidget::close);
   connect(ui_->quit, &QAction::triggered, this, &QWidget::close);
   connect(ui_->copy, &QAction::triggered, ui_->errorText, &QPlainTextEdit::copy);
+  ui_->copy->setEnabled(false);  // there is nothing to copy without a selection
+  connect(ui_->errorText, &QPlainTextEdit::copyAvailable, ui_->copy, &QAction::setEnabled);
   connect(ui_->selectAll, &QAction::triggered, ui_->errorText, &QPlainTextEdit::selectAll);
   connect(ui_->minimize, &QAction::triggered, this, &QWidget::showMinimized);
   connect(ui_->zoom, &QAction::triggered, this, [this] { isMaximized() ? showNormal() : showMaximized(); });
@@ -212,8 +214,16 @@ void MainWindow::showStage(const std::string& title, std::size_t done, std::size
 }
 
 void MainWindow::hide() {
+  endStages(tr("Ready"));
+}
+
+void MainWindow::showBrokenOff() {
+  endStages(tr("The repair did not finish. See the log."));
+}
+
+void MainWindow::endStages(const QString& text) {
   ui_->repairProgress->hide();
-  tellStage(tr("Ready"));
+  tellStage(text);
   if (question_ != nullptr) question_->reject();  // nothing is left to ask about
 }
 

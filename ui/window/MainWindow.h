@@ -52,8 +52,10 @@ class MainWindow : public QMainWindow, public outlets::Window, private outlets::
  private:
   void showStage(const std::string& title, std::size_t done, std::size_t total) override;
   void hide() override;
+  void showBrokenOff() override;
 
   void tellStage(const QString& text);
+  void endStages(const QString& text);
   void dress();
   void dressBoxes();
   [[nodiscard]] QList<QAbstractButton*> boxes() const;

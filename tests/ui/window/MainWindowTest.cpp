@@ -350,6 +350,35 @@ TEST_F(MainWindowTest, TheProgressShowsTheStageAndIsGoneAtTheEnd) {
   EXPECT_EQ(find<QLabel>("repairStage")->text(), QStringLiteral("Ready"));
 }
 
+TEST_F(MainWindowTest, ARepairThatBrokeOffIsSaidUntilTheNextOneBegins) {
+  show();
+  auto* const progress = window.connections().repairProgress;
+  const auto* const stage = find<QLabel>("repairStage");
+  progress->showStage("Stopping Qmaster", 0, 10);
+  progress->showBrokenOff();
+  EXPECT_FALSE(find<QProgressBar>("repairProgress")->isVisible());
+  EXPECT_EQ(stage->text(), QStringLiteral("The repair did not finish. See the log."));
+  window.resize(480, 360);
+  EXPECT_TRUE(waitUntil([this] { return window.size() == QSize(480, 360); }));
+  EXPECT_GE(stage->width(), stage->sizeHint().width()) << "all of it can be read";
+  saveScreenshot(window, "broken-off");
+  progress->showStage("Waiting for authorization", 0, 0);
+  EXPECT_EQ(stage->text(), QStringLiteral("Waiting for authorization…"));
+}
+
+TEST_F(MainWindowTest, CopyIsThereForASelectionOnly) {
+  show();
+  auto* const console = find<ConsoleView>("errorText");
+  window.connections().errorText->insertText("Starting repair...", {});
+  EXPECT_FALSE(action("copy")->isEnabled());
+  console->setFocus();
+  QTest::keyClick(console, Qt::Key_C, Qt::ControlModifier);  // harmless
+  action("selectAll")->trigger();
+  EXPECT_TRUE(action("copy")->isEnabled());
+  console->moveCursor(QTextCursor::End);
+  EXPECT_FALSE(action("copy")->isEnabled());
+}
+
 TEST_F(MainWindowTest, ClosingWithoutARepairClosesAndRemembersThePlace) {
   show();
   window.resize(520, 400);
