@@ -1,5 +1,5 @@
 #include <gmock/gmock.h>
-
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <QDialog>
@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <map>
 
+#include "platform/posix/UniqueDescriptor.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/ui/window/DesktopSession.h"
 #include "tests/ui/window/FakeOwner.h"
@@ -38,6 +39,11 @@ class Listener : public ::testing::Test {
     std::vector<std::string> lines;
     desktop().visit([&](const Accessible& thing) { lines.push_back(thing.role + ": " + thing.name); });
     return lines;
+  }
+  [[nodiscard]] bool contains(const std::string& text) {
+    const auto lines = everything();
+    return std::any_of(lines.begin(), lines.end(),
+                       [&](const std::string& line) { return line.find(text) != std::string::npos; });
   }
   /// The desktop, once an application with a window has introduced itself; an empty one if none does.
   Accessible desktop() {
@@ -71,6 +77,12 @@ class Listener : public ::testing::Test {
         return announcement.text == text && announcement.path == of.path;
       });
     });
+  }
+  [[nodiscard]] std::size_t announcementsOf(const Accessible& thing) const {
+    const auto all = reader.announcements();
+    return static_cast<std::size_t>(
+        std::count_if(all.begin(), all.end(),
+                      [&](const Announcement& announcement) { return announcement.path == thing.path; }));
   }
 
   ScreenReader reader;
@@ -130,6 +142,17 @@ TEST_F(AccessibilityTest, TheProgressIsAnnounced) {
   EXPECT_TRUE(waitForAnnouncement("PropertyChange accessible-name", find("label", "Removing caches…")));
   EXPECT_TRUE(
       waitForAnnouncement("PropertyChange accessible-value", find("progress bar", "Progress of the repair")));
+}
+
+TEST_F(AccessibilityTest, ARepairThatBreaksOffIsAnnounced) {
+  window.connections().repairProgress->showStage("Stopping Qmaster", 0, 10);
+  const Accessible stage = find("label", "Stopping Qmaster…");
+  ASSERT_TRUE(waitForAnnouncement("PropertyChange accessible-name", stage));
+  QTest::qWait(300);  // what else is said of the first stage
+  const std::size_t before = announcementsOf(stage);
+  window.connections().repairProgress->showBrokenOff();
+  EXPECT_TRUE(waitUntil([&] { return announcementsOf(stage) > before; }));
+  EXPECT_EQ(find("label", "The repair did not finish. See the log.").path, stage.path);
 }
 
 TEST_F(AccessibilityTest, ALinkIsAThingInTheConsoleThatCanBePressed) {
@@ -212,6 +235,29 @@ TEST_F(AccessibilityTest, APasswordIsHeardOfAsOneAndNotHeard) {
   QTest::qWait(200);
   for (const Announcement& announcement : reader.announcements()) {
     EXPECT_THAT(announcement.text, Not(HasSubstr("geheim")));
+  }
+}
+
+TEST_F(Listener, APasswordThatSudoAsksForOnceMoreIsSaidToBeWrong) {
+  const platform::UniqueDescriptor memory(::memfd_create("sudo", 0));
+  const QString prompt = QStringLiteral("[sudo] password for alice: ");
+  for (const bool isSecond : {false, true}) {
+    QProcess askpass;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("detect_leaks=0"));
+    askpass.setProcessEnvironment(environment);
+    askpass.start(QStringLiteral("sh"),
+                  {QStringLiteral("-c"), QStringLiteral("exec \"$0\" \"$1\" 2<>\"$2\""),
+                   QStringLiteral(QUILLMEND_BUNDLE "/Contents/SharedSupport/askpass"), prompt,
+                   QStringLiteral("/proc/%1/fd/%2").arg(::getpid()).arg(memory.get())});
+    ASSERT_TRUE(waitUntil([] { return hasKeyboard("askpass"); }));
+    find("push button", "OK");
+    EXPECT_EQ(isSecond, contains("The password was not accepted. Try again."));
+    if (isSecond) saveScreen("password-again");
+    type("wrong");
+    press("Return");
+    EXPECT_TRUE(askpass.waitForFinished());
+    EXPECT_EQ(askpass.exitCode(), 0);
   }
 }
 

@@ -78,6 +78,14 @@ class PasswordRequirementTest : public ::testing::Test {
   static bool waitForDialog() {
     return waitUntil([] { return hasKeyboard("askpass"); });
   }
+  static int dialogHeight() {
+    const std::string geometry = xdotool(
+        {QStringLiteral("getactivewindow"), QStringLiteral("getwindowgeometry"), QStringLiteral("--shell")});
+    return QString::fromStdString(geometry)
+        .section(QStringLiteral("HEIGHT="), 1)
+        .section(u'\n', 0, 0)
+        .toInt();
+  }
   static void answer(const char* password) {
     type(password);
     press("Return");
@@ -310,13 +318,16 @@ TEST_F(PasswordRequirementTest, ARefusedPasswordAtTheStartEndsTheProgram) {
   expectEnd();
 }
 
-TEST_F(PasswordRequirementTest, AWrongPasswordIsAskedForAgainAndSaysNothingAboutIt) {
+TEST_F(PasswordRequirementTest, AWrongPasswordIsSaidToBeWrongAskedForAgainAndWrittenNowhere) {
   require();
   start();
   ASSERT_TRUE(waitForDialog());
+  const int first = dialogHeight();
   answer("wrong horse");
   ASSERT_TRUE(waitUntil([] { return windowCount("askpass") == 0; }));
   ASSERT_TRUE(waitForDialog()) << "a second try";
+  saveScreen("password-not-accepted");
+  EXPECT_GT(dialogHeight(), first) << "a line more, which says that it was not accepted";
   press("Escape");
   expectEnd();
   const std::string said =

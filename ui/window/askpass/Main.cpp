@@ -1,7 +1,8 @@
 /// askpass: sudo's dialog for the password (sudo(8), -A). Writes the password and a line break to standard
 /// output and ends with 0, or ends with 1 and nothing written when the dialog is cancelled or there is no
 /// display. The first argument is sudo's own prompt, "[sudo] password for alice: ", which tells whose
-/// password is wanted.
+/// password is wanted. When sudo asks with the same prompt again, the dialog says that the password was not
+/// accepted (EarlierAnswer.h).
 ///
 /// The password is never logged and never shown, lies in memory that is wiped, and goes to sudo alone. Memory
 /// that the toolkit gives back is overwritten too.
@@ -13,9 +14,11 @@
 #include <QDialog>
 #include <QPushButton>
 #include <optional>
+#include <string>
 
 #include "ui/window/LogoView.h"
 #include "ui/window/StartUpMessages.h"
+#include "ui/window/askpass/EarlierAnswer.h"
 #include "ui_Askpass.h"
 
 namespace window {
@@ -33,14 +36,14 @@ QString accountIn(const QString& prompt) {
 
 class AskpassDialog : public QDialog {
  public:
-  explicit AskpassDialog(const QString& account) {
+  explicit AskpassDialog(const QString& prompt) : prompt_(prompt.toStdString()) {
     ui_.setupUi(this);
     QFont bold = ui_.message->font();
     bold.setBold(true);
     ui_.message->setFont(bold);
-    ui_.explanation->setText(account.isEmpty()
-                                 ? tr("Enter your password to allow this.")
-                                 : tr("Enter the password of “%1” to allow this.").arg(account));
+    const QString text = explanation(accountIn(prompt), wasAnswered(STDERR_FILENO, prompt_));
+    ui_.explanation->setText(text);
+    ui_.password->setAccessibleDescription(text);
     setWindowFlag(Qt::WindowStaysOnTopHint);
     for (QAbstractButton* const button : ui_.buttons->buttons()) button->setIcon({});
     ui_.password->setFocus();
@@ -53,12 +56,23 @@ class AskpassDialog : public QDialog {
     show();
     raise();
     activateWindow();
-    const bool isGiven = exec() == Accepted && ui_.password->secret().writeLine(STDOUT_FILENO);
+    const bool isGiven = exec() == Accepted && give();
     ui_.password->secret().clear();
     return isGiven ? 0 : 1;
   }
 
  private:
+  static QString explanation(const QString& account, bool isSecondTry) {
+    const QString request = account.isEmpty() ? tr("Enter your password to allow this.")
+                                              : tr("Enter the password of “%1” to allow this.").arg(account);
+    return isSecondTry ? tr("The password was not accepted. Try again.") + u'\n' + request : request;
+  }
+  bool give() {
+    noteAnswer(STDERR_FILENO, prompt_);
+    return ui_.password->secret().writeLine(STDOUT_FILENO);
+  }
+
+  std::string prompt_;
   Ui::Askpass ui_;
 };
 
@@ -72,7 +86,7 @@ int run(int argc, char** argv) {
   QApplication::setWindowIcon(applicationIcon());
   describePasswordFields();
   const QStringList arguments = QApplication::arguments();
-  return AskpassDialog(accountIn(arguments.value(1))).ask();
+  return AskpassDialog(arguments.value(1)).ask();
 }
 
 }  // namespace

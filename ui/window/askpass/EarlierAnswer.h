@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string_view>
+
+namespace window {
+
+/// What one askpass leaves for the next of the same sudo, which starts a new one each time that it asks
+/// again. All of them have sudo's standard error; where Quillmend has started that sudo, it is a file in
+/// memory without a name (memfd_create(2)), which ends with it. A line of its own there, never with the
+/// password, says which prompt was answered. A terminal, a pipe and a file that has a name are left alone,
+/// and tell nothing.
+
+/// Notes that a prompt is being answered. To be called before the answer is given: sudo may ask again at
+/// once.
+void noteAnswer(int standardError, std::string_view prompt);
+
+/// The same prompt was answered before, so that answer was not taken. Another prompt, as for the second of
+/// two things that are asked for, is no second try.
+[[nodiscard]] bool wasAnswered(int standardError, std::string_view prompt);
+
+}  // namespace window
