@@ -16,6 +16,8 @@
 namespace window {
 namespace {
 
+using ::testing::HasSubstr;
+
 const QString kEntry = QStringLiteral(SHARE "/applications/com.vordenworks.Quillmend.desktop");
 
 QString iconFile(const char* size, const char* extension) {
@@ -53,28 +55,55 @@ class Installed : public testing::Test {
     const mode_t mask = ::umask(077);
     QProcess installer;
     installer.start(QStringLiteral(CMAKE_PROGRAM), {QStringLiteral("--install"), QStringLiteral(BUILD_FOLDER),
-                                                    QStringLiteral("--prefix"), prefix_.path()});
+                                                    QStringLiteral("--prefix"), prefix()});
     const bool hasEnded = installer.waitForFinished(120000);
     ::umask(mask);
     ASSERT_TRUE(hasEnded);
     ASSERT_EQ(installer.exitCode(), 0) << installer.readAllStandardError().toStdString();
   }
-  [[nodiscard]] QString path(const char* below) const { return prefix_.filePath(QString::fromLatin1(below)); }
+  [[nodiscard]] QString path(const char* below) const { return prefix() + u'/' + QString::fromLatin1(below); }
+  [[nodiscard]] virtual QString prefix() const { return folder_.path(); }
+  [[nodiscard]] QString entryPath() const {
+    return path("share/applications/com.vordenworks.Quillmend.desktop");
+  }
+  [[nodiscard]] QString entry() const {
+    QFile file(entryPath());
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+    return QString::fromUtf8(file.readAll());
+  }
 
  private:
-  QTemporaryDir prefix_;
+  QTemporaryDir folder_;
 };
 
 TEST_F(Installed, TheProgramOfTheDesktopEntryIsOnThePathAndRuns) {
-  const QSettings entry(path("share/applications/com.vordenworks.Quillmend.desktop"), QSettings::IniFormat);
-  for (const char* key : {"Desktop Entry/Exec", "Desktop Entry/TryExec"}) {
-    EXPECT_EQ(entry.value(QString::fromLatin1(key)).toString(), QStringLiteral("Quillmend"));
-  }
+  const QString text = entry();
+  EXPECT_THAT(text.toStdString(), HasSubstr("\nExec=\"" + path("bin/Quillmend").toStdString() + "\"\n"));
+  EXPECT_THAT(text.toStdString(), HasSubstr("\nTryExec=" + path("bin/Quillmend").toStdString() + "\n"));
   QProcess program;
   program.start(path("bin/Quillmend"), {QStringLiteral("-help")});
   ASSERT_TRUE(program.waitForFinished());
   EXPECT_EQ(program.exitCode(), 0);
   EXPECT_TRUE(program.readAllStandardOutput().contains("-repair"));
+}
+
+/// Below a prefix with characters that mean something to the entry.
+class InstalledInAnOddPlace : public Installed {
+ protected:
+  [[nodiscard]] QString prefix() const override {
+    return Installed::prefix() + QStringLiteral("/odd $place 100% \"q\"");
+  }
+};
+
+TEST_F(InstalledInAnOddPlace, ItsEntryIsValidAndNamesTheProgram) {
+  QProcess validator;
+  validator.setProcessChannelMode(QProcess::MergedChannels);
+  validator.start(QStringLiteral("desktop-file-validate"), {entryPath()});
+  ASSERT_TRUE(validator.waitForFinished());
+  EXPECT_EQ(validator.readAll().toStdString(), "");
+  EXPECT_THAT(entry().toStdString(), HasSubstr(R"(/odd \\$place 100%% \\"q\\"/bin/Quillmend")"
+                                               "\n"));
+  EXPECT_TRUE(QFileInfo(path("bin/Quillmend")).isExecutable());
 }
 
 TEST_F(Installed, EverybodyMayReadAllAndRunThePrograms) {
