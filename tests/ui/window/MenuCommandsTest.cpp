@@ -12,7 +12,7 @@
 
 #include "tests/ui/window/DesktopSession.h"
 #include "tests/ui/window/FakeOwner.h"
-#include "tests/workstation/RepairOutcome.h"
+#include "tests/ui/window/WindowVisit.h"
 #include "tests/workstation/RootTest.h"
 #include "ui/window/MainWindow.h"
 #include "workstation/TemporaryVolume.h"
@@ -31,15 +31,10 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-/// A visit that finds this test's display.
-VisitOptions displayVisit(const char* scale = "1") {
-  VisitOptions options = programVisit();
-  options.environment = {{"DISPLAY", qgetenv("DISPLAY").toStdString()}, {"QT_SCALE_FACTOR", scale}};
-  options.readOnly = {{"/tmp/.X11-unix", "/private/tmp/.X11-unix"},
-                      {"/usr/share/fonts", "/usr/share/fonts"},
-                      {"/usr/share/X11", "/usr/share/X11"},
-                      {"/usr/share/fontconfig", "/usr/share/fontconfig"},
-                      {"/etc/fonts", "/private/etc/fonts"}};
+/// The same at another density.
+VisitOptions scaledVisit(const char* scale) {
+  VisitOptions options = windowVisit();
+  options.environment.emplace_back("QT_SCALE_FACTOR", scale);
   return options;
 }
 
@@ -81,7 +76,7 @@ class WindowPlan {
 /// The program with its window, and a mouse.
 class MouseRun {
  public:
-  explicit MouseRun(const Volume& volume, const VisitOptions& options = displayVisit())
+  explicit MouseRun(const Volume& volume, const VisitOptions& options = windowVisit())
       : volume_(volume), before_(takeSnapshot(volume)), visit_(volume, {quillmend}, options) {
     EXPECT_TRUE(window::waitUntil([] { return window::focusedTitle() == "Quillmend"; }, 30s)) << "no window";
     identifier_ = QString::fromStdString(window::xdotool({QStringLiteral("getactivewindow")}));
@@ -383,7 +378,7 @@ double sharpShare(const QImage& picture) {
 TEST_F(MenuCommandsTest, AtTwiceTheDensityEverythingIsTwiceAsLargeAndDrawnAnew) {
   const TemporaryVolume sample(plan());
   const auto look = [&](const char* scale) {
-    MouseRun program(sample, displayVisit(scale));
+    MouseRun program(sample, scaledVisit(scale));
     const QRect place = program.geometry();
     const QImage picture = QGuiApplication::primaryScreen()
                                ->grabWindow(0, place.x(), place.y(), place.width(), place.height())
