@@ -1,10 +1,13 @@
 #include <gmock/gmock.h>
 
+#include <QAction>
 #include <QFileInfo>
 #include <QProcess>
 
 #include "platform/foundation/Identifiers.h"
 #include "tests/ui/window/DesktopSession.h"
+#include "tests/ui/window/FakeOwner.h"
+#include "ui/window/MainWindow.h"
 
 // The manual in the bundle, as somebody reads it.
 
@@ -53,7 +56,28 @@ TEST(Manual, EveryMessageThatNeedsAnAnswerHasOne) {
         "No log found",
         "Logs gathered successfully",
         "No logs found",
-        "Logs could not be gathered"}) {
+        "Logs could not be gathered",
+        "There is no desktop folder",
+        "Unable to copy log",
+        "The password requirement was not changed",
+        "The password was not accepted. Try again.",
+        "The repair did not finish. See the log.",
+        "Qmaster started",
+        "Qmaster stopped",
+        "Compressor preferences successfully trashed",
+        "Compressor 4 preferences successfully trashed",
+        "Compressor window layout successfully reset",
+        "Please relaunch Compressor.",
+        "Exception in",
+        "Unable to locate qmasterprefs application at",
+        "is not executable",
+        "Unable to quit",
+        "Unable to store the preference requireAdminPassword",
+        "Unable to gather logs: there is no desktop folder",
+        "Unable to open",
+        "Application crashed on last launch",
+        "The display was lost during a command.",
+        "Log truncated at 500KB"}) {
     EXPECT_NE(manual.find(message), std::string::npos) << message;
   }
 }
@@ -82,6 +106,29 @@ TEST(Manual, ItTellsTheVersionAndWhereHelpIs) {
 
 TEST(Manual, ItTellsWhichSettingsGoAndWhichStay) {
   EXPECT_THAT(text(), HasSubstr("Compressor 4 keeps its own file of settings (com.apple.Compressor.plist)."));
+}
+
+TEST(Manual, ItNamesTheCommandsAsTheMenusDo) {
+  const std::string manual = text();
+  FakeOwner owner;
+  MainWindow window(owner);
+  for (const char* name :
+       {"repair", "viewLog", "viewTaskLog", "gatherLogs", "prefsAdminPass", "preferences",
+        "menuRestartQmaster", "menuStopQmaster", "menuTrashCompressorPrefs", "menuTrashCompressor4Prefs",
+        "resetWindowLayout", "manualUpdateCheck", "helpReportBug"}) {
+    const auto* const action = window.findChild<QAction*>(QString::fromLatin1(name));
+    EXPECT_THAT(manual, HasSubstr(action->text().remove(u'&').toStdString()));
+  }
+  window.setMayClose();
+}
+
+TEST(Manual, ItTellsWhereTheRequirementLiesThatTwoMustNotRepairAndWhereTheArchiveGoes) {
+  const std::string manual = text();
+  for (const char* words : {"/Library/Preferences/com.vordenworks.Quillmend.plist", "requireAdminPassword",
+                            "Repair in one Quillmend at a time", "When the disk is full", "XDG_DESKTOP_DIR",
+                            "the window goes on answering"}) {
+    EXPECT_NE(manual.find(words), std::string::npos) << words;
+  }
 }
 
 TEST(Manual, TheWindowIsPicturedThreeTimes) {
