@@ -57,12 +57,12 @@ bool mayWriteIn(std::string folder) {
 void tellNotStored() {
   const std::string file = requirementFile();
   const std::string cause = mayWriteIn(foundation::deletingLastPathComponent(file))
-                                ? "it could not be written. The disk may be full."
-                                : "your account may not write there. An administrator can change it.";
+                                ? "It could not be written. The disk may be full."
+                                : "Your account may not write there. An administrator can change it.";
   TGLog::appendLog("Unable to store the preference %@ in %@: %@", kRequirement, file, cause);
   platform::current().alerts.runPanel(
       "The password requirement was not changed",
-      stringWithFormat("It is kept for everybody on this computer in the file %@, and %@", file, cause));
+      stringWithFormat("It is kept for everybody on this computer in this file:\n%@\n\n%@", file, cause));
 }
 
 void toggleAdminPass(outlets::Switch& sender) {
@@ -87,8 +87,8 @@ void tellMissingDesktop() {
   TGLog::appendLog("Unable to gather logs: there is no desktop folder %@", *desktop);
   platform::current().alerts.runPanel(
       "There is no desktop folder",
-      stringWithFormat("The gathered logs are to be placed in the folder %@, which does not exist. Make that "
-                       "folder, and gather the logs again. The logs themselves are as they were.",
+      stringWithFormat("The gathered logs are to be placed in this folder, which does not exist:\n%@\n\n"
+                       "Make it, and gather the logs again. The logs themselves are as they were.",
                        *desktop));
 }
 

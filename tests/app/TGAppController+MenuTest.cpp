@@ -200,15 +200,15 @@ TEST_F(ToggleTest, ARequirementThatCannotBeMadeGoesBackAndItsCauseIsTold) {
   mac.files.makeFolder("/Library");
   mac.files.denied = {{"/Library", platform::Access::write}};
   toggleTo(outlets::State::on);
-  const std::string cause = "your account may not write there. An administrator can change it.";
+  const std::string cause = "Your account may not write there. An administrator can change it.";
   const std::string where = kRequirementFile;
   EXPECT_EQ(recorded(),
             text({"preference of any user on this host requireAdminPassword = 1", "synchronize preferences",
                   "preference of any user on this host requireAdminPassword = 0", "synchronize preferences",
                   "switch off",
                   "alert The password requirement was not changed: It is kept for everybody on "
-                  "this computer in the file " +
-                      where + ", and " + cause}));
+                  "this computer in this file:\n" +
+                      where + "\n\n" + cause}));
   EXPECT_EQ(passwordItem.current, outlets::State::off);
   EXPECT_EQ(windowLog(),
             Lines{"Unable to store the preference requireAdminPassword in " + where + ": " + cause});
@@ -226,7 +226,7 @@ TEST_F(ToggleTest, WhereTheAccountMayWriteTheDiskIsToBlame) {
   mac.preferences.canStore = false;
   toggleTo(outlets::State::on);
   EXPECT_THAT(mac.recorder.lines().back(),
-              testing::EndsWith("it could not be written. The disk may be full."));
+              testing::EndsWith("It could not be written. The disk may be full."));
 }
 
 TEST_F(ToggleTest, AStateThatIsStoredIsNotLogged) {
@@ -293,11 +293,13 @@ TEST_F(MenuTest, AMissingDesktopIsToldWhereTheArchiveCouldNotBeWritten) {
   mac.files.makeFile("/Library/Logs/Vordenworks/Quillmend.1.log", "a log");
   mac.subprocesses.executables.insert("/usr/bin/ditto");
   controller->gatherLogs();
-  EXPECT_EQ(mac.recorder.only({"alert"}),
-            (Lines{"alert Logs could not be gathered: Please check your file permissions.",
-                   "alert There is no desktop folder: The gathered logs are to be placed in the folder "
-                   "/Users/alice/Desktop, which does not exist. Make that folder, and gather the logs again. "
-                   "The logs themselves are as they were."}));
+  EXPECT_EQ(
+      mac.recorder.only({"alert"}),
+      (Lines{
+          "alert Logs could not be gathered: Please check your file permissions.",
+          "alert There is no desktop folder: The gathered logs are to be placed in this folder, which does "
+          "not exist:\n/Users/alice/Desktop\n\nMake it, and gather the logs again. The logs themselves "
+          "are as they were."}));
   EXPECT_EQ(windowLog(), Lines{"Unable to gather logs: there is no desktop folder /Users/alice/Desktop"});
   EXPECT_TRUE(mac.files.exists("/Library/Logs/Vordenworks/Quillmend.1.log"));
 }

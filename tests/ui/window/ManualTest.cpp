@@ -124,9 +124,9 @@ TEST(Manual, ItNamesTheCommandsAsTheMenusDo) {
 
 TEST(Manual, ItTellsWhereTheRequirementLiesThatTwoMustNotRepairAndWhereTheArchiveGoes) {
   const std::string manual = text();
-  for (const char* words : {"/Library/Preferences/com.vordenworks.Quillmend.plist", "requireAdminPassword",
-                            "Repair in one Quillmend at a time", "When the disk is full", "XDG_DESKTOP_DIR",
-                            "the window goes on answering"}) {
+  for (const char* words :
+       {"com.vordenworks.Quillmend.plist", "requireAdminPassword", "Repair in one Quillmend at a time",
+        "When the disk is full", "XDG_DESKTOP_DIR", "the window goes on answering"}) {
     EXPECT_NE(manual.find(words), std::string::npos) << words;
   }
 }

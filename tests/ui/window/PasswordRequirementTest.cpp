@@ -192,6 +192,27 @@ TEST_F(PasswordRequirementTest, AnybodyMayMakeItAndOnlyAnAdministratorMayLiftIt)
   quit();
 }
 
+TEST_F(PasswordRequirementTest, WhereTheAccountMayNotStoreItTheTickGoesBackAndAPanelSaysWhy) {
+  EXPECT_EQ(::chown((folder / "Library").c_str(), 0, 0), 0);
+  start();
+  ASSERT_TRUE(waitForWindow());
+  for (const char* const picture : {"requirement-not-stored", "requirement-not-stored-again"}) {
+    toggle();  // on both times: off would take a password
+    ASSERT_TRUE(waitUntil([] { return windowCount("Quillmend") == 2; })) << "no panel";
+    EXPECT_EQ(windowCount("askpass"), 0U);
+    QTest::qWait(300);
+    saveScreen(picture);
+    press("Return");
+    ASSERT_TRUE(waitUntil([] { return windowCount("Quillmend") == 1 && hasKeyboard("Quillmend"); }));
+  }
+  EXPECT_TRUE(staysAlone());
+  EXPECT_FALSE(exists("Library/Preferences"));
+  EXPECT_EQ(logged("Unable to store the preference requireAdminPassword in "
+                   "/Library/Preferences/com.vordenworks.Quillmend.plist: Your account may not write there."),
+            2U);
+  quit();
+}
+
 TEST_F(PasswordRequirementTest, ARefusedPasswordEndsEveryCommandWithoutAWordAndChangesNothing) {
   start();
   ASSERT_TRUE(waitForWindow());

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <thread>
 
 #include "platform/foundation/Identifiers.h"
@@ -396,42 +395,6 @@ TEST_F(WindowRunTest, TheWindowAnswersAllThroughARepair) {
   RecordProperty("longest_turn_in_milliseconds", static_cast<int>(findings.longest.count()));
   EXPECT_LE(findings.longest, kLimit);
   EXPECT_GT(findings.answers, 500) << "in some seconds";
-}
-
-/// What hardly packs, and so takes its time.
-std::string noise(std::size_t size) {
-  std::mt19937 source(1);
-  std::string text(size, '\0');
-  std::generate(text.begin(), text.end(), [&] { return static_cast<char>(source()); });
-  return text;
-}
-
-TEST_F(WindowRunTest, TheWindowAnswersWhileALargeArchiveIsPacked) {
-  constexpr auto kLimit = 100ms;
-  constexpr std::size_t kLog = 16UL << 20;
-  const std::string log = noise(kLog);
-  window::LoopWatch::Findings findings;
-  // What else runs on the machine only ever makes an answer slower.
-  for (int attempt = 0; attempt < 5 && (attempt == 0 || findings.longest > kLimit); ++attempt) {
-    const TemporaryVolume sample(compressors({}));
-    for (const char* const number : {"2", "3", "4", "5"}) {
-      writeInside(sample, std::string("/Users/alice/Library/Logs/Vordenworks/Quillmend.") + number + ".log",
-                  log);
-    }
-    writeInside(sample, "/Users/alice/Desktop/a file", "");
-    WindowRun program(sample);
-    window::LoopWatch watch(program.number());
-    WindowRun::choose("alt+f", "g");
-    WindowRun::waitForPanel();
-    findings = watch.end();
-    if (attempt == 0) window::saveScreen("logs-gathered");
-    EXPECT_TRUE(std::filesystem::exists(sample.volume().host("/Users/alice/Desktop/Quillmend Logs.zip")));
-    program.signal(SIGTERM);
-    EXPECT_EQ(program.end().visit.status, 128 + SIGTERM);
-  }
-  RecordProperty("longest_turn_in_milliseconds", static_cast<int>(findings.longest.count()));
-  EXPECT_LE(findings.longest, kLimit);
-  EXPECT_GT(findings.answers, 50) << "in some seconds";
 }
 
 /// The panels that tell what did not go well, each over the window that it belongs to.
