@@ -1,9 +1,11 @@
 #include "helpers/HelperProcess.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <initializer_list>
@@ -13,7 +15,8 @@
 namespace helpers {
 namespace {
 
-constexpr int kOsError = 71;  // EX_OSERR
+constexpr int kOsError = 71;           // EX_OSERR
+constexpr rlim_t kDescriptors = 2048;  // folders of a deep tree, and files with several names
 
 volatile std::sig_atomic_t stopWish = 0;
 
@@ -41,6 +44,20 @@ void resetSignals() {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+void setLimit(__rlimit_resource_t what, rlim_t least) {
+  rlimit limit{};
+  if (getrlimit(what, &limit) != 0) return;
+  const rlimit wanted{std::max(limit.rlim_cur, least), std::max(limit.rlim_max, least)};
+  const rlimit possible{std::min(wanted.rlim_cur, limit.rlim_max), limit.rlim_max};
+  if (setrlimit(what, &wanted) != 0) setrlimit(what, &possible);
+}
+
+void liftLimits() {
+  setLimit(RLIMIT_NOFILE, kDescriptors);
+  setLimit(RLIMIT_FSIZE, RLIM_INFINITY);
+  setLimit(RLIMIT_CPU, RLIM_INFINITY);
+}
+
 }  // namespace
 
 void prepareHelperProcess() {
@@ -50,6 +67,12 @@ void prepareHelperProcess() {
   umask(0);
   if (chdir("/") != 0) _exit(kOsError);
   resetSignals();
+  liftLimits();
+}
+
+std::size_t mostDescriptors() {
+  rlimit limit{};
+  return getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : 0;
 }
 
 bool stopRequested() {

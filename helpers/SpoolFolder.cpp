@@ -52,12 +52,16 @@ bool exchangeNames(int folder, const std::string& one, const std::string& other)
 
 }  // namespace
 
-Result<std::vector<std::string>> contentsOf(const PathEntry& folder) {
-  auto names = namesIn(folder.self().descriptor.get(), folder.path);
-  if (names && isVolumeTop(folder)) {
-    std::erase_if(names.value(),
-                  [](const std::string& name) { return name == ".Trashes" || name == "lost+found"; });
-  }
+Result<platform::NameList> contentsOf(const PathEntry& folder) {
+  platform::NameList names;
+  const bool isTop = isVolumeTop(folder);
+  const auto add = [&names, isTop](const dirent& entry) {
+    const std::string_view name = entry.d_name;
+    if (!isTop || (name != ".Trashes" && name != "lost+found")) names.add(name);
+    return true;
+  };
+  auto listed = platform::listFolder(folder.self().descriptor.get(), folder.path, add);
+  if (!listed) return listed.error();
   return names;
 }
 
@@ -207,7 +211,7 @@ void SpoolFolder::putBack(const PathEntry& spool) {
 }
 
 void SpoolFolder::moveEntries(const PathEntry& spool) {
-  const auto entries = contentsOf(spool);
+  auto entries = contentsOf(spool);
   if (!entries) return report_.failure(entries.error());
   if (entries.value().empty()) return;
   auto trash = TrashCan::open(surroundings_, report_, spool.levels, spool.levels.size());
@@ -218,7 +222,8 @@ void SpoolFolder::moveEntries(const PathEntry& spool) {
   auto dated = trash.value().opened(folder.value());
   if (!dated) return report_.failure(dated.error());
   report_.moved(spool.path, dated.value().path());
-  for (const std::string& entry : entries.value()) {
+  while (!entries.value().empty()) {
+    const std::string entry = entries.value().next();
     if (stopRequested()) {
       report_.failure(spool.path, "not finished: asked to stop");
       break;

@@ -65,6 +65,6 @@ class SpoolFolder {
 };
 
 /// The names in a folder that are its contents: at the top of a volume without what belongs to the volume.
-[[nodiscard]] foundation::Result<std::vector<std::string>> contentsOf(const PathEntry& folder);
+[[nodiscard]] foundation::Result<platform::NameList> contentsOf(const PathEntry& folder);
 
 }  // namespace helpers

@@ -56,7 +56,7 @@ ExitStatus TrashTool::trashContents(const std::string& path) {
   const auto folder = locateUnprotected(surroundings_, path, LastLink::follow);
   if (!folder && isMissing(folder.error())) return ExitStatus::done;
   if (!folder) return reportUnlocated(report_, folder.error());
-  const auto names = contentsOf(folder.value());
+  auto names = contentsOf(folder.value());
   if (!names) {
     report_.failure(names.error());
   } else if (!names.value().empty()) {
@@ -65,12 +65,13 @@ ExitStatus TrashTool::trashContents(const std::string& path) {
   return report_.status();
 }
 
-void TrashTool::trashEntries(const PathEntry& folder, const std::vector<std::string>& names) {
+void TrashTool::trashEntries(const PathEntry& folder, platform::NameList& names) {
   auto trash = TrashCan::open(surroundings_, report_, folder.levels, folder.levels.size());
   if (!trash) return report_.failure(trash.error());
   if (liesIn(folder, trash.value().status())) return;
   report_.moved(folder.path + "/*", trash.value().path());
-  for (const std::string& name : names) {
+  while (!names.empty()) {
+    const std::string name = names.next();
     const std::string path = folder.path + "/" + name;
     if (stopRequested()) return report_.failure(path, "not moved: asked to stop");
     const auto taken = trash.value().take(folder.self().descriptor.get(), name, path,

@@ -26,7 +26,7 @@ class TrashTool {
  private:
   [[nodiscard]] ExitStatus trashItem(const std::string& path);
   [[nodiscard]] ExitStatus trashContents(const std::string& path);
-  void trashEntries(const PathEntry& folder, const std::vector<std::string>& names);
+  void trashEntries(const PathEntry& folder, platform::NameList& names);
 
   const Surroundings& surroundings_;
   Report& report_;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "helpers/HelperProcess.h"
@@ -14,15 +15,28 @@ using platform::UniqueDescriptor;
 
 constexpr std::size_t kMostOpenFolders = 128;
 constexpr std::size_t kMostLinkedFiles = 512;
+constexpr std::size_t kPartOfDescriptors = 4;  // for each of the two, where there are few
+constexpr std::size_t kMostLinkNames = 50'000;
+constexpr const char* kFurtherLinks = "has further hard links, left as it is";
 
 bool othersCanWrite(const FileStatus& folder) {
   return !isTrustedOwner(folder.owner) || (folder.mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
+std::size_t affordable(std::size_t most) {
+  return std::clamp<std::size_t>(mostDescriptors() / kPartOfDescriptors, 1, most);
+}
+
 }  // namespace
 
+TreeWalk::TreeWalk(Report& report, Selector selector, Visitor visitor)
+    : report_(report),
+      selector_(std::move(selector)),
+      visitor_(std::move(visitor)),
+      mostOpenFolders_(affordable(kMostOpenFolders)) {}
+
 void TreeWalk::walk(const PathEntry& top) {
-  topPath_ = top.path;
+  path_ = top.path;
   const PathLevel& self = top.self();
   visit(top.folder().status, self.descriptor.get(), self.status, self.name);
   if (!self.status.isFolder()) return;
@@ -30,10 +44,10 @@ void TreeWalk::walk(const PathEntry& top) {
   if (!again) return report_.failure(again.error());
   enter(self.name, std::move(again).value(), self.status);
   while (!levels_.empty() && !stopRequested()) {
-    if (levels_.back().next < levels_.back().names.size()) {
-      visitNextEntry();
-    } else {
+    if (levels_.back().names.empty()) {
       leave();
+    } else {
+      visitNextEntry();
     }
   }
   if (stopRequested()) report_.failure(top.path, "not finished: asked to stop");
@@ -41,13 +55,13 @@ void TreeWalk::walk(const PathEntry& top) {
 
 void TreeWalk::visit(const FileStatus& folder, int descriptor, const FileStatus& status,
                      const std::string& name) {
-  const std::string path = levels_.empty() ? topPath_ : pathOf(name);
+  const std::string path = levels_.empty() ? path_ : pathOf(name);
   visitor_(TreeVisit{descriptor, status, name, folder, path});
 }
 
 void TreeWalk::visitNextEntry() {
   Level& level = levels_.back();
-  const std::string name = std::move(level.names[level.next++]);
+  const std::string name = level.names.next();
   const auto looked = statusIn(level.descriptor.get(), name, name);
   if (looked && (looked.value().isFolder() || selector_(looked.value()))) return open(name);
   if (looked || isMissing(looked.error())) return;
@@ -74,44 +88,41 @@ void TreeWalk::open(const std::string& name) {
   if (status.value().isFolder()) enter(name, std::move(opened).value(), status.value());
 }
 
-void TreeWalk::enter(std::string name, UniqueDescriptor descriptor, const FileStatus& status) {
+void TreeWalk::enter(const std::string& name, UniqueDescriptor descriptor, const FileStatus& status) {
   // Owner and mode may just have been changed by the visit: what counts for links below is how they are now.
   const auto now = statusOf(descriptor.get(), name);
-  levels_.push_back(Level{std::move(name), std::move(descriptor), now ? now.value() : status, {}, 0});
-  if (levels_.size() > kMostOpenFolders) levels_[levels_.size() - kMostOpenFolders - 1].descriptor.reset();
-  const std::string path = currentPath();
-  auto names = namesIn(levels_.back().descriptor.get(), path);
+  const std::size_t above = path_.size();
+  if (!levels_.empty()) path_ += "/" + name;
+  levels_.push_back(Level{std::move(descriptor), now ? now.value() : status, above});
+  if (levels_.size() > mostOpenFolders_) levels_[levels_.size() - mostOpenFolders_ - 1].descriptor.reset();
+  auto names = platform::listedNames(levels_.back().descriptor.get(), path_);
   if (!names) {
     if (!isMissing(names.error())) report_.failure(names.error());
     return;
   }
   levels_.back().names = std::move(names).value();
-  if (listed_) listed_(path);
+  if (listed_) listed_(path_);
 }
 
 void TreeWalk::leave() {
   const UniqueDescriptor below = std::move(levels_.back().descriptor);
+  path_.resize(levels_.back().pathLength);
   levels_.pop_back();
   if (levels_.empty() || levels_.back().descriptor) return;
-  const std::string path = currentPath();
-  auto parent = openEntry(below.get(), "..", path, O_DIRECTORY);
-  const auto status = parent ? statusOf(parent.value().get(), path) : parent.error();
+  auto parent = openEntry(below.get(), "..", path_, O_DIRECTORY);
+  const auto status = parent ? statusOf(parent.value().get(), path_) : parent.error();
   if (!status || !status.value().isSameFile(levels_.back().status)) {
-    report_.failure(path, "moved while it was worked on, the rest is left as it is");
+    report_.failure(path_, "moved while it was worked on, the rest is left as it is");
     return levels_.clear();
   }
   levels_.back().descriptor = std::move(parent).value();
 }
 
-std::string TreeWalk::currentPath() const {
-  std::string path = topPath_;
-  for (std::size_t i = 1; i < levels_.size(); ++i) path += "/" + levels_[i].name;
-  return path;
+std::string TreeWalk::pathOf(const std::string& name) const {
+  return path_ + "/" + name;
 }
 
-std::string TreeWalk::pathOf(const std::string& name) const {
-  return currentPath() + "/" + name;
-}
+LinkedFiles::LinkedFiles(Report& report) : report_(report), mostFiles_(affordable(kMostLinkedFiles)) {}
 
 bool LinkedFiles::keeps(const TreeVisit& visit) {
   if (visit.status.isFolder()) return false;
@@ -125,15 +136,18 @@ bool LinkedFiles::keeps(const TreeVisit& visit) {
 }
 
 void LinkedFiles::add(const TreeVisit& visit) {
-  File& file = files_[FileKey(visit.status.device, visit.status.inode)];
+  const FileKey key(visit.status.device, visit.status.inode);
+  if (files_.size() == mostFiles_ && !files_.contains(key)) {
+    return report_.failure(visit.path, kFurtherLinks);
+  }
+  File& file = files_[key];
   if (file.path.empty()) {
     file.path = visit.path;
-    if (files_.size() <= kMostLinkedFiles) {
-      file.descriptor.reset(fcntl(visit.descriptor, F_DUPFD_CLOEXEC, 3));
-    }
+    file.descriptor.reset(fcntl(visit.descriptor, F_DUPFD_CLOEXEC, 3));
   }
-  if (othersCanWrite(visit.folder)) return;
-  file.names.emplace(visit.folder.device, visit.folder.inode, visit.name);
+  if (othersCanWrite(visit.folder) || nameCount_ == kMostLinkNames) return;
+  const auto added = file.names.emplace(visit.folder.device, visit.folder.inode, visit.name);
+  nameCount_ += added.second ? 1 : 0;
 }
 
 void LinkedFiles::finish(const Change& change) {
@@ -142,7 +156,7 @@ void LinkedFiles::finish(const Change& change) {
     if (file.descriptor && status && status.value().links == file.names.size()) {
       change(file.descriptor.get(), file.path);
     } else {
-      report_.failure(file.path, "has further hard links, left as it is");
+      report_.failure(file.path, kFurtherLinks);
     }
   }
   files_.clear();

@@ -26,15 +26,15 @@ struct TreeVisit {
 /// link. What lies on another volume, or is mounted in the tree, is left out and reported. Entries that
 /// vanish are passed over. An entry that cannot be opened or listed is reported and the walk goes on. Ends
 /// early when a stop is requested. Any depth: a bounded number of folders is held open, and one that was
-/// closed meanwhile is gone back to only if it is still the same.
+/// closed meanwhile is gone back to only if it is still the same. Memory is used for the names of a folder
+/// and of those above it that are still to be visited.
 class TreeWalk {
  public:
   using Selector = std::function<bool(const FileStatus&)>;
   using Visitor = std::function<void(const TreeVisit&)>;
   using Listed = std::function<void(const std::string& path)>;
 
-  TreeWalk(Report& report, Selector selector, Visitor visitor)
-      : report_(report), selector_(std::move(selector)), visitor_(std::move(visitor)) {}
+  TreeWalk(Report& report, Selector selector, Visitor visitor);
 
   /// Called each time when a folder has been listed and none of its entries has been opened yet.
   void onListed(Listed listed) { listed_ = std::move(listed); }
@@ -43,26 +43,25 @@ class TreeWalk {
 
  private:
   struct Level {
-    std::string name;
     platform::UniqueDescriptor descriptor;
     FileStatus status;
-    std::vector<std::string> names;
-    std::size_t next = 0;
+    std::size_t pathLength = 0;  ///< of the folder above
+    platform::NameList names = {};
   };
 
   void visit(const FileStatus& folder, int descriptor, const FileStatus& status, const std::string& name);
   void visitNextEntry();
   void open(const std::string& name);
-  void enter(std::string name, platform::UniqueDescriptor descriptor, const FileStatus& status);
+  void enter(const std::string& name, platform::UniqueDescriptor descriptor, const FileStatus& status);
   void leave();
-  [[nodiscard]] std::string currentPath() const;
   [[nodiscard]] std::string pathOf(const std::string& name) const;
 
   Report& report_;
   Selector selector_;
   Visitor visitor_;
   Listed listed_;
-  std::string topPath_;
+  std::size_t mostOpenFolders_;
+  std::string path_;  ///< of the folder in hand
   std::vector<Level> levels_;
 };
 
@@ -71,12 +70,13 @@ class TreeWalk {
 /// because of that name. A file with several names is therefore changed only when all of its names have been
 /// found in the tree, each in a folder that only root (or the user that this process acts as) can write, so
 /// that nobody can have made one name look like two by renaming. All others are left as they are and
-/// reported.
+/// reported; so are those beyond the first 512 such files (fewer where a process may open few), and beyond
+/// 50,000 names of them, so that somebody's many links do not use up memory and descriptors.
 class LinkedFiles {
  public:
   using Change = std::function<void(int descriptor, const std::string& path)>;
 
-  explicit LinkedFiles(Report& report) : report_(report) {}
+  explicit LinkedFiles(Report& report);
 
   /// Whether an entry is one to be kept apart, of which it then takes note. Also kept, and reported at once,
   /// is a file that has lost the name it was found by: its other names are not known.
@@ -96,7 +96,9 @@ class LinkedFiles {
   void add(const TreeVisit& visit);
 
   Report& report_;
+  std::size_t mostFiles_;
   std::map<FileKey, File> files_;
+  std::size_t nameCount_ = 0;
 };
 
 }  // namespace helpers

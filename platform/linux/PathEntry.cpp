@@ -21,6 +21,7 @@ using foundation::Result;
 using foundation::systemError;
 
 constexpr int kMostLinks = 40;  // as many as the kernel follows
+constexpr std::size_t kNameBlock = 64UL << 10;
 
 struct CloseFolder {
   void operator()(DIR* folder) const { closedir(folder); }
@@ -210,6 +211,34 @@ Result<std::vector<std::string>> namesIn(int folder, std::string_view path, std:
   const auto add = [&names, most](const dirent& entry) {
     names.emplace_back(entry.d_name);
     return names.size() != most;
+  };
+  if (auto listed = listFolder(folder, path, add); !listed) return listed.error();
+  return names;
+}
+
+void NameList::add(std::string_view name) {
+  const bool isFull = !empty() && blocks_.back().size() + name.size() >= kNameBlock;
+  if (empty() || isFull) blocks_.emplace_back();
+  if (isFull) blocks_.back().reserve(kNameBlock);
+  blocks_.back().append(name).push_back('\0');
+}
+
+std::string NameList::next() {
+  std::string& block = blocks_[first_];
+  std::string name = block.c_str() + at_;
+  at_ += name.size() + 1;
+  if (at_ < block.size()) return name;
+  std::string().swap(block);
+  ++first_;
+  at_ = 0;
+  return name;
+}
+
+Result<NameList> listedNames(int folder, std::string_view path) {
+  NameList names;
+  const auto add = [&names](const dirent& entry) {
+    names.add(entry.d_name);
+    return true;
   };
   if (auto listed = listFolder(folder, path, add); !listed) return listed.error();
   return names;

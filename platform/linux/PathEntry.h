@@ -73,6 +73,24 @@ struct FileStatus {
 [[nodiscard]] foundation::Result<std::vector<std::string>> namesIn(int folder, std::string_view path,
                                                                    std::size_t most = 0);
 
+/// Names in the room that they need: their bytes and one more each. Given out one after the other, in the
+/// order in which they were added; what has been given out is freed bit by bit.
+class NameList {
+ public:
+  void add(std::string_view name);
+  [[nodiscard]] bool empty() const { return first_ == blocks_.size(); }
+  /// REQUIRES that it is not empty.
+  [[nodiscard]] std::string next();
+
+ private:
+  std::vector<std::string> blocks_;  ///< names, each with a zero byte at its end
+  std::size_t first_ = 0;            ///< the block that the next name is in
+  std::size_t at_ = 0;               ///< and where it begins there
+};
+
+/// The same for a folder of any size.
+[[nodiscard]] foundation::Result<NameList> listedNames(int folder, std::string_view path);
+
 /// One component on the way from "/" to a path's end.
 struct PathLevel {
   std::string name;  ///< empty for "/"

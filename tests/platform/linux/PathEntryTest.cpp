@@ -128,6 +128,19 @@ TEST_F(LocateTest, NamesAreTakenByteForByte) {
   }
 }
 
+TEST(NameList, GivesNamesInTheirOrderWhateverTheirLengthAndNumber) {
+  NameList names;
+  std::vector<std::string> expected;
+  for (std::size_t i = 0; i < 20'000; ++i) expected.push_back(std::to_string(i) + std::string(i % 250, 'n'));
+  for (const std::string& name : expected) names.add(name);
+  std::vector<std::string> given;
+  while (!names.empty()) given.push_back(names.next());
+  EXPECT_EQ(given, expected);
+  names.add("after the last");
+  EXPECT_EQ(names.next(), "after the last");
+  EXPECT_TRUE(names.empty());
+}
+
 /// Somebody gives a file of another's a second name, and takes it away while that is looked at.
 class NameTest : public LocateTest {
  protected:
