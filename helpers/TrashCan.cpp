@@ -212,12 +212,15 @@ Result<std::string> TrashCan::takeByCopy(int folder, const std::string& name, co
     named = rename(inside, copy, path, names);
     return named ? Result<void>() : named.error();
   };
-  const auto keep = [this](const std::string& kept, const std::string& reason) {
+  bool isTold = false;
+  const auto keep = [&](const std::string& kept, const std::string& reason) {
+    isTold = true;
     report_->failure(kept, reason);
   };
   const auto moved = platform::moveByCopy(folder, name, folder_.get(), path, givePlace, keep, copyOptions());
-  // What had to stay has been told; the copy is whole and in the trash.
-  if (moved || named) return named;
+  // The copy is whole and in the trash; what had to stay is told.
+  if (named && !moved && !isTold) report_->failure(moved.error());
+  if (named) return named;
   if (moved.error().code == ECANCELED) return errorWithReason(ECANCELED, path, "not moved: asked to stop");
   return moved.error();
 }
