@@ -1,0 +1,91 @@
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tests/hardening/Snapshot.h"
+#include "tests/hardening/SupervisedRun.h"
+
+namespace hardening {
+
+/// A computer of the test's own that the helpers' programs run on: a folder that is "/" to them, in memory,
+/// with this computer's /usr and /proc, root, and a user alice, who does what she can to turn root's work
+/// elsewhere.
+///
+///   /Users/alice/work/tree      file, sub/inner, sub/second: what a tool is told to work on
+///   /Users/alice/disk           the same again, at the top of a volume of its own
+///   /Users/alice/media/tree     the same, on a volume that can have no trash: /Users/alice/media/.Trashes is
+///   a file /outside                    root's, and nobody's business: the same names, so that every way
+///   leads on there
+///
+/// Everything in her home is alice's. Needs root; the mounts end with the object.
+class AttackedComputer {
+ public:
+  static constexpr uid_t kAlice = 4201;
+
+  AttackedComputer();
+  ~AttackedComputer();
+  AttackedComputer(const AttackedComputer&) = delete;
+  AttackedComputer& operator=(const AttackedComputer&) = delete;
+
+  /// Where a path of the computer lies in this process's world.
+  [[nodiscard]] std::string path(const std::string& place) const { return top_ + place; }
+
+  /// Everything in the home as above, with an empty trash, whatever has happened to it.
+  void restore() const;
+
+  /// What alice has no right to: all but her home and the devices. Access times apart, nothing of it may
+  /// change.
+  [[nodiscard]] Snapshot outside() const;
+
+  /// A file, alice's, with content and an attribute that no other file has.
+  void makeFile(const std::string& place, mode_t mode = 0644) const;
+  void makeFolder(const std::string& place, mode_t mode = 0755) const;
+  void own(const std::string& place, uid_t user = kAlice) const;
+
+  /// Every file of her home, and of the trashes of root and of the volume, by its content: "left: " or "in
+  /// the trash: " and what described() says, and all of them where there are several. What a copy that has
+  /// not got its place yet holds does not count.
+  [[nodiscard]] Snapshot files() const;
+
+  /// Runs a command there, as root; `inChild` prepares the process further.
+  [[nodiscard]] Finished run(const std::vector<std::string>& command, const OnCall& onCall = nullptr,
+                             const std::function<void()>& inChild = nullptr,
+                             const std::vector<unsigned>& only = {}) const;
+  /// What the process that is to run there has to do first.
+  void enter() const;
+
+ private:
+  void makeSystem() const;
+  void makeOutside() const;
+  void fill(const std::string& place, uid_t user) const;
+
+  std::string top_;
+};
+
+/// A tool and the form of its command line, as the repair uses it.
+struct Form {
+  std::string name;
+  std::vector<std::string> command;
+  std::string tree;  ///< what it works on
+};
+
+[[nodiscard]] const std::vector<Form>& allForms();
+/// Those of trashtool among them.
+[[nodiscard]] std::vector<Form> trashForms();
+inline void PrintTo(const Form& form, std::ostream* stream) {
+  *stream << form.name;
+}
+inline std::string nameOfForm(const ::testing::TestParamInfo<Form>& form) {
+  return form.param.name;
+}
+
+#define QUILLMEND_NEEDS_ROOT_HERE() \
+  if (geteuid() != 0) GTEST_SKIP() << "needs root: owners, mounts and another root folder"
+
+}  // namespace hardening

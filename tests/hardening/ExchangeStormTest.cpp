@@ -1,0 +1,200 @@
+// A user exchanges what lies on the way of a tool of root's as fast as can be, while the tool is at it.
+#include <dirent.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <grp.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <new>
+#include <thread>
+
+#include "platform/posix/UniqueDescriptor.h"
+#include "tests/hardening/AttackedComputer.h"
+
+namespace hardening {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::UniqueDescriptor;
+using ::testing::IsEmpty;
+
+/// 300,000, or what QUILLMEND_HARDENING_SWAPS says; see README.md.
+long wantedSwaps() {
+  const char* wanted = std::getenv("QUILLMEND_HARDENING_SWAPS");
+  return wanted == nullptr ? 300'000 : std::atol(wanted);
+}
+
+struct Pair {
+  std::string folder;
+  std::string name;
+  std::string leadsTo;
+};
+
+/// What alice can exchange: everything below her home. In her trash, what comes newly.
+std::vector<Pair> pairsOf(const Form& form) {
+  const std::string outside = "/outside/alice/work/tree";
+  const fs::path tree = form.tree;
+  const bool isVolume = tree == "/Users/alice/disk";
+  std::vector<Pair> pairs = {{tree, "sub", outside + "/sub"},
+                             {tree, "file", outside + "/file"},
+                             {tree / "sub", "inner", outside + "/sub/inner"},
+                             {"/Users/alice", ".Trash", "/outside/trash"}};
+  if (!isVolume) pairs.push_back({tree.parent_path(), tree.filename(), outside});
+  if (!isVolume) pairs.push_back({tree.parent_path(), "." + tree.filename().string() + ".emptying", outside});
+  if (isVolume) pairs.push_back({tree, ".Trashes", "/outside/trash"});
+  if (tree == "/Users/alice/work/tree") {
+    pairs.push_back({"/Users/alice", "work", "/outside/alice/work"});
+    pairs.push_back({tree / "sub", "second", "secret"});  // of the same volume alone
+  }
+  return pairs;
+}
+
+std::string away(const std::string& name) {
+  return name + ".away";
+}
+
+/// What the test and its attacker share.
+struct Signals {
+  std::atomic<int> round = 0;   ///< counts up for each; odd while the attacker shall be at it
+  std::atomic<int> obeyed = 0;  ///< the round that the attacker knows of
+  std::atomic<long> swaps = 0;
+};
+
+/// The process of alice's.
+class Attacker {
+ public:
+  Attacker(const AttackedComputer& computer, const std::vector<Pair>& pairs)
+      : signals_(new (::mmap(nullptr, sizeof(Signals), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1,
+                             0)) Signals),
+        pid_(::fork()) {
+    if (pid_ == 0) attack(computer, pairs);
+  }
+  ~Attacker() {
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+    ::munmap(signals_, sizeof(Signals));
+  }
+  Attacker(const Attacker&) = delete;
+  Attacker& operator=(const Attacker&) = delete;
+
+  void begin() { next(); }
+  void end() { next(); }
+  [[nodiscard]] long swaps() const { return signals_->swaps; }
+
+ private:
+  void next() {
+    const int round = ++signals_->round;
+    while (signals_->obeyed != round) std::this_thread::sleep_for(std::chrono::microseconds(20));
+  }
+
+  [[noreturn]] void attack(const AttackedComputer& computer, const std::vector<Pair>& pairs) {
+    computer.enter();
+    const bool isAlice = ::setgroups(0, nullptr) == 0 && ::setgid(AttackedComputer::kAlice) == 0 &&
+                         ::setuid(AttackedComputer::kAlice) == 0;
+    while (isAlice) {
+      const int round = signals_->round;
+      if (round % 2 == 1) exchangeUntilTold(round, pairs);
+      signals_->obeyed = signals_->round.load();
+      if (round % 2 == 0) std::this_thread::sleep_for(std::chrono::microseconds(20));
+    }
+    ::_exit(1);
+  }
+
+  void exchangeUntilTold(int round, const std::vector<Pair>& pairs) {
+    std::vector<UniqueDescriptor> folders;
+    for (const Pair& pair : pairs) {
+      folders.emplace_back(::open(pair.folder.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW));
+    }
+    const UniqueDescriptor trash(::open("/Users/alice/.Trash", O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+    signals_->obeyed = round;
+    for (unsigned turn = 0; signals_->round == round; ++turn) {
+      const std::size_t which = turn % pairs.size();
+      exchange(folders[which].get(), pairs[which].name, away(pairs[which].name));
+      if (turn % 32 == 0) exchangeNewcomers(trash.get());
+    }
+  }
+
+  void exchange(int folder, const std::string& one, const std::string& other) {
+    if (::renameat2(folder, one.c_str(), folder, other.c_str(), RENAME_EXCHANGE) == 0 ||
+        ::renameat2(folder, other.c_str(), folder, one.c_str(), RENAME_NOREPLACE) == 0) {
+      ++signals_->swaps;
+    }
+  }
+
+  void exchangeNewcomers(int trash) {
+    const int listed = ::openat(trash, ".", O_RDONLY | O_DIRECTORY);
+    DIR* const stream = listed < 0 ? nullptr : ::fdopendir(listed);
+    if (stream == nullptr) return;
+    while (const dirent* entry = ::readdir(stream)) {
+      const std::string name = entry->d_name;
+      if (name.starts_with("planted") || name == "." || name == "..") continue;
+      const std::string link = "planted" + std::to_string(++planted_);
+      if (::symlinkat("/outside/alice/work/tree", trash, link.c_str()) == 0) exchange(trash, name, link);
+    }
+    ::closedir(stream);
+  }
+
+  Signals* signals_;
+  pid_t pid_;
+  long planted_ = 0;
+};
+
+class ExchangeStormTest : public ::testing::TestWithParam<Form> {
+ protected:
+  void SetUp() override { QUILLMEND_NEEDS_ROOT_HERE(); }
+
+  /// A second name of root's file is made by root: only where hard links are not protected could alice make
+  /// it.
+  void prepare(const std::vector<Pair>& pairs) const {
+    computer_.restore();
+    for (const Pair& pair : pairs) {
+      const std::string link = computer_.path(pair.folder + "/" + away(pair.name));
+      const bool made = pair.leadsTo == "secret"
+                            ? ::link(computer_.path("/outside/secret").c_str(), link.c_str()) == 0
+                            : ::symlink(pair.leadsTo.c_str(), link.c_str()) == 0;
+      EXPECT_TRUE(made) << link;
+      static_cast<void>(pair.leadsTo == "secret" ||
+                        ::lchown(link.c_str(), AttackedComputer::kAlice, AttackedComputer::kAlice) == 0);
+    }
+  }
+
+  /// Of root's file the number of names and the time of change are alice's doing.
+  [[nodiscard]] Snapshot outside() const {
+    Snapshot all = computer_.outside();
+    all["/outside/secret"] = described(computer_.path("/outside/secret"), Changed::ignored);
+    return all;
+  }
+
+  AttackedComputer computer_;
+};
+
+TEST_P(ExchangeStormTest, LeadsNothingOutsideTheTree) {
+  const std::vector<Pair> pairs = pairsOf(GetParam());
+  Attacker attacker(computer_, pairs);
+  prepare(pairs);
+  const Snapshot before = outside();
+  int runs = 0;
+  while (attacker.swaps() < wantedSwaps() && !HasFailure()) {
+    prepare(pairs);
+    attacker.begin();
+    const Finished finished = computer_.run(GetParam().command);
+    attacker.end();
+    EXPECT_THAT(finished.exitStatus, ::testing::AnyOf(0, 1, 77)) << finished.errors;
+    EXPECT_THAT(differences(before, outside()), IsEmpty()) << finished.errors;
+    ++runs;
+  }
+  RecordProperty("runs", runs);
+  std::printf("%ld exchanges during %d runs\n", attacker.swaps(), runs);
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, ExchangeStormTest, ::testing::ValuesIn(allForms()), nameOfForm);
+
+}  // namespace
+}  // namespace hardening

@@ -1,0 +1,190 @@
+// killtool on a computer of the test's own, with processes that only the test sees.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <linux/sched.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+
+#include "tests/hardening/AttackedComputer.h"
+#include "tests/support/RunningProgram.h"
+
+namespace hardening {
+namespace {
+
+namespace fs = std::filesystem;
+using support::RunningProgram;
+
+const std::vector<std::string> kKill = {"/helpers/killtool"};
+constexpr const char* kQmaster = "/Library/Application Support/Apple Qmaster/controller";
+
+/// A process with a number of its own choosing: clone3(2).
+class StrangerOfNumber {
+ public:
+  StrangerOfNumber(pid_t number, const std::string& program) {
+    std::array<int, 2> ready{-1, -1};
+    if (::pipe2(ready.data(), O_CLOEXEC) != 0) return;
+    clone_args wanted{};
+    wanted.exit_signal = SIGCHLD;
+    wanted.set_tid = reinterpret_cast<std::uintptr_t>(&number);
+    wanted.set_tid_size = 1;
+    pid_ = static_cast<pid_t>(::syscall(SYS_clone3, &wanted, sizeof wanted));
+    if (pid_ == 0) {
+      ::dup2(ready[1], STDOUT_FILENO);
+      ::execl(program.c_str(), program.c_str(), "polite", nullptr);
+      ::_exit(127);
+    }
+    ::close(ready[1]);
+    char byte = 0;
+    isReady_ = ::read(ready[0], &byte, 1) == 1;
+    ::close(ready[0]);
+  }
+  ~StrangerOfNumber() {
+    if (pid_ <= 0) return;
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+  }
+  StrangerOfNumber(const StrangerOfNumber&) = delete;
+  StrangerOfNumber& operator=(const StrangerOfNumber&) = delete;
+
+  [[nodiscard]] bool lives() const {
+    siginfo_t info{};
+    return isReady_ && ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == 0;
+  }
+
+ private:
+  pid_t pid_ = -1;
+  bool isReady_ = false;
+};
+
+class KillRaceTest : public ::testing::Test {
+ protected:
+  void SetUp() override { QUILLMEND_NEEDS_ROOT_HERE(); }
+
+  /// As the first process of a namespace, in which killtool finds no other than the test's.
+  static void amongOwnProcesses(const std::function<void(const AttackedComputer&)>& part) {
+    std::fflush(nullptr);
+    const pid_t outer = ::fork();
+    if (outer == 0) ::_exit(::unshare(CLONE_NEWPID) == 0 ? becomeFirst(part) : 1);
+    int status = -1;
+    ASSERT_EQ(::waitpid(outer, &status, 0), outer);
+    EXPECT_EQ(status, 0) << "the part among processes of its own failed";
+  }
+
+  static std::string install(const AttackedComputer& computer, const std::string& place) {
+    const std::string path = computer.path(place);
+    fs::create_directories(fs::path(path).parent_path());
+    fs::copy_file(TARGET_PROGRAM, path, fs::copy_options::overwrite_existing);
+    return path;
+  }
+
+ private:
+  static int becomeFirst(const std::function<void(const AttackedComputer&)>& part) {
+    const pid_t first = ::fork();
+    if (first == 0) {
+      const AttackedComputer computer;
+      const std::string proc = computer.path("/proc");
+      EXPECT_EQ(::mount("proc", proc.c_str(), "proc", 0, nullptr), 0);
+      if (!HasFailure()) part(computer);
+      std::fflush(nullptr);
+      ::_exit(HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    ::waitpid(first, &status, 0);
+    return status == 0 ? 0 : 1;
+  }
+};
+
+TEST_F(KillRaceTest, ANumberThatAStrangerGetsBeforeAnyCallIsNotSignalled) {
+  amongOwnProcesses([](const AttackedComputer& computer) {
+    const std::string program = install(computer, kQmaster);
+    const std::string other = install(computer, "/elsewhere/controller");
+    int calls = 1;
+    for (int call = 1; call <= calls && !HasFailure(); ++call) {
+      SCOPED_TRACE("call " + std::to_string(call));
+      RunningProgram target(program, {"polite"});
+      const pid_t number = target.pid();
+      std::unique_ptr<StrangerOfNumber> stranger;
+      const Finished finished = computer.run(kKill, [&](const Call& now) {
+        if (now.index != call) return kProceed;
+        ::kill(number, SIGKILL);
+        target.wait();
+        stranger = std::make_unique<StrangerOfNumber>(number, other);
+        EXPECT_TRUE(stranger->lives());
+        return kProceed;
+      });
+      EXPECT_TRUE(!stranger || stranger->lives());
+      EXPECT_EQ(finished.exitStatus, 0) << finished.errors;
+      calls = finished.calls;
+    }
+    EXPECT_GT(calls, 20);
+  });
+}
+
+TEST_F(KillRaceTest, ANumberThatTheNextDaemonOfThatProgramGetsIsNotSignalledTwice) {
+  amongOwnProcesses([](const AttackedComputer& computer) {
+    const std::string program = install(computer, kQmaster);
+    RunningProgram target(program, {"polite"});
+    const pid_t number = target.pid();
+    std::unique_ptr<StrangerOfNumber> next;
+    const Finished finished = computer.run(kKill, [&](const Call& now) {
+      if (now.number != SYS_pidfd_send_signal || next) return kProceed;
+      ::kill(number, SIGKILL);
+      target.wait();
+      next = std::make_unique<StrangerOfNumber>(number, program);
+      return kProceed;
+    });
+    ASSERT_TRUE(next != nullptr);
+    EXPECT_TRUE(next->lives()) << "it was started after the tool was";
+    EXPECT_EQ(finished.exitStatus, 0) << finished.errors;
+  });
+}
+
+TEST_F(KillRaceTest, WhoeverCallsItselfLikeADaemonLives) {
+  amongOwnProcesses([](const AttackedComputer& computer) {
+    const std::string program = install(computer, "/Users/alice/bin/qmasterd");
+    RunningProgram spoofed(program, {"polite"}, [&program] {
+      ::prctl(PR_SET_NAME, "qmasterd");
+      if (::setgid(AttackedComputer::kAlice) != 0 || ::setuid(AttackedComputer::kAlice) != 0) ::_exit(1);
+      std::string name = "/usr/sbin/qmasterd";
+      std::string role = "polite";
+      char* const values[] = {name.data(), role.data(), nullptr};
+      ::execv(program.c_str(), values);
+    });
+    EXPECT_EQ(computer.run(kKill).exitStatus, 0);
+    EXPECT_FALSE(spoofed.hasEnded());
+  });
+}
+
+TEST_F(KillRaceTest, AProgramOfQmastersEndsWhoeverRunsItAndWhateverStateItIsIn) {
+  amongOwnProcesses([](const AttackedComputer& computer) {
+    const std::string program = install(computer, kQmaster);
+    RunningProgram ofAlice(program, {"polite"}, [] {
+      if (::setgid(AttackedComputer::kAlice) != 0 || ::setuid(AttackedComputer::kAlice) != 0) ::_exit(1);
+    });
+    RunningProgram stoppedAndDeaf(program, {"stubborn"});
+    ::kill(stoppedAndDeaf.pid(), SIGSTOP);
+    EXPECT_EQ(computer.run(kKill).exitStatus, 0);
+    EXPECT_TRUE(ofAlice.hasEnded());
+    EXPECT_EQ(stoppedAndDeaf.waitForSignal(), SIGKILL);
+  });
+}
+
+TEST_F(KillRaceTest, ItselfAndWhoeverStartedItLive) {
+  amongOwnProcesses([](const AttackedComputer& computer) {
+    install(computer, kQmaster);
+    const Finished finished = computer.run({kQmaster, "run", "/helpers/killtool"});
+    EXPECT_EQ(finished.exitStatus, 0) << finished.errors;
+  });
+}
+
+}  // namespace
+}  // namespace hardening

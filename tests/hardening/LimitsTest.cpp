@@ -1,0 +1,158 @@
+// What the work costs in descriptors and memory, on trees that somebody made as deep, as wide and as linked
+// as can be.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "platform/posix/UniqueDescriptor.h"
+#include "tests/hardening/AttackedComputer.h"
+
+namespace hardening {
+namespace {
+
+using platform::UniqueDescriptor;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+constexpr long kProgram = 4L << 10;  // KiB, with nothing to do
+constexpr int kLevels = 10'000;
+
+/// 100,000, or what QUILLMEND_HARDENING_ENTRIES says; see README.md.
+int manyEntries() {
+  const char* wanted = std::getenv("QUILLMEND_HARDENING_ENTRIES");
+  return wanted == nullptr ? 100'000 : std::atoi(wanted);
+}
+
+void limitDescriptors() {
+  const rlimit both{32, 32};
+  if (::setrlimit(RLIMIT_NOFILE, &both) != 0) ::_exit(124);
+}
+
+/// Deeper than any path: one folder after the other.
+void makeDeep(const std::string& top, int levels) {
+  UniqueDescriptor folder(::open(top.c_str(), O_RDONLY | O_DIRECTORY));
+  for (int level = 0; level < levels; ++level) {
+    if (::mkdirat(folder.get(), "d", 0700) != 0) throw std::runtime_error("cannot make a folder");
+    folder.reset(::openat(folder.get(), "d", O_RDONLY | O_DIRECTORY));
+  }
+  UniqueDescriptor(::openat(folder.get(), "deepest", O_CREAT | O_WRONLY, 0600)).reset();
+}
+
+struct stat statusOfDeepest(const std::string& top, int levels) {
+  UniqueDescriptor folder(::open(top.c_str(), O_PATH | O_DIRECTORY));
+  for (int level = 0; level < levels; ++level)
+    folder.reset(::openat(folder.get(), "d", O_PATH | O_DIRECTORY));
+  struct stat status {};
+  EXPECT_EQ(::fstatat(folder.get(), "deepest", &status, 0), 0);
+  return status;
+}
+
+/// 32 MiB for a million; in KiB.
+long allowedFor(long entries) {
+  return kProgram + entries * (26L << 10) / 1'000'000;
+}
+
+class LimitsTest : public ::testing::TestWithParam<Form> {
+ protected:
+  void SetUp() override { QUILLMEND_NEEDS_ROOT_HERE(); }
+
+  /// Runs a form and answers the most memory that it had, in KiB.
+  long memoryOf(const Form& form, int exitStatus = 0) {
+    long most = -1;
+    const auto note = [&most](const Call& call) {
+      if (call.number != SYS_exit_group) return kProceed;
+      const std::string status = processFile(call.process, "status");
+      const std::size_t line = status.find("VmHWM:");
+      if (line != std::string::npos) most = std::atol(status.c_str() + line + 6);
+      return kProceed;
+    };
+    const Finished finished = computer_.run(form.command, note, nullptr, {SYS_close_range, SYS_exit_group});
+    EXPECT_EQ(finished.exitStatus, exitStatus) << finished.errors.substr(0, 500);
+    return most;
+  }
+
+  AttackedComputer computer_;
+};
+
+using LevelsTest = LimitsTest;
+
+TEST_P(LevelsTest, AreWorkedThroughToTheDeepestWithFewDescriptorsAndLittleMemory) {
+  makeDeep(computer_.path(GetParam().tree), kLevels);
+  const Finished finished = computer_.run(GetParam().command, nullptr, limitDescriptors);
+  EXPECT_EQ(finished.exitStatus, 1) << finished.errors.substr(0, 500);
+  EXPECT_THAT(finished.errors, HasSubstr("removed or exchanged"))
+      << "its path is longer than the kernel tells";
+}
+
+/// Up to where paths have a name.
+TEST_P(LevelsTest, ThatHaveAPathAreAllChangedWithFewDescriptors) {
+  constexpr int kNamed = 1'900;
+  makeDeep(computer_.path(GetParam().tree), kNamed);
+  const Finished finished = computer_.run(GetParam().command, nullptr, limitDescriptors);
+  EXPECT_EQ(finished.exitStatus, 0) << finished.errors.substr(0, 500);
+  const struct stat deepest = statusOfDeepest(computer_.path(GetParam().tree), kNamed);
+  EXPECT_TRUE(deepest.st_uid == 4300 || (deepest.st_mode & 0777U) == 0777U);
+}
+
+TEST_P(LevelsTest, TakeLittleMemory) {
+  makeDeep(computer_.path(GetParam().tree), kLevels);
+  EXPECT_LT(memoryOf(GetParam(), 1), 32L << 10);
+}
+
+std::vector<Form> formsForTrees() {
+  std::vector<Form> forms = allForms();
+  std::erase_if(forms, [](const Form& form) { return form.name != "ChownTree" && form.name != "ChmodTree"; });
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, LevelsTest, ::testing::ValuesIn(formsForTrees()), nameOfForm);
+
+using EntriesTest = LimitsTest;
+
+void makeMany(const std::string& place, int entries) {
+  const UniqueDescriptor folder(::open(place.c_str(), O_RDONLY | O_DIRECTORY));
+  for (int i = 0; i < entries; ++i) {
+    const std::string name = "segment-" + std::to_string(i) + ".data";
+    UniqueDescriptor(::openat(folder.get(), name.c_str(), O_CREAT | O_WRONLY, 0600)).reset();
+  }
+}
+
+TEST_P(EntriesTest, OfOneFolderTakeLittleMemory) {
+  makeMany(computer_.path(GetParam().tree), manyEntries());
+  const long memory = memoryOf(GetParam());
+  std::printf("%ld KiB\n", memory);
+  EXPECT_GT(memory, 0);
+  EXPECT_LT(memory, allowedFor(manyEntries()));
+}
+
+/// A copy remembers each file that it compares.
+std::vector<Form> formsThatDoNotCopy() {
+  std::vector<Form> forms = allForms();
+  std::erase_if(forms, [](const Form& form) { return form.name.ends_with("ByCopy"); });
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, EntriesTest, ::testing::ValuesIn(formsThatDoNotCopy()), nameOfForm);
+
+using LinksTest = LimitsTest;
+
+TEST_P(LinksTest, OfManyFilesTakeLittleMemoryAndFewDescriptors) {
+  const std::string tree = computer_.path(GetParam().tree);
+  makeMany(tree, manyEntries() / 2);
+  ::mkdir((tree + "/again").c_str(), 0755);
+  for (int i = 0; i < manyEntries() / 2; ++i) {
+    const std::string name = "/segment-" + std::to_string(i) + ".data";
+    ASSERT_EQ(::link((tree + name).c_str(), (tree + "/again" + name).c_str()), 0);
+  }
+  EXPECT_LT(memoryOf(GetParam(), 1), allowedFor(manyEntries()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, LinksTest, ::testing::ValuesIn(formsForTrees()), nameOfForm);
+
+}  // namespace
+}  // namespace hardening

@@ -1,0 +1,137 @@
+// A user exchanges what lies on the way of a tool of root's, at each of its system calls in turn.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <cstdio>
+#include <filesystem>
+
+#include "tests/hardening/AttackedComputer.h"
+
+namespace hardening {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// One entry that is exchanged for a symbolic link; "*" as name for everything in the folder.
+struct Target {
+  std::string folder;
+  std::string name;
+  std::string leadsTo;
+};
+
+std::vector<Target> targetsOf(const Form& form) {
+  const std::string outside = "/outside/alice/work/tree";
+  const fs::path tree = form.tree;
+  std::vector<Target> targets = {{"/Users", "alice", "/outside/alice"},
+                                 {tree, "sub", outside + "/sub"},
+                                 {tree, "file", outside + "/file"},
+                                 {tree / "sub", "inner", outside + "/sub/inner"}};
+  const bool isVolume = tree == "/Users/alice/disk";
+  if (!isVolume) targets.push_back({tree.parent_path(), tree.filename(), outside});
+  if (tree == "/Users/alice/work/tree") targets.push_back({"/Users/alice", "work", "/outside/alice/work"});
+  if (!form.name.starts_with("Trash")) return targets;
+  const std::string trash = isVolume ? tree / ".Trashes" / "4201" : fs::path("/Users/alice/.Trash");
+  targets.push_back({fs::path(trash).parent_path(), fs::path(trash).filename(), "/outside/trash"});
+  targets.push_back({trash, "*", outside});
+  if (isVolume) targets.push_back({tree, ".Trashes", "/outside/trash"});
+  if (form.name.starts_with("TrashSpool")) {
+    targets.push_back({tree.parent_path(), "." + tree.filename().string() + ".emptying", outside});
+  }
+  return targets;
+}
+
+/// Exchanges on asking, and back again.
+class Swap {
+ public:
+  Swap(const AttackedComputer& computer, const Target& target) : computer_(computer), target_(target) {}
+  ~Swap() { undo(); }
+  Swap(const Swap&) = delete;
+  Swap& operator=(const Swap&) = delete;
+
+  void make() {
+    if (target_.name != "*") return exchange(computer_.path(target_.folder) + "/" + target_.name);
+    std::error_code missing;
+    for (const auto& entry : fs::directory_iterator(computer_.path(target_.folder), missing)) {
+      exchange(entry.path());
+    }
+  }
+
+  void undo() {
+    for (const std::string& path : made_) {
+      if (::renameat2(AT_FDCWD, away(path).c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE) == 0) {
+        ::unlink(away(path).c_str());
+      } else if (fs::is_symlink(fs::symlink_status(path))) {
+        ::unlink(path.c_str());
+      }
+    }
+    made_.clear();
+  }
+
+ private:
+  static std::string away(const std::string& path) { return path + ".away"; }
+
+  void exchange(const std::string& path) {
+    const std::string link = away(path);
+    if (::symlink(target_.leadsTo.c_str(), link.c_str()) != 0) return;
+    static_cast<void>(::lchown(link.c_str(), AttackedComputer::kAlice, AttackedComputer::kAlice));
+    const bool done = ::renameat2(AT_FDCWD, link.c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE) == 0 ||
+                      ::rename(link.c_str(), path.c_str()) == 0;
+    if (done) made_.push_back(path);
+    if (!done) ::unlink(link.c_str());
+  }
+
+  const AttackedComputer& computer_;
+  const Target& target_;
+  std::vector<std::string> made_;
+};
+
+enum class Stays { yes, no };
+
+class SwapTest : public ::testing::TestWithParam<Form> {
+ protected:
+  void SetUp() override { QUILLMEND_NEEDS_ROOT_HERE(); }
+
+  /// Answers whether there was such a call.
+  static bool swapAt(const AttackedComputer& computer, const Target& target, Stays stays, int call) {
+    computer.restore();
+    const Snapshot before = computer.outside();
+    Swap swap(computer, target);
+    int calls = 0;
+    const Finished finished = computer.run(GetParam().command, [&](const Call& now) {
+      // The first look at a file is where the way to the tree begins.
+      if ((calls == 0 && now.number != SYS_statx) || !resolvesNames(now.number)) return kProceed;
+      if (++calls == call) swap.make();
+      if (calls == call + 1 && stays == Stays::no) swap.undo();
+      return kProceed;
+    });
+    SCOPED_TRACE(target.folder + "/" + target.name + " at call " + std::to_string(call));
+    EXPECT_THAT(finished.exitStatus, ::testing::AnyOf(0, 1, 77)) << finished.errors;
+    EXPECT_THAT(differences(before, computer.outside()), ::testing::IsEmpty()) << finished.errors;
+    return calls >= call;
+  }
+
+  static void swapAtEach(Stays stays) {
+    const AttackedComputer computer;
+    int runs = 0;
+    for (const Target& target : targetsOf(GetParam())) {
+      for (int call = 1; swapAt(computer, target, stays, call) && !HasFailure(); ++call) ++runs;
+    }
+    RecordProperty("runs", runs);
+    EXPECT_GT(runs, 50);
+  }
+};
+
+TEST_P(SwapTest, WhatIsExchangedForALinkLeadsNowhere) {
+  swapAtEach(Stays::yes);
+}
+
+TEST_P(SwapTest, WhatIsExchangedForALinkDuringOneCallLeadsNowhere) {
+  swapAtEach(Stays::no);
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, SwapTest, ::testing::ValuesIn(allForms()), nameOfForm);
+
+}  // namespace
+}  // namespace hardening
