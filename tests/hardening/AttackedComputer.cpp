@@ -59,7 +59,9 @@ void addFiles(const std::string& folder, Snapshot& found) {
 
 }  // namespace
 
-AttackedComputer::AttackedComputer() : top_(makeTop()) {
+AttackedComputer::AttackedComputer() {
+  if (::geteuid() != 0) return;
+  top_ = makeTop();
   mountAt("attacked", top_, "tmpfs", 0, "mode=0755");
   makeSystem();
   makeOutside();
@@ -71,6 +73,7 @@ AttackedComputer::AttackedComputer() : top_(makeTop()) {
 }
 
 AttackedComputer::~AttackedComputer() {
+  if (top_.empty()) return;
   ::umount2(top_.c_str(), MNT_DETACH);
   ::rmdir(top_.c_str());
 }

@@ -23,7 +23,8 @@ namespace hardening {
 ///   a file /outside                    root's, and nobody's business: the same names, so that every way
 ///   leads on there
 ///
-/// Everything in her home is alice's. Needs root; the mounts end with the object.
+/// Everything in her home is alice's. The mounts end with the object. Without root there is no such computer:
+/// a test skips itself then (QUILLMEND_NEEDS_ROOT_HERE).
 class AttackedComputer {
  public:
   static constexpr uid_t kAlice = 4201;

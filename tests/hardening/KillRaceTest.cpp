@@ -87,13 +87,16 @@ class KillRaceTest : public ::testing::Test {
   }
 
  private:
+  static void run(const std::function<void(const AttackedComputer&)>& part) {
+    const AttackedComputer computer;
+    EXPECT_EQ(::mount("proc", computer.path("/proc").c_str(), "proc", 0, nullptr), 0);
+    if (!HasFailure()) part(computer);
+  }
+
   static int becomeFirst(const std::function<void(const AttackedComputer&)>& part) {
     const pid_t first = ::fork();
     if (first == 0) {
-      const AttackedComputer computer;
-      const std::string proc = computer.path("/proc");
-      EXPECT_EQ(::mount("proc", proc.c_str(), "proc", 0, nullptr), 0);
-      if (!HasFailure()) part(computer);
+      run(part);
       std::fflush(nullptr);
       ::_exit(HasFailure() ? 1 : 0);
     }
