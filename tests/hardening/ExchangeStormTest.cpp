@@ -25,10 +25,10 @@ namespace fs = std::filesystem;
 using platform::UniqueDescriptor;
 using ::testing::IsEmpty;
 
-/// 300,000, or what QUILLMEND_HARDENING_SWAPS says; see README.md.
+/// 100,000, or what QUILLMEND_HARDENING_SWAPS says; see README.md.
 long wantedSwaps() {
   const char* wanted = std::getenv("QUILLMEND_HARDENING_SWAPS");
-  return wanted == nullptr ? 300'000 : std::atol(wanted);
+  return wanted == nullptr ? 100'000 : std::atol(wanted);
 }
 
 struct Pair {
