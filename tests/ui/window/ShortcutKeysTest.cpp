@@ -145,6 +145,15 @@ TEST_F(ShortcutKeysTest, AltGrIsOptionAndTheKeyIsKnownByItsPlaceWhateverItThenPr
   EXPECT_EQ(recorded("z"), "key 21") << "where y is in America";
 }
 
+TEST_F(ShortcutKeysTest, AKeyThatWaitsForALetterIsRecordedAtOnce) {
+  const KeyboardInUse german("de");
+  show();
+  EXPECT_EQ(recorded("49"), "key 41") << "a circumflex, by the number that X11 gives the key";
+  EXPECT_EQ(recorded("dead_acute"), "key 13");
+  EXPECT_EQ(recorded("shift+dead_acute"), "key 13 shift") << "a grave accent";
+  EXPECT_EQ(recorded("e"), "key 18") << "and not a letter with an accent";
+}
+
 TEST_F(ShortcutKeysTest, TabIsRecordedWithAndWithoutShift) {
   show();
   EXPECT_EQ(recorded("Tab"), "key 15");

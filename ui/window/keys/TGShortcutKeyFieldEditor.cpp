@@ -48,7 +48,6 @@ TGShortcutKeyFieldEditor::TGShortcutKeyFieldEditor(VirtualKeyCodes keyCodes)
   setReadOnly(true);
   setFrame(false);
   setPlaceholderText(tr("Press the keys"));
-  setAttribute(Qt::WA_InputMethodEnabled, false);  // it would keep dead keys to itself
 }
 
 void TGShortcutKeyFieldEditor::setString(const std::string& text) {
@@ -71,6 +70,11 @@ void TGShortcutKeyFieldEditor::keyPressEvent(QKeyEvent* event) {
   if (isModifier(event->key()) || repeats_.isRepeat(*event) || code < kFirstScanCode) return;
   const auto keyCode = keyCodes_(code - kFirstScanCode);
   if (keyCode && delegate_ != nullptr) delegate_->fieldEditorKeyDown(*keyCode, flagsOf(*event));
+}
+
+/// An input method would keep dead keys to itself.
+QVariant TGShortcutKeyFieldEditor::inputMethodQuery(Qt::InputMethodQuery query) const {
+  return query == Qt::ImEnabled ? QVariant(false) : QLineEdit::inputMethodQuery(query);
 }
 
 void TGShortcutKeyFieldEditor::keyReleaseEvent(QKeyEvent* event) {

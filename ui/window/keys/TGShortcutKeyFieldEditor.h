@@ -25,6 +25,7 @@ class TGShortcutKeyFieldEditor : public QLineEdit, public outlets::FieldEditor {
 
   void setDelegate(outlets::ShortcutKeyOwner* delegate) override { delegate_ = delegate; }
   void setString(const std::string& text) override;
+  [[nodiscard]] QVariant inputMethodQuery(Qt::InputMethodQuery query) const override;
 
  protected:
   bool event(QEvent* event) override;
