@@ -13,11 +13,21 @@ inline constexpr std::size_t kGreatestNesting = 512;
 /// otherwise; they take some 20 MB of memory. A binary property list may refer to one value from many places,
 /// so that a small file can stand for more than any memory.
 inline constexpr std::size_t kMostValues = PropertyListLimits{}.values;
+/// How many bytes the parser may move in all to put characters in the place of XML's references ("&amp;"): it
+/// moves the rest of a text for each, so that a text of nothing else costs the square of its length.
+inline constexpr std::size_t kMostBytesMoved = std::size_t{1} << 30U;
 
 /// Looks at the bytes of a property list before a parser that recurses does. Answers 0; EINVAL when its
-/// arrays and dictionaries are nested deeper than kGreatestNesting, or a binary one's objects lie outside it
-/// or contain themselves; EFBIG when it has or stands for more than that many values (keys count, as do
-/// objects that nothing refers to). Uses a constant amount of stack, and memory for as many values at most.
+/// arrays and dictionaries are nested deeper than kGreatestNesting, or a binary one is not sound
+/// (BinaryPropertyList::open); EFBIG when it has or stands for more than that many values (keys count, as do
+/// objects that nothing refers to), or the parser would have to move more than kMostBytesMoved. Uses a
+/// constant amount of stack; of memory none for XML, and for a binary one a copy of it and eight bytes for
+/// each object.
+///
+/// What is counted is what the parser sees: XML in which the two could take a different end for a tag, a
+/// comment or an instruction is EINVAL. No writer of property lists makes zero bytes, angle brackets between
+/// quotation marks, or a document type with declarations of its own; the last is how entities would get their
+/// values, so that there are none but XML's five.
 [[nodiscard]] int nestingFault(std::string_view bytes, std::size_t mostValues = kMostValues);
 
 }  // namespace platform

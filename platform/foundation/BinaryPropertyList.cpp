@@ -180,7 +180,8 @@ struct ScalarObject {
 /// stands.
 class BinaryPropertyList::Walk {
  public:
-  Walk(const BinaryPropertyList& list, std::size_t mostValues) : list_(list), mostValues_(mostValues) {}
+  Walk(const BinaryPropertyList& list, std::size_t mostValues)
+      : list_(list), mostValues_(static_cast<std::uint32_t>(std::min(mostValues, kMostCounted))) {}
 
   /// Answers 0 or an errno value.
   int fault() {
@@ -194,25 +195,27 @@ class BinaryPropertyList::Walk {
   }
 
  private:
+  /// As many values as two may have that are added up in 32 bits.
+  static constexpr std::size_t kMostCounted = UINT32_MAX / 2;
+
+  /// Small, because a table may name an object with a single byte of the file.
   struct Known {
-    std::uint32_t height = 0;  ///< 0 while it is not known
+    std::uint32_t values = 0;
+    std::uint16_t height = 0;  ///< 0 while it is not known
     bool isOnPath = false;
     bool isText = false;
-    std::size_t values = 0;
   };
   struct Visit {
-    Object object = 0;
-    Content content;
-    std::size_t elements = 0;
-    std::size_t next = 0;
-    std::uint32_t height = 1;
-    std::size_t values = 1;
+    std::uint32_t object = 0;
+    std::uint32_t next = 0;
+    std::uint32_t values = 1;
+    std::uint16_t height = 1;
   };
 
   bool step() {
     Visit& visit = path_.back();
-    if (visit.next == visit.elements) return leave();
-    const Object element = list_.reference(visit.content, visit.next);
+    if (visit.next == elementCount(content_.kind, content_.count)) return leave();
+    const Object element = list_.reference(content_, visit.next);
     if (element >= list_.count_) return false;
     if (known_[element].height == 0) return meet(element);
     if (isKey(visit) && !known_[element].isText) return false;
@@ -220,12 +223,12 @@ class BinaryPropertyList::Walk {
     return add(visit, known_[element]);
   }
 
-  static bool isKey(const Visit& visit) {
-    return visit.content.kind == kDictionary && visit.next < visit.content.count;
+  [[nodiscard]] bool isKey(const Visit& visit) const {
+    return content_.kind == kDictionary && visit.next < content_.count;
   }
 
   bool add(Visit& visit, const Known& element) {
-    visit.height = std::max(visit.height, element.height + 1);
+    visit.height = std::max(visit.height, static_cast<std::uint16_t>(element.height + 1));
     visit.values += element.values;
     if (visit.values > mostValues_) return isTooMuch();
     return path_.size() + element.height <= kGreatestNesting + 1;
@@ -236,21 +239,22 @@ class BinaryPropertyList::Walk {
     const auto content = list_.readContent(object);
     if (!content || known_[object].isOnPath) return false;
     if (!isContainer(content->kind)) {
-      known_[object] = {1, false, isTextKind(content->kind), 1};
+      known_[object] = {1, 1, false, isTextKind(content->kind)};
       return true;
     }
-    const std::size_t elements = elementCount(content->kind, content->count);
-    if (elements > mostValues_) return isTooMuch();
+    if (elementCount(content->kind, content->count) > mostValues_) return isTooMuch();
     if (path_.size() > kGreatestNesting) return false;
     known_[object].isOnPath = true;
-    path_.push_back({object, *content, elements});
+    path_.push_back({.object = static_cast<std::uint32_t>(object)});
+    content_ = *content;
     return true;
   }
 
   bool leave() {
     const Visit& visit = path_.back();
-    known_[visit.object] = {visit.height, false, false, visit.values};
+    known_[visit.object] = {visit.values, visit.height, false, false};
     path_.pop_back();
+    if (!path_.empty()) content_ = list_.contentOf(path_.back().object);
     return true;
   }
 
@@ -260,9 +264,10 @@ class BinaryPropertyList::Walk {
   }
 
   const BinaryPropertyList& list_;
-  std::size_t mostValues_;
+  std::uint32_t mostValues_;
   std::vector<Known> known_;
   std::vector<Visit> path_;
+  Content content_;  ///< of the last on the path
   int fault_ = EINVAL;
 };
 
@@ -511,7 +516,10 @@ bool BinaryPropertyList::readTrailer() {
   root_ = *number(trailer + 16, 8);
   table_ = *number(trailer + 24, 8);
   const bool sizesFit = offsetSize_ >= 1 && offsetSize_ <= 8 && referenceSize_ >= 1 && referenceSize_ <= 8;
-  return sizesFit && table_ <= trailer && count_ <= (trailer - table_) / offsetSize_;
+  if (!sizesFit || table_ < kMagic.size() || table_ > trailer) return false;
+  // An object takes a byte at least. No writer has several begin at the same one, and a reader that makes a
+  // note of each would need many times the file in memory.
+  return count_ <= table_ - kMagic.size() && count_ <= (trailer - table_) / offsetSize_;
 }
 
 std::optional<std::size_t> BinaryPropertyList::number(std::size_t at, std::size_t size) const {

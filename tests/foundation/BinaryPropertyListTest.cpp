@@ -174,7 +174,7 @@ TEST_F(BinaryPropertyListTest, MoreObjectsThanAllowedAreRefusedBeforeTheyAreLook
   constexpr std::size_t kObjects = 200;
   std::string bytes = "bplist00";
   const std::size_t object = bytes.size();
-  bytes += '\x08';
+  bytes += std::string(kObjects, '\x08');
   const std::size_t table = bytes.size();
   bytes += std::string(kObjects, static_cast<char>(object)) + std::string(6, '\0') + "\x01\x01" +
            std::string(7, '\0') + static_cast<char>(kObjects) + std::string(8, '\0') + std::string(7, '\0') +
