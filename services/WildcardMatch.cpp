@@ -15,6 +15,13 @@ std::size_t characterLength(std::string_view text) {
   return length <= text.size() && foundation::isUtf8(text.substr(0, length)) ? length : 1;
 }
 
+/// Byte for byte: a part of a character is like nothing.
+bool beginAlike(std::string_view one, std::string_view other) {
+  if (one.front() != other.front()) return false;
+  const std::size_t length = characterLength(one);
+  return length == characterLength(other) && one.substr(0, length) == other.substr(0, length);
+}
+
 }  // namespace
 
 bool isLike(std::string_view name, std::string_view pattern) {
@@ -30,9 +37,10 @@ bool isLike(std::string_view name, std::string_view pattern) {
     } else if (wanted < pattern.size() && pattern[wanted] == '?') {
       at += characterLength(name.substr(at));
       ++wanted;
-    } else if (wanted < pattern.size() && pattern[wanted] == name[at]) {
-      ++at;
-      ++wanted;
+    } else if (wanted < pattern.size() && beginAlike(pattern.substr(wanted), name.substr(at))) {
+      const std::size_t length = characterLength(name.substr(at));
+      at += length;
+      wanted += length;
     } else if (star != none) {
       // A whole character: "?" behind it must not begin in the middle of one.
       tried += characterLength(name.substr(tried));

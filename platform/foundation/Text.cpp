@@ -54,7 +54,8 @@ Directive readDirective(std::string_view text) {
   }
   if (at < text.size() && std::string_view("@sdiuxXoDUfFeEgGcCp%").find(text[at]) != std::string_view::npos) {
     directive.letter = text[at];
-    directive.length = at + 1;
+    // A percent sign stands for itself behind another alone: what lies between the two is text.
+    directive.length = directive.letter == '%' && at > 1 ? 0 : at + 1;
   }
   return directive;
 }

@@ -95,6 +95,7 @@ TEST(StringWithFormat, APercentSignThatStartsNothingIsKept) {
   EXPECT_EQ(stringWithFormat("100% sure, %y %! %"), "100% sure, %y %! %");
   EXPECT_EQ(stringWithFormat("100%, %y %! %", "unused"), "100%, %y %! %");
   EXPECT_EQ(stringWithFormat("%1$@ %*d %'d %l", "x"), "%1$@ %*d %'d %l");
+  EXPECT_EQ(stringWithFormat("3 % % 4, %5%, %l%", 1), "3 % % 4, %5%, %l%");
 }
 
 TEST(StringWithFormat, AMessageThatIsFormattedTwiceStaysSafe) {

@@ -59,6 +59,12 @@ TEST(WildcardMatchTest, EverythingElseStandsForItself) {
   EXPECT_TRUE(isLike("a\\*b", "a\\*"));
 }
 
+TEST(WildcardMatchTest, APartOfACharacterIsLikeNoCharacter) {
+  EXPECT_FALSE(isLike("\xc3\xa4", "\xc3*"));
+  EXPECT_FALSE(isLike("\xc3\xa4", "*\xa4"));
+  EXPECT_TRUE(isLike("\xc3", "\xc3"));
+}
+
 TEST(WildcardMatchTest, ManyStarsTakeNoTimeToSpeakOf) {
   std::string pattern;
   for (int count = 0; count < 100; ++count) pattern += "*a";
