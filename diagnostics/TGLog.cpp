@@ -87,6 +87,7 @@ void TGLog::createNewLog(const std::optional<std::string>& name) {
   }
   if (name) log->adoptName(*name);
   log->setBytesWritten(0);
+  log->isOwed_ = false;
   log->beginNewFile();
 }
 
@@ -131,6 +132,7 @@ void TGLog::appendLogOnThread(const std::string& message) {
 
 void TGLog::writeEntry(const std::string& message) {
   FileHandle handle = fileHandle();
+  if (!handle) beginOwedFile();
   if (!handle) handle = openCurrentLog();
   if (!handle) {
     NSLog("Unable to log the following information: %@", message);
@@ -162,7 +164,16 @@ void TGLog::beginNewFile() {
   if (!prepareFolder(folder)) return;
   // As root the two are about different folders: the local log is looked for, the user's are moved.
   if (path && platform::current().fileQueries.exists(*path) && !rotate(*folder)) return;
-  if (writeHeader(path)) setFileHandle(openCurrentLog());
+  isOwed_ = !writeHeader(path);
+  if (!isOwed_) setFileHandle(openCurrentLog());
+}
+
+/// A volume that was full when a new log was to begin has room again at some time. Said once was enough.
+void TGLog::beginOwedFile() {
+  const auto path = isOwed_ ? currentLogPath() : std::nullopt;
+  if (!path) return;
+  platform::Platform& platform = platform::current();
+  isOwed_ = !platform.fileQueries.exists(*path) && !platform.fileChanges.writeAtomically(*path, header());
 }
 
 bool TGLog::rotate(const std::string& folder) const {

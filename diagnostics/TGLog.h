@@ -27,6 +27,12 @@
 /// looked for, made, and rotated in is still the user's. Where the local folder is missing, root logs nowhere
 /// and says so on the system console.
 ///
+/// A new log that could not be begun, because its volume was full for example, is begun by the first entry
+/// that can; those before it are lost and said so. No entry begins a log that nothing has asked for.
+///
+/// Two programs of one name may append to the same file. Each moves the other's generations on when it
+/// begins: what has a file open goes on in it under its new name.
+///
 /// Entries are written on a queue of their own; any thread may append. The object is never freed and the
 /// process's exit does not wait for the queue: the entry point calls finishWriting() before it returns.
 ///
@@ -105,6 +111,7 @@ class TGLog : public foundation::ImmortalSingleton<TGLog> {
 
   void adoptName(const std::string& name);
   void beginNewFile();
+  void beginOwedFile();
   [[nodiscard]] bool rotate(const std::string& folder) const;
   [[nodiscard]] std::string generationPath(const std::string& folder, int generation) const;
   [[nodiscard]] std::optional<std::string> currentLogPath() const;
@@ -117,5 +124,6 @@ class TGLog : public foundation::ImmortalSingleton<TGLog> {
   std::atomic<std::uint64_t> bytesWritten_ = 0;
   std::atomic<std::uint64_t> bytesInQueue_ = 0;
   std::atomic<bool> loggingDisabled_ = false;
-  WriteQueue writeQueue_;  ///< last, so that it is drained before what its operations use is gone
+  std::atomic<bool> isOwed_ = false;  ///< a new log that could not be begun
+  WriteQueue writeQueue_;             ///< last, so that it is drained before what its operations use is gone
 };

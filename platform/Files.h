@@ -82,7 +82,7 @@ class WritableFile {
   /// Writes all the bytes at the current position.
   virtual foundation::Result<void> write(std::string_view bytes) = 0;
 
-  /// Moves behind the last byte of the file.
+  /// Moves behind the last byte. From now on each write appends, and one that fails leaves nothing behind.
   virtual foundation::Result<void> seekToEnd() = 0;
 };
 

@@ -26,13 +26,20 @@ namespace {
 using foundation::Result;
 using foundation::systemError;
 
-Result<void> writeAll(int descriptor, std::string_view bytes, const std::string& path) {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+/// How many of the bytes could be written; errno says why it is not all of them.
+std::size_t writeWhatFits(int descriptor, std::string_view bytes) {
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t written = ::write(descriptor, bytes.data() + done, bytes.size() - done);
     if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return systemError(errno, path);
-    bytes.remove_prefix(static_cast<std::size_t>(written));
+    if (written < 0) break;
+    done += static_cast<std::size_t>(written);
   }
+  return done;
+}
+
+Result<void> writeAll(int descriptor, std::string_view bytes, const std::string& path) {
+  if (writeWhatFits(descriptor, bytes) < bytes.size()) return systemError(errno, path);
   return {};
 }
 
@@ -41,13 +48,30 @@ class LinuxWritableFile : public WritableFile {
   LinuxWritableFile(UniqueDescriptor descriptor, std::string path)
       : descriptor_(std::move(descriptor)), path_(std::move(path)) {}
 
-  Result<void> write(std::string_view bytes) override { return writeAll(descriptor_.get(), bytes, path_); }
+  Result<void> write(std::string_view bytes) override {
+    const std::size_t written = writeWhatFits(descriptor_.get(), bytes);
+    if (written == bytes.size()) return {};
+    const int reason = errno;
+    if (appends_ && written > 0) takeBack(static_cast<off_t>(written));
+    return systemError(reason, path_);
+  }
   Result<void> seekToEnd() override {
-    if (::lseek(descriptor_.get(), 0, SEEK_END) < 0) return systemError(errno, path_);
+    const int flags = ::fcntl(descriptor_.get(), F_GETFL);
+    appends_ = flags >= 0 && ::fcntl(descriptor_.get(), F_SETFL, flags | O_APPEND) == 0;
+    if (!appends_ || ::lseek(descriptor_.get(), 0, SEEK_END) < 0) return systemError(errno, path_);
     return {};
   }
 
  private:
+  /// Unless somebody else has appended meanwhile: what is theirs stays, with our part before it.
+  void takeBack(off_t length) {
+    struct stat status {};
+    const off_t end = ::lseek(descriptor_.get(), 0, SEEK_CUR);
+    if (::fstat(descriptor_.get(), &status) != 0 || status.st_size != end) return;
+    static_cast<void>(::ftruncate(descriptor_.get(), end - length));
+  }
+
+  bool appends_ = false;
   UniqueDescriptor descriptor_;
   std::string path_;
 };

@@ -44,7 +44,8 @@ Result<std::string> readLink(const std::string& path) {
 
 bool PosixFileQueries::exists(const std::string& path) {
   struct stat status {};
-  return ::stat(path.c_str(), &status) == 0;
+  // Something may well be on a volume that cannot tell at the moment.
+  return ::stat(path.c_str(), &status) == 0 || errno == EIO;
 }
 
 bool PosixFileQueries::isDirectory(const std::string& path) {

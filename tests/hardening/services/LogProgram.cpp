@@ -1,0 +1,73 @@
+// log_program HOME NAME LINES WHAT...: takes part in a log as tests want it. Says on standard output what the
+// system console is told. Each WHAT in its order:
+//   new     begins a new log, between two calls of getppid(2), by which a tracer knows that part of the run
+//   append  appends that many lines, "NAME line 0" and so on
+//   room    takes the limit off the size of files, then says "room" and appends one line, "NAME has room"
+//   wait    says "ready", waits for a byte from the FIFO HOME/go
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+#include "diagnostics/TGLog.h"
+#include "platform/posix/UniqueDescriptor.h"
+#include "tests/hardening/services/HomePlatform.h"
+
+namespace {
+
+struct Part {
+  std::string home;
+  std::string name;
+  int lines = 0;
+};
+
+void begin() {
+  static_cast<void>(::getppid());
+  TGLog::createNewLog("Quillmend");
+  static_cast<void>(::getppid());
+}
+
+void append(const Part& part) {
+  for (int line = 0; line < part.lines; ++line) TGLog::appendLog("%@ line %i", part.name, line);
+  TGLog::finishWriting();
+}
+
+void makeRoom(const Part& part) {
+  const rlimit unlimited{RLIM_INFINITY, RLIM_INFINITY};
+  if (::setrlimit(RLIMIT_FSIZE, &unlimited) != 0) std::exit(1);
+  std::printf("room\n");
+  TGLog::appendLog("%@ has room", part.name);
+}
+
+void wait(const Part& part) {
+  std::printf("ready\n");
+  std::fflush(stdout);
+  const platform::UniqueDescriptor go(::open((part.home + "/go").c_str(), O_RDONLY | O_CLOEXEC));
+  char byte = 0;
+  if (::read(go.get(), &byte, 1) != 1) std::exit(1);
+}
+
+void perform(std::string_view what, const Part& part) {
+  if (what == "new") return begin();
+  if (what == "append") return append(part);
+  if (what == "room") return makeRoom(part);
+  if (what == "wait") return wait(part);
+  std::exit(64);
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count < 5) return 64;
+  if (std::signal(SIGXFSZ, SIG_IGN) == SIG_ERR) return 1;  // as the program itself
+  hardening::HomePlatform home(arguments[1]);
+  TGLog::sharedController()->setAppName("Quillmend");  // also where it begins no new log
+  const Part part{arguments[1], arguments[2], std::atoi(arguments[3])};
+  for (int at = 4; at < count; ++at) perform(arguments[at], part);
+  TGLog::finishWriting();
+  std::fflush(stdout);
+}

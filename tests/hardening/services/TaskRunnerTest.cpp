@@ -1,0 +1,205 @@
+// The task runner with real processes where the system refuses, tools misbehave, and much happens at once.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include "platform/foundation/Exception.h"
+#include "platform/foundation/Text.h"
+#include "services/TGTask.h"
+#include "tests/hardening/services/HomePlatform.h"
+#include "tests/support/FailingCall.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Optional;
+using namespace std::chrono_literals;
+
+constexpr const char* kShell = "/bin/sh";
+
+bool isLong() {
+  return std::getenv("QUILLMEND_LONG_TESTS") != nullptr;
+}
+
+TGTask::Arguments script(const std::string& text) {
+  return {{"-c", text}};
+}
+
+std::size_t openDescriptors() {
+  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+/// No child is left, neither running nor as a zombie.
+bool hasNoChild() {
+  siginfo_t info{};
+  return ::waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) != 0 && errno == ECHILD;
+}
+
+/// Whether a condition comes true within ten seconds, while the main thread serves its work.
+bool eventually(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + 10s;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    platform::current().mainThread.serveUntilReadable(-1, 1ms);
+  }
+  return true;
+}
+
+class TaskRunnerTest : public testing::Test {
+ private:
+  support::TemporaryFolder home_;
+  hardening::HomePlatform platform_{home_.path()};
+};
+
+/// What the run of a tool throws.
+std::string thrown() {
+  try {
+    TGTask::dataFromTask("/bin/true", std::nullopt, nullptr);
+    return "nothing";
+  } catch (const foundation::Exception& exception) {
+    return exception.reason();
+  }
+}
+
+struct Refusal {
+  const char* name;
+  long call;
+  std::vector<int> reasons;
+};
+
+/// The first means a tool to be there that nobody can run; the others, that there is not enough of something.
+const std::vector<Refusal>& refusals() {
+  static const std::vector<Refusal> all = {
+      {"Exec",
+       SYS_execve,
+       {E2BIG, EACCES, EINVAL, EIO, EISDIR, ELIBBAD, ELOOP, EMFILE, ENAMETOOLONG, ENFILE, ENOENT, ENOEXEC,
+        ENOMEM, ENOTDIR, EPERM, ETXTBSY}},
+      {"Fork", SYS_clone3, {EAGAIN, ENOMEM, EPERM}},
+      {"Pipe", SYS_pipe2, {EMFILE, ENFILE, ENOMEM}},
+      {"Watch", SYS_pidfd_open, {EMFILE, ENFILE, ENOMEM, ENODEV, EINVAL}}};
+  return all;
+}
+
+class TaskRefusalTest : public TaskRunnerTest, public testing::WithParamInterface<Refusal> {};
+
+}  // namespace
+
+TEST_P(TaskRefusalTest, IsThrownWithItsReasonAndLeavesNothing) {
+  for (const int reason : GetParam().reasons) {
+    const bool isPipe = GetParam().call == SYS_pipe2;  // which a tool whose output is discarded needs not
+    support::FailingCall::run(GetParam().call, reason, [reason, isPipe] {
+      const std::size_t before = openDescriptors();
+      EXPECT_THAT(thrown(), HasSubstr(foundation::systemError(reason, "").localizedDescription()));
+      if (!isPipe) {
+        EXPECT_THROW(TGTask::runTask("/bin/true", std::nullopt), foundation::Exception);
+      }
+      EXPECT_EQ(openDescriptors(), before);
+      EXPECT_TRUE(hasNoChild());
+    });
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, TaskRefusalTest, testing::ValuesIn(refusals()),
+                         [](const auto& refusal) { return std::string(refusal.param.name); });
+
+TEST_F(TaskRunnerTest, AToolThatIgnoresItsTerminationIsWaitedForAllTheSame) {
+  const auto start = std::chrono::steady_clock::now();
+  const int code = TGTask::terminationCodeFromTask(kShell, script("trap '' TERM; sleep 1.5; exit 3"), 1.0s);
+  EXPECT_EQ(code, 3);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 1.5s);
+}
+
+TEST_F(TaskRunnerTest, ACaptureEndsWhenTheLastHasClosedTheStreams) {
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_THAT(TGTask::dataFromTask(kShell, script("echo first; (sleep 0.5; echo second) & exit 0"), nullptr),
+              Optional(std::string("first\nsecond\n")));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 0.5s);
+}
+
+TEST_F(TaskRunnerTest, AToolsExitDoesNotWaitForThoseThatItHasStarted) {
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(TGTask::terminationCodeFromTask(kShell, script("sleep 5 & exit 4")), 4);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 4s);
+}
+
+/// A gibibyte with QUILLMEND_LONG_TESTS.
+TEST_F(TaskRunnerTest, VeryMuchOutputIsCapturedWhole) {
+  const std::size_t size = isLong() ? 1UL << 30U : 64UL << 20U;
+  const auto data =
+      TGTask::dataFromTask(kShell, script("yes 0123456789abcde | head -c " + std::to_string(size)), nullptr);
+  ASSERT_TRUE(data);
+  ASSERT_EQ(data->size(), size);
+  EXPECT_EQ(data->substr(size - 16), "0123456789abcde\n");
+  const auto lines = static_cast<std::size_t>(std::count(data->begin(), data->end(), '\n'));
+  EXPECT_EQ(lines, size / 16);
+}
+
+/// Ten thousand with QUILLMEND_LONG_TESTS.
+TEST_F(TaskRunnerTest, ManyRunsOfEveryKindLeaveNoZombieAndNoDescriptor) {
+  EXPECT_TRUE(TGTask::runTask("/bin/true", std::nullopt));
+  TGTask::runTaskAndReturn("/bin/true", std::nullopt);  // with this the reaper has what it needs
+  const std::size_t before = openDescriptors();
+  for (int round = 0; round < (isLong() ? 2500 : 250); ++round) {
+    ASSERT_TRUE(TGTask::runTask("/bin/true", std::nullopt));
+    ASSERT_EQ(TGTask::terminationCodeFromTask("/bin/false", std::nullopt), 1);
+    ASSERT_THAT(TGTask::dataFromTask("/bin/echo", {{"x"}}, nullptr), Optional(std::string("x\n")));
+    TGTask::runTaskAndReturn("/bin/true", std::nullopt);
+  }
+  EXPECT_TRUE(eventually(&hasNoChild));
+  EXPECT_TRUE(eventually([before] { return openDescriptors() <= before; }));
+}
+
+TEST_F(TaskRunnerTest, EightThreadsEachGetTheirOwn) {
+  std::vector<std::thread> threads;
+  std::atomic<int> right = 0;
+  for (int thread = 0; thread < 8; ++thread) {
+    threads.emplace_back([thread, &right] {
+      for (int round = 0; round < 40; ++round) {
+        const std::string text = foundation::stringWithFormat("thread %i round %i", thread, round);
+        const bool isText = TGTask::stringFromTask("/bin/echo", {{"-n", text}}) == text;
+        const int code = (8 * round + thread) % 100;
+        const bool isCode =
+            TGTask::terminationCodeFromTask(kShell, script("exit " + std::to_string(code))) == code;
+        right += isText && isCode ? 1 : 0;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(right, 8 * 40);
+  EXPECT_TRUE(hasNoChild());
+}
+
+/// As a time-out does, from another thread, over and over until it is gone.
+TEST_F(TaskRunnerTest, ATerminationAtTheMomentOfTheExitIsEither) {
+  std::vector<int> codes;
+  for (int round = 0; round < 200; ++round) {
+    TGTaskSlot slot;
+    std::atomic<bool> hasEnded = false;
+    std::thread ender([&] {
+      while (!hasEnded) {
+        const auto task = slot.load();
+        if (task && task->isRunning()) task->terminate();
+      }
+    });
+    codes.push_back(TGTask::terminationCodeFromTask("/bin/true", std::nullopt, &slot));
+    hasEnded = true;
+    ender.join();
+    slot.load()->terminate();  // when it has long ended
+  }
+  EXPECT_THAT(codes, testing::Each(testing::AnyOf(0, SIGTERM)));
+  EXPECT_TRUE(hasNoChild());
+}
