@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 
 #include "platform/PropertyListNesting.h"
 #include "platform/foundation/Text.h"
@@ -112,6 +113,7 @@ class Reader {
 
   std::optional<PropertyList> dictionary(plist_t node) const {
     PropertyList::Dictionary dictionary;
+    std::unordered_map<std::string, std::size_t> places;
     plist_dict_iter position = nullptr;
     plist_.dict_new_iter(node, &position);
     const Bytes owner(static_cast<char*>(position));
@@ -123,7 +125,10 @@ class Reader {
       if (child == nullptr) return PropertyList(std::move(dictionary));
       auto content = value(child);
       if (!content || key == nullptr) return std::nullopt;
-      dictionary.emplace_back(key, std::move(*content));
+      // The library sees to it that keys are unique only where it reads XML.
+      const auto [place, isNew] = places.emplace(key, dictionary.size());
+      if (isNew) dictionary.emplace_back(key, PropertyList());
+      dictionary[place->second].second = std::move(*content);
     }
   }
 

@@ -248,3 +248,10 @@ TEST(HostilePropertyLists, DepthCannotBeHidden) {
     return !testing::Test::HasFailure();
   });
 }
+
+TEST(HostilePropertyLists, AKeyThatStandsTwiceHasItsLastValue) {
+  const std::string pairs = bigEndian(1, 4) + bigEndian(1, 4) + bigEndian(2, 4) + bigEndian(3, 4);
+  const std::string bytes = Binary{.objects = {"\xD2" + pairs, "\x51x", "\x09", "\x08"}}.bytes();
+  EXPECT_EQ(platform::LibplistPropertyLists().parse(bytes).value(),
+            PropertyList(PropertyList::Dictionary{{"x", false}}));
+}
