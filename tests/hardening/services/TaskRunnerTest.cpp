@@ -43,6 +43,17 @@ std::size_t openDescriptors() {
   return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
+/// What they lead to, for a message.
+std::string namedDescriptors() {
+  std::string names;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    names += entry.path().filename().string() + " -> " +
+             std::filesystem::read_symlink(entry.path(), gone).string() + "\n";
+  }
+  return names;
+}
+
 /// No child is left, neither running nor as a zombie.
 bool hasNoChild() {
   siginfo_t info{};
@@ -151,8 +162,10 @@ TEST_F(TaskRunnerTest, VeryMuchOutputIsCapturedWhole) {
 /// Ten thousand with QUILLMEND_LONG_TESTS.
 TEST_F(TaskRunnerTest, ManyRunsOfEveryKindLeaveNoZombieAndNoDescriptor) {
   EXPECT_TRUE(TGTask::runTask("/bin/true", std::nullopt));
-  TGTask::runTaskAndReturn("/bin/true", std::nullopt);  // with this the reaper has what it needs
+  TGTask::runTaskAndReturn("/bin/sleep", {{"0.1"}});  // with this the reaper has what it needs
+  EXPECT_TRUE(eventually(&hasNoChild));
   const std::size_t before = openDescriptors();
+  const std::string names = namedDescriptors();
   for (int round = 0; round < (isLong() ? 2500 : 250); ++round) {
     ASSERT_TRUE(TGTask::runTask("/bin/true", std::nullopt));
     ASSERT_EQ(TGTask::terminationCodeFromTask("/bin/false", std::nullopt), 1);
@@ -160,7 +173,9 @@ TEST_F(TaskRunnerTest, ManyRunsOfEveryKindLeaveNoZombieAndNoDescriptor) {
     TGTask::runTaskAndReturn("/bin/true", std::nullopt);
   }
   EXPECT_TRUE(eventually(&hasNoChild));
-  EXPECT_TRUE(eventually([before] { return openDescriptors() <= before; }));
+  EXPECT_TRUE(eventually([before] { return openDescriptors() <= before; })) << "before:\n"
+                                                                            << names << "now:\n"
+                                                                            << namedDescriptors();
 }
 
 TEST_F(TaskRunnerTest, EightThreadsEachGetTheirOwn) {
