@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/PropertyListNesting.h"
 #include "platform/foundation/BinaryPropertyList.h"
 #include "platform/linux/LibplistPropertyLists.h"
-#include "platform/linux/PropertyListNesting.h"
 #include "tests/hardening/services/AllocationCount.h"
 
 namespace {
