@@ -30,7 +30,7 @@ void changeAndRead(WatchList list) {
   require(again.ok(), "what was written can be read");
   const WatchList& now = again.value();
   require(now.size() == (before > 0 ? before : 1), "one less, one more");
-  const shortcutkeys::Assignment expected{"com.example", "new", 7, 0};
+  const shortcutkeys::Assignment expected{"com.example", "new", shortcutkeys::Combination{7, 0}};
   require(now.at(now.size() - 1) == expected, "the new one is the last");
 }
 
