@@ -57,6 +57,15 @@ std::string xdotool(const QStringList& arguments) {
   return tool.readAllStandardOutput().trimmed().toStdString();
 }
 
+std::string activeWindow() {
+  std::string number;
+  static_cast<void>(waitUntil([&number] {
+    number = xdotool({QStringLiteral("getactivewindow")});
+    return !number.empty();
+  }));
+  return number;
+}
+
 void press(const char* keys) {
   xdotool({QStringLiteral("key"), QString::fromLatin1(keys)});
 }

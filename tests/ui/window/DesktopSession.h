@@ -20,6 +20,10 @@ inline bool waitUntil(const std::function<bool()>& condition,
 /// the line break at its end.
 std::string xdotool(const QStringList& arguments);
 
+/// The number of the window that the window manager calls the active one, which it does a moment after it has
+/// given it the keyboard.
+std::string activeWindow();
+
 /// Presses keys by their names: "ctrl+a".
 void press(const char* keys);
 

@@ -561,7 +561,9 @@ TEST_F(MainWindowTest, AMenuLooksLikeTheOthers) {
       EXPECT_TRUE(menu->rect().contains(place)) << item->text().toStdString();
       EXPECT_TRUE(height == 0 || place.height() == height) << item->text().toStdString();
       height = place.height();
-      EXPECT_GT(pixelsLike(menu->grab(place).toImage(), menu->palette().color(QPalette::WindowText)), 10)
+      const auto group = item->isEnabled() ? QPalette::Active : QPalette::Disabled;
+      const QColor ink = menu->palette().color(group, QPalette::WindowText);
+      EXPECT_GT(pixelsLike(menu->grab(place).toImage(), ink), 10)
           << item->text().toStdString() << " can be read";
       EXPECT_TRUE(item->icon().isNull()) << "none has a picture";
     }

@@ -79,7 +79,7 @@ class MouseRun {
   explicit MouseRun(const Volume& volume, const VisitOptions& options = windowVisit())
       : volume_(volume), before_(takeSnapshot(volume)), visit_(volume, {quillmend}, options) {
     EXPECT_TRUE(window::waitUntil([] { return window::focusedTitle() == "Quillmend"; }, 30s)) << "no window";
-    identifier_ = QString::fromStdString(window::xdotool({QStringLiteral("getactivewindow")}));
+    identifier_ = QString::fromStdString(window::activeWindow());
     std::this_thread::sleep_for(200ms);  // the window manager's frame, once it stands
     place_ = geometry();
     plan_.emplace(place_.size());

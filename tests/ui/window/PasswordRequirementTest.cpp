@@ -261,7 +261,7 @@ TEST_F(PasswordRequirementTest, WhileARepairWaitsForItsRightsNothingElseAsksForT
   ASSERT_TRUE(waitForDialog());
   answer(kPassword);
   ASSERT_TRUE(waitForWindow());
-  const std::string windowMain = xdotool({QStringLiteral("getactivewindow")});
+  const std::string windowMain = activeWindow();
   repair();  // with the rights of the start, which end with it
   ASSERT_TRUE(waitUntil([] { return windowCount("Quillmend") == 2; }, 20s)) << "no alert";
   press("Return");
@@ -309,7 +309,7 @@ TEST_F(PasswordRequirementTest, ASignalAtThePasswordOfACommandEndsDialogAndProgr
 TEST_F(PasswordRequirementTest, QuittingWhileARepairWaitsForItsRightsEndsDialogAndProgram) {
   start();
   ASSERT_TRUE(waitForWindow());
-  const std::string windowMain = xdotool({QStringLiteral("getactivewindow")});
+  const std::string windowMain = activeWindow();
   repair();
   ASSERT_TRUE(waitForDialog());
   xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), QString::fromStdString(windowMain)});

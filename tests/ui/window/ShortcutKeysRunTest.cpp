@@ -199,7 +199,7 @@ TEST_F(ShortcutKeysRunTest, TheWindowAnswersWhileAnotherProgramChangesTheAssignm
   for (int attempt = 0; attempt < 5 && (attempt == 0 || findings.longest > kLimit); ++attempt) {
     const TemporaryVolume sample({.shortcutKeyManager = true});
     WindowSession session(sample);
-    const auto main = std::stoul(window::xdotool({QStringLiteral("getactivewindow")}));
+    const auto main = std::stoul(window::activeWindow());
     openPreferences();
     {
       const LockedAssignments another(sample);
@@ -221,7 +221,7 @@ TEST_F(ShortcutKeysRunTest, TheWindowAnswersWhileAnotherProgramChangesTheAssignm
 TEST_F(ShortcutKeysRunTest, QuittingWithThePreferencesOpenEndsTheProgram) {
   const TemporaryVolume sample({.shortcutKeyManager = true});
   WindowSession session(sample);
-  const QString main = QString::fromStdString(window::xdotool({QStringLiteral("getactivewindow")}));
+  const QString main = QString::fromStdString(window::activeWindow());
   openPreferences();
   window::xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), main});
   EXPECT_EQ(session.quit().status, 0);

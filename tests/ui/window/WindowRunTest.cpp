@@ -44,7 +44,7 @@ class WindowRun {
   explicit WindowRun(const Volume& volume, const VisitOptions& options = windowVisit())
       : volume_(volume), before_(takeSnapshot(volume)), visit_(volume, {quillmend}, options) {
     EXPECT_TRUE(window::waitUntil([] { return window::focusedTitle() == "Quillmend"; }, 30s)) << "no window";
-    identifier_ = window::xdotool({QStringLiteral("getactivewindow")});
+    identifier_ = window::activeWindow();
   }
 
   /// The number of the program's windows on the screen.
