@@ -30,7 +30,7 @@ class FakeOwner : public outlets::InterfaceOwner {
   void setWindowFrame(const std::string& newFrame) override { frame = newFrame; }
   outlets::ShortcutKeyOwner* shortcutKeys() override { return hasKeys ? &keys : nullptr; }
   std::optional<std::uint16_t> virtualKeyCode(std::uint32_t scanCode) override {
-    return static_cast<std::uint16_t>(scanCode);
+    return fakekeyboard::keyCode(scanCode);
   }
   std::string version() override { return "2.1"; }
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -8,7 +10,24 @@
 
 #include "ui/ShortcutKeyOutlets.h"
 
-/// An owner of a shortcut-key editor that writes down what it is told, each call as a line.
+/// A keyboard whose keys are told by their scan codes (linux/input-event-codes.h), behind all that a Mac has;
+/// but for the keys of modifiers, which have the Mac's numbers.
+namespace fakekeyboard {
+
+inline constexpr std::uint16_t kFirst = 1000;
+
+inline std::optional<std::uint16_t> keyCode(std::uint32_t scanCode) {
+  static const std::map<std::uint32_t, std::uint16_t> modifiers = {{29, 0x3B},  {42, 0x38},  {54, 0x3C},
+                                                                   {56, 0x3A},  {58, 0x39},  {97, 0x3E},
+                                                                   {100, 0x3D}, {125, 0x37}, {126, 0x36}};
+  const auto found = modifiers.find(scanCode);
+  return found == modifiers.end() ? static_cast<std::uint16_t>(kFirst + scanCode) : found->second;
+}
+
+}  // namespace fakekeyboard
+
+/// An owner of a shortcut-key editor that writes down what it is told, each call as a line, the fake
+/// keyboard's keys by their scan codes.
 class FakeShortcutKeyOwner : public outlets::ShortcutKeyOwner {
  public:
   struct Row {
@@ -59,7 +78,8 @@ class FakeShortcutKeyOwner : public outlets::ShortcutKeyOwner {
   }
 
   void fieldEditorKeyDown(std::uint16_t keyCode, const outlets::ModifierFlags& flags) override {
-    std::string line = "key " + std::to_string(keyCode);
+    std::string line =
+        "key " + std::to_string(keyCode < fakekeyboard::kFirst ? keyCode : keyCode - fakekeyboard::kFirst);
     if (flags.control) line += " control";
     if (flags.shift) line += " shift";
     if (flags.option) line += " option";

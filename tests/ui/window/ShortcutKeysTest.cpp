@@ -29,10 +29,6 @@ using ::testing::SizeIs;
 
 constexpr const char* kSaidByAnother = "“Export” of Another holds Ctrl+S too.";
 
-std::optional<std::uint16_t> asItIs(std::uint32_t scanCode) {
-  return static_cast<std::uint16_t>(scanCode);
-}
-
 /// Holds a key down for so long that it is repeated.
 void hold(const char* key) {
   xdotool({QStringLiteral("keydown"), QString::fromLatin1(key)});
@@ -45,7 +41,7 @@ class ShortcutKeysTest : public ::testing::Test {
   ~ShortcutKeysTest() override { useUsualPalette(); }
 
   void show() {
-    preferences = std::make_unique<PreferencesWindow>(owner, asItIs, nullptr);
+    preferences = std::make_unique<PreferencesWindow>(owner, fakekeyboard::keyCode, nullptr);
     preferences->show();
     ASSERT_TRUE(QTest::qWaitForWindowActive(preferences.get()));
     owner.lines.clear();
@@ -124,14 +120,17 @@ TEST_F(ShortcutKeysTest, EitherKeyOfAPairIsTheModifier) {
 /// The display's keyboard has another layout.
 class KeyboardInUse {
  public:
-  explicit KeyboardInUse(const char* layout) { use(layout); }
-  ~KeyboardInUse() { use("us"); }
+  explicit KeyboardInUse(const char* layout, const char* option = "") { use(layout, option); }
+  ~KeyboardInUse() { use("us", ""); }
   KeyboardInUse(const KeyboardInUse&) = delete;
   KeyboardInUse& operator=(const KeyboardInUse&) = delete;
 
  private:
-  static void use(const char* layout) {
-    EXPECT_EQ(QProcess::execute(QStringLiteral("setxkbmap"), {QString::fromLatin1(layout)}), 0);
+  static void use(const char* layout, const char* option) {
+    // The first option, an empty one, takes away those that there are.
+    const QStringList arguments = {QString::fromLatin1(layout), QStringLiteral("-option"), QString(),
+                                   QStringLiteral("-option"), QString::fromLatin1(option)};
+    EXPECT_EQ(QProcess::execute(QStringLiteral("setxkbmap"), arguments), 0);
   }
 };
 
@@ -177,9 +176,20 @@ TEST_F(ShortcutKeysTest, AModifierByItselfIsNoKeyPress) {
   EXPECT_THAT(owner.lines, ElementsAre("key 48"));
 }
 
+TEST_F(ShortcutKeysTest, ModifiersThatTogetherSwitchTheLayoutAreNoKeyPress) {
+  const KeyboardInUse switching("us,ru", "grp:alt_shift_toggle");
+  show();
+  beginEditing();
+  press("Alt_L+Shift_L");  // the second of them is the key that switches
+  press("b");
+  EXPECT_TRUE(waitUntil([this] { return !owner.lines.empty(); }));
+  EXPECT_THAT(owner.lines, ElementsAre("key 48"));
+}
+
 TEST_F(ShortcutKeysTest, AKeyThatNoMacHasIsNotRecorded) {
   preferences = std::make_unique<PreferencesWindow>(
-      owner, [](std::uint32_t scanCode) { return scanCode == 30 ? std::nullopt : asItIs(scanCode); },
+      owner,
+      [](std::uint32_t scanCode) { return scanCode == 30 ? std::nullopt : fakekeyboard::keyCode(scanCode); },
       nullptr);
   preferences->show();
   ASSERT_TRUE(QTest::qWaitForWindowActive(preferences.get()));
@@ -461,7 +471,7 @@ TEST_F(ShortcutKeysTest, WithoutTheManagerTheTableIsDisabledAndTheReasonShown) {
 // The view and its window
 
 TEST_F(ShortcutKeysTest, TheOwnersViewFillsTheContainer) {
-  TGShortcutKeyContainerView container(owner, asItIs);
+  TGShortcutKeyContainerView container(owner, fakekeyboard::keyCode);
   auto* const view = dynamic_cast<QWidget*>(owner.parentView());
   ASSERT_NE(view, nullptr);
   EXPECT_EQ(view->parentWidget(), nullptr) << "not before there is a window";
@@ -479,7 +489,7 @@ TEST_F(ShortcutKeysTest, AnInterfaceThatCannotBeLoadedIsReportedAndTheViewStaysE
   owner.whenLoaded = [] { throw std::runtime_error("out of something"); };
   {
     QWidget host;
-    TGShortcutKeyContainerView container(owner, asItIs);
+    TGShortcutKeyContainerView container(owner, fakekeyboard::keyCode);
     EXPECT_THAT(owner.lines, ElementsAre("loaded", "closing", "not loaded"));
     EXPECT_EQ(owner.parentView(), nullptr);
     container.setParent(&host);

@@ -29,6 +29,14 @@ bool isModifier(int key) {
   }
 }
 
+/// By its place on the keyboard, because the toolkit does not know all the symbols that a modifier key may
+/// have: one that switches the layout has "the next layout" for as long as another modifier is held.
+bool isModifierCode(std::uint16_t keyCode) {
+  constexpr std::uint16_t kRightCommand = 0x36;
+  constexpr std::uint16_t kFunction = 0x3F;
+  return keyCode >= kRightCommand && keyCode <= kFunction;
+}
+
 /// AltGr, which the toolkit has no modifier for, in what X11 says of the keyboard. It is the Mac's right
 /// Option key.
 constexpr quint32 kThirdLevel = 0x80;
@@ -69,7 +77,8 @@ void TGShortcutKeyFieldEditor::keyPressEvent(QKeyEvent* event) {
   const quint32 code = event->nativeScanCode();
   if (isModifier(event->key()) || repeats_.isRepeat(*event) || code < kFirstScanCode) return;
   const auto keyCode = keyCodes_(code - kFirstScanCode);
-  if (keyCode && delegate_ != nullptr) delegate_->fieldEditorKeyDown(*keyCode, flagsOf(*event));
+  if (!keyCode || isModifierCode(*keyCode) || delegate_ == nullptr) return;
+  delegate_->fieldEditorKeyDown(*keyCode, flagsOf(*event));
 }
 
 /// An input method would keep dead keys to itself.
