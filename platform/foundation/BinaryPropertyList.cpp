@@ -595,7 +595,7 @@ BinaryPropertyList::Object BinaryPropertyList::reference(const Content& containe
 
 std::optional<std::size_t> BinaryPropertyList::indexOfKey(const Content& dictionary,
                                                           std::string_view key) const {
-  for (std::size_t index = 0; index < dictionary.count; ++index) {
+  for (std::size_t index = dictionary.count; index-- > 0;) {
     if (isText(reference(dictionary, index), key)) return index;
   }
   return std::nullopt;

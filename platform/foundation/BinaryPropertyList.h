@@ -37,8 +37,8 @@ class BinaryPropertyList {
   [[nodiscard]] bool isDictionary(Object object) const;
   [[nodiscard]] bool isArray(Object object) const;
 
-  /// The value of a dictionary's key: the first, where it stands twice; nullopt when there is none or the
-  /// object is no dictionary.
+  /// The value of a dictionary's key: the last, where it stands twice, as in a list written as XML; nullopt
+  /// when there is none or the object is no dictionary.
   [[nodiscard]] std::optional<Object> find(Object dictionary, std::string_view key) const;
   /// The elements of an array; none when the object is no array.
   [[nodiscard]] std::vector<Object> elements(Object array) const;

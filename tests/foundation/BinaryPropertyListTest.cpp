@@ -136,6 +136,27 @@ TEST_F(BinaryPropertyListTest, AnArrayIsReplacedAndAllElseStays) {
   EXPECT_EQ(read(list.replacingArray("list", elements, {added}).value()), root);
 }
 
+/// A dictionary in which "x" stands twice: an empty array, then one that holds "y".
+std::string keyTwice() {
+  const std::string objects = "bplist00\xD2\x01\x01\x02\x03\x51x\xA0\xA1\x04\x51y";
+  return objects + "\x08\x0D\x0F\x10\x12" + std::string(6, '\0') + "\x01\x01" +
+         std::string("\0\0\0\0\0\0\0\x05\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x14", 24);
+}
+
+TEST_F(BinaryPropertyListTest, OfAKeyThatStandsTwiceTheLastValueCounts) {
+  EXPECT_EQ(read(keyTwice()), PropertyList(PropertyList::Dictionary{{"x", PropertyList::Array{"y"}}}));
+  const auto list = BinaryPropertyList::open(keyTwice(), kMany).value();
+  const auto array = list.find(list.root(), "x");
+  ASSERT_TRUE(array);
+  const auto elements = list.elements(*array);
+  ASSERT_EQ(elements.size(), 1U);
+  EXPECT_EQ(list.text(elements[0]), "y");
+  const auto changed = list.replacingArray("x", elements, {"z"});
+  ASSERT_TRUE(changed);
+  EXPECT_EQ(read(changed.value()),
+            PropertyList(PropertyList::Dictionary{{"x", PropertyList::Array{"y", "z"}}}));
+}
+
 TEST_F(BinaryPropertyListTest, AnArrayThatIsMissingIsAdded) {
   const auto list = opened(PropertyList::Dictionary{{"version", 1}});
   EXPECT_EQ(read(list.replacingArray("list", {}, {"a"}).value()),
