@@ -120,10 +120,11 @@ class FileChanges {
 
   /// The same, but only in the place of what was seen there (nullopt: of nothing): EAGAIN where something
   /// else is there just before the renaming. Between that look and the renaming is no more than a system
-  /// call, but it is: who is to be kept out wholly must ask for the same lock (FileLocks.h).
-  virtual foundation::Result<void> replaceUnchanged(const std::string& path,
-                                                    const std::optional<FileState>& seen,
-                                                    std::string_view bytes) = 0;
+  /// call, but it is: who is to be kept out wholly must ask for the same lock (FileLocks.h). Answers the
+  /// state of the file that it wrote, whatever has taken its place since.
+  virtual foundation::Result<FileState> replaceUnchanged(const std::string& path,
+                                                         const std::optional<FileState>& seen,
+                                                         std::string_view bytes) = 0;
 
   /// Opens an existing regular file for writing at its start, without cutting it; never creates one, never
   /// follows a link in the last component, never blocks.

@@ -21,12 +21,15 @@ using foundation::errorWithReason;
 using foundation::PropertyList;
 using foundation::Result;
 using foundation::systemError;
+using platform::FileState;
 
 using Change = std::function<void(WatchList&)>;
 
 constexpr const char* kWatchList = "watchlist";
 constexpr auto kLongestWait = std::chrono::seconds(5);
 constexpr auto kWaitBetweenTries = std::chrono::milliseconds(10);
+/// For so long nobody who writes a list in its place leaves it half written.
+constexpr auto kLongestWriting = std::chrono::milliseconds(100);
 /// A program that never stops writing has its way.
 constexpr int kMostAttempts = 10;
 
@@ -70,7 +73,8 @@ Result<WatchList> readList(const std::string& path) {
     const int code = bytes.error().code;
     return code == EINVAL ? systemError(ENOTSUP, path) : bytes.error();
   }
-  return WatchList::parse(std::move(bytes).value());
+  auto list = WatchList::parse(std::move(bytes).value());
+  return list ? std::move(list) : systemError(list.error().code, path);
 }
 
 /// The main thread keeps the program alive meanwhile.
@@ -83,10 +87,18 @@ void pause(std::chrono::milliseconds duration) {
   }
 }
 
+/// What somebody is told whose keys are not recorded because of it.
+foundation::Error othersAreInTheWay(int code, const std::string& path) {
+  return errorWithReason(code, path, "another program is changing it");
+}
+
 Result<std::unique_ptr<platform::FileLock>> waitForLock(const std::string& path) {
-  for (auto waited = std::chrono::milliseconds(0);; waited += kWaitBetweenTries) {
+  auto& clock = platform::current().clock;
+  const auto end = clock.uptime() + kLongestWait;
+  while (true) {
     auto lock = platform::current().fileLocks.tryLock(path);
-    if (lock || lock.error().code != EWOULDBLOCK || waited >= kLongestWait) return lock;
+    if (lock || lock.error().code != EWOULDBLOCK) return lock;
+    if (clock.uptime() >= end) return othersAreInTheWay(EWOULDBLOCK, path);
     pause(kWaitBetweenTries);
   }
 }
@@ -103,28 +115,44 @@ Result<void> keepAside(const std::string& path) {
   }
 }
 
-Result<WatchList> listToChange(const std::string& path, WhenMissing whenMissing) {
+/// A list, as it was when the file was in that state.
+struct SeenList {
+  std::optional<FileState> file;
+  WatchList list;
+};
+
+/// Whether a file that is no list may yet become one: a program that cuts it and writes it in its place is at
+/// it as long as it changes.
+bool isBeingWritten(const std::string& path, const std::optional<FileState>& seen) {
+  pause(kLongestWriting);
+  return platform::current().fileQueries.state(path) != seen;
+}
+
+Result<SeenList> listToChange(const std::string& path, WhenMissing whenMissing) {
+  const auto seen = platform::current().fileQueries.state(path);
   auto list = readList(path);
-  if (list || whenMissing == WhenMissing::leave) return list;
-  if (list.error().code == ENOENT) return WatchList();
-  if (list.error().code != EINVAL) return list;
+  if (list) return SeenList{seen, std::move(list).value()};
+  const int reason = list.error().code;
+  if (reason == EINVAL && isBeingWritten(path, seen)) return systemError(EAGAIN, path);
+  if (whenMissing == WhenMissing::leave) return list.error();
+  if (reason == ENOENT) return SeenList{seen, WatchList()};
+  if (reason != EINVAL) return list.error();
   if (auto kept = keepAside(path); !kept) return kept.error();
-  return WatchList();
+  return SeenList();
 }
 
 /// One attempt to replace what is there; EAGAIN where a program that does not ask for the lock came between.
-Result<void> changeOnce(const std::string& file, WhenMissing whenMissing, const Change& change) {
-  const auto seen = platform::current().fileQueries.state(file);
-  auto list = listToChange(file, whenMissing);
-  if (!list) return list.error();
-  change(list.value());
-  const auto bytes = list.value().serialize();
+Result<FileState> changeOnce(const std::string& file, WhenMissing whenMissing, const Change& change) {
+  auto seen = listToChange(file, whenMissing);
+  if (!seen) return seen.error();
+  WatchList& list = seen.value().list;
+  change(list);
+  const auto bytes = list.serialize();
   if (!bytes) return bytes.error();
-  return platform::current().fileChanges.replaceUnchanged(file, seen, bytes.value());
+  return platform::current().fileChanges.replaceUnchanged(file, seen.value().file, bytes.value());
 }
 
-Result<platform::FileState> changeUnderLock(const std::string& path, WhenMissing whenMissing,
-                                            const Change& change) {
+Result<FileState> changeUnderLock(const std::string& path, WhenMissing whenMissing, const Change& change) {
   if (whenMissing == WhenMissing::create) {
     const std::string folder = foundation::deletingLastPathComponent(path);
     if (auto made = platform::current().fileChanges.createDirectory(folder); !made) return made.error();
@@ -137,8 +165,8 @@ Result<platform::FileState> changeUnderLock(const std::string& path, WhenMissing
   for (int attempt = 1; !changed && changed.error().code == EAGAIN && attempt < kMostAttempts; ++attempt) {
     changed = changeOnce(file.value(), whenMissing, change);
   }
-  if (!changed) return changed.error();
-  return platform::current().fileQueries.state(file.value()).value_or(platform::FileState());
+  const bool isLost = !changed && changed.error().code == EAGAIN;
+  return isLost ? othersAreInTheWay(EAGAIN, path) : changed;
 }
 
 /// nullopt for a missing value, one of another kind, and one that is too large.
@@ -334,7 +362,7 @@ Result<WatchList> readAssignments() {
 std::optional<platform::FileState> changeAssignments(WhenMissing whenMissing, const Change& change) {
   const auto path = assignmentsPath();
   auto changed = path ? changeUnderLock(*path, whenMissing, change)
-                      : Result<platform::FileState>(systemError(ENOENT, identifiers::kShortcutKeysFile));
+                      : Result<FileState>(systemError(ENOENT, identifiers::kShortcutKeysFile));
   if (changed) return changed.value();
   const bool isMissing = whenMissing == WhenMissing::leave && changed.error().code == ENOENT;
   if (!isMissing) NSLog("Unable to write the shortcut keys: %@", changed.error().localizedDescription());

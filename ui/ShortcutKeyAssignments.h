@@ -22,7 +22,8 @@
 /// A change is made under a lock on the file that nothing else in this system holds: what stands in the file
 /// is read, changed and replaced in one step. That binds the programs that ask for the lock, which are those
 /// made of this code: they lose nothing of each other's. One that writes without it is noticed where it has
-/// written between the reading and the replacing, and the change is then made again on what it wrote. What
+/// written between the reading and the replacing, and the change is then made again on what it wrote; one
+/// that is still writing the file in its place, so that what is there is no list yet, is waited for. What
 /// remains is the moment between the last look at the file and its renaming, and what such a program itself
 /// has read before our change and writes after it.
 ///
@@ -118,10 +119,12 @@ using KeysByCommand = std::map<std::string, CommandKeys>;
 
 enum class WhenMissing { leave, create };
 
-/// Reads the file, has it changed and writes it, all under the lock, for which it waits five seconds at most.
-/// On the main thread its work is served during that wait, so that the window answers; whoever calls must be
-/// ready to be called again meanwhile. Answers the file as it was written; nullopt where it was not: what
-/// failed is said on the system console.
+/// Reads the file, has it changed and writes it, all under the lock, for which it waits five seconds by the
+/// clock at most, and a tenth of a second where what is there is no list, to see whether it is being written.
+/// On the main thread its work is served during these waits, so that the window answers; whoever calls must
+/// be ready to be called again meanwhile. Answers the file as it was written, whatever has become of it
+/// since; nullopt where it was not: what failed, or that another program is in the way, is said on the system
+/// console.
 ///
 /// The change may be asked for more than once, each time for a list that was read afresh, of which the last
 /// one counts.

@@ -370,11 +370,13 @@ Result<void> RootedFiles::writeAtomically(const std::string& path, std::string_v
   return changes_.writeAtomically(real(path), bytes);
 }
 
-Result<void> RootedFiles::replaceUnchanged(const std::string& path,
-                                           const std::optional<platform::FileState>& seen,
-                                           std::string_view bytes) {
+Result<platform::FileState> RootedFiles::replaceUnchanged(const std::string& path,
+                                                          const std::optional<platform::FileState>& seen,
+                                                          std::string_view bytes) {
   if (auto error = refusal("replaceUnchanged", path)) return *error;
-  return changes_.replaceUnchanged(real(path), seen, bytes);
+  auto replaced = changes_.replaceUnchanged(real(path), seen, bytes);
+  if (replaced && afterReplacing) afterReplacing(path);
+  return replaced;
 }
 
 Result<std::unique_ptr<platform::WritableFile>> RootedFiles::openForWriting(const std::string& path) {

@@ -184,9 +184,9 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   foundation::Result<void> copyForOwnUse(const std::string& from, const std::string& to) override;
   foundation::Result<void> remove(const std::string& path) override;
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) override;
-  foundation::Result<void> replaceUnchanged(const std::string& path,
-                                            const std::optional<platform::FileState>& seen,
-                                            std::string_view bytes) override;
+  foundation::Result<platform::FileState> replaceUnchanged(const std::string& path,
+                                                           const std::optional<platform::FileState>& seen,
+                                                           std::string_view bytes) override;
   foundation::Result<std::unique_ptr<platform::WritableFile>> openForWriting(
       const std::string& path) override;
 
@@ -194,6 +194,8 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   /// Called before every change with its name and path; an error answered makes the change fail with it.
   std::function<std::optional<foundation::Error>(const std::string& change, const std::string& path)>
       beforeChange;
+  /// Called when a file has been replaced, with its path.
+  std::function<void(const std::string& path)> afterReplacing;
   /// Called before the content of a file is read, with its path.
   std::function<void(const std::string& path)> whenRead;
 

@@ -192,20 +192,22 @@ Result<UniqueDescriptor> openFileItself(const std::string& path, int flags) {
 using Refusal = std::function<int()>;
 
 /// Puts a file in the place of what lies there, `old` where that is a file. What replaces a file may be as
-/// confidential as that: nobody else reads it before it has its mode.
-Result<void> writeReplacement(const Place& target, const struct stat* old, std::string_view bytes,
-                              const std::string& path, const Refusal& refusal = {}) {
+/// confidential as that: nobody else reads it before it has its mode. Answers the file that it wrote.
+Result<FileState> writeReplacement(const Place& target, const struct stat* old, std::string_view bytes,
+                                   const std::string& path, const Refusal& refusal = {}) {
   ReplacementFile file(target, old != nullptr ? 0600 : 0644);
   if (!file.isOpen()) return systemError(errno, path);
   const bool isNew = old == nullptr;
   if (isNew && !giveToFoldersOwner(file.descriptor(), target.folder.get())) return systemError(errno, path);
-  if (auto written = writeAll(file.descriptor(), bytes, path); !written) return written;
+  if (auto written = writeAll(file.descriptor(), bytes, path); !written) return written.error();
   if (!isNew && !takeOverAttributes(file.descriptor(), *old)) return systemError(errno, path);
-  if (::fsync(file.descriptor()) != 0) return systemError(errno, path);
+  struct stat status {};
+  const bool isLasting = ::fsync(file.descriptor()) == 0 && ::fstat(file.descriptor(), &status) == 0;
+  if (!isLasting) return systemError(errno, path);
   if (const int reason = refusal ? refusal() : 0; reason != 0) return systemError(reason, path);
   if (!file.replaceTarget()) return systemError(errno, path);
   ::fsync(target.folder.get());  // makes the renaming itself last through a power cut
-  return {};
+  return stateOf(status);
 }
 
 /// What lies there itself, which is no link nor a folder, is what was seen.
@@ -292,11 +294,14 @@ Result<void> LinuxFileChanges::writeAtomically(const std::string& path, std::str
   struct stat old {};
   const bool isThere = ::fstatat(target.folder.get(), target.name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
   if (isThere && S_ISDIR(old.st_mode)) return systemError(EISDIR, path);
-  return writeReplacement(target, isThere && S_ISREG(old.st_mode) ? &old : nullptr, bytes, path);
+  const auto written =
+      writeReplacement(target, isThere && S_ISREG(old.st_mode) ? &old : nullptr, bytes, path);
+  return written ? Result<void>() : written.error();
 }
 
-Result<void> LinuxFileChanges::replaceUnchanged(const std::string& path, const std::optional<FileState>& seen,
-                                                std::string_view bytes) {
+Result<FileState> LinuxFileChanges::replaceUnchanged(const std::string& path,
+                                                     const std::optional<FileState>& seen,
+                                                     std::string_view bytes) {
   const auto place = placeOf(path);
   if (!place) return place.error();
   const Place& target = place.value();

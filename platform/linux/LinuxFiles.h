@@ -38,8 +38,9 @@ class LinuxFileChanges : public FileChanges {
   foundation::Result<void> copyForOwnUse(const std::string& from, const std::string& to) override;
   foundation::Result<void> remove(const std::string& path) override;
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) override;
-  foundation::Result<void> replaceUnchanged(const std::string& path, const std::optional<FileState>& seen,
-                                            std::string_view bytes) override;
+  foundation::Result<FileState> replaceUnchanged(const std::string& path,
+                                                 const std::optional<FileState>& seen,
+                                                 std::string_view bytes) override;
   foundation::Result<std::unique_ptr<WritableFile>> openForWriting(const std::string& path) override;
 };
 

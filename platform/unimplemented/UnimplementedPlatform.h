@@ -86,8 +86,8 @@ class UnimplementedFileChanges : public FileChanges {
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view) override {
     return notImplemented(path);
   }
-  foundation::Result<void> replaceUnchanged(const std::string& path, const std::optional<FileState>&,
-                                            std::string_view) override {
+  foundation::Result<FileState> replaceUnchanged(const std::string& path, const std::optional<FileState>&,
+                                                 std::string_view) override {
     return notImplemented(path);
   }
   foundation::Result<std::unique_ptr<WritableFile>> openForWriting(const std::string& path) override {

@@ -241,14 +241,18 @@ TEST_F(LinuxFilesTest, OnlyWhatWasSeenIsReplaced) {
   ASSERT_EQ(::chmod(file.c_str(), 0640), 0);
   const auto seen = queries.state(file);
   EXPECT_EQ(changes.replaceUnchanged(file, std::nullopt, "new").error().code, EAGAIN);
-  EXPECT_TRUE(changes.replaceUnchanged(file, seen, "new").ok());
+  const auto written = changes.replaceUnchanged(file, seen, "new");
+  ASSERT_TRUE(written);
+  EXPECT_EQ(written.value(), queries.state(file));
   EXPECT_EQ(folder.content("file"), "new");
   EXPECT_EQ(modeOf(file), 0640U);
   EXPECT_EQ(changes.replaceUnchanged(file, seen, "newer").error().code, EAGAIN);
   EXPECT_EQ(folder.content("file"), "new");
   fs::remove(file);
   EXPECT_EQ(changes.replaceUnchanged(file, seen, "newer").error().code, EAGAIN);
-  EXPECT_TRUE(changes.replaceUnchanged(file, std::nullopt, "begun").ok());
+  const auto begun = changes.replaceUnchanged(file, std::nullopt, "begun");
+  ASSERT_TRUE(begun);
+  EXPECT_EQ(begun.value(), queries.state(file));
   EXPECT_EQ(folder.content("file"), "begun");
   EXPECT_THAT(namesIn(folder.path()), ElementsAre("file"));
 }

@@ -5,7 +5,9 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <stdexcept>
 
+#include "tests/support/AsUser.h"
 #include "tests/ui/ShortcutKeyFixture.h"
 
 using foundation::PropertyList;
@@ -262,6 +264,45 @@ TEST_F(ShortcutKeyAssignmentsTest, WhatIsNoFileIsLeftAlone) {
   EXPECT_THAT(messages(), ElementsAre(HasSubstr("Unable to write the shortcut keys")));
 }
 
+TEST_F(ShortcutKeyAssignmentsTest, APipeIsLeftAloneAndNotWaitedFor) {
+  ASSERT_EQ(::mkfifo(system.files.real(kFile).c_str(), 0600), 0);
+  for (const auto whenMissing : {WhenMissing::create, WhenMissing::leave}) {
+    EXPECT_FALSE(append(entry(kOurs, "repair"), whenMissing));
+  }
+  EXPECT_TRUE(fs::is_fifo(system.files.real(kFile)));
+  EXPECT_THAT(filesInFolder(), ElementsAre(kLockFile, kName));
+  EXPECT_THAT(messages(), testing::SizeIs(2));
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, AListThatIsTooLargeIsLeftAlone) {
+  writeBytes("bplist00");
+  fs::resize_file(system.files.real(kFile), shortcutkeys::kLargestFile + 1);
+  EXPECT_FALSE(append(entry(kOurs, "repair")));
+  EXPECT_EQ(fs::file_size(system.files.real(kFile)), shortcutkeys::kLargestFile + 1);
+  EXPECT_THAT(filesInFolder(), ElementsAre(kLockFile, kName));
+  EXPECT_THAT(messages(), ElementsAre("Unable to write the shortcut keys: " + system.files.real(kFile) +
+                                      ": File too large"));
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, AListThatMayNotBeReadIsLeftAlone) {
+  writeEntries({entry("com.other.App", "x")});
+  const std::string before = content();
+  ASSERT_EQ(::chmod(system.files.real(kFile).c_str(), 0), 0);
+  if (::geteuid() == 0) {
+    fs::permissions(system.files.root(), fs::perms::all);
+    fs::permissions(system.files.real(kFolder), fs::perms::all);
+  }
+  support::AsUser::run(support::kNobody, [&] {
+    EXPECT_EQ(shortcutkeys::readAssignments().error().code, EACCES);
+    EXPECT_FALSE(append(entry(kOurs, "repair")));
+    EXPECT_THAT(messages(), ElementsAre("Unable to write the shortcut keys: " + system.files.real(kFile) +
+                                        ": Permission denied"));
+  });
+  ASSERT_EQ(::chmod(system.files.real(kFile).c_str(), 0600), 0);
+  EXPECT_EQ(content(), before);
+  EXPECT_THAT(filesInFolder(), ElementsAre(kLockFile, kName));
+}
+
 TEST_F(ShortcutKeyAssignmentsTest, AFailingWriteLeavesTheFileAsItWas) {
   writeEntries({entry("com.other.App", "x")});
   const std::string before = content();
@@ -295,11 +336,21 @@ TEST_F(ShortcutKeyAssignmentsTest, TheMainThreadsWorkIsServedWhileTheLockIsWaite
   EXPECT_TRUE(append(entry(kOurs, "repair")));
   EXPECT_EQ(served, 3);
   EXPECT_EQ(system.clock.uptime(), std::chrono::seconds(0)) << "nobody sleeps there";
-  served = 0;
-  lock = system.fileLocks.tryLock(kFile);
-  system.mainThread.whenServing = [&] { ++served; };
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, TheLockIsWaitedForFiveSecondsByTheClock) {
+  const auto lock = system.fileLocks.tryLock(kFile);
+  ASSERT_TRUE(lock);
+  int served = 0;
+  system.mainThread.whenServing = [&] {
+    // What is served there may take its time; a clock that stands still is to fail the test and not hang it.
+    if (++served <= 1000) system.clock.advance(std::chrono::milliseconds(250));
+    if (served > 1000) throw std::runtime_error("waits for ever");
+  };
   EXPECT_FALSE(append(entry(kOurs, "repair")));
-  EXPECT_EQ(served, 500) << "ten milliseconds each, for five seconds";
+  EXPECT_EQ(served, 20);
+  EXPECT_THAT(messages(), ElementsAre("Unable to write the shortcut keys: " + std::string(kFile) +
+                                      ": another program is changing it"));
 }
 
 TEST_F(ShortcutKeyAssignmentsTest, OtherThreadsSleepWhileTheyWaitForTheLock) {
@@ -346,7 +397,56 @@ TEST_F(ShortcutKeyAssignmentsTest, AProgramThatNeverStopsWritingHasItsWay) {
   EXPECT_FALSE(append(entry(kOurs, "repair")));
   EXPECT_EQ(attempts, 10);
   EXPECT_THAT(entries(), ElementsAre(entry("com.other.App", "10")));
-  EXPECT_THAT(messages(), ElementsAre(HasSubstr("Unable to write the shortcut keys")));
+  EXPECT_THAT(messages(), ElementsAre("Unable to write the shortcut keys: " + std::string(kFile) +
+                                      ": another program is changing it"));
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, AListThatIsHalfWrittenIsWaitedForAndNotKeptAside) {
+  writeEntries({entry("com.other.App", "x"), entry("com.other.App", "y")});
+  const std::string whole = content();
+  writeBytes(whole.substr(0, whole.size() / 2));
+  system.mainThread.whenServing = [&] { writeBytes(whole); };
+  EXPECT_TRUE(append(entry(kOurs, "repair")));
+  EXPECT_THAT(entries(),
+              ElementsAre(entry("com.other.App", "x"), entry("com.other.App", "y"), entry(kOurs, "repair")));
+  EXPECT_THAT(filesInFolder(), ElementsAre(kLockFile, kName));
+  EXPECT_THAT(messages(), IsEmpty());
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, AListThatIsAlwaysHalfWrittenIsLeftToWhoWritesIt) {
+  int turns = 0;
+  writeBytes("half");
+  system.mainThread.whenServing = [&] {
+    writeBytes("half" + std::string(static_cast<std::size_t>(++turns), '.'));
+  };
+  EXPECT_FALSE(append(entry(kOurs, "repair")));
+  EXPECT_EQ(turns, 10);
+  EXPECT_THAT(filesInFolder(), ElementsAre(kLockFile, kName));
+  EXPECT_THAT(messages(), ElementsAre(HasSubstr("another program is changing it")));
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, InThePlaceOfAFileKeptAsideTheNewOneIsWrittenAtOnce) {
+  writeBytes("garbage");
+  int attempts = 0;
+  system.files.beforeChange = [&](const std::string& change, const std::string&) {
+    attempts += change == "replaceUnchanged" ? 1 : 0;
+    return std::optional<foundation::Error>();
+  };
+  EXPECT_TRUE(append(entry(kOurs, "repair")));
+  EXPECT_EQ(attempts, 1);
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, ItAnswersTheFileThatItWroteWhateverTakesItsPlace) {
+  std::optional<platform::FileState> written;
+  system.files.afterReplacing = [&](const std::string&) {
+    written = shortcutkeys::assignmentsState();
+    writeEntries({entry("com.other.App", "x")});
+  };
+  const auto answered =
+      changeAssignments(WhenMissing::create, [&](WatchList& list) { list.append(entry(kOurs, "repair")); });
+  EXPECT_TRUE(written.has_value());
+  EXPECT_EQ(answered, written);
+  EXPECT_NE(answered, shortcutkeys::assignmentsState());
 }
 
 TEST_F(ShortcutKeyAssignmentsTest, TheLockIsLetGoOfAfterEachChange) {
@@ -412,6 +512,21 @@ TEST_F(LinkedAssignmentsTest, TheFileThatItLeadsToIsReplacedAndKeepsItsOwnerAndM
     EXPECT_THAT(entries(), ElementsAre(entry("com.other.App", "x"), entry(kOurs, "repair")));
     EXPECT_THAT(messages(), IsEmpty());
   }
+}
+
+TEST_F(LinkedAssignmentsTest, WhatIsTakenAwayIsTakenFromTheFileThatItLeadsTo) {
+  makeTarget(listOf({entry(kOurs, "repair"), entry("com.other.App", "x")}), system.users.user);
+  EXPECT_TRUE(changeAssignments(WhenMissing::leave, [](WatchList& list) { list.erase(0); }));
+  EXPECT_TRUE(fs::is_symlink(system.files.real(kFile)));
+  EXPECT_THAT(entries(), ElementsAre(entry("com.other.App", "x")));
+  EXPECT_THAT(messages(), IsEmpty());
+}
+
+TEST_F(LinkedAssignmentsTest, WhereTheLinkLeadsToNothingThereIsNothingToTakeAway) {
+  EXPECT_FALSE(append(entry(kOurs, "repair"), WhenMissing::leave));
+  EXPECT_FALSE(system.files.exists(kTarget));
+  EXPECT_TRUE(fs::is_symlink(system.files.real(kFile)));
+  EXPECT_THAT(messages(), IsEmpty());
 }
 
 TEST_F(LinkedAssignmentsTest, AFileThatIsMissingIsBegunWhereTheLinkLeads) {

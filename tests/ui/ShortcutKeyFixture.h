@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,7 +15,8 @@
 #include "ui/TGShortcutKeyTableDelegate.h"
 
 /// A process on the fakes in which alice has a Preferences folder, with the shortcut key manager installed,
-/// and four keys: 0 is the letter a, 1 the letter s, 2 Page Up and 3 a dead key.
+/// and four keys: 0 is the letter a, 1 the letter s, 2 Page Up and 3 a dead key. Whoever serves the main
+/// thread there lets ten milliseconds pass.
 class ShortcutKeyFixture : public testing::Test {
  protected:
   static constexpr const char* kFolder = "/Users/alice/Library/Preferences";
@@ -28,6 +30,7 @@ class ShortcutKeyFixture : public testing::Test {
   ShortcutKeyFixture() {
     installManager();
     system.files.makeFolder(kFolder);
+    system.mainThread.whenServing = [this] { system.clock.advance(std::chrono::milliseconds(10)); };
     system.keyboardLayout.keys = {{0, {0, "a"}}, {1, {0, "s"}}, {2, {0, "\xEF\x9C\xAC"}}, {3, {0, ""}}};
   }
 
