@@ -55,7 +55,8 @@ class ShortcutKeyTable : public Sender {
   [[nodiscard]] virtual std::optional<std::size_t> selectedRow() const = 0;
   /// The cells of that column have nothing below them: they are shown without a mark to unfold them.
   virtual void setCellIsLeaf(const std::string& columnIdentifier) = 0;
-  /// Ends the editing of a cell in that column with that editor; nothing happens where none is under way.
+  /// Ends the editing of a cell in that column with that editor, where one is under way, and asks its owner
+  /// afresh for what the rows show.
   virtual void endEditing(const std::string& columnIdentifier, FieldEditor& editor) = 0;
 };
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <utility>
 
 #include "diagnostics/TGException.h"
@@ -147,13 +148,14 @@ PropertyList newEntry(const std::optional<std::string>& commandId,
 /// Says for as long as it lives that something is under way.
 class Busy {
  public:
-  explicit Busy(bool& flag) : flag_(flag) { flag_ = true; }
-  ~Busy() { flag_ = false; }
+  explicit Busy(bool& flag) : flag_(flag), wasSet_(flag) { flag_ = true; }
+  ~Busy() { flag_ = wasSet_; }
   Busy(const Busy&) = delete;
   Busy& operator=(const Busy&) = delete;
 
  private:
   bool& flag_;
+  const bool wasSet_;
 };
 
 bool isOn(const PropertyList& userInfo, const char* key) {
@@ -227,6 +229,7 @@ void TGShortcutKeyTableDelegate::populateKeyData() {
   if (shortcutKeyTableView_ != nullptr) shortcutKeyTableView_->setEnabled(isManaged);
   PropertyList::Array commands = commandList();
   known_.reset();
+  said_.clear();
   for (const auto& [commandId, held] : keysInForce()) {
     const auto command =
         std::find_if(commands.begin(), commands.end(),
@@ -290,6 +293,10 @@ void TGShortcutKeyTableDelegate::keyChanged(const platform::LocalNotification& n
   const auto* const userInfo = notification.userInfo.as<PropertyList::Dictionary>();
   const auto row = selectedRow();
   if (row && userInfo != nullptr && !userInfo->empty()) assign(*row, notification.userInfo);
+  endEditing();
+}
+
+void TGShortcutKeyTableDelegate::endEditing() {
   if (shortcutKeyTableView_ == nullptr || !tgFieldEditor_) return;
   shortcutKeyTableView_->endEditing(outlets::kShortcutKeyColumn, *tgFieldEditor_);
 }
@@ -302,9 +309,10 @@ void TGShortcutKeyTableDelegate::assign(std::size_t row, const PropertyList& use
                                        .cmd = isOn(userInfo, "cmd"),
                                        .opt = isOn(userInfo, "opt"),
                                        .ctrl = isOn(userInfo, "ctrl")};
-  PropertyList& command = dataArray_[row];
-  command.set("keyname", shownName(shortcutkeys::Combination{keyCode, maskOf(modifiers)}));
-  const bool isStored = setKeyboardShortcutWithID(textOf(command, "id"), std::nullopt, keyCode, modifiers);
+  dataArray_[row].set("keyname", shownName(shortcutkeys::Combination{keyCode, maskOf(modifiers)}));
+  endEditing();  // what was pressed is seen while the change waits, and what is pressed next is for the table
+  const bool isStored =
+      setKeyboardShortcutWithID(textOf(dataArray_[row], "id"), std::nullopt, keyCode, modifiers);
   if (!isStored) populateKeyData();  // the table shows what is in force
 }
 
@@ -402,13 +410,22 @@ bool TGShortcutKeyTableDelegate::change(WhenMissing whenMissing,
 }
 
 const shortcutkeys::KeysByCommand& TGShortcutKeyTableDelegate::keysInForce() const {
+  static const shortcutkeys::KeysByCommand none;
   const auto file = shortcutkeys::assignmentsState();
-  if (!known_ || known_->file != file) {
-    const auto list = shortcutkeys::readAssignments();
-    known_ = {file, list ? shortcutkeys::keysOf(list.value(), identifiers::kApplication)
-                         : shortcutkeys::KeysByCommand()};
-  }
+  if (known_ && known_->file == file) return known_->keys;
+  known_.reset();
+  const auto list = shortcutkeys::readAssignments();
+  const bool isRead = list || list.error().code == ENOENT;
+  sayUnlessSaid(isRead ? "" : list.error().localizedDescription());
+  if (!isRead) return none;  // and not known: the right to read a file may be given without changing it
+  known_ = {file, list ? shortcutkeys::keysOf(list.value(), identifiers::kApplication) : none};
   return known_->keys;
+}
+
+/// Each question about a row looks anew: what is still in the way has been said.
+void TGShortcutKeyTableDelegate::sayUnlessSaid(const std::string& failure) const {
+  if (!failure.empty() && failure != said_) NSLog("Unable to read the shortcut keys: %@", failure);
+  said_ = failure;
 }
 
 std::string TGShortcutKeyTableDelegate::conflictInRow(std::size_t row) const {

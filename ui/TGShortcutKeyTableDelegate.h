@@ -34,11 +34,18 @@ struct ShortcutKeyModifiers {
 /// As root the Preferences folder is that of the user at the console, and the file stays or becomes theirs.
 /// The assignments are read when they are shown or changed and where the file has changed since, because a
 /// list may be long; each question looks at the file's state. How they are changed without losing what others
-/// write at the same time: ShortcutKeyAssignments.h. While a change waits for another program nothing else is
-/// recorded or cleared: the order of the two would be anybody's guess.
+/// write at the same time: ShortcutKeyAssignments.h.
+///
+/// A change may wait for another program. The table shows by then what was pressed, with the field editor
+/// gone. What the user types and clicks meanwhile is kept until the wait is over and done then, as it would
+/// have been without one: a letter is the table's, and a Backspace clears the keys that are shown. What
+/// reaches this object in another way meanwhile records and clears nothing: the order of the two would be
+/// anybody's guess.
 ///
 /// Main thread only. Nothing is thrown and no failure reported: failures are lines on the system console, and
-/// the table stays usable. It is created once and never freed: a second allocation yields nullptr.
+/// the table stays usable. Assignments that cannot be read are said once each time that the table is filled,
+/// and looked for again whenever they are asked about. It is created once and never freed: a second
+/// allocation yields nullptr.
 class TGShortcutKeyTableDelegate : public foundation::ImmortalSingleton<TGShortcutKeyTableDelegate>,
                                    public outlets::ShortcutKeyOwner {
  public:
@@ -113,11 +120,13 @@ class TGShortcutKeyTableDelegate : public foundation::ImmortalSingleton<TGShortc
   void observeKeys();
   void stopObserving();
   [[nodiscard]] std::optional<std::size_t> selectedRow() const;
+  void endEditing();
   void assign(std::size_t row, const foundation::PropertyList& userInfo);
   void clear(std::size_t row);
   bool change(shortcutkeys::WhenMissing whenMissing,
               const std::function<void(shortcutkeys::WatchList&)>& change);
   [[nodiscard]] const shortcutkeys::KeysByCommand& keysInForce() const;
+  void sayUnlessSaid(const std::string& failure) const;
   [[nodiscard]] std::vector<std::string> namesOf(const std::vector<shortcutkeys::Assignment>& holders) const;
   [[nodiscard]] std::string nameOfHolder(const shortcutkeys::Assignment& holder) const;
 
@@ -136,6 +145,7 @@ class TGShortcutKeyTableDelegate : public foundation::ImmortalSingleton<TGShortc
     shortcutkeys::KeysByCommand keys;
   };
   mutable std::optional<KnownKeys> known_;
+  mutable std::string said_;  ///< why the assignments could not be read the last time
   bool isChanging_ = false;
   int loads_ = 0;  ///< how often an interface was loaded
 };

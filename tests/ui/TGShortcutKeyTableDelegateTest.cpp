@@ -1,9 +1,15 @@
 #include "ui/TGShortcutKeyTableDelegate.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
 #include <limits>
 #include <utility>
 
 #include "platform/foundation/BinaryPropertyList.h"
+#include "tests/support/AsUser.h"
 #include "tests/ui/ShortcutKeyFixture.h"
 
 using foundation::PropertyList;
@@ -38,6 +44,7 @@ class RecordingTable : public outlets::ShortcutKeyTable {
   void setCellIsLeaf(const std::string& column) override { leaves.push_back(column); }
   void endEditing(const std::string& column, outlets::FieldEditor& editor) override {
     ended.emplace_back(column, &editor);
+    if (whenEnded) whenEnded();
   }
 
   bool isEnabled = true;
@@ -45,6 +52,7 @@ class RecordingTable : public outlets::ShortcutKeyTable {
   std::optional<std::size_t> selected;
   std::vector<std::string> leaves;
   std::vector<std::pair<std::string, outlets::FieldEditor*>> ended;
+  std::function<void()> whenEnded;
 };
 
 class RecordingText : public outlets::TextField {
@@ -78,7 +86,9 @@ class TGShortcutKeyTableDelegateTest : public ShortcutKeyFixture {
   }
 
   void offer(PropertyList::Array commands) {
-    const PropertyList list = PropertyList::Dictionary{{"TGKeys", std::move(commands)}};
+    offerList(PropertyList::Dictionary{{"TGKeys", std::move(commands)}});
+  }
+  void offerList(const PropertyList& list) {
     system.files.makeFile("/Applications/Quillmend.app/Contents/TGKeys.plist",
                           system.propertyLists.serialize(list, platform::PropertyListFormat::xml).value());
   }
@@ -154,8 +164,9 @@ TEST_F(TGShortcutKeyTableDelegateTest, LoadedTwiceItHearsEachKeyOnce) {
   load();
   load();
   table.selected = 0;
+  system.recorder.clear();
   delegate.fieldEditorKeyDown(1, {});
-  EXPECT_THAT(table.ended, testing::SizeIs(1));
+  EXPECT_THAT(calls(), ElementsAre(kReload, kRun));
 }
 
 TEST_F(TGShortcutKeyTableDelegateTest, AClosedInterfaceIsNotTouchedAnyMore) {
@@ -208,6 +219,39 @@ TEST_F(TGShortcutKeyTableDelegateTest, WithoutACommandListThereAreNoRows) {
   delegate.populateKeyData();
   EXPECT_EQ(delegate.numberOfRowsInTableView(&table), 0U);
   EXPECT_EQ(table.reloads, 2);
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, ACommandListOfAnotherShapeHasNoRows) {
+  const std::vector<PropertyList> lists = {
+      PropertyList::Array{PropertyList::Dictionary{{"id", "repair"}}},
+      "TGKeys",
+      PropertyList(),
+      PropertyList::Dictionary{{"TGKeys", "repair"}},
+      PropertyList::Dictionary{{"TGKeys", PropertyList::Dictionary{{"id", "repair"}}}},
+      PropertyList::Dictionary{{"TGKeys", PropertyList::Array{"repair", 4, PropertyList::Array{}}}}};
+  for (const PropertyList& list : lists) {
+    offerList(list);
+    load();
+    EXPECT_EQ(delegate.numberOfRowsInTableView(&table), 0U) << list.description();
+  }
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, ACommandWithoutATextForItsIdentifierIsARowThatNoEntryBelongsTo) {
+  offer({PropertyList::Dictionary{{"description", "Nameless"}},
+         PropertyList::Dictionary{{"id", 4}, {"description", "Numbered"}},
+         PropertyList::Dictionary{{"id", PropertyList::Array{"stop"}}},
+         PropertyList::Dictionary{{"id", "stop"}, {"description", "Stop Qmaster"}}});
+  writeEntries({entry(kOurs, ""), entry(kOurs, "4"), entry(kOurs, "stop")});
+  load();
+  EXPECT_EQ(delegate.numberOfRowsInTableView(&table), 4U);
+  for (std::size_t row = 0; row < 3; ++row) {
+    EXPECT_EQ(keyName(row), std::nullopt) << row;
+    EXPECT_EQ(delegate.conflictInRow(row), "") << row;
+    table.selected = row;
+    delegate.clearShortcutKey(nullptr);
+    EXPECT_THAT(entries(), testing::SizeIs(3)) << row;
+  }
+  EXPECT_EQ(keyName(3), "Ctrl+Shift+Cmd+S");
 }
 
 TEST_F(TGShortcutKeyTableDelegateTest, OnlyDescriptionsHaveTheApplicationsIcon) {
@@ -279,6 +323,58 @@ TEST_F(TGShortcutKeyTableDelegateTest, AssignmentsThatCannotBeReadLeaveTheRowsBa
     EXPECT_EQ(delegate.numberOfRowsInTableView(&table), 3U);
     EXPECT_EQ(keyName(0), std::nullopt);
   }
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, AssignmentsThatCannotBeReadAreSaidOnceAndReadAgain) {
+  writeBytes("garbage");
+  load();
+  EXPECT_EQ(delegate.conflictInRow(0), "");
+  EXPECT_EQ(delegate.conflictInRow(0), "");
+  EXPECT_THAT(messages(),
+              ElementsAre("Unable to read the shortcut keys: " + std::string(kFile) + ": Invalid argument"));
+  delegate.populateKeyData();
+  EXPECT_THAT(messages(), testing::SizeIs(2)) << "the window is opened again";
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, AssignmentsThatAreMissingAreNoFailure) {
+  load();
+  EXPECT_EQ(delegate.conflictInRow(0), "");
+  EXPECT_THAT(messages(), IsEmpty());
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, AListThatIsTooLargeIsSaid) {
+  writeBytes("bplist00");
+  std::filesystem::resize_file(system.files.real(kFile), shortcutkeys::kLargestFile + 1);
+  load();
+  EXPECT_THAT(messages(), ElementsAre("Unable to read the shortcut keys: " + system.files.real(kFile) +
+                                      ": File too large"));
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, WhatRootDoesNotFollowIsSaid) {
+  system.users.user = 0;
+  system.files.makeFile("/elsewhere.plist");
+  std::filesystem::create_symlink(system.files.real("/elsewhere.plist"), system.files.real(kFile));
+  load();
+  EXPECT_THAT(messages(), ElementsAre(testing::StartsWith("Unable to read the shortcut keys: ")));
+}
+
+/// The rights to a file leave no trace in what its state is known by.
+TEST_F(TGShortcutKeyTableDelegateTest, AListThatMayBeReadAtLastIsShown) {
+  writeEntries({entry(kOurs, "repair", 1, 0x0100), entry(kOurs, "stop", 1, 0x0100)});
+  const std::string file = system.files.real(kFile);
+  std::filesystem::permissions(system.files.root(), std::filesystem::perms::all);
+  ASSERT_EQ(::chmod(file.c_str(), 0), 0);
+  if (::geteuid() == 0) {
+    ASSERT_EQ(::chown(file.c_str(), support::kNobody, support::kNobody), 0);
+  }
+  support::AsUser::run(support::kNobody, [&] {
+    load();
+    EXPECT_EQ(delegate.conflictInRow(0), "");
+    EXPECT_THAT(messages(), ElementsAre("Unable to read the shortcut keys: " + system.files.real(kFile) +
+                                        ": Permission denied"));
+    ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
+    EXPECT_EQ(delegate.conflictInRow(0), "Cmd+S is also assigned to \"Stop Qmaster\".");
+  });
 }
 
 // The manager.
@@ -362,7 +458,8 @@ TEST_F(TGShortcutKeyTableDelegateTest, AKeyPressIsTheSelectedRowsCombination) {
   EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "stop", 1, 0x1B00)));
   EXPECT_EQ(entries()[0].find("commandparams"), nullptr);
   EXPECT_THAT(calls(), ElementsAre(kReload, kRun));
-  EXPECT_THAT(table.ended, ElementsAre(std::pair("shortcutkey", delegate.tgFieldEditor())));
+  EXPECT_THAT(table.ended, testing::Not(IsEmpty()));
+  EXPECT_THAT(table.ended, testing::Each(std::pair("shortcutkey", delegate.tgFieldEditor())));
   EXPECT_THAT(messages(), IsEmpty());
 }
 
@@ -617,29 +714,61 @@ class WaitingForTheLockTest : public TGShortcutKeyTableDelegateTest {
   std::unique_ptr<platform::FileLock> held;
 };
 
-TEST_F(WaitingForTheLockTest, FurtherKeysAreNeitherRecordedNorDoTheyClear) {
+TEST_F(WaitingForTheLockTest, WhatIsAskedForMeanwhileIsNeitherRecordedNorDoesItClear) {
   writeEntries({entry(kOurs, "stop", 1, 0x0100)});
   loadAndSelect(0);
   holdTheLock([&] {
     delegate.fieldEditorKeyDown(2, {.command = true});
     EXPECT_TRUE(delegate.tableKeyDown(0x7F));
     delegate.clearShortcutKey(nullptr);
-    EXPECT_THAT(table.ended, IsEmpty());
   });
   delegate.fieldEditorKeyDown(0, {.command = true});
   EXPECT_GE(served, 3);
   EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "stop", 1, 0x0100), entry(kOurs, "repair", 0, 0x0100)));
   EXPECT_EQ(keyName(0), "Cmd+A");
   EXPECT_THAT(calls(), ElementsAre(kReload, kRun));
-  EXPECT_THAT(table.ended, testing::SizeIs(1));
   delegate.fieldEditorKeyDown(2, {.command = true});
   EXPECT_EQ(keyName(0), "Cmd+Page Up") << "afterwards they are";
+}
+
+TEST_F(WaitingForTheLockTest, WhatWasPressedIsShownMeanwhileInsteadOfTheFieldEditor) {
+  loadAndSelect(0);
+  holdTheLock([&] {
+    EXPECT_EQ(keyName(0), "Cmd+A");
+    EXPECT_THAT(table.ended,
+                ElementsAre(std::pair<std::string, outlets::FieldEditor*>("shortcutkey", editors.last)));
+  });
+  delegate.fieldEditorKeyDown(0, {.command = true});
+  EXPECT_GE(served, 3);
+}
+
+TEST_F(WaitingForTheLockTest, WhoElseHoldsTheKeysIsShownWhenTheyAreRecorded) {
+  writeEntries({entry("com.other.App", "x", 0, 0x0100)});
+  loadAndSelect(0);
+  std::vector<std::string> shown;
+  table.whenEnded = [&] { shown.push_back(delegate.conflictInRow(0)); };
+  delegate.fieldEditorKeyDown(0, {.command = true});
+  EXPECT_EQ(shown.back(), "Cmd+A is also assigned to com.other.App.");
+}
+
+/// What is assigned in code meanwhile does not open the way for keys.
+TEST_F(WaitingForTheLockTest, AnAssignmentWithinAnotherDoesNotEndTheOthersWait) {
+  loadAndSelect(0);
+  holdTheLock([&] {
+    held.reset();
+    EXPECT_TRUE(delegate.setKeyboardShortcutWithID("stop", {}, 1, {.cmd = true}));
+    delegate.fieldEditorKeyDown(2, {.command = true});
+    EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "stop", 1, 0x0100)));
+  });
+  delegate.fieldEditorKeyDown(0, {.command = true});
+  EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "stop", 1, 0x0100), entry(kOurs, "repair", 0, 0x0100)));
 }
 
 TEST_F(WaitingForTheLockTest, TheWindowMayBeClosedAndOpenedAgain) {
   loadAndSelect(0);
   RecordingTable other;
   holdTheLock([&] {
+    table.ended.clear();
     delegate.interfaceWillClose();
     delegate.interfaceDidLoad({&other, &view, &alert, &editors});
   });

@@ -218,6 +218,45 @@ TEST_F(ShortcutKeysRunTest, TheWindowAnswersWhileAnotherProgramChangesTheAssignm
   EXPECT_LE(findings.longest, kLimit);
 }
 
+TEST_F(ShortcutKeysRunTest, WhatIsPressedWhileAnotherProgramChangesTheAssignmentsIsTheTablesAfterwards) {
+  const TemporaryVolume sample({.shortcutKeyManager = true});
+  WindowSession session(sample);
+  openPreferences();
+  {
+    const LockedAssignments another(sample);
+    record("F5");
+    std::this_thread::sleep_for(300ms);
+    window::saveScreen("preferences-waiting-run");
+    window::press("k");
+    std::this_thread::sleep_for(300ms);
+    EXPECT_EQ(setups(sample), 0U);
+  }
+  waitForSetups(sample, 1);
+  std::this_thread::sleep_for(300ms);
+  ASSERT_EQ(watchList(sample).size(), 1U);
+  EXPECT_EQ(numberFor(watchList(sample)[0], "keycode"), 0x60) << "the letter is none of the keys";
+  closePreferences();
+  EXPECT_EQ(session.quit().status, 0);
+}
+
+TEST_F(ShortcutKeysRunTest, ABackspaceMeanwhileClearsTheKeysThatAreShown) {
+  const TemporaryVolume sample({.shortcutKeyManager = true});
+  WindowSession session(sample);
+  openPreferences();
+  {
+    const LockedAssignments another(sample);
+    record("F5");
+    std::this_thread::sleep_for(300ms);
+    window::press("BackSpace");
+    std::this_thread::sleep_for(300ms);
+    EXPECT_EQ(setups(sample), 0U);
+  }
+  waitForSetups(sample, 2);
+  EXPECT_THAT(watchList(sample), IsEmpty());
+  closePreferences();
+  EXPECT_EQ(session.quit().status, 0);
+}
+
 TEST_F(ShortcutKeysRunTest, QuittingWithThePreferencesOpenEndsTheProgram) {
   const TemporaryVolume sample({.shortcutKeyManager = true});
   WindowSession session(sample);
