@@ -56,11 +56,8 @@ std::string configuredDesktop(const std::string& home) {
   const std::string folder = given.empty() ? home + "/.config" : given;
   constexpr std::uint64_t kLongest = 64U << 10;
   const auto file = PosixFileQueries().readFile(folder + "/user-dirs.dirs", kLongest);
-  const auto value = file ? shellAssignment(file.value(), "XDG_DESKTOP_DIR") : std::nullopt;
-  if (!value) return "";
-  constexpr std::string_view kHome = "$HOME";
-  const bool isBelowHome = *value == kHome || value->starts_with(std::string(kHome) + "/");
-  std::string path = isBelowHome ? home + value->substr(kHome.size()) : *value;
+  if (!file) return "";
+  std::string path = shellAssignment(file.value(), "XDG_DESKTOP_DIR", {{"HOME", home}}).value_or("");
   return path.starts_with('/') ? withoutTrailingSlashes(std::move(path)) : "";
 }
 

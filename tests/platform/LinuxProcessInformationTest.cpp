@@ -83,6 +83,30 @@ TEST(ShellAssignments, QuotationMarksAndBackslashesAreResolved) {
   EXPECT_EQ(shellAssignment("A=\n", "A"), "");
 }
 
+TEST(ShellAssignments, AValueEndsWhereAShellSeesItsEnd) {
+  EXPECT_EQ(shellAssignment("A=\"one two\" # mine", "A"), "one two");
+  EXPECT_EQ(shellAssignment("A='one;two'\"; three\";B=four", "A"), "one;two; three");
+  EXPECT_EQ(shellAssignment("A=one\ttwo", "A"), "one");
+  EXPECT_EQ(shellAssignment("A=one\\ two\\;three four", "A"), "one two;three");
+  EXPECT_EQ(shellAssignment("A= one", "A"), "");
+}
+
+TEST(ShellAssignments, VariablesAreExpandedWhereAShellDoes) {
+  const ShellVariables variables{{"HOME", "/home/alice"}};
+  const auto value = [&](const std::string& text) { return shellAssignment("A=" + text, "A", variables); };
+  EXPECT_EQ(value("$HOME"), "/home/alice");
+  EXPECT_EQ(value("\"$HOME/one two\""), "/home/alice/one two");
+  EXPECT_EQ(value("'$HOME/x'"), "$HOME/x");
+  EXPECT_EQ(value("\\$HOME/x"), "$HOME/x");
+  EXPECT_EQ(value("\"\\$HOME/x\""), "$HOME/x");
+  EXPECT_EQ(value("\"$HOMEWARD/$x $\""), "$HOMEWARD/$x $");
+  EXPECT_EQ(shellAssignment("A=$HOME", "A"), "$HOME");
+}
+
+TEST(ShellAssignments, BetweenQuotationMarksABackslashMayStandForItself) {
+  EXPECT_EQ(shellAssignment("A=\"one\\two \\` \\\\\"", "A"), "one\\two ` \\");
+}
+
 TEST(ShellAssignments, TheLastAssignmentCountsAndOnlyOfThatName) {
   EXPECT_EQ(shellAssignment("A=1\nAB=2\n  A=3 \r\n#A=4\n", "A"), "3");
   EXPECT_EQ(shellAssignment("AB=2\nexport A\n", "A"), std::nullopt);

@@ -91,9 +91,16 @@ TEST_F(ConfiguredDesktop, MayLieElsewhereOrBeTheHomeFolder) {
   expectDesktop("XDG_DESKTOP_DIR=\"$HOME/\"\n", home());
 }
 
+TEST_F(ConfiguredDesktop, IsReadAsAShellReadsIt) {
+  expectDesktop("XDG_DESKTOP_DIR=\"$HOME/Desk top\" # mine\n", inHome("Desk top"));
+  expectDesktop("XDG_DESKTOP_DIR=\"$HOME/Bureau\";XDG_MUSIC_DIR=\"$HOME\"\n", inHome("Bureau"));
+  expectDesktop("XDG_DESKTOP_DIR=\"$HOME/one\"\nXDG_DESKTOP_DIR=two\n", inHome("Desktop"));
+}
+
 TEST_F(ConfiguredDesktop, IsTheUsualOneWhereNothingUsableIsSaid) {
-  for (const char* settings : {"", "XDG_DESKTOP_DIR=\"\"", "XDG_DESKTOP_DIR=\"Schreibtisch\"",
-                               "XDG_DESKTOP_DIR=\"$HOMEWARD/x\"", "#XDG_DESKTOP_DIR=\"$HOME/x\""}) {
+  for (const char* settings :
+       {"", "XDG_DESKTOP_DIR=\"\"", "XDG_DESKTOP_DIR=\"Schreibtisch\"", "XDG_DESKTOP_DIR=\"$HOMEWARD/x\"",
+        "XDG_DESKTOP_DIR='$HOME/x'", "XDG_DESKTOP_DIR=\"\\$HOME/x\"", "#XDG_DESKTOP_DIR=\"$HOME/x\""}) {
     expectDesktop(settings, inHome("Desktop"));
   }
 }
