@@ -1,20 +1,33 @@
 #include "ui/window/askpass/EarlierAnswer.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <string>
 
 namespace window {
 namespace {
 
-bool isNamelessFile(int descriptor) {
+/// Only files in memory can be sealed (fcntl(2)), or asked about it.
+bool isNamelessMemory(int descriptor) {
   struct stat status {};
-  return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 0;
+  return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 0 &&
+         ::fcntl(descriptor, F_GET_SEALS) >= 0;
+}
+
+/// FNV-1a. Whoever reads sudo's messages looks for words in them, and a prompt may have any.
+std::uint64_t hashOf(std::string_view text) {
+  constexpr std::uint64_t kBasis = 14695981039346656037U;
+  constexpr std::uint64_t kPrime = 1099511628211U;
+  std::uint64_t hash = kBasis;
+  for (const char letter : text) hash = (hash ^ static_cast<unsigned char>(letter)) * kPrime;
+  return hash;
 }
 
 std::string lineFor(std::string_view prompt) {
-  return "askpass: answered " + std::string(prompt) + "\n";
+  return "askpass: answered " + std::to_string(hashOf(prompt)) + "\n";
 }
 
 /// sudo's own messages are there too; they are short.
@@ -29,14 +42,15 @@ std::string contentOf(int file) {
 }  // namespace
 
 void noteAnswer(int standardError, std::string_view prompt) {
-  if (!isNamelessFile(standardError)) return;
+  if (!isNamelessMemory(standardError)) return;
   const std::string line = lineFor(prompt);
   // Where it cannot be written the next dialog looks like the first one.
   static_cast<void>(!::write(standardError, line.data(), line.size()));
 }
 
 bool wasAnswered(int standardError, std::string_view prompt) {
-  return isNamelessFile(standardError) && contentOf(standardError).find(lineFor(prompt)) != std::string::npos;
+  return isNamelessMemory(standardError) &&
+         contentOf(standardError).find(lineFor(prompt)) != std::string::npos;
 }
 
 }  // namespace window
