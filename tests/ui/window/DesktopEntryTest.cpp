@@ -91,7 +91,7 @@ TEST_F(Installed, TheProgramOfTheDesktopEntryIsOnThePathAndRuns) {
 class InstalledInAnOddPlace : public Installed {
  protected:
   [[nodiscard]] QString prefix() const override {
-    return Installed::prefix() + QStringLiteral("/odd $place 100% \"q\"");
+    return Installed::prefix() + QStringLiteral(R"(/odd $place 100% "q" \back `tick`)");
   }
 };
 
@@ -101,8 +101,13 @@ TEST_F(InstalledInAnOddPlace, ItsEntryIsValidAndNamesTheProgram) {
   validator.start(QStringLiteral("desktop-file-validate"), {entryPath()});
   ASSERT_TRUE(validator.waitForFinished());
   EXPECT_EQ(validator.readAll().toStdString(), "");
-  EXPECT_THAT(entry().toStdString(), HasSubstr(R"(/odd \\$place 100%% \\"q\\"/bin/Quillmend")"
-                                               "\n"));
+  const std::string text = entry().toStdString();
+  EXPECT_THAT(text, HasSubstr(R"(/odd \\$place 100%% \\"q\\" \\\\back \\`tick\\`/bin/Quillmend")"
+                              "\n"));
+  // No quotation there, only what every text of the file needs.
+  EXPECT_THAT(text, HasSubstr("\nTryExec=" + Installed::prefix().toStdString()));
+  EXPECT_THAT(text, HasSubstr(R"(/odd $place 100% "q" \\back `tick`/bin/Quillmend)"
+                              "\n"));
   EXPECT_TRUE(QFileInfo(path("bin/Quillmend")).isExecutable());
 }
 
