@@ -1,4 +1,7 @@
 #include "app/TGAppController.h"
+
+#include <cerrno>
+
 #include "diagnostics/TGException.h"
 #include "diagnostics/TGLog.h"
 #include "diagnostics/TGTroubleshootingUtils.h"
@@ -7,7 +10,6 @@
 #include "platform/foundation/Paths.h"
 #include "platform/foundation/Text.h"
 #include "services/TGAuthorization.h"
-#include "services/TGFileManager.h"
 #include "services/TGLocalPaths.h"
 
 using foundation::stringWithFormat;
@@ -32,13 +34,6 @@ bool mayStore(outlets::State state) {
   return state != outlets::State::off || TGAuthorization::sharedController()->authStart();
 }
 
-/// At once: an end that nobody planned must not lift the requirement.
-bool store(outlets::State state) {
-  auto& preferences = platform::current().preferences;
-  preferences.setValueForAnyUserOnCurrentHost(kRequirement, static_cast<int>(state));
-  return preferences.synchronize();
-}
-
 /// Where it is stored: everybody's preferences on this computer.
 std::string requirementFile() {
   const auto folder = TGLocalPaths::prefsDirectory(Domain::local);
@@ -46,19 +41,30 @@ std::string requirementFile() {
                                             std::string(identifiers::kApplication) + ".plist");
 }
 
-/// The folder is not there yet where nobody has ever stored anything; then the one that it would be made in
-/// decides.
-bool mayWriteIn(std::string folder) {
-  auto& queries = platform::current().fileQueries;
-  while (folder.size() > 1 && !queries.exists(folder)) folder = foundation::deletingLastPathComponent(folder);
-  return queries.isAccessible(folder, platform::Access::write);
+/// What a person can do about it, where that is known.
+std::string causeOf(const foundation::Error& error) {
+  switch (error.code) {
+    case EACCES:
+    case EPERM:
+      return "Your account may not write there. Have an administrator start Quillmend as root to change it.";
+    case EROFS:
+      return "Its volume is read-only.";
+    case ENOSPC:
+    case EDQUOT:
+      return "The disk is full.";
+    case EISDIR:
+      return "There is a folder in the place of the file. Move it away.";
+    case ENOTDIR:
+    case EEXIST:
+      return "There is something else in the place of the file's folder. Move it away.";
+    default:
+      return error.localizedDescription();
+  }
 }
 
-void tellNotStored() {
+void tellNotStored(const foundation::Error& error) {
   const std::string file = requirementFile();
-  const std::string cause = mayWriteIn(foundation::deletingLastPathComponent(file))
-                                ? "It could not be written. The disk may be full."
-                                : "Your account may not write there. An administrator can change it.";
+  const std::string cause = causeOf(error);
   TGLog::appendLog("Unable to store the preference %@ in %@: %@", kRequirement, file, cause);
   platform::current().alerts.runPanel(
       "The password requirement was not changed",
@@ -71,25 +77,14 @@ void toggleAdminPass(outlets::Switch& sender) {
     sender.setState(outlets::State::on);
     return;
   }
-  if (store(state)) return;
-  // What waits in memory goes back too, or a later chance to store would change the requirement unseen. It is
-  // stored once more for the case that only other preferences could not be.
-  const auto before = state == outlets::State::on ? outlets::State::off : outlets::State::on;
-  static_cast<void>(store(before));
-  sender.setState(before);
-  tellNotStored();
-}
-
-/// The alerts of the gathering tell that there is no archive; this, that there is no place for one.
-void tellMissingDesktop() {
-  const auto desktop = TGLocalPaths::desktopDirectory();
-  if (!desktop || TGFileManager::isDirectoryAtPath(desktop)) return;
-  TGLog::appendLog("Unable to gather logs: there is no desktop folder %@", *desktop);
-  platform::current().alerts.runPanel(
-      "There is no desktop folder",
-      stringWithFormat("The gathered logs are to be placed in this folder, which does not exist:\n%@\n\n"
-                       "Make it, and gather the logs again. The logs themselves are as they were.",
-                       *desktop));
+  // At once: an end that nobody planned must not lift the requirement.
+  const auto stored =
+      platform::current().preferences.storeForAnyUserOnCurrentHost(kRequirement, static_cast<int>(state));
+  if (stored) return;
+  // What holds may have been changed by others since the switch last showed it.
+  const auto holds = TGAppController::requiresAdminPassword() ? outlets::State::on : outlets::State::off;
+  if (holds != state) sender.setState(holds);
+  tellNotStored(stored.error());
 }
 
 }  // namespace
@@ -127,11 +122,8 @@ void TGAppController::prefsToggleAdminPass(outlets::Sender* sender) {
 
 void TGAppController::helpManual() {
   auto& system = platform::current();
-  const std::string manual = foundation::appendingPathComponent(
-      system.mainBundle.path(), "Contents/Resources/Quillmend User Manual.pdf");
-  // No alert, on purpose, as with the pages: help that does not come explains itself, and the log says where
-  // it lies.
-  if (!system.workspace.openFile(manual)) TGLog::appendLog("Unable to open %@", manual);
+  system.workspace.openFile(foundation::appendingPathComponent(
+      system.mainBundle.path(), "Contents/Resources/Quillmend User Manual.pdf"));
 }
 
 void TGAppController::helpCareplex() {
@@ -166,5 +158,5 @@ void TGAppController::viewTaskLog() {
 }
 
 void TGAppController::gatherLogs() {
-  if (!TGTroubleshootingUtils::gatherLogsForAppWithName("Quillmend")) tellMissingDesktop();
+  TGTroubleshootingUtils::gatherLogsForAppWithName("Quillmend");
 }

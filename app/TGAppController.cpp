@@ -31,12 +31,6 @@ void registerDefaults() {
       {"SUCheckAtStartup", true}, {"shouldTrash", 1}, {"shouldResetQmaster", 1}, {"shouldResetLayout", 1}});
 }
 
-/// Only a number counts: a preference that somebody wrote as the string "1" requires no password.
-bool requiresAdminPassword() {
-  const auto value = platform::current().preferences.value(kRequireAdminPassword);
-  return value && value->as<std::string>() == nullptr && value->isSwitchedOn();
-}
-
 }  // namespace
 
 std::unique_ptr<TGAppController> TGAppController::init() {
@@ -67,6 +61,11 @@ void TGAppController::setHasGUI(bool hasGUI) {
   hasGUI_ = hasGUI;
   // On purpose without the dialog: what is made here first only ever uses rights that it was started with.
   if (hasGUI) TGAuthorization::sharedController(WithGUI::no);
+}
+
+bool TGAppController::requiresAdminPassword() {
+  const auto value = platform::current().preferences.value(kRequireAdminPassword);
+  return value && value->as<std::string>() == nullptr && value->isSwitchedOn();
 }
 
 bool TGAppController::awakeFromNib() {

@@ -66,6 +66,10 @@ class TGAppController {
   /// application goes on.
   bool awakeFromNib();
 
+  /// Whether "requireAdminPassword" is the number 1 now. Only a number counts: a preference that somebody
+  /// wrote as the string "1" requires no password.
+  [[nodiscard]] static bool requiresAdminPassword();
+
   /// Closing the window quits.
   [[nodiscard]] static bool applicationShouldTerminateAfterLastWindowClosed() { return true; }
   static void applicationWillTerminate();
@@ -217,11 +221,10 @@ class TGAppController {
   /// behind it are not taken then, and no alert is shown.
   void menuRestartQmaster();
   void menuStopQmaster();
-  /// Stores the sender's state as "requireAdminPassword", at once; switching it off takes an administrator. A
-  /// state that cannot be stored goes back, the preference with it; the log and an alert say why. Lets out
+  /// Stores the sender's state as "requireAdminPassword", at once; switching it off takes an administrator.
+  /// Where it cannot be stored the sender goes back to what is, and the log and an alert say why. Lets out
   /// what is no foundation::Exception.
   void prefsToggleAdminPass(outlets::Sender* sender);
-  /// A manual that nothing opens is logged.
   void helpManual();
   void helpCareplex();
   void helpHome();
@@ -231,8 +234,7 @@ class TGAppController {
   /// Show the current log in the viewer for logs, the second that of a run without a window.
   void viewLog();
   void viewTaskLog();
-  /// Puts the logs, crash reports and preferences into an archive on the desktop, for support. A desktop
-  /// folder that does not exist is told after the gathering has failed for it.
+  /// Puts the logs, crash reports and preferences into an archive on the desktop, for support.
   void gatherLogs();
 
   /// @}

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "platform/foundation/PropertyList.h"
+#include "platform/foundation/Result.h"
 
 namespace platform {
 
@@ -22,14 +23,15 @@ class Preferences {
   /// Sets the user's value, in memory until synchronize().
   virtual void setValue(const std::string& key, const foundation::PropertyList& value) = 0;
 
-  /// Sets everybody's value on this computer (CFPreferencesSetValue for any user and the current host), in
-  /// memory until synchronize().
-  virtual void setValueForAnyUserOnCurrentHost(const std::string& key,
-                                               const foundation::PropertyList& value) = 0;
-
-  /// Writes what was set; answers whether all of it could be stored. What could not stays in memory for the
-  /// next call. Everybody's values take the right to write in the machine's Library.
+  /// Writes what setValue() set; answers whether all of it could be stored. What could not stays in memory
+  /// for the next call.
   virtual bool synchronize() = 0;
+
+  /// Stores everybody's value on this computer (CFPreferencesSetValue for any user and the current host) at
+  /// once, and answers for it alone. It takes the right to write in the machine's Library. On failure nothing
+  /// is kept for a later try: what is stored there goes on to hold, also what others store in the meantime.
+  virtual foundation::Result<void> storeForAnyUserOnCurrentHost(const std::string& key,
+                                                                const foundation::PropertyList& value) = 0;
 };
 
 }  // namespace platform

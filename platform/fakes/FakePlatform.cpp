@@ -666,14 +666,17 @@ void FakePreferences::setValue(const std::string& key, const PropertyList& value
   values.set(key, value);
 }
 
-void FakePreferences::setValueForAnyUserOnCurrentHost(const std::string& key, const PropertyList& value) {
-  recorder_.add("preference of any user on this host " + key + " = " + value.description());
-  values.set(key, value);
-}
-
 bool FakePreferences::synchronize() {
   recorder_.add("synchronize preferences");
   return canStore;
+}
+
+Result<void> FakePreferences::storeForAnyUserOnCurrentHost(const std::string& key,
+                                                           const PropertyList& value) {
+  recorder_.add("store preference of any user on this host " + key + " = " + value.description());
+  if (refusal) return *refusal;
+  values.set(key, value);
+  return {};
 }
 
 void FakeAlerts::runPanel(const std::string& title, const std::string& message) {

@@ -474,14 +474,16 @@ class FakePreferences : public platform::Preferences {
   std::optional<foundation::PropertyList> value(const std::string& key) override;
   void registerDefaults(const foundation::PropertyList& dictionary) override;
   void setValue(const std::string& key, const foundation::PropertyList& value) override;
-  void setValueForAnyUserOnCurrentHost(const std::string& key,
-                                       const foundation::PropertyList& value) override;
   bool synchronize() override;
+  foundation::Result<void> storeForAnyUserOnCurrentHost(const std::string& key,
+                                                        const foundation::PropertyList& value) override;
 
   foundation::PropertyList values;
   foundation::PropertyList registered;
   /// What synchronize answers.
   bool canStore = true;
+  /// Why nothing can be stored for everybody.
+  std::optional<foundation::Error> refusal;
   /// What registerDefaults throws.
   std::optional<foundation::Exception> failure;
 

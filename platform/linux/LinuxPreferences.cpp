@@ -13,6 +13,7 @@ namespace platform {
 namespace {
 
 using foundation::PropertyList;
+using foundation::Result;
 
 constexpr std::size_t kMachineIdLength = 32;
 constexpr std::uint64_t kLongestMachineIdFile = 4096;
@@ -54,35 +55,29 @@ struct StoredFile {
   PropertyListFormat format = PropertyListFormat::binary;
 };
 
-/// What is in the file now; nullopt when it is there and cannot be read, or holds more than is read.
-std::optional<StoredFile> storedFile(const std::string& path) {
+/// What is in the file now; an error when it is there and cannot be read, or holds more than is read. EISDIR
+/// for a folder.
+Result<StoredFile> storedFile(const std::string& path) {
+  if (current().fileQueries.isDirectory(path)) return foundation::systemError(EISDIR, path);
   const auto bytes = current().fileQueries.readFile(path, kLargestPropertyList);
-  if (!bytes) return bytes.error().code == ENOENT ? std::optional(StoredFile{}) : std::nullopt;
+  if (!bytes) return bytes.error().code == ENOENT ? Result<StoredFile>(StoredFile{}) : bytes.error();
   const bool isBinary = bytes.value().starts_with("bplist");
   StoredFile file{{}, isBinary ? PropertyListFormat::binary : PropertyListFormat::xml};
   auto content = current().propertyLists.parse(bytes.value());
-  if (!content && content.error().code != EINVAL) return std::nullopt;
+  if (!content && content.error().code != EINVAL) return content.error();
   if (content && content.value().as<PropertyList::Dictionary>() != nullptr) {
     file.content = std::move(content).value();
   }
   return file;
 }
 
-bool store(const std::string& path, const PropertyList& changes) {
+Result<void> store(const std::string& path, const PropertyList& changes) {
   auto file = storedFile(path);
-  if (!file) return false;
-  for (const auto& [key, value] : *changes.as<PropertyList::Dictionary>()) file->content.set(key, value);
-  const std::string folder = foundation::deletingLastPathComponent(path);
-  return current().fileChanges.createDirectory(folder) &&
-         writePropertyList(path, file->content, file->format);
-}
-
-/// Stores the changes and forgets them; keeps them when that fails.
-bool storeChanges(const std::string& path, PropertyList& changes) {
-  if (isEmpty(changes)) return true;
-  if (!store(path, changes)) return false;
-  changes = PropertyList();
-  return true;
+  if (!file) return file.error();
+  PropertyList& content = file.value().content;
+  for (const auto& [key, value] : *changes.as<PropertyList::Dictionary>()) content.set(key, value);
+  auto made = current().fileChanges.createDirectory(foundation::deletingLastPathComponent(path));
+  return made ? writePropertyList(path, content, file.value().format) : made;
 }
 
 }  // namespace
@@ -94,7 +89,6 @@ std::optional<PropertyList> LinuxPreferences::value(const std::string& key) {
   if (auto value = valueInFile(usersFileOnThisComputer(), key)) return value;
   if (auto value = valueIn(usersChanges_, key)) return value;
   if (auto value = valueInFile(usersFile(), key)) return value;
-  if (auto value = valueIn(everybodysChanges_, key)) return value;
   if (auto value = valueInFile(everybodysFileOnThisComputer(), key)) return value;
   if (auto value = valueInFile(everybodysFile(), key)) return value;
   return valueIn(registered_, key);
@@ -112,16 +106,18 @@ void LinuxPreferences::setValue(const std::string& key, const PropertyList& valu
   usersChanges_.set(key, value);
 }
 
-void LinuxPreferences::setValueForAnyUserOnCurrentHost(const std::string& key, const PropertyList& value) {
-  const std::scoped_lock lock(mutex_);
-  everybodysChanges_.set(key, value);
-}
-
 bool LinuxPreferences::synchronize() {
   const std::scoped_lock lock(mutex_);
-  const bool users = storeChanges(usersFile(), usersChanges_);
-  const bool everybodys = storeChanges(everybodysFileOnThisComputer(), everybodysChanges_);
-  return users && everybodys;
+  if (isEmpty(usersChanges_)) return true;
+  if (!store(usersFile(), usersChanges_)) return false;
+  usersChanges_ = PropertyList();
+  return true;
+}
+
+Result<void> LinuxPreferences::storeForAnyUserOnCurrentHost(const std::string& key,
+                                                            const PropertyList& value) {
+  const std::scoped_lock lock(mutex_);
+  return store(everybodysFileOnThisComputer(), PropertyList::Dictionary{{key, value}});
 }
 
 std::string LinuxPreferences::usersFolder() const {

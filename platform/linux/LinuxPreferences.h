@@ -20,11 +20,11 @@ namespace platform {
 /// <computer> is machine-id(5) in the form of a UUID in capitals. "~" is the home of the process's own user,
 /// so a repair run by root has root's preferences.
 ///
-/// Files are read at each question and written by synchronize() alone: keys that others have set there
+/// Files are read at each question and written when something is stored: keys that others have set there
 /// meanwhile stay, a file stays XML or binary (a new one is binary), and each is replaced in one step. A file
 /// that holds no dictionary holds nothing worth keeping and is replaced; one that cannot be read is not
-/// touched. Values that could not be stored, as everybody's by a user who may not write in /Library, stay in
-/// memory for the next try, and are lost with the process. May be called from any thread.
+/// touched. The user's values that could not be stored stay in memory for the next try, and are lost with the
+/// process. May be called from any thread.
 class LinuxPreferences : public Preferences {
  public:
   explicit LinuxPreferences(std::string domain = "com.vordenworks.Quillmend");
@@ -32,9 +32,9 @@ class LinuxPreferences : public Preferences {
   std::optional<foundation::PropertyList> value(const std::string& key) override;
   void registerDefaults(const foundation::PropertyList& dictionary) override;
   void setValue(const std::string& key, const foundation::PropertyList& value) override;
-  void setValueForAnyUserOnCurrentHost(const std::string& key,
-                                       const foundation::PropertyList& value) override;
   bool synchronize() override;
+  foundation::Result<void> storeForAnyUserOnCurrentHost(const std::string& key,
+                                                        const foundation::PropertyList& value) override;
 
  private:
   [[nodiscard]] std::string usersFolder() const;
@@ -47,7 +47,6 @@ class LinuxPreferences : public Preferences {
   std::mutex mutex_;
   foundation::PropertyList registered_;
   foundation::PropertyList usersChanges_;  ///< set and not yet stored
-  foundation::PropertyList everybodysChanges_;
 };
 
 }  // namespace platform

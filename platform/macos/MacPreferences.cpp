@@ -1,9 +1,11 @@
 #include "platform/macos/MacPreferences.h"
 
 #include <array>
+#include <cerrno>
 #include <utility>
 
-#include "platform/SystemConsole.h"
+#include "platform/Platform.h"
+#include "platform/foundation/Paths.h"
 #include "platform/macos/CoreFoundationValues.h"
 
 namespace platform {
@@ -35,17 +37,23 @@ std::optional<PropertyList> stored(CFStringRef key, CFStringRef application, con
   return value ? propertyListOf(value.get()) : std::nullopt;
 }
 
-void store(const std::string& key, const PropertyList& value, const std::string& application,
-           const Domain& domain) {
+/// A null value would remove the key.
+bool set(const std::string& key, const PropertyList& value, const std::string& application,
+         const Domain& domain) {
   const CoreFoundationString name = coreFoundationString(key);
   const CoreFoundationString owner = coreFoundationString(application);
   const CoreFoundationValue object = coreFoundationValue(value);
-  // Null would remove the key.
-  if (!name || !owner || !object) {
-    NSLog("Preferences: the value of %@ cannot be stored", key);
-    return;
-  }
+  if (!name || !owner || !object) return false;
   CFPreferencesSetValue(name.get(), object.get(), owner.get(), domain.user, domain.host);
+  return true;
+}
+
+foundation::Error whyNotWritten(const std::string& path) {
+  auto& queries = current().fileQueries;
+  const std::string folder = foundation::deletingLastPathComponent(path);
+  if (queries.isDirectory(path)) return foundation::systemError(EISDIR, path);
+  if (!queries.isAccessible(folder, Access::write)) return foundation::systemError(EACCES, path);
+  return foundation::errorWithReason(EIO, path, "the system does not say why");
 }
 
 }  // namespace
@@ -72,21 +80,28 @@ void MacPreferences::registerDefaults(const PropertyList& dictionary) {
 }
 
 void MacPreferences::setValue(const std::string& key, const PropertyList& value) {
-  store(key, value, domain_, usersDomain());
-}
-
-void MacPreferences::setValueForAnyUserOnCurrentHost(const std::string& key, const PropertyList& value) {
-  store(key, value, domain_, everybodysDomainHere());
+  if (!set(key, value, domain_, usersDomain())) NSLog("Preferences: the value of %@ cannot be stored", key);
 }
 
 bool MacPreferences::synchronize() {
   const CoreFoundationString application = coreFoundationString(domain_);
-  if (!application) return false;
-  bool isStored = true;
-  for (const Domain& domain : {usersDomain(), everybodysDomainHere()}) {
-    if (CFPreferencesSynchronize(application.get(), domain.user, domain.host) == 0) isStored = false;
-  }
-  return isStored;
+  const Domain domain = usersDomain();
+  return application && CFPreferencesSynchronize(application.get(), domain.user, domain.host) != 0;
+}
+
+foundation::Result<void> MacPreferences::storeForAnyUserOnCurrentHost(const std::string& key,
+                                                                      const PropertyList& value) {
+  const Domain domain = everybodysDomainHere();
+  const CoreFoundationString name = coreFoundationString(key);
+  const CoreFoundationString application = coreFoundationString(domain_);
+  if (!name || !application) return foundation::systemError(EINVAL, key);
+  const CoreFoundationValue before(
+      CFPreferencesCopyValue(name.get(), application.get(), domain.user, domain.host));
+  if (!set(key, value, domain_, domain)) return foundation::systemError(EINVAL, key);
+  if (CFPreferencesSynchronize(application.get(), domain.user, domain.host) != 0) return {};
+  // In memory alone: what waits there would be stored with the next value, unseen.
+  CFPreferencesSetValue(name.get(), before.get(), application.get(), domain.user, domain.host);
+  return whyNotWritten("/Library/Preferences/" + domain_ + ".plist");
 }
 
 }  // namespace platform

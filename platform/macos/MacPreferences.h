@@ -18,9 +18,11 @@ class MacPreferences : public Preferences {
   std::optional<foundation::PropertyList> value(const std::string& key) override;
   void registerDefaults(const foundation::PropertyList& dictionary) override;
   void setValue(const std::string& key, const foundation::PropertyList& value) override;
-  void setValueForAnyUserOnCurrentHost(const std::string& key,
-                                       const foundation::PropertyList& value) override;
   bool synchronize() override;
+  /// Core Foundation does not say why it could not. The error is what can be seen from outside: EISDIR for a
+  /// folder in the file's place, EACCES where this process may not write there, else EIO.
+  foundation::Result<void> storeForAnyUserOnCurrentHost(const std::string& key,
+                                                        const foundation::PropertyList& value) override;
 
  private:
   std::string domain_;

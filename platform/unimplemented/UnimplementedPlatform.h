@@ -257,8 +257,11 @@ class UnimplementedPreferences : public Preferences {
   std::optional<foundation::PropertyList> value(const std::string&) override { return {}; }
   void registerDefaults(const foundation::PropertyList&) override {}
   void setValue(const std::string&, const foundation::PropertyList&) override {}
-  void setValueForAnyUserOnCurrentHost(const std::string&, const foundation::PropertyList&) override {}
   bool synchronize() override { return false; }
+  foundation::Result<void> storeForAnyUserOnCurrentHost(const std::string& key,
+                                                        const foundation::PropertyList&) override {
+    return notImplemented(key);
+  }
 };
 
 class UnimplementedGathering : public Gathering {

@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <stdexcept>
 
 #include "platform/foundation/Identifiers.h"
@@ -128,13 +129,14 @@ TEST_F(MenuTest, HelpOpensTheManualOfTheBundle) {
             text({"open /Applications/Quillmend.app/Contents/Resources/Quillmend User Manual.pdf"}));
 }
 
-TEST_F(MenuTest, AManualThatNothingOpensIsLoggedWithItsPlaceAndShowsNoAlert) {
+TEST_F(MenuTest, HelpThatNothingOpensIsNotReported) {
   mac.workspace.canOpen = false;
   startWithGUI();
   controller->helpManual();
-  const std::string manual = "/Applications/Quillmend.app/Contents/Resources/Quillmend User Manual.pdf";
-  EXPECT_EQ(windowLog(), Lines{"Unable to open " + manual});
-  EXPECT_EQ(recorded(), text({"open " + manual}));
+  controller->helpHome();
+  EXPECT_EQ(windowLog(), Lines{});
+  EXPECT_THAT(mac.recorder.only({"alert"}), testing::IsEmpty());
+  EXPECT_THAT(mac.systemConsole.messages(), testing::IsEmpty());
 }
 
 TEST_F(MenuTest, HelpOpensTheMakersPages) {
@@ -166,16 +168,14 @@ TEST_F(MenuTest, WithoutAVersionTheBugReportsEndsWithItsKey) {
 
 TEST_F(ToggleTest, SwitchingOnNeedsNoRights) {
   toggleTo(outlets::State::on);
-  EXPECT_EQ(recorded(), text({"preference of any user on this host requireAdminPassword = 1",
-                              "synchronize preferences"}));
+  EXPECT_EQ(recorded(), text({"store preference of any user on this host requireAdminPassword = 1"}));
 }
 
 TEST_F(ToggleTest, SwitchingOffTakesAnAdministrator) {
   toggleTo(outlets::State::off);
-  EXPECT_EQ(
-      recorded(),
-      text({"authorization create flags 0", "authorization rights system.privilege.admin flags 19",
-            "preference of any user on this host requireAdminPassword = 0", "synchronize preferences"}));
+  EXPECT_EQ(recorded(),
+            text({"authorization create flags 0", "authorization rights system.privilege.admin flags 19",
+                  "store preference of any user on this host requireAdminPassword = 0"}));
 }
 
 TEST_F(ToggleTest, ARefusedSwitchGoesBackAndNothingIsStored) {
@@ -196,16 +196,13 @@ TEST_F(ToggleTest, TheStateIsStoredAsANumber) {
 constexpr const char* kRequirementFile = "/Library/Preferences/com.vordenworks.Quillmend.plist";
 
 TEST_F(ToggleTest, ARequirementThatCannotBeMadeGoesBackAndItsCauseIsTold) {
-  mac.preferences.canStore = false;
-  mac.files.makeFolder("/Library");
-  mac.files.denied = {{"/Library", platform::Access::write}};
+  mac.preferences.refusal = foundation::systemError(EACCES, kRequirementFile);
   toggleTo(outlets::State::on);
-  const std::string cause = "Your account may not write there. An administrator can change it.";
+  const std::string cause =
+      "Your account may not write there. Have an administrator start Quillmend as root to change it.";
   const std::string where = kRequirementFile;
   EXPECT_EQ(recorded(),
-            text({"preference of any user on this host requireAdminPassword = 1", "synchronize preferences",
-                  "preference of any user on this host requireAdminPassword = 0", "synchronize preferences",
-                  "switch off",
+            text({"store preference of any user on this host requireAdminPassword = 1", "switch off",
                   "alert The password requirement was not changed: It is kept for everybody on "
                   "this computer in this file:\n" +
                       where + "\n\n" + cause}));
@@ -216,17 +213,45 @@ TEST_F(ToggleTest, ARequirementThatCannotBeMadeGoesBackAndItsCauseIsTold) {
 
 TEST_F(ToggleTest, ARequirementThatCannotBeLiftedStays) {
   mac.preferences.values = foundation::PropertyList::Dictionary{{"requireAdminPassword", 1}};
-  mac.preferences.canStore = false;
+  mac.preferences.refusal = foundation::systemError(ENOSPC, kRequirementFile);
   toggleTo(outlets::State::off);
   EXPECT_EQ(passwordItem.current, outlets::State::on);
   EXPECT_EQ(mac.preferences.value("requireAdminPassword"), foundation::PropertyList(1));
 }
 
-TEST_F(ToggleTest, WhereTheAccountMayWriteTheDiskIsToBlame) {
+TEST_F(ToggleTest, OtherPreferencesThatCannotBeStoredDoNotLiftTheRequirement) {
   mac.preferences.canStore = false;
   toggleTo(outlets::State::on);
-  EXPECT_THAT(mac.recorder.lines().back(),
-              testing::EndsWith("It could not be written. The disk may be full."));
+  EXPECT_EQ(mac.preferences.value("requireAdminPassword"), foundation::PropertyList(1));
+  EXPECT_EQ(passwordItem.current, outlets::State::on);
+  EXPECT_THAT(mac.recorder.only({"alert"}), testing::IsEmpty());
+}
+
+TEST_F(ToggleTest, WhatOthersHaveRequiredMeanwhileStandsWhereNothingCanBeStored) {
+  mac.preferences.values = foundation::PropertyList::Dictionary{{"requireAdminPassword", 1}};
+  mac.preferences.refusal = foundation::systemError(EACCES, kRequirementFile);
+  toggleTo(outlets::State::on);  // shown as off until now
+  EXPECT_EQ(mac.preferences.value("requireAdminPassword"), foundation::PropertyList(1));
+  EXPECT_EQ(passwordItem.current, outlets::State::on);
+  EXPECT_EQ(mac.recorder.only({"store", "switch"}),
+            Lines{"store preference of any user on this host requireAdminPassword = 1"});
+}
+
+TEST_F(ToggleTest, ThePanelTellsTheCauseThatStoringGave) {
+  const auto told = [this](const foundation::Error& error) {
+    mac.preferences.refusal = error;
+    toggleTo(outlets::State::on);
+    const std::string panel = mac.recorder.lines().back();
+    return panel.substr(panel.rfind('\n') + 1);
+  };
+  const auto toldFor = [&](int code) { return told(foundation::systemError(code, kRequirementFile)); };
+  EXPECT_EQ(toldFor(EPERM), toldFor(EACCES));
+  EXPECT_EQ(toldFor(EROFS), "Its volume is read-only.");
+  EXPECT_EQ(toldFor(ENOSPC), "The disk is full.");
+  EXPECT_EQ(toldFor(EDQUOT), "The disk is full.");
+  EXPECT_EQ(toldFor(EISDIR), "There is a folder in the place of the file. Move it away.");
+  EXPECT_EQ(toldFor(ENOTDIR), "There is something else in the place of the file's folder. Move it away.");
+  EXPECT_EQ(told(foundation::errorWithReason(EIO, "/a", "broken")), "/a: broken");
 }
 
 TEST_F(ToggleTest, AStateThatIsStoredIsNotLogged) {
@@ -288,28 +313,12 @@ TEST_F(MenuTest, LogsAreGatheredUnderTheApplicationsName) {
                   "alert Logs gathered successfully: The gathered logs were placed on your desktop."}));
 }
 
-TEST_F(MenuTest, AMissingDesktopIsToldWhereTheArchiveCouldNotBeWritten) {
+TEST_F(MenuTest, WhereNoArchiveCanBeWrittenOneAlertSaysSo) {
   startWithGUI();
   mac.files.makeFile("/Library/Logs/Vordenworks/Quillmend.1.log", "a log");
   mac.subprocesses.executables.insert("/usr/bin/ditto");
   controller->gatherLogs();
-  EXPECT_EQ(
-      mac.recorder.only({"alert"}),
-      (Lines{
-          "alert Logs could not be gathered: Please check your file permissions.",
-          "alert There is no desktop folder: The gathered logs are to be placed in this folder, which does "
-          "not exist:\n/Users/alice/Desktop\n\nMake it, and gather the logs again. The logs themselves "
-          "are as they were."}));
-  EXPECT_EQ(windowLog(), Lines{"Unable to gather logs: there is no desktop folder /Users/alice/Desktop"});
-  EXPECT_TRUE(mac.files.exists("/Library/Logs/Vordenworks/Quillmend.1.log"));
-}
-
-TEST_F(MenuTest, ADesktopThatIsThereIsNotToldOfWhateverWentWrong) {
-  startWithGUI();
-  mac.files.makeFolder("/Users/alice/Desktop");
-  mac.files.makeFile("/Library/Logs/Vordenworks/Quillmend.1.log");
-  mac.subprocesses.executables.insert("/usr/bin/ditto");
-  controller->gatherLogs();
   EXPECT_EQ(mac.recorder.only({"alert"}),
             Lines{"alert Logs could not be gathered: Please check your file permissions."});
+  EXPECT_TRUE(mac.files.exists("/Library/Logs/Vordenworks/Quillmend.1.log"));
 }

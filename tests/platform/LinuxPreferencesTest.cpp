@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cerrno>
 #include <filesystem>
 
 #include "platform/fakes/FakePlatform.h"
@@ -70,28 +71,62 @@ TEST_F(LinuxPreferencesTest, ValueThatIsSetIsSeenAtOnceAndStoredBySynchronizing)
   EXPECT_TRUE(bytes(kUsers).starts_with("bplist00"));
 }
 
-TEST_F(LinuxPreferencesTest, ValueForAnyUserIsStoredInTheLocalLibrary) {
-  preferences.setValueForAnyUserOnCurrentHost("requireAdminPassword", 1);
+TEST_F(LinuxPreferencesTest, ValueForAnyUserIsStoredInTheLocalLibraryAtOnce) {
+  store(kEverybodys, {{"theirs", 1}});
+  EXPECT_TRUE(preferences.storeForAnyUserOnCurrentHost("requireAdminPassword", 1));
   EXPECT_EQ(preferences.value("requireAdminPassword"), PropertyList(1));
-  EXPECT_FALSE(fake.files.exists(kEverybodys));
-  EXPECT_TRUE(preferences.synchronize());
-  EXPECT_EQ(*readDictionary(kEverybodys).value().find("requireAdminPassword"), PropertyList(1));
+  EXPECT_EQ(readDictionary(kEverybodys).value(),
+            PropertyList(Dictionary{{"theirs", 1}, {"requireAdminPassword", 1}}));
   EXPECT_FALSE(fake.files.exists(kUsers));
 }
 
-TEST_F(LinuxPreferencesTest, ValueForAnyUserIsStoredOnceThereIsTheRightTo) {
-  bool isAllowed = false;
-  fake.files.beforeChange = [&](const std::string&, const std::string& path) {
-    const bool isRefused = !isAllowed && path.starts_with("/Library");
-    return isRefused ? std::optional(foundation::systemError(EACCES, path)) : std::nullopt;
-  };
-  preferences.setValueForAnyUserOnCurrentHost("key", 1);
+TEST_F(LinuxPreferencesTest, ValueForAnyUserIsStoredWhereTheUsersOwnCannotBe) {
+  fake.files.makeFolder(kUsers);
+  preferences.setValue("key", 1);
+  EXPECT_TRUE(preferences.storeForAnyUserOnCurrentHost("key", 2));
   EXPECT_FALSE(preferences.synchronize());
-  EXPECT_EQ(preferences.value("key"), PropertyList(1));
-  EXPECT_EQ(LinuxPreferences().value("key"), std::nullopt);
-  isAllowed = true;
+  EXPECT_EQ(*readDictionary(kEverybodys).value().find("key"), PropertyList(2));
+}
+
+TEST_F(LinuxPreferencesTest, ValueForAnyUserThatCouldNotBeStoredIsForgotten) {
+  store(kEverybodys, {{"requireAdminPassword", 0}});
+  fake.files.beforeChange = [](const std::string&, const std::string& path) {
+    return path == kEverybodys ? std::optional(foundation::systemError(EACCES, path)) : std::nullopt;
+  };
+  const auto stored = preferences.storeForAnyUserOnCurrentHost("requireAdminPassword", 0);
+  ASSERT_FALSE(stored);
+  EXPECT_EQ(stored.error().code, EACCES);
+  fake.files.beforeChange = nullptr;
+  store(kEverybodys, {{"requireAdminPassword", 1}});  // by somebody else
+  EXPECT_EQ(preferences.value("requireAdminPassword"), PropertyList(1));
+  preferences.setValue("shouldTrash", 1);
   EXPECT_TRUE(preferences.synchronize());
-  EXPECT_EQ(LinuxPreferences().value("key"), PropertyList(1));
+  EXPECT_TRUE(preferences.storeForAnyUserOnCurrentHost("other", 1));
+  EXPECT_EQ(readDictionary(kEverybodys).value(),
+            PropertyList(Dictionary{{"requireAdminPassword", 1}, {"other", 1}}));
+}
+
+TEST_F(LinuxPreferencesTest, WhyAValueForAnyUserCouldNotBeStoredIsSaid) {
+  int refusal = 0;
+  fake.files.beforeChange = [&](const std::string&, const std::string& path) {
+    return refusal == 0 ? std::nullopt : std::optional(foundation::systemError(refusal, path));
+  };
+  for (const int reason : {EACCES, EROFS, ENOSPC}) {
+    refusal = reason;
+    const auto stored = preferences.storeForAnyUserOnCurrentHost("key", 1);
+    ASSERT_FALSE(stored);
+    EXPECT_EQ(stored.error().code, reason);
+  }
+  refusal = 0;
+  fake.files.makeFolder(kEverybodys);
+  const auto onFolder = preferences.storeForAnyUserOnCurrentHost("key", 1);
+  ASSERT_FALSE(onFolder);
+  EXPECT_EQ(onFolder.error().code, EISDIR);
+  std::filesystem::remove_all(fake.files.real("/Library"));
+  fake.files.makeFile("/Library");
+  const auto belowFile = preferences.storeForAnyUserOnCurrentHost("key", 1);
+  ASSERT_FALSE(belowFile);
+  EXPECT_EQ(belowFile.error().code, ENOTDIR);
 }
 
 TEST_F(LinuxPreferencesTest, KeysOfOthersAndTheFormOfTheFileStay) {
@@ -156,14 +191,6 @@ TEST_F(LinuxPreferencesTest, ValueThatCouldNotBeStoredIsStoredAtTheNextTry) {
   fake.files.beforeChange = nullptr;
   EXPECT_TRUE(preferences.synchronize());
   EXPECT_EQ(LinuxPreferences().value("key"), PropertyList(1));
-}
-
-TEST_F(LinuxPreferencesTest, OnePlaceThatFailsDoesNotKeepTheOtherFromBeingStored) {
-  fake.files.makeFolder(kUsers);
-  preferences.setValue("key", 1);
-  preferences.setValueForAnyUserOnCurrentHost("key", 2);
-  EXPECT_FALSE(preferences.synchronize());
-  EXPECT_TRUE(fake.files.exists(kEverybodys));
 }
 
 TEST_F(LinuxPreferencesTest, ComputerWithoutANumberIsTheLocalHost) {

@@ -461,8 +461,13 @@ CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicatio
 
 void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef application,
                            CFStringRef user, CFStringRef host) {
-  state().calls.push_back("set " + textOf(application) + " " + domainOf(user, host) + " " + textOf(key) +
-                          " = " + valueOf(value).description());
+  const std::string whose = textOf(application) + " " + domainOf(user, host) + " " + textOf(key);
+  if (value == nullptr) {
+    state().calls.push_back("remove " + whose);
+    state().preferences.erase({textOf(user), textOf(host), textOf(key)});
+    return;
+  }
+  state().calls.push_back("set " + whose + " = " + valueOf(value).description());
   fakes::setPreference(textOf(user), textOf(host), textOf(key), valueOf(value));
 }
 

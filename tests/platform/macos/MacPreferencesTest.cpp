@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include "platform/fakes/FakePlatform.h"
 #include "tests/macsdk/fakes/FakeCoreFoundation.h"
 
@@ -47,26 +49,58 @@ TEST_F(MacPreferencesTest, RegisteringAgainReplacesDefaultsKeyByKey) {
   EXPECT_EQ(preferences.value("b"), PropertyList(2));
 }
 
-TEST_F(MacPreferencesTest, ValuesAreSetForTheUserAnywhereAndForEverybodyHere) {
+TEST_F(MacPreferencesTest, ValuesAreSetForTheUserAnywhere) {
   preferences.setValue("shouldTrash", 1);
-  preferences.setValueForAnyUserOnCurrentHost("requireAdminPassword", true);
   EXPECT_THAT(fakes::takeCoreFoundationCalls(),
-              ElementsAre("set com.vordenworks.Quillmend user any shouldTrash = 1",
+              ElementsAre("set com.vordenworks.Quillmend user any shouldTrash = 1"));
+}
+
+TEST_F(MacPreferencesTest, AValueForEverybodyHereIsStoredAtOnceAndAlone) {
+  EXPECT_TRUE(preferences.storeForAnyUserOnCurrentHost("requireAdminPassword", 1));
+  EXPECT_THAT(fakes::takeCoreFoundationCalls(),
+              ElementsAre("set com.vordenworks.Quillmend everybody here requireAdminPassword = 1",
+                          "synchronize com.vordenworks.Quillmend everybody here"));
+}
+
+TEST_F(MacPreferencesTest, AValueForEverybodyThatCannotBeStoredGoesBackAndIsNotTriedAgain) {
+  fakes::setPreference("everybody", "here", "requireAdminPassword", 1);
+  fakes::setSynchronizeSucceeds(false);
+  const auto stored = preferences.storeForAnyUserOnCurrentHost("requireAdminPassword", 0);
+  ASSERT_FALSE(stored);
+  EXPECT_EQ(preferences.value("requireAdminPassword"), PropertyList(1));
+  EXPECT_THAT(fakes::takeCoreFoundationCalls(),
+              ElementsAre("set com.vordenworks.Quillmend everybody here requireAdminPassword = 0",
+                          "synchronize com.vordenworks.Quillmend everybody here",
                           "set com.vordenworks.Quillmend everybody here requireAdminPassword = 1"));
+  static_cast<void>(preferences.synchronize());
+  EXPECT_THAT(fakes::takeCoreFoundationCalls(),
+              ElementsAre("synchronize com.vordenworks.Quillmend user any"));
+}
+
+TEST_F(MacPreferencesTest, WhatKeepsAValueForEverybodyFromBeingStoredIsLookedForFromOutside) {
+  fakes::setSynchronizeSucceeds(false);
+  const auto code = [this] { return preferences.storeForAnyUserOnCurrentHost("key", 1).error().code; };
+  fake.files.makeFolder("/Library/Preferences");
+  EXPECT_EQ(code(), EIO);
+  fake.files.denied = {{"/Library/Preferences", Access::write}};
+  EXPECT_EQ(code(), EACCES);
+  fake.files.makeFolder("/Library/Preferences/com.vordenworks.Quillmend.plist");
+  EXPECT_EQ(code(), EISDIR);
+  EXPECT_EQ(preferences.value("key"), std::nullopt) << "as before";
 }
 
 TEST_F(MacPreferencesTest, AValueThatCannotBeStoredRemovesNothingAndIsSaid) {
   preferences.setValue("key", PropertyList::Uid{1});
+  EXPECT_FALSE(preferences.storeForAnyUserOnCurrentHost("key", PropertyList::Uid{1}));
   EXPECT_THAT(fakes::takeCoreFoundationCalls(), ElementsAre());
   EXPECT_THAT(fake.systemConsole.messages(), ElementsAre("Preferences: the value of key cannot be stored"));
 }
 
-TEST_F(MacPreferencesTest, BothDomainsAreStoredAlsoWhenOneCannotBe) {
+TEST_F(MacPreferencesTest, SynchronizingStoresTheUsersAndSaysWhetherItCould) {
   fakes::setSynchronizeSucceeds(false);
   EXPECT_FALSE(preferences.synchronize());
   EXPECT_THAT(fakes::takeCoreFoundationCalls(),
-              ElementsAre("synchronize com.vordenworks.Quillmend user any",
-                          "synchronize com.vordenworks.Quillmend everybody here"));
+              ElementsAre("synchronize com.vordenworks.Quillmend user any"));
   fakes::setSynchronizeSucceeds(true);
   EXPECT_TRUE(preferences.synchronize());
 }

@@ -213,6 +213,45 @@ TEST_F(PasswordRequirementTest, WhereTheAccountMayNotStoreItTheTickGoesBackAndAP
   quit();
 }
 
+TEST_F(PasswordRequirementTest, WhereItCannotBeStoredAnAcceptedPasswordDoesNotLiftIt) {
+  start();
+  ASSERT_TRUE(waitForWindow());
+  toggle();
+  ASSERT_TRUE(waitUntilStored(1));
+  const std::string made = stored();
+  const std::string preferences = folder / "Library/Preferences";
+  EXPECT_EQ(::chown(preferences.c_str(), 0, 0), 0);
+  toggle();
+  ASSERT_TRUE(waitForDialog());
+  answer(kPassword);
+  ASSERT_TRUE(waitUntil([] { return windowCount("Quillmend") == 2; })) << "no panel";
+  EXPECT_EQ(stored(), made);
+  press("Return");
+  ASSERT_TRUE(waitUntil([] { return windowCount("Quillmend") == 1 && hasKeyboard("Quillmend"); }));
+  EXPECT_EQ(logged("Unable to store the preference requireAdminPassword"), 1U);
+  EXPECT_EQ(::chown(preferences.c_str(), account->id(), 100), 0);
+  toggle();  // off, as the tick went back
+  EXPECT_TRUE(waitUntilStored(0));
+  quit();
+}
+
+TEST_F(PasswordRequirementTest, ItIsMadeWhereTheAccountsOwnPreferencesCannotBeStored) {
+  static_cast<void>(folder.folder("home/Library/Preferences/com.vordenworks.Quillmend.plist"));
+  EXPECT_EQ(::chown((folder / "home/Library").c_str(), account->id(), 100), 0);
+  start();
+  ASSERT_TRUE(waitForWindow());
+  require();  // by somebody else; this window does not show it yet
+  toggle();
+  EXPECT_TRUE(staysAlone()) << "that needs nobody, and nothing went wrong";
+  EXPECT_TRUE(waitUntilStored(1));
+  toggle();
+  ASSERT_TRUE(waitForDialog()) << "on, and stays so without a password";
+  press("Escape");
+  ASSERT_TRUE(waitForWindow());
+  EXPECT_TRUE(waitUntilStored(1));
+  quit();
+}
+
 TEST_F(PasswordRequirementTest, ARefusedPasswordEndsEveryCommandWithoutAWordAndChangesNothing) {
   start();
   ASSERT_TRUE(waitForWindow());
