@@ -7,6 +7,7 @@
 #include <set>
 
 #include "diagnostics/TGException.h"
+#include "diagnostics/TGLog.h"
 #include "platform/Platform.h"
 #include "platform/foundation/Identifiers.h"
 #include "platform/foundation/Paths.h"
@@ -203,9 +204,22 @@ OptionalText archivePath(const std::string& name) {
   return foundation::deletingPathExtension(path) + stringWithFormat("_%@.zip", now);
 }
 
+/// The alert's words do for all that may be wrong; of a folder that is not there nobody would think.
+void logUnusableFolder(const OptionalText& path) {
+  if (!path) return;
+  const std::string folder = foundation::deletingLastPathComponent(*path);
+  if (!TGFileManager::fileExistsAtPath(folder)) {
+    TGLog::appendLog("Unable to write the archive of the logs: the folder %@ is missing", folder);
+  } else if (!TGFileManager::isDirectoryAtPath(folder)) {
+    TGLog::appendLog("Unable to write the archive of the logs: %@ is no folder", folder);
+  }
+}
+
 bool archive(const Collection& collection, const std::string& name, GatherSilently silent) {
-  const bool written = TGFileManager::compressFile(collection.staging(), archivePath(name));
+  const OptionalText path = archivePath(name);
+  const bool written = TGFileManager::compressFile(collection.staging(), path);
   collection.removeStaging();
+  if (!written) logUnusableFolder(path);
   if (written) {
     showAlert(silent, "Logs gathered successfully", "The gathered logs were placed on your desktop.");
   } else {

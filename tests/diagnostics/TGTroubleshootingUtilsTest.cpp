@@ -90,6 +90,15 @@ class TGTroubleshootingUtilsTest : public LogFixture {
     return TGTroubleshootingUtils::gatherLogsForAppWithName(name);
   }
 
+  /// What a gathering that fails adds to the log.
+  [[nodiscard]] std::string logOfGathering() {
+    TGLog::createNewLog("Quillmend");
+    TGLog::finishWriting();
+    EXPECT_FALSE(gather());
+    TGLog::finishWriting();
+    return entries(generation(1));
+  }
+
   Tree archived;
   mode_t modeOfStaging = 0;
   bool canPack = true;
@@ -558,6 +567,37 @@ TEST_F(TGTroubleshootingUtilsTest, WithoutADesktopThereIsNoArchive) {
   EXPECT_THAT(fake.recorder.lines(),
               ElementsAre("alert Logs could not be gathered: Please check your file permissions."));
   EXPECT_FALSE(isThere(kStaging));
+}
+
+TEST_F(TGTroubleshootingUtilsTest, AFolderThatIsMissingIsLoggedWhereTheArchiveCouldNotBeWritten) {
+  fs::remove_all(fake.files.real("/Users/alice/Desktop"));
+  canPack = false;
+  EXPECT_EQ(logOfGathering(),
+            entry("Unable to write the archive of the logs: the folder /Users/alice/Desktop is missing"));
+  EXPECT_THAT(alerts(), ElementsAre("alert Logs could not be gathered: Please check your file permissions."));
+}
+
+TEST_F(TGTroubleshootingUtilsTest, AFileInTheFoldersPlaceIsLoggedToo) {
+  fs::remove_all(fake.files.real("/Users/alice/Desktop"));
+  fake.files.makeFile("/Users/alice/Desktop");
+  canPack = false;
+  EXPECT_EQ(logOfGathering(),
+            entry("Unable to write the archive of the logs: /Users/alice/Desktop is no folder"));
+}
+
+TEST_F(TGTroubleshootingUtilsTest, AFolderThatIsThereIsNotLoggedWhateverWentWrong) {
+  canPack = false;
+  EXPECT_EQ(logOfGathering(), "");
+}
+
+TEST_F(TGTroubleshootingUtilsTest, WhereNothingIsFoundTheFolderIsNotLookedFor) {
+  fs::remove_all(fake.files.real("/Users/alice/Desktop"));
+  TGLog::createNewLog("Quillmend");
+  TGLog::finishWriting();
+  EXPECT_FALSE(gather("Tickwarden"));
+  TGLog::finishWriting();
+  EXPECT_EQ(entries(generation(1)), "");
+  EXPECT_THAT(alerts(), ElementsAre("alert No logs found: There were no logs available to gather."));
 }
 
 TEST_F(TGTroubleshootingUtilsTest, AToolThatCannotBeStartedIsNoArchive) {
