@@ -57,7 +57,6 @@ TEST(Manual, EveryMessageThatNeedsAnAnswerHasOne) {
         "Logs gathered successfully",
         "No logs found",
         "Logs could not be gathered",
-        "There is no desktop folder",
         "Unable to copy log",
         "The password requirement was not changed",
         "The password was not accepted. Try again.",
@@ -73,8 +72,7 @@ TEST(Manual, EveryMessageThatNeedsAnAnswerHasOne) {
         "is not executable",
         "Unable to quit",
         "Unable to store the preference requireAdminPassword",
-        "Unable to gather logs: there is no desktop folder",
-        "Unable to open",
+        "Unable to write the archive of the logs:",
         "Application crashed on last launch",
         "The display was lost during a command.",
         "Log truncated at 500KB"}) {
