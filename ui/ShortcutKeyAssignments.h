@@ -1,6 +1,5 @@
 #pragma once
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -8,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/Files.h"
@@ -44,7 +44,10 @@ inline constexpr std::size_t kMostValues = 4'000'000;
 struct Combination {
   std::uint16_t keyCode = 0;
   std::uint16_t modifiers = 0;
-  auto operator<=>(const Combination&) const = default;
+  bool operator==(const Combination&) const = default;
+  bool operator<(const Combination& other) const {
+    return std::pair(keyCode, modifiers) < std::pair(other.keyCode, other.modifiers);
+  }
 };
 
 /// What an entry of the file says, as far as it is understood here. Whatever has another kind than it should

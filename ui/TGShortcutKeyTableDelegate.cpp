@@ -442,6 +442,7 @@ std::string TGShortcutKeyTableDelegate::conflictInRow(std::size_t row) const {
 std::vector<std::string> TGShortcutKeyTableDelegate::namesOf(
     const std::vector<shortcutkeys::Assignment>& holders) const {
   std::vector<std::string> names;
+  names.reserve(holders.size());
   // To find a name takes a look into every application: those that are counted only need none.
   for (const auto& holder : holders) names.push_back(names.size() < kMostNames ? nameOfHolder(holder) : "");
   return names;

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 
 #include "platform/posix/UniqueDescriptor.h"
@@ -74,18 +73,19 @@ TEST(EarlierAnswer, AFileThatSomebodyReadsIsNeitherWrittenNorTrusted) {
   EXPECT_EQ(contentOf(named.get()), noteFor(kPrompt));
 }
 
-TEST(EarlierAnswer, ADeletedFileOnADiskIsNeitherWrittenNorTrusted) {
-  // Beside the program: the temporary folder may be in memory.
-  std::string path = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "deleted.XXXXXX";
-  const UniqueDescriptor deleted(::mkostemp(path.data(), O_CLOEXEC));
-  ASSERT_TRUE(deleted);
-  ASSERT_EQ(::unlink(path.c_str()), 0);
-  if (::fcntl(deleted.get(), F_GET_SEALS) >= 0) GTEST_SKIP() << "the build folder is in memory";
-  noteAnswer(deleted.get(), kPrompt);
-  EXPECT_EQ(contentOf(deleted.get()), "");
-  const std::string note = noteFor(kPrompt);
-  ASSERT_EQ(::write(deleted.get(), note.data(), note.size()), static_cast<ssize_t>(note.size()));
-  EXPECT_FALSE(wasAnswered(deleted.get(), kPrompt));
+TEST(EarlierAnswer, AFileThatHasLostItsNameIsNeitherWrittenNorTrusted) {
+  const support::TemporaryFolder folder;
+  for (const std::string& place : {folder.path(), std::string("/dev/shm")}) {
+    std::string path = place + "/deleted.XXXXXX";
+    const UniqueDescriptor deleted(::mkostemp(path.data(), O_CLOEXEC));
+    ASSERT_TRUE(deleted) << path;
+    ASSERT_EQ(::unlink(path.c_str()), 0);
+    noteAnswer(deleted.get(), kPrompt);
+    EXPECT_EQ(contentOf(deleted.get()), "") << path;
+    const std::string note = noteFor(kPrompt);
+    ASSERT_EQ(::write(deleted.get(), note.data(), note.size()), static_cast<ssize_t>(note.size()));
+    EXPECT_FALSE(wasAnswered(deleted.get(), kPrompt)) << path;
+  }
 }
 
 }  // namespace

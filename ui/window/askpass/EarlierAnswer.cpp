@@ -1,20 +1,25 @@
 #include "ui/window/askpass/EarlierAnswer.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 namespace window {
 namespace {
 
-/// Only files in memory can be sealed (fcntl(2)), or asked about it.
+/// As memfd_create(2) says where such a file can be seen. A file that has lost its name leads nowhere of the
+/// kind.
 bool isNamelessMemory(int descriptor) {
   struct stat status {};
-  return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 0 &&
-         ::fcntl(descriptor, F_GET_SEALS) >= 0;
+  if (::fstat(descriptor, &status) != 0 || status.st_nlink != 0) return false;
+  std::error_code failed;
+  const auto shown =
+      std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), failed).string();
+  return !failed && shown.starts_with("/memfd:");
 }
 
 /// FNV-1a. Whoever reads sudo's messages looks for words in them, and a prompt may have any.
