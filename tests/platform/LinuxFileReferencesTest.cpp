@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "tests/support/AsUser.h"
 #include "tests/support/SmallVolume.h"
@@ -64,6 +66,7 @@ TEST_F(LinuxFileReferencesTest, AnItemThatIsGoneIsNotFoundAndNotMistakenForItsSu
   const FSRef reference = referenceTo(folder.file("file", "old"));
   fs::remove(folder / "file");
   EXPECT_EQ(references.path(reference).error().code, ENOENT);
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));  // file systems tell times no finer than this
   for (int attempt = 0; attempt < 50; ++attempt) {
     folder.file("file", "new");  // sooner or later it gets the old inode
     EXPECT_FALSE(references.path(reference));
