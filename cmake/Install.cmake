@@ -15,7 +15,7 @@ install(CODE [[
   file(CREATE_LINK ../lib/Quillmend.app/Contents/MacOS/Quillmend "${LINK}" SYMBOLIC)
 ]])
 # A launcher looks for the program on a PATH of its own, on which few prefixes are: the entry names the whole path.
-# Quoted as the Desktop Entry Specification has it: within the quotation marks of Exec, then as a text of the file.
+# Quoted twice: within the quotation marks of Exec, then as a text of the file.
 install(CODE [[
   set(ENTRY "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/share/applications/com.vordenworks.Quillmend.desktop")
   get_filename_component(PROGRAM "${CMAKE_INSTALL_PREFIX}/bin/Quillmend" ABSOLUTE)

@@ -96,10 +96,10 @@ void AttackedComputer::makeSystem() const {
 }
 
 void AttackedComputer::makeOutside() const {
-  for (const char* place : {"/outside/alice/work/tree", "/outside/alice/.Trash", "/outside/trash"}) {
+  for (const char* place : {"/outside/alice/jobs/tree", "/outside/alice/.Trash", "/outside/trash"}) {
     std::filesystem::create_directories(path(place));
   }
-  fill("/outside/alice/work/tree", 0);
+  fill("/outside/alice/jobs/tree", 0);
   makeFile("/outside/secret", 0600);
   own("/outside/secret", 0);
 }
@@ -140,11 +140,11 @@ void AttackedComputer::restore() const {
   ::rmdir(path("/.Trashes").c_str());
   own("/Users/alice");
   ::chmod(path("/Users/alice").c_str(), 0755);
-  for (const char* folder : {"/work", "/work/tree", "/disk", "/media", "/media/tree"}) {
+  for (const char* folder : {"/jobs", "/jobs/tree", "/disk", "/media", "/media/tree"}) {
     makeFolder(std::string("/Users/alice") + folder);
   }
   makeFolder("/Users/alice/.Trash", 0700);
-  for (const char* place : {"/work/tree", "/disk", "/media/tree"})
+  for (const char* place : {"/jobs/tree", "/disk", "/media/tree"})
     fill(std::string("/Users/alice") + place, kAlice);
   makeFile("/Users/alice/media/.Trashes");
 }
@@ -179,7 +179,7 @@ Finished AttackedComputer::run(const std::vector<std::string>& command, const On
 
 const std::vector<Form>& allForms() {
   static const std::vector<Form> forms = [] {
-    const std::string tree = "/Users/alice/work/tree";
+    const std::string tree = "/Users/alice/jobs/tree";
     const std::string disk = "/Users/alice/disk";
     const std::string media = "/Users/alice/media/tree";
     return std::vector<Form>{

@@ -17,7 +17,7 @@ namespace hardening {
 /// with this computer's /usr and /proc, root, and a user alice, who does what she can to turn root's work
 /// elsewhere.
 ///
-///   /Users/alice/work/tree      file, sub/inner, sub/second: what a tool is told to work on
+///   /Users/alice/jobs/tree      file, sub/inner, sub/second: what a tool is told to work on
 ///   /Users/alice/disk           the same again, at the top of a volume of its own
 ///   /Users/alice/media/tree     the same, on a volume that can have no trash: /Users/alice/media/.Trashes is
 ///   a file /outside                    root's, and nobody's business: the same names, so that every way

@@ -39,7 +39,7 @@ struct Pair {
 
 /// What alice can exchange: everything below her home. In her trash, what comes newly.
 std::vector<Pair> pairsOf(const Form& form) {
-  const std::string outside = "/outside/alice/work/tree";
+  const std::string outside = "/outside/alice/jobs/tree";
   const fs::path tree = form.tree;
   const bool isVolume = tree == "/Users/alice/disk";
   std::vector<Pair> pairs = {{tree, "sub", outside + "/sub"},
@@ -49,8 +49,8 @@ std::vector<Pair> pairsOf(const Form& form) {
   if (!isVolume) pairs.push_back({tree.parent_path(), tree.filename(), outside});
   if (!isVolume) pairs.push_back({tree.parent_path(), "." + tree.filename().string() + ".emptying", outside});
   if (isVolume) pairs.push_back({tree, ".Trashes", "/outside/trash"});
-  if (tree == "/Users/alice/work/tree") {
-    pairs.push_back({"/Users/alice", "work", "/outside/alice/work"});
+  if (tree == "/Users/alice/jobs/tree") {
+    pairs.push_back({"/Users/alice", "jobs", "/outside/alice/jobs"});
     pairs.push_back({tree / "sub", "second", "secret"});  // of the same volume alone
   }
   return pairs;
@@ -136,7 +136,7 @@ class Attacker {
       const std::string name = entry->d_name;
       if (name.starts_with("planted") || name == "." || name == "..") continue;
       const std::string link = "planted" + std::to_string(++planted_);
-      if (::symlinkat("/outside/alice/work/tree", trash, link.c_str()) == 0) exchange(trash, name, link);
+      if (::symlinkat("/outside/alice/jobs/tree", trash, link.c_str()) == 0) exchange(trash, name, link);
     }
     ::closedir(stream);
   }

@@ -108,7 +108,7 @@ class ArgumentsTest : public ::testing::Test {
 
 TEST_F(ArgumentsTest, ThatAreEmptyMissingOrTooManyTouchNothing) {
   const AttackedComputer computer;
-  const std::string tree = "/Users/alice/work/tree";
+  const std::string tree = "/Users/alice/jobs/tree";
   const std::string endless(100'000, '7');
   const std::vector<Arguments> wrong = {{},
                                         {""},

@@ -22,7 +22,7 @@ struct Target {
 };
 
 std::vector<Target> targetsOf(const Form& form) {
-  const std::string outside = "/outside/alice/work/tree";
+  const std::string outside = "/outside/alice/jobs/tree";
   const fs::path tree = form.tree;
   std::vector<Target> targets = {{"/Users", "alice", "/outside/alice"},
                                  {tree, "sub", outside + "/sub"},
@@ -30,7 +30,7 @@ std::vector<Target> targetsOf(const Form& form) {
                                  {tree / "sub", "inner", outside + "/sub/inner"}};
   const bool isVolume = tree == "/Users/alice/disk";
   if (!isVolume) targets.push_back({tree.parent_path(), tree.filename(), outside});
-  if (tree == "/Users/alice/work/tree") targets.push_back({"/Users/alice", "work", "/outside/alice/work"});
+  if (tree == "/Users/alice/jobs/tree") targets.push_back({"/Users/alice", "jobs", "/outside/alice/jobs"});
   if (!form.name.starts_with("Trash")) return targets;
   const std::string trash = isVolume ? tree / ".Trashes" / "4201" : fs::path("/Users/alice/.Trash");
   targets.push_back({fs::path(trash).parent_path(), fs::path(trash).filename(), "/outside/trash"});
