@@ -13,7 +13,7 @@
 
 #include "bench/Ground.h"
 #include "bench/Ratio.h"
-#include "platform/linux/TreeCopy.h"
+#include "platform/posix/TreeCopy.h"
 
 namespace {
 

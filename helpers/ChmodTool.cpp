@@ -7,7 +7,7 @@
 #include <cerrno>
 
 #include "helpers/ToolPath.h"
-#include "platform/linux/FileMetadata.h"
+#include "platform/posix/FileMetadata.h"
 
 namespace helpers {
 namespace {
@@ -47,8 +47,8 @@ void ChmodTool::changeOne(const PathEntry& entry, const FileMode& mode) {
   const mode_t permissions = mode.appliedTo(status.permissions(), status.isFolder());
   if (permissions == status.permissions()) return;
   LinkedFiles linked(report_);
-  const TreeVisit visit{entry.self().descriptor.get(), status, entry.name(), entry.folder().status,
-                        entry.path};
+  const TreeVisit visit{entry.self().descriptor.get(),   status,    entry.name(), entry.folder().status,
+                        entry.folder().descriptor.get(), entry.path};
   if (!linked.keeps(visit)) return change(visit.descriptor, visit.path, permissions);
   linked.finish([&](int descriptor, const std::string& path) { change(descriptor, path, permissions); });
 }

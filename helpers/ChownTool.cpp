@@ -1,11 +1,9 @@
 #include "helpers/ChownTool.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
-
 #include "helpers/ToolPath.h"
+#include "platform/posix/HeldEntries.h"
 
 namespace helpers {
 namespace {
@@ -45,10 +43,9 @@ void ChownTool::changeTree(const PathEntry& top, const Ownership& ownership) {
 
 void ChownTool::change(int descriptor, const std::string& path, const Ownership& ownership) {
   constexpr auto kLeave = static_cast<uid_t>(-1);
-  if (fchownat(descriptor, "", ownership.owner.value_or(kLeave), ownership.group.value_or(kLeave),
-               AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW) != 0) {
-    report_.failure(foundation::systemError(errno, path));
-  }
+  const int reason =
+      platform::setOwner(descriptor, ownership.owner.value_or(kLeave), ownership.group.value_or(kLeave));
+  if (reason != 0) report_.failure(foundation::systemError(reason, path));
 }
 
 }  // namespace helpers

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "helpers/TreeWalk.h"
-#include "platform/linux/OwnerName.h"
+#include "platform/posix/OwnerName.h"
 
 namespace helpers {
 

@@ -66,7 +66,8 @@ std::optional<FileMode> FileMode::parseOctal(std::string_view text) {
   for (const char digit : text) bits = bits * 8 + static_cast<mode_t>(digit - '0');
   if (bits > kAllBits) return std::nullopt;
   FileMode mode;
-  mode.changes_.push_back({'=', kAllBits, bits, (bits & kSetIds) | (kAllBits & ~kSetIds), false, Copy::none});
+  mode.changes_.push_back({'=', kAllBits, bits, static_cast<mode_t>((bits & kSetIds) | (kAllBits & ~kSetIds)),
+                           false, Copy::none});
   return mode;
 }
 
@@ -108,11 +109,11 @@ bool FileMode::parsePermissions(std::string_view& clause, Change& change) {
 mode_t FileMode::requestedBits(const Change& change, mode_t current, bool isFolder) {
   if (change.copy == Copy::none) {
     const bool execute = change.conditionalExecute && (isFolder || (current & kAnyExecute) != 0);
-    return change.bits | (execute ? kAnyExecute : 0);
+    return execute ? change.bits | kAnyExecute : change.bits;
   }
   const unsigned shift = change.copy == Copy::user ? 6 : change.copy == Copy::group ? 3 : 0;
   const mode_t copied = (current >> shift) & 7U;
-  return (copied << 6U) | (copied << 3U) | copied;
+  return static_cast<mode_t>((copied << 6U) | (copied << 3U) | copied);
 }
 
 mode_t FileMode::applyChange(const Change& change, mode_t current, bool isFolder) {

@@ -2,7 +2,6 @@
 
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include <cstdlib>
 #include <initializer_list>
 
+#include "platform/posix/InheritedState.h"
 #include "platform/posix/StandardStreams.h"
 
 namespace helpers {
@@ -44,7 +44,7 @@ void resetSignals() {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-void setLimit(__rlimit_resource_t what, rlim_t least) {
+void setLimit(auto what, rlim_t least) {
   rlimit limit{};
   if (getrlimit(what, &limit) != 0) return;
   const rlimit wanted{std::max(limit.rlim_cur, least), std::max(limit.rlim_max, least)};
@@ -62,8 +62,8 @@ void liftLimits() {
 
 void prepareHelperProcess() {
   if (!platform::openStandardStreams()) _exit(kOsError);
-  syscall(SYS_close_range, 3U, ~0U, 0U);
-  clearenv();
+  platform::closeDescriptorsFrom(3);
+  platform::forgetEnvironment();
   umask(0);
   if (chdir("/") != 0) _exit(kOsError);
   resetSignals();

@@ -37,13 +37,6 @@ std::set<pid_t> ourLine(const ProcessTable& table) {
   return line;
 }
 
-bool isSameFolder(const std::string& one, const std::string& other) {
-  struct stat first {};
-  struct stat second {};
-  return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 &&
-         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
-
 /// In slices, so that a request to stop is heard.
 bool waitForExit(const ProcessHandle& process, Deadline deadline) {
   while (true) {
@@ -137,8 +130,7 @@ bool KillTool::isSeenByUs(const ProcessInfo& process) const {
       file.st_dev == process.executableDevice && file.st_ino == process.executableInode) {
     return true;
   }
-  return process.executableDeleted &&
-         isSameFolder(table_.procFolder() + "/" + std::to_string(process.pid) + "/root", "/");
+  return process.executableDeleted && table_.hasOurRoot(process.pid);
 }
 
 void KillTool::stopTargets(const std::vector<Target>& targets, int slowness) {

@@ -10,7 +10,7 @@
 
 #include "helpers/QmasterPrograms.h"
 #include "helpers/Report.h"
-#include "platform/linux/ProcessTable.h"
+#include "platform/posix/ProcessTable.h"
 
 namespace helpers {
 
@@ -23,11 +23,11 @@ namespace helpers {
 /// with a quarter of the time and only for what descends from an earlier target, or runs since before this
 /// process. A daemon that the system or a repair has started meanwhile is meant to stay.
 ///
-/// Each process is held by a pidfd from the moment it is recognised. A process counts only if the file that
-/// it runs is the one that we see at that path too, so that a program of that path in another root folder is
-/// not ours; where the file has been replaced or removed, our root folder must be that process's. Never
-/// touched: this process and those that it descends from, process 1, and kernel threads. Ended processes that
-/// nobody has waited for are passed over.
+/// Each process is held (ProcessTable.h) from the moment it is recognised. A process counts only if the file
+/// that it runs is the one that we see at that path too, so that a program of that path in another root
+/// folder is not ours; where the file has been replaced or removed, our root folder must be that process's.
+/// Never touched: this process and those that it descends from, process 1, and kernel threads. Ended
+/// processes that nobody has waited for are passed over.
 class KillTool {
  public:
   struct Settings {

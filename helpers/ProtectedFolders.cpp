@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <array>
@@ -11,6 +10,7 @@
 
 #include "helpers/Report.h"
 #include "platform/foundation/Paths.h"
+#include "platform/posix/FileSystemCalls.h"
 
 namespace helpers {
 namespace {
@@ -166,10 +166,6 @@ bool isHomeFolder(std::string_view place) {
   return std::find(kHomeFolders.begin(), kHomeFolders.end(), place) != kHomeFolders.end();
 }
 
-std::uint64_t deviceOf(const struct stat& status) {
-  return (std::uint64_t{major(status.st_dev)} << 32U) | minor(status.st_dev);
-}
-
 }  // namespace
 
 ProtectedFolders::ProtectedFolders(const Surroundings& surroundings)
@@ -201,8 +197,8 @@ bool ProtectedFolders::containsPath(const std::string& path) const {
 bool ProtectedFolders::containsFile(const FileStatus& status) const {
   return std::any_of(paths_.begin(), paths_.end(), [&](const std::string& folder) {
     struct stat other {};
-    return fstatat(root_, folder.c_str() + 1, &other, AT_NO_AUTOMOUNT) == 0 && other.st_ino == status.inode &&
-           deviceOf(other) == status.device;
+    return fstatat(root_, folder.c_str() + 1, &other, platform::kWithoutMounting) == 0 &&
+           other.st_ino == status.inode && platform::deviceNumber(other.st_dev) == status.device;
   });
 }
 

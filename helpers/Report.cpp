@@ -13,6 +13,7 @@
 
 #include "helpers/SystemLog.h"
 #include "platform/foundation/Text.h"
+#include "platform/posix/HeldEntries.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace helpers {
@@ -52,8 +53,7 @@ platform::UniqueDescriptor openedWithoutBlocking(int descriptor) {
   const bool writable = (fcntl(descriptor, F_GETFL) & O_ACCMODE) != O_RDONLY;
   if (!writable || fstat(descriptor, &status) != 0) return {};
   if (!S_ISFIFO(status.st_mode) && isatty(descriptor) == 0) return {};
-  const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
-  return platform::UniqueDescriptor(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  return platform::openHeld(descriptor, O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
 }
 
 }  // namespace

@@ -7,15 +7,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <thread>
 
 #include "helpers/HelperProcess.h"
 #include "helpers/SpoolPlace.h"
 #include "helpers/ToolPath.h"
 #include "platform/foundation/Paths.h"
-#include "platform/linux/FileMetadata.h"
-#include "platform/linux/PrivateFolder.h"
+#include "platform/posix/FileMetadata.h"
+#include "platform/posix/FileSystemCalls.h"
+#include "platform/posix/PrivateFolder.h"
 
 namespace helpers {
 namespace {
@@ -44,10 +44,6 @@ UniqueDescriptor openFolderForLock(int folder, const std::string& name) {
 
 bool lock(const UniqueDescriptor& folder) {
   return flock(folder.get(), LOCK_EX | LOCK_NB) == 0;
-}
-
-bool exchangeNames(int folder, const std::string& one, const std::string& other) {
-  return renameat2(folder, one.c_str(), folder, other.c_str(), RENAME_EXCHANGE) == 0;
 }
 
 }  // namespace
@@ -166,8 +162,9 @@ SpoolFolder::Outcome SpoolFolder::exchangeWith(const PathEntry& spool, int fresh
   if (!alike) return Outcome::impossible;
   step(Step::prepared);
   const std::string name = nameWhileEmptying(spool.name());
-  if (!exchangeNames(spool.folder().descriptor.get(), name, spool.name())) {
-    return errno == ENOENT ? Outcome::again : Outcome::impossible;
+  const int reason = platform::exchangeNames(spool.folder().descriptor.get(), name, spool.name());
+  if (reason != 0) {
+    return reason == ENOENT ? Outcome::again : Outcome::impossible;
   }
   step(Step::exchanged);
   return trashExchanged(spool, trash);
@@ -193,8 +190,8 @@ SpoolFolder::Outcome SpoolFolder::trashExchanged(const PathEntry& spool, TrashCa
 void SpoolFolder::putBack(const PathEntry& spool) {
   const int parent = spool.folder().descriptor.get();
   const std::string name = nameWhileEmptying(spool.name());
-  if (!exchangeNames(parent, name, spool.name())) {
-    return report_.failure(systemError(errno, spool.folder().name + "/" + name));
+  if (const int reason = platform::exchangeNames(parent, name, spool.name()); reason != 0) {
+    return report_.failure(systemError(reason, spool.folder().name + "/" + name));
   }
   if (unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0) return;
   auto added = openEntry(parent, name, spool.path, O_DIRECTORY);

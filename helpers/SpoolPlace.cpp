@@ -1,7 +1,6 @@
 #include "helpers/SpoolPlace.h"
 
 #include <fcntl.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 
 #include "helpers/TrashCan.h"
 #include "platform/foundation/Paths.h"
+#include "platform/posix/FileSystemCalls.h"
 
 namespace helpers {
 namespace {
@@ -30,19 +30,13 @@ bool isSpoolPlace(const std::string& path) {
          holds({"Application Support", "Apple Qmaster"}) != way.end();
 }
 
-/// An access list gives accounts of its own choosing what the bits of the group say.
-bool mayHaveAccessList(const platform::UniqueDescriptor& descriptor) {
-  const std::string link = "/proc/self/fd/" + std::to_string(descriptor.get());
-  const ssize_t size = ::getxattr(link.c_str(), "system.posix_acl_access", nullptr, 0);
-  return size >= 0 || (errno != ENODATA && errno != EOPNOTSUPP);
-}
-
 bool onlyAdministratorsCanWrite(const PathLevel& level, const std::optional<gid_t>& administrators) {
   const FileStatus& status = level.status;
   if (!isTrustedOwner(status.owner) || (status.mode & S_IWOTH) != 0) return false;
   if ((status.mode & S_IWGRP) == 0) return true;
   const bool isTheirs = status.group == 0 || status.group == administrators;
-  return isTheirs && !mayHaveAccessList(level.descriptor);
+  // An access list gives accounts of its own choosing what the bits of the group say.
+  return isTheirs && !platform::mayHaveAccessList(level.descriptor.get());
 }
 
 /// What a file holds that the computer's administrators alone can have written; nothing where anybody else

@@ -2,13 +2,14 @@
 
 #include <fcntl.h>
 
-#include "platform/linux/OwnerName.h"
+#include "platform/posix/HeldEntries.h"
+#include "platform/posix/OwnerName.h"
 
 namespace helpers {
 
 Surroundings thisComputer(const std::function<std::optional<std::string>()>& consoleUser) {
   Surroundings surroundings;
-  surroundings.root.reset(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  surroundings.root = platform::holdFolder(AT_FDCWD, "/");
   surroundings.accounts = platform::allAccounts();
   const auto administrators = platform::ownershipNamed(":admin");
   if (administrators) surroundings.administrators = administrators->group;

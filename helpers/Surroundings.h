@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "platform/foundation/Date.h"
-#include "platform/linux/PathEntry.h"
 #include "platform/posix/Accounts.h"
+#include "platform/posix/PathEntry.h"
 
 namespace helpers {
 

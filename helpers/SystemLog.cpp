@@ -1,5 +1,6 @@
 #include "helpers/SystemLog.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -21,8 +22,9 @@ platform::UniqueDescriptor connectTo(const std::string& path) {
   address.sun_family = AF_UNIX;
   if (path.empty() || path.size() >= sizeof(address.sun_path)) return {};
   path.copy(address.sun_path, path.size());
-  platform::UniqueDescriptor log(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!log) return {};
+  platform::UniqueDescriptor log(socket(AF_UNIX, SOCK_DGRAM, 0));
+  if (!log || fcntl(log.get(), F_SETFD, FD_CLOEXEC) != 0 || fcntl(log.get(), F_SETFL, O_NONBLOCK) != 0)
+    return {};
   if (connect(log.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) return {};
   return log;
 }
@@ -45,7 +47,7 @@ void writeToSystemLog(const std::string& socket, LogLevel level, std::string_vie
   std::string text = "<" + std::to_string(kFacility | static_cast<int>(level)) + ">" + stamp() + " ";
   text.append(tool).append("[" + std::to_string(getpid()) + "]: ").append(line);
   text.resize(std::min(text.size(), kLongestLogLine));
-  send(log.get(), text.data(), text.size(), MSG_NOSIGNAL);
+  send(log.get(), text.data(), text.size(), 0);
 }
 
 }  // namespace helpers

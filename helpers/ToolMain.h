@@ -7,6 +7,7 @@
 
 #include "helpers/HelperProcess.h"
 #include "helpers/Report.h"
+#include "platform/posix/SystemLogSocket.h"
 
 namespace helpers {
 
@@ -15,7 +16,7 @@ namespace helpers {
 template <typename Run>
 int toolMain(int count, char** values, const char* name, const Run& run) {
   prepareHelperProcess();
-  Report report(name, STDERR_FILENO, Report::kPatience, "/dev/log");
+  Report report(name, STDERR_FILENO, Report::kPatience, platform::kSystemLogSocket);
   try {
     const std::vector<std::string> arguments(values + (count > 0 ? 1 : 0), values + count);
     return static_cast<int>(run(arguments, report));

@@ -8,8 +8,8 @@
 #include <cerrno>
 
 #include "helpers/HelperProcess.h"
-#include "platform/linux/FileRights.h"
-#include "platform/linux/PrivateFolder.h"
+#include "platform/posix/FileRights.h"
+#include "platform/posix/PrivateFolder.h"
 
 namespace helpers {
 namespace {

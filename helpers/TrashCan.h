@@ -6,8 +6,8 @@
 #include "helpers/Report.h"
 #include "helpers/Surroundings.h"
 #include "helpers/TrashName.h"
-#include "platform/linux/ExclusiveRename.h"
-#include "platform/linux/TreeCopy.h"
+#include "platform/posix/ExclusiveRename.h"
+#include "platform/posix/TreeCopy.h"
 
 namespace helpers {
 

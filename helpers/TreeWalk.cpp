@@ -38,7 +38,7 @@ TreeWalk::TreeWalk(Report& report, Selector selector, Visitor visitor)
 void TreeWalk::walk(const PathEntry& top) {
   path_ = top.path;
   const PathLevel& self = top.self();
-  visit(top.folder().status, self.descriptor.get(), self.status, self.name);
+  visit(top.folder().status, top.folder().descriptor.get(), self.descriptor.get(), self.status, self.name);
   if (!self.status.isFolder()) return;
   auto again = openEntry(self.descriptor.get(), ".", top.path, O_DIRECTORY);
   if (!again) return report_.failure(again.error());
@@ -53,10 +53,10 @@ void TreeWalk::walk(const PathEntry& top) {
   if (stopRequested()) report_.failure(top.path, "not finished: asked to stop");
 }
 
-void TreeWalk::visit(const FileStatus& folder, int descriptor, const FileStatus& status,
+void TreeWalk::visit(const FileStatus& folder, int folderDescriptor, int descriptor, const FileStatus& status,
                      const std::string& name) {
   const std::string path = levels_.empty() ? path_ : pathOf(name);
-  visitor_(TreeVisit{descriptor, status, name, folder, path});
+  visitor_(TreeVisit{descriptor, status, name, folder, folderDescriptor, path});
 }
 
 void TreeWalk::visitNextEntry() {
@@ -84,7 +84,7 @@ void TreeWalk::open(const std::string& name) {
   if (!status.value().isSameVolume(level.status)) {
     return report_.failure(path, "on another volume, left as it is");
   }
-  visit(level.status, opened.value().get(), status.value(), name);
+  visit(level.status, level.descriptor.get(), opened.value().get(), status.value(), name);
   if (status.value().isFolder()) enter(name, std::move(opened).value(), status.value());
 }
 
@@ -130,7 +130,7 @@ bool LinkedFiles::keeps(const TreeVisit& visit) {
     add(visit);
     return true;
   }
-  if (platform::hasKeptItsName(visit.descriptor)) return false;
+  if (platform::hasKeptItsName(visit.descriptor, visit.folderDescriptor, visit.name)) return false;
   report_.failure(visit.path, "removed or exchanged while it was looked at, left as it is");
   return true;
 }

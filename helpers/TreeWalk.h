@@ -13,10 +13,11 @@ namespace helpers {
 
 /// One entry of a tree while it is being visited. The references are good only during the visit.
 struct TreeVisit {
-  int descriptor = -1;  ///< O_PATH, on the entry itself, also where it is a symbolic link
+  int descriptor = -1;  ///< holds the entry itself (HeldEntries.h), also where it is a symbolic link
   const FileStatus& status;
   const std::string& name;
-  const FileStatus& folder;  ///< the folder that the entry was found in
+  const FileStatus& folder;   ///< the folder that the entry was found in
+  int folderDescriptor = -1;  ///< holds it
   std::string path;
 };
 
@@ -49,7 +50,8 @@ class TreeWalk {
     platform::NameList names = {};
   };
 
-  void visit(const FileStatus& folder, int descriptor, const FileStatus& status, const std::string& name);
+  void visit(const FileStatus& folder, int folderDescriptor, int descriptor, const FileStatus& status,
+             const std::string& name);
   void visitNextEntry();
   void open(const std::string& name);
   void enter(const std::string& name, platform::UniqueDescriptor descriptor, const FileStatus& status);

@@ -1,6 +1,6 @@
 #include "helpers/ToolMain.h"
 #include "helpers/TrashTool.h"
-#include "platform/linux/ConsoleUser.h"
+#include "platform/posix/ConsoleUserName.h"
 
 int main(int argc, char** argv) {
   return helpers::toolMain(argc, argv, "trashtool", [](const auto& arguments, helpers::Report& report) {

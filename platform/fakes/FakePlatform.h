@@ -16,10 +16,10 @@
 #include "platform/Platform.h"
 #include "platform/foundation/Exception.h"
 #include "platform/linux/LibplistPropertyLists.h"
-#include "platform/linux/LinuxFileLocks.h"
-#include "platform/linux/LinuxFiles.h"
-#include "platform/linux/LinuxFolderQueries.h"
-#include "platform/linux/LinuxGathering.h"
+#include "platform/posix/GuardedFileLocks.h"
+#include "platform/posix/GuardedFiles.h"
+#include "platform/posix/GuardedGathering.h"
+#include "platform/posix/PosixFolderQueries.h"
 
 /// A platform for tests: it does nothing to the system and records every call, in order, as one line of text.
 /// Services that the test steers have public fields.
@@ -203,8 +203,8 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   [[nodiscard]] std::optional<foundation::Error> refusal(const char* change, const std::string& path) const;
 
   std::string root_;
-  platform::LinuxFileQueries queries_;
-  platform::LinuxFileChanges changes_;
+  platform::GuardedFileQueries queries_;
+  platform::GuardedFileChanges changes_;
 };
 
 /// Real locks beside the files.
@@ -217,7 +217,7 @@ class FakeFileLocks : public platform::FileLocks {
 
  private:
   RootedFiles& files_;
-  platform::LinuxFileLocks locks_;
+  platform::GuardedFileLocks locks_;
 };
 
 /// Keeps locks and Finder information beside the files; records "lock PATH" and "unlock PATH" where something
@@ -259,7 +259,7 @@ class FakeFolderQueries : public platform::FolderQueries {
 
  private:
   RootedFiles& files_;
-  platform::LinuxFolderQueries queries_;
+  platform::PosixFolderQueries queries_;
 };
 
 /// References that know of every move that they are told of.
@@ -511,7 +511,7 @@ class FakeGathering : public platform::Gathering {
  private:
   RootedFiles& files_;
   platform::PosixFileQueries queries_;
-  platform::LinuxGathering gathering_{queries_};
+  platform::GuardedGathering gathering_{queries_};
 };
 
 class FakeAlerts : public platform::Alerts {

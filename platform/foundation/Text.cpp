@@ -1,6 +1,9 @@
 #include "platform/foundation/Text.h"
 
 #include <locale.h>  // NOLINT(modernize-deprecated-headers): newlocale is POSIX
+#if __has_include(<xlocale.h>)
+#include <xlocale.h>  // where a Mac has it
+#endif
 #include <wctype.h>  // NOLINT(modernize-deprecated-headers)
 
 #include <algorithm>
@@ -175,6 +178,15 @@ char asciiCapital(char letter) {
   return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
 }
 
+/// A Mac may call it by its encoding alone; null where the system has neither.
+locale_t localeOfLetters() {
+  for (const char* const name : {"C.UTF-8", "UTF-8"}) {
+    const locale_t letters = ::newlocale(LC_CTYPE_MASK, name, nullptr);
+    if (letters != nullptr) return letters;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 FormatArgument::FormatArgument(const char* text) {
@@ -239,7 +251,7 @@ std::string lowercase(std::string_view text) {
 }
 
 std::string uppercase(std::string_view text) {
-  static const locale_t letters = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  static const locale_t letters = localeOfLetters();
   constexpr char32_t kSharpS = 0xDF;
   std::string upper;
   while (!text.empty()) {

@@ -13,9 +13,9 @@
 #include "platform/foundation/Paths.h"
 #include "platform/foundation/Text.h"
 #include "platform/linux/ApplicationBundles.h"
-#include "platform/linux/GuardedFolders.h"
 #include "platform/linux/LibplistPropertyLists.h"
-#include "platform/linux/PrivateFolder.h"
+#include "platform/posix/GuardedFolders.h"
+#include "platform/posix/PrivateFolder.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {

@@ -14,9 +14,9 @@
 #include <thread>
 #include <utility>
 
-#include "platform/linux/BlockedSignals.h"
 #include "platform/linux/ProcessDescriptor.h"
 #include "platform/linux/SpawnedProgram.h"
+#include "platform/posix/BlockedSignals.h"
 
 namespace platform {
 

@@ -10,7 +10,7 @@
 #include <system_error>
 #include <thread>
 
-#include "platform/linux/BlockedSignals.h"
+#include "platform/posix/BlockedSignals.h"
 
 namespace platform {
 namespace {

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/posix/ConsoleUserName.h"
+
 namespace platform {
 
 /// What the login manager says about the computer's own seat.
@@ -33,12 +35,9 @@ class LogindSeat : public LoginSeat {
   [[nodiscard]] SeatState state() const override;
 };
 
-/// The short name of the user who is logged in at this computer's console; nothing where nobody is. A greeter
-/// is nobody: a session of class "greeter", and the accounts that greeters run as ("gdm", "lightdm", "sddm",
+/// consoleUser() on a given seat and the first of the given utmp files that can be read. A greeter is
+/// nobody: a session of class "greeter", and the accounts that greeters run as ("gdm", "lightdm", "sddm",
 /// "loginwindow", ...). Asks the seat; where it is unavailable, the login records of utmp(5).
-[[nodiscard]] std::optional<std::string> consoleUser();
-
-/// The same on a given seat and the first of the given utmp files that can be read.
 [[nodiscard]] std::optional<std::string> consoleUser(const LoginSeat& seat,
                                                      const std::vector<std::string>& utmpFiles);
 

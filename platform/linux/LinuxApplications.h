@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "platform/Applications.h"
-#include "platform/linux/ProcessTable.h"
+#include "platform/posix/ProcessTable.h"
 
 namespace platform {
 

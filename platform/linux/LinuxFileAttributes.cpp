@@ -13,7 +13,7 @@
 #include <cerrno>
 
 #include "platform/foundation/Paths.h"
-#include "platform/linux/GuardedFolders.h"
+#include "platform/posix/GuardedFolders.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {

@@ -13,25 +13,25 @@
 #include "platform/linux/LinuxDesktopApplication.h"
 #include "platform/linux/LinuxFileAttributes.h"
 #include "platform/linux/LinuxFileBrowser.h"
-#include "platform/linux/LinuxFileLocks.h"
-#include "platform/linux/LinuxFileOperations.h"
 #include "platform/linux/LinuxFileReferences.h"
-#include "platform/linux/LinuxFiles.h"
-#include "platform/linux/LinuxFolderQueries.h"
-#include "platform/linux/LinuxGathering.h"
 #include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
 #include "platform/linux/LinuxMainThread.h"
 #include "platform/linux/LinuxPreferences.h"
 #include "platform/linux/LinuxProcessInformation.h"
 #include "platform/linux/LinuxSubprocesses.h"
-#include "platform/linux/LinuxSystemConsole.h"
 #include "platform/linux/LinuxUserInterfaceEvents.h"
 #include "platform/linux/LinuxUsersAndFolders.h"
 #include "platform/linux/LinuxWorkspace.h"
 #include "platform/linux/SpawnedProgram.h"
 #include "platform/linux/SudoAuthorization.h"
 #include "platform/linux/XkbKeyboardLayout.h"
+#include "platform/posix/GuardedFileLocks.h"
+#include "platform/posix/GuardedFiles.h"
+#include "platform/posix/GuardedGathering.h"
+#include "platform/posix/PosixFileOperations.h"
+#include "platform/posix/PosixFolderQueries.h"
+#include "platform/posix/PosixSystemConsole.h"
 #include "platform/posix/StandardStreams.h"
 
 namespace platform {
@@ -55,18 +55,18 @@ struct LinuxPlatform {
   LinuxMainThread mainThread;
   LinuxUserInterfaceEvents userInterfaceEvents{mainThread};
   LinuxUsersAndFolders usersAndFolders;
-  LinuxFileQueries fileQueries;
-  LinuxFileChanges fileChanges;
-  LinuxFileLocks fileLocks;
+  GuardedFileQueries fileQueries;
+  GuardedFileChanges fileChanges;
+  GuardedFileLocks fileLocks;
   LinuxFileAttributes fileAttributes;
-  LinuxFolderQueries folderQueries;
+  PosixFolderQueries folderQueries;
   LinuxFileReferences fileReferences;
-  LinuxFileOperations fileOperations{mainThread, clock};
+  PosixFileOperations fileOperations{mainThread, clock};
   LinuxFileBrowser fileBrowser;
   LibplistPropertyLists propertyLists;
   LinuxMainBundle mainBundle{fileQueries, propertyLists};
   LinuxProcessInformation processInformation{fileQueries, propertyLists};
-  LinuxSystemConsole systemConsole{clock, processInformation};
+  PosixSystemConsole systemConsole{clock, processInformation};
   LinuxSubprocesses subprocesses{mainThread, mainBundle};
   LinuxApplications applications;
   LinuxWorkspace workspace;
@@ -77,7 +77,7 @@ struct LinuxPlatform {
   BusDesktopNotifications desktopNotifications{busAgent};
   BusClientConnections clientConnections{busAgent};
   LinuxPreferences preferences;
-  LinuxGathering gathering{fileQueries};
+  GuardedGathering gathering{fileQueries};
   LinuxAlerts alerts;
   XkbKeyboardLayout keyboardLayout;
   LinuxInterruption interruption;

@@ -4,9 +4,9 @@
 #include <cerrno>
 
 #include "platform/foundation/Paths.h"
-#include "platform/linux/ExclusiveRename.h"
-#include "platform/linux/GuardedFolders.h"
-#include "platform/linux/TreeCopy.h"
+#include "platform/posix/ExclusiveRename.h"
+#include "platform/posix/GuardedFolders.h"
+#include "platform/posix/TreeCopy.h"
 
 namespace platform {
 namespace {

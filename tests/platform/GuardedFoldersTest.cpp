@@ -1,4 +1,4 @@
-#include "platform/linux/GuardedFolders.h"
+#include "platform/posix/GuardedFolders.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "platform/linux/PathEntry.h"
+#include "platform/posix/PathEntry.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/ChangedRoot.h"
 #include "tests/support/TemporaryFolder.h"

@@ -14,9 +14,9 @@
 #include <filesystem>
 #include <thread>
 
-#include "platform/linux/GuardedFolders.h"
 #include "platform/linux/LinuxFileAttributes.h"
-#include "platform/linux/TreeCopy.h"
+#include "platform/posix/GuardedFolders.h"
+#include "platform/posix/TreeCopy.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/ChangedRoot.h"
 #include "tests/support/TemporaryFolder.h"

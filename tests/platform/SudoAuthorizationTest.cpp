@@ -14,7 +14,7 @@
 #include <thread>
 
 #include "platform/fakes/FakePlatform.h"
-#include "platform/linux/ProcessTable.h"
+#include "platform/posix/ProcessTable.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/NoMoreThreads.h"

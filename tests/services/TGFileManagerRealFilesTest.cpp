@@ -8,13 +8,13 @@
 #include "platform/fakes/FakePlatform.h"
 #include "platform/linux/LinuxFileAttributes.h"
 #include "platform/linux/LinuxFileBrowser.h"
-#include "platform/linux/LinuxFileOperations.h"
 #include "platform/linux/LinuxFileReferences.h"
-#include "platform/linux/LinuxFiles.h"
-#include "platform/linux/LinuxFolderQueries.h"
 #include "platform/linux/LinuxMainThread.h"
 #include "platform/linux/LinuxUserInterfaceEvents.h"
 #include "platform/linux/LinuxWorkspace.h"
+#include "platform/posix/GuardedFiles.h"
+#include "platform/posix/PosixFileOperations.h"
+#include "platform/posix/PosixFolderQueries.h"
 #include "services/TGAuthorization.h"
 #include "services/TGFileManager.h"
 #include "tests/support/AsUser.h"
@@ -38,10 +38,10 @@ using ::testing::UnorderedElementsAre;
 struct RealFiles {
   platform::LinuxMainThread mainThread;
   platform::LinuxUserInterfaceEvents userInterfaceEvents{mainThread};
-  platform::LinuxFileQueries fileQueries;
-  platform::LinuxFileChanges fileChanges;
+  platform::GuardedFileQueries fileQueries;
+  platform::GuardedFileChanges fileChanges;
   platform::LinuxFileAttributes fileAttributes;
-  platform::LinuxFolderQueries folderQueries;
+  platform::PosixFolderQueries folderQueries;
   platform::LinuxFileReferences fileReferences;
   platform::LinuxFileBrowser fileBrowser;
   platform::LinuxWorkspace workspace;
@@ -83,7 +83,7 @@ class TGFileManagerRealFilesTest : public ::testing::Test {
   std::string home_ = folder_.folder("home");
   fakes::FakePlatform fakes_;
   RealFiles real_;
-  platform::LinuxFileOperations fileOperations_{real_.mainThread, fakes_.clock};
+  platform::PosixFileOperations fileOperations_{real_.mainThread, fakes_.clock};
 
  private:
   platform::Platform platform_{.clock = fakes_.clock,

@@ -1,4 +1,4 @@
-#include "platform/linux/ProcessTable.h"
+#include "platform/posix/ProcessTable.h"
 
 #include <gmock/gmock.h>
 #include <signal.h>

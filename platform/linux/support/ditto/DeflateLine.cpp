@@ -9,7 +9,7 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/linux/BlockedSignals.h"
+#include "platform/posix/BlockedSignals.h"
 
 namespace ditto {
 namespace {

@@ -13,7 +13,7 @@
 #include <optional>
 
 #include "platform/foundation/Paths.h"
-#include "platform/linux/GuardedFolders.h"
+#include "platform/posix/GuardedFolders.h"
 
 namespace ditto {
 namespace {

@@ -1,0 +1,73 @@
+#include "platform/posix/PrivateFolder.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "platform/foundation/Text.h"
+#include "platform/posix/FileSystemCalls.h"
+#include "platform/posix/PathEntry.h"
+#include "platform/posix/TreeRemoval.h"
+
+namespace platform {
+namespace {
+
+using foundation::Result;
+using foundation::systemError;
+
+constexpr mode_t kOurs = 0700;
+
+/// A name that nobody can guess and occupy beforehand; empty when the system gives no random numbers.
+std::string newName() {
+  std::array<unsigned char, 8> bytes{};
+  if (::getentropy(bytes.data(), bytes.size()) != 0) return {};
+  std::string name = ".copying-";
+  for (const unsigned char byte : bytes) name += foundation::stringWithFormat("%02x", unsigned{byte});
+  return name;
+}
+
+}  // namespace
+
+Result<void> requireFreshFolder(int folder, mode_t mode, std::string_view path) {
+  const auto status = statusOf(folder, path);
+  if (!status) return status.error();
+  const FileStatus& found = status.value();
+  // A memory card has its own modes for everything. Only what root makes is worth an exchange.
+  const bool isAsMade = (found.mode & 0777U) == mode || ::geteuid() != 0;
+  const bool isOurs = found.isFolder() && found.owner == ::geteuid() && isAsMade;
+  const auto names = namesIn(folder, path, 1);
+  if (!names) return names.error();
+  if (isOurs && names.value().empty()) return {};
+  return foundation::errorWithReason(EBUSY, path, "the folder that was made for it was exchanged");
+}
+
+Result<PrivateFolder> PrivateFolder::make(int parent, std::string_view path) {
+  UniqueDescriptor held(::fcntl(parent, F_DUPFD_CLOEXEC, 3));
+  if (!held) return systemError(errno, path);
+  std::string name = newName();
+  if (name.empty() || ::mkdirat(parent, name.c_str(), kOurs) != 0) return systemError(errno, path);
+  UniqueDescriptor made(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  const int reason = errno;
+  PrivateFolder folder(std::move(held), std::move(name), std::move(made));
+  if (!folder.folder_) return systemError(reason, path);
+  // What is made in the folder must not take over the lists of the folder around it.
+  removeAccessLists(folder.folder_.get());
+  // What is not ours is not ours to empty either.
+  if (auto fresh = requireFreshFolder(folder.folder_.get(), kOurs, path); !fresh) {
+    folder.folder_.reset();
+    return fresh.error();
+  }
+  return folder;
+}
+
+PrivateFolder::~PrivateFolder() {
+  if (!parent_) return;
+  if (folder_) static_cast<void>(removeContents(folder_.get(), name_));
+  ::unlinkat(parent_.get(), name_.c_str(), AT_REMOVEDIR);
+}
+
+}  // namespace platform

@@ -1,0 +1,133 @@
+#include "platform/posix/TreeRemoval.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/posix/FileSystemCalls.h"
+#include "platform/posix/HeldEntries.h"
+
+namespace platform {
+namespace {
+
+using foundation::Error;
+using foundation::Result;
+using foundation::systemError;
+
+constexpr std::size_t kMostOpenFolders = 128;
+
+/// Down and up without recursion, because others may have made the tree deeper than the stack, and than
+/// descriptors can be had: of the folders on the way down the lowest are held open.
+class Removal {
+ public:
+  explicit Removal(std::string path) : path_(std::move(path)) {}
+
+  /// Removes some of the entries of a folder.
+  Result<void> run(int top, std::vector<std::string> names) {
+    const auto status = statusOf(top, path_);
+    if (!status) return status.error();
+    Level level{UniqueDescriptor(::fcntl(top, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)), path_.size(),
+                status.value()};
+    if (!level.folder) return systemError(errno, path_);
+    level.names = std::move(names);
+    levels_.push_back(std::move(level));
+    while (!levels_.empty()) {
+      if (levels_.back().next < levels_.back().names.size()) {
+        removeNext();
+      } else {
+        leave();
+      }
+    }
+    return outcome_;
+  }
+
+ private:
+  struct Level {
+    UniqueDescriptor folder;
+    std::size_t pathLength = 0;
+    FileStatus status = {};
+    std::vector<std::string> names = {};
+    std::size_t next = 0;
+    Result<void> listed = {};
+  };
+
+  void note(const Error& error) {
+    if (outcome_) outcome_ = error;
+  }
+
+  void removeNext() {
+    Level& level = levels_.back();
+    const std::string& name = level.names[level.next];
+    if (!path_.empty() && !path_.ends_with('/')) path_ += '/';
+    path_ += name;
+    if (::unlinkat(level.folder.get(), name.c_str(), 0) != 0) {
+      const int reason = errno;
+      if (reason == kUnlinkedFolder && enter(level.folder.get(), name)) return;
+      // A Mac says the same to what is locked.
+      note(systemError(reason != kUnlinkedFolder || errno == ENOTDIR ? reason : errno, path_));
+    }
+    path_.resize(level.pathLength);
+    ++level.next;
+  }
+
+  /// The entry stays the next one until it has been left. On failure errno says why.
+  bool enter(int parent, const std::string& name) {
+    Level level{holdEntry(parent, name, LastLink::keep, O_DIRECTORY), path_.size()};
+    const auto status = level.folder ? statusOf(level.folder.get(), path_) : systemError(errno, path_);
+    if (!status) {
+      errno = status.error().code;
+      return false;
+    }
+    level.status = status.value();
+    auto names = namesIn(level.folder.get(), path_);
+    if (!names) level.listed = names.error();
+    if (names) level.names = std::move(names).value();
+    levels_.push_back(std::move(level));
+    if (levels_.size() > kMostOpenFolders) levels_[levels_.size() - kMostOpenFolders - 1].folder.reset();
+    return true;
+  }
+
+  void leave() {
+    const Level left = std::move(levels_.back());
+    levels_.pop_back();
+    if (levels_.empty()) return;
+    Level& level = levels_.back();
+    if (!level.folder && !goBack(left.folder.get(), level)) {
+      note(foundation::errorWithReason(EBUSY, path_, "moved while it was removed"));
+      return levels_.clear();
+    }
+    const std::string& name = level.names[level.next++];
+    if (::unlinkat(level.folder.get(), name.c_str(), AT_REMOVEDIR) != 0) {
+      note(left.listed ? systemError(errno, path_) : left.listed.error());
+    }
+    path_.resize(level.pathLength);
+  }
+
+  /// Only to the folder that was come from: somebody may have moved the one below it.
+  static bool goBack(int below, Level& level) {
+    auto parent = openEntry(below, "..", "", O_DIRECTORY);
+    const auto status = parent ? statusOf(parent.value().get(), "") : parent.error();
+    if (!status || !status.value().isSameFile(level.status)) return false;
+    level.folder = std::move(parent).value();
+    return true;
+  }
+
+  std::string path_;  ///< of the folder in hand
+  std::vector<Level> levels_;
+  Result<void> outcome_;
+};
+
+}  // namespace
+
+Result<void> removeItem(int folder, const std::string& name) {
+  return Removal("").run(folder, {name});
+}
+
+Result<void> removeContents(int folder, const std::string& path) {
+  auto names = namesIn(folder, path);
+  if (!names) return names.error();
+  return Removal(path).run(folder, std::move(names).value());
+}
+
+}  // namespace platform
