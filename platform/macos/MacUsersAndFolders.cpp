@@ -1,6 +1,5 @@
 #include "platform/macos/MacUsersAndFolders.h"
 
-#include <SystemConfiguration/SystemConfiguration.h>
 #include <sysdir.h>
 #include <unistd.h>
 
@@ -8,8 +7,8 @@
 #include <climits>
 #include <cstdlib>
 
-#include "platform/macos/CoreFoundationValues.h"
 #include "platform/posix/Accounts.h"
+#include "platform/posix/ConsoleUserName.h"
 
 namespace platform {
 namespace {
@@ -64,9 +63,7 @@ std::optional<std::string> MacUsersAndFolders::homeDirectoryForUser(const std::o
 }
 
 std::optional<std::string> MacUsersAndFolders::consoleUser() {
-  const CoreFoundationString user(SCDynamicStoreCopyConsoleUser(nullptr, nullptr, nullptr));
-  std::string name = textOf(user.get());
-  return name.empty() ? std::nullopt : std::optional(std::move(name));
+  return platform::consoleUser();
 }
 
 std::vector<std::string> MacUsersAndFolders::searchPaths(SearchPathDirectory directory,

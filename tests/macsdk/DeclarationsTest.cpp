@@ -166,6 +166,7 @@ INSTANTIATE_TEST_SUITE_P(
                       Pair{"Security/Authorization.h", {"Authorization", "AuthorizationTags"}},
                       Pair{"CoreServices/CoreServices.h",
                            {"AEDataModel", "AEInteraction", "AEMach", "AppleEvents"}},
+                      Pair{"Carbon/Carbon.h", {"Events", "TextInputSources", "UnicodeUtilities"}},
                       Pair{"SystemConfiguration/SystemConfiguration.h", {"SCDynamicStoreCopySpecific"}}));
 
 TEST(DeclarationsReaderTest, TheHeadersReaderSeesConstantsAndParameters) {

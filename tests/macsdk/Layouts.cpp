@@ -3,8 +3,11 @@
 #include <Security/Authorization.h>
 #include <dirent.h>
 #include <fcntl.h>
+#include <libproc.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/event.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <cstddef>
@@ -29,3 +32,7 @@ static_assert(sizeof(timespec) == 16 && sizeof(timeval) == 16);
 static_assert(sizeof(AuthorizationItem) == 32 && offsetof(AuthorizationItem, value) == 16);
 static_assert(sizeof(AuthorizationItemSet) == 16 && offsetof(AuthorizationItemSet, items) == 8);
 static_assert(sizeof(CFIndex) == 8 && sizeof(CFRange) == 16 && sizeof(Boolean) == 1 && sizeof(OSStatus) == 4);
+static_assert(sizeof(struct statfs) == 2168 && offsetof(struct statfs, f_fsid) == 48 &&
+              offsetof(struct statfs, f_flags) == 64);
+static_assert(sizeof(proc_bsdinfo) == 136 && offsetof(proc_bsdinfo, pbi_start_tvsec) == 120);
+static_assert(sizeof(proc_fdinfo) == 8 && sizeof(struct kevent) == 32);

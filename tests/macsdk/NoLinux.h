@@ -10,5 +10,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#undef MSG_NOSIGNAL
+#undef SOCK_CLOEXEC
+#undef SOCK_NONBLOCK
+
 #pragma GCC poison pipe2 dup3 accept4 posix_close fdatasync posix_fadvise clock_nanosleep timer_create
 #pragma GCC poison sigwaitinfo sigtimedwait execveat fexecve ppoll timespec_getres

@@ -325,6 +325,19 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex 
   return foundation::isUtf8(text) ? as<CFStringRef>(make(Text{std::move(text)})) : nullptr;
 }
 
+/// Half a surrogate pair is no text.
+CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* characters, CFIndex count) {
+  std::string text;
+  for (CFIndex at = 0; at < count; ++at) {
+    char32_t code = characters[at];
+    if (code >= 0xD800 && code < 0xDC00 && at + 1 < count) {
+      code = 0x10000 + ((code - 0xD800) << 10U) + (characters[++at] - 0xDC00U);
+    }
+    foundation::appendUtf8(text, code);
+  }
+  return as<CFStringRef>(make(Text{std::move(text)}));
+}
+
 /// In UTF-16 units.
 CFIndex CFStringGetLength(CFStringRef string) {
   return static_cast<CFIndex>(foundation::characterCount(textOf(string)));

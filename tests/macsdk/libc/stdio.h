@@ -1,4 +1,5 @@
-// The standard streams under the names that a Mac's C library gives them; the rest is musl's.
+// The standard streams under the names that a Mac's C library gives them, and renameatx_np(2); the rest is
+// musl's.
 #pragma once
 
 #include_next <stdio.h>
@@ -18,3 +19,13 @@ extern FILE* __stderrp;
 #define stdin __stdinp
 #define stdout __stdoutp
 #define stderr __stderrp
+
+#define RENAME_SWAP 0x00000002
+#define RENAME_EXCL 0x00000004
+#ifdef __cplusplus
+extern "C" {
+#endif
+int renameatx_np(int, const char*, int, const char*, unsigned int);
+#ifdef __cplusplus
+}
+#endif

@@ -10,3 +10,11 @@
 #include <time.h>
 #include <wchar.h>
 #include <wctype.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+locale_t newlocale(int, const char*, locale_t);
+#ifdef __cplusplus
+}
+#endif

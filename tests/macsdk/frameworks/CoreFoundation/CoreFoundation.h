@@ -19,6 +19,7 @@ typedef int32_t SInt32;
 typedef SInt32 OSStatus;
 typedef UInt32 FourCharCode;
 typedef FourCharCode OSType;
+typedef UInt16 UniChar;
 
 typedef long CFIndex;
 typedef unsigned long CFTypeID;
@@ -57,6 +58,7 @@ enum { kCFStringEncodingUTF8 = 0x08000100 };
 CFTypeID CFStringGetTypeID(void);
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8*, CFIndex numBytes, CFStringEncoding,
                                     Boolean isExternalRepresentation);
+CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar*, CFIndex numChars);
 CFIndex CFStringGetLength(CFStringRef);
 CFIndex CFStringGetBytes(CFStringRef, CFRange, CFStringEncoding, UInt8 lossByte,
                          Boolean isExternalRepresentation, UInt8* buffer, CFIndex maxBufLen,

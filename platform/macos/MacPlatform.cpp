@@ -1,0 +1,123 @@
+#include <csignal>
+
+#include "platform/LocalNotificationCenter.h"
+#include "platform/Platform.h"
+#include "platform/macos/MacAlerts.h"
+#include "platform/macos/MacAuthorization.h"
+#include "platform/macos/MacChildren.h"
+#include "platform/macos/MacDistributedNotifications.h"
+#include "platform/macos/MacFileAttributes.h"
+#include "platform/macos/MacFileBrowser.h"
+#include "platform/macos/MacFileReferences.h"
+#include "platform/macos/MacKeyboardLayout.h"
+#include "platform/macos/MacMainBundle.h"
+#include "platform/macos/MacPreferences.h"
+#include "platform/macos/MacProcessInformation.h"
+#include "platform/macos/MacPropertyLists.h"
+#include "platform/macos/MacUsersAndFolders.h"
+#include "platform/posix/GuardedFileLocks.h"
+#include "platform/posix/GuardedFiles.h"
+#include "platform/posix/GuardedGathering.h"
+#include "platform/posix/PosixClock.h"
+#include "platform/posix/PosixFileOperations.h"
+#include "platform/posix/PosixFolderQueries.h"
+#include "platform/posix/PosixInterruption.h"
+#include "platform/posix/PosixMainThread.h"
+#include "platform/posix/PosixSubprocesses.h"
+#include "platform/posix/PosixSystemConsole.h"
+#include "platform/posix/PosixUserInterfaceEvents.h"
+#include "platform/posix/StandardStreams.h"
+#include "platform/unimplemented/UnimplementedPlatform.h"
+
+namespace platform {
+namespace {
+
+/// What every part of the backend counts on: three standard streams, and that writing to a pipe without a
+/// reader is an error, not the end.
+struct ProcessSetUp {
+  ProcessSetUp() {
+    static_cast<void>(openStandardStreams());
+    ::signal(SIGPIPE, SIG_IGN);
+  }
+};
+
+/// What this backend does not have yet. README.md tells of the same.
+struct Unimplemented {
+  UnimplementedApplications applications;
+  UnimplementedWorkspace workspace;
+  UnimplementedDesktopNotifications desktopNotifications;
+  UnimplementedClientConnections clientConnections;
+  UnimplementedDesktopApplication desktopApplication;
+};
+
+/// The services, in the order in which they need each other. Making them opens and starts nothing; each does
+/// so when it is first asked.
+struct MacPlatform {
+  ProcessSetUp setUp;
+  PosixMainThread mainThread;
+  PosixClock clock{mainThread};
+  PosixUserInterfaceEvents userInterfaceEvents{mainThread};
+  MacUsersAndFolders usersAndFolders;
+  GuardedFileQueries fileQueries;
+  GuardedFileChanges fileChanges;
+  GuardedFileLocks fileLocks;
+  MacFileAttributes fileAttributes;
+  PosixFolderQueries folderQueries;
+  MacFileReferences fileReferences;
+  PosixFileOperations fileOperations{mainThread, clock};
+  MacFileBrowser fileBrowser;
+  MacPropertyLists propertyLists;
+  MacMainBundle mainBundle;
+  MacProcessInformation processInformation;
+  PosixSystemConsole systemConsole{clock, processInformation};
+  PosixSubprocesses subprocesses{mainThread, startMacChild};
+  MacAuthorization authorization;
+  MacDistributedNotifications distributedNotifications;
+  LocalNotificationCenter localNotifications;
+  MacPreferences preferences;
+  GuardedGathering gathering{fileQueries};
+  MacAlerts alerts;
+  MacKeyboardLayout keyboardLayout{mainThread};
+  PosixInterruption interruption;
+  Unimplemented missing;
+  Platform platform{clock,
+                    mainThread,
+                    userInterfaceEvents,
+                    usersAndFolders,
+                    fileQueries,
+                    fileChanges,
+                    fileLocks,
+                    fileAttributes,
+                    folderQueries,
+                    fileReferences,
+                    fileOperations,
+                    fileBrowser,
+                    subprocesses,
+                    missing.applications,
+                    missing.workspace,
+                    authorization,
+                    distributedNotifications,
+                    localNotifications,
+                    missing.desktopNotifications,
+                    missing.clientConnections,
+                    propertyLists,
+                    preferences,
+                    gathering,
+                    alerts,
+                    systemConsole,
+                    mainBundle,
+                    processInformation,
+                    keyboardLayout,
+                    interruption,
+                    missing.desktopApplication};
+};
+
+}  // namespace
+
+Platform& native() {
+  // Never freed: threads may still use it while the process ends.
+  static auto* const services = new MacPlatform();
+  return services->platform;
+}
+
+}  // namespace platform
