@@ -6,7 +6,8 @@ function(quillmend_bundle_program target folder)
   set_target_properties(${target} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${QUILLMEND_BUNDLE}/Contents/${folder})
   add_dependencies(bundle ${target})
-  if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+  # A Mac's system has one C++ library for all.
+  if(NOT APPLE AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
     target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
   endif()
 endfunction()

@@ -3,7 +3,7 @@
 #include "helpers/FileMode.h"
 #include "helpers/Report.h"
 #include "platform/foundation/Text.h"
-#include "platform/linux/OwnerName.h"
+#include "platform/posix/OwnerName.h"
 #include "tests/fuzz/Input.h"
 #include "tests/fuzz/Targets.h"
 
