@@ -17,12 +17,15 @@ namespace {
 
 constexpr int kGetPath = 50;  // F_GETPATH of a Mac, no command of this system
 
+/// Found also where a test has made another folder its "/".
+const int proc = ::open("/proc", O_PATH | O_DIRECTORY | O_CLOEXEC);
+
 std::string linkTo(int descriptor) {
-  return "/proc/self/fd/" + std::to_string(descriptor);
+  return "self/fd/" + std::to_string(descriptor);
 }
 
 int getPath(int descriptor, char* path) {
-  const ssize_t length = ::readlink(linkTo(descriptor).c_str(), path, PATH_MAX - 1);
+  const ssize_t length = ::readlinkat(proc, linkTo(descriptor).c_str(), path, PATH_MAX - 1);
   if (length < 0) return -1;
   path[length] = '\0';
   return 0;
@@ -55,7 +58,7 @@ int fchown(int descriptor, uid_t owner, gid_t group) {
 
 int fchmod(int descriptor, mode_t mode) {
   if (::syscall(SYS_fchmod, descriptor, mode) == 0) return 0;
-  return errno == EBADF ? ::chmod(linkTo(descriptor).c_str(), mode) : -1;
+  return errno == EBADF ? ::fchmodat(proc, linkTo(descriptor).c_str(), mode, 0) : -1;
 }
 
 int futimens(int descriptor, const timespec times[2]) {
