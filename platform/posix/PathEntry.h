@@ -142,11 +142,12 @@ enum class LastLink { keep, follow };
 /// Whether an open file that is no folder still has the name that it was opened by. FileStatus::links of one
 /// that has lost it counts its other names only: a second name of /etc/shadow that is taken away between the
 /// two calls makes that a file with one link. So a file has no name elsewhere only where its status says one
-/// link and, asked after that, this is so. `name` is the one it was opened
-/// by in the open folder `folder`. Linux: answers no for a name that ends in " (deleted)", because the kernel
-/// tells by those words (proc(5)); yes where /proc is not mounted. Elsewhere: the name leads to the file,
-/// which has one and has not changed while that was asked; no within two seconds of a change where the volume
-/// keeps whole seconds only, because it might have changed again.
+/// link and, asked after that, this is so. `name` in the open folder `folder` is what it was opened by.
+///
+/// Linux answers no for a name that ends in " (deleted)", because the kernel tells by those words (proc(5)),
+/// and yes where /proc is not mounted; it needs neither folder nor name. On a Mac the name must lead to the
+/// file, the file have one name, and nothing have changed while that was asked; it answers no within two
+/// seconds of a change where the volume keeps whole seconds only, because it might have changed again.
 [[nodiscard]] bool hasKeptItsName(int descriptor, int folder, const std::string& name);
 
 }  // namespace platform

@@ -530,7 +530,7 @@ TEST_F(OthersReachTest, SomebodyElsesFoldersAreWithinIt) {
 }
 
 /// Root in a home folder that belongs to somebody else.
-class LinuxFilesAsRootTest : public GuardedFilesTest {
+class GuardedFilesAsRootTest : public GuardedFilesTest {
  protected:
   std::string home = folder / "home";
   std::string elsewhere = folder / "elsewhere";
@@ -551,7 +551,7 @@ class LinuxFilesAsRootTest : public GuardedFilesTest {
   static int reasonOf(const foundation::Result<void>& result) { return result ? 0 : result.error().code; }
 };
 
-TEST_F(LinuxFilesAsRootTest, NothingIsMadeThroughALinkOnTheWay) {
+TEST_F(GuardedFilesAsRootTest, NothingIsMadeThroughALinkOnTheWay) {
   plantLink();
   EXPECT_EQ(reasonOf(changes.createDirectory(home + "/Library/Logs/Vordenworks")), ELOOP);
   EXPECT_EQ(reasonOf(changes.createDirectory(home + "/Library/Logs/a/b")), ELOOP);
@@ -559,7 +559,7 @@ TEST_F(LinuxFilesAsRootTest, NothingIsMadeThroughALinkOnTheWay) {
   EXPECT_THAT(namesIn(elsewhere), IsEmpty());
 }
 
-TEST_F(LinuxFilesAsRootTest, NothingIsMovedThroughALinkOnTheWay) {
+TEST_F(GuardedFilesAsRootTest, NothingIsMovedThroughALinkOnTheWay) {
   plantLink();
   std::ofstream(elsewhere + "/shadow") << "precious";
   const std::string mine = folder.file("home/mine", "mine");
@@ -569,7 +569,7 @@ TEST_F(LinuxFilesAsRootTest, NothingIsMovedThroughALinkOnTheWay) {
   EXPECT_EQ(folder.content("home/mine"), "mine");
 }
 
-TEST_F(LinuxFilesAsRootTest, NothingIsTrashedWhereATrashIsALink) {
+TEST_F(GuardedFilesAsRootTest, NothingIsTrashedWhereATrashIsALink) {
   const std::string file = folder.file("home/Library/file", "x");
   fs::create_directory_symlink(elsewhere, home + "/.Trash");
   give(home + "/.Trash");
@@ -578,7 +578,7 @@ TEST_F(LinuxFilesAsRootTest, NothingIsTrashedWhereATrashIsALink) {
   EXPECT_EQ(support::contentOf(file), "x");
 }
 
-TEST_F(LinuxFilesAsRootTest, NothingIsRemovedThroughALinkOnTheWay) {
+TEST_F(GuardedFilesAsRootTest, NothingIsRemovedThroughALinkOnTheWay) {
   plantLink();
   std::ofstream(elsewhere + "/shadow") << "precious";
   EXPECT_EQ(reasonOf(changes.remove(home + "/Library/Logs/shadow")), ELOOP);
@@ -587,7 +587,7 @@ TEST_F(LinuxFilesAsRootTest, NothingIsRemovedThroughALinkOnTheWay) {
   EXPECT_THAT(namesIn(elsewhere), ElementsAre("shadow"));
 }
 
-TEST_F(LinuxFilesAsRootTest, NothingIsWrittenThroughALinkOnTheWay) {
+TEST_F(GuardedFilesAsRootTest, NothingIsWrittenThroughALinkOnTheWay) {
   plantLink();
   std::ofstream(elsewhere + "/shadow") << "precious";
   EXPECT_EQ(reasonOf(changes.writeAtomically(home + "/Library/Logs/shadow", "x")), ELOOP);
@@ -597,14 +597,14 @@ TEST_F(LinuxFilesAsRootTest, NothingIsWrittenThroughALinkOnTheWay) {
   EXPECT_THAT(namesIn(elsewhere), ElementsAre("shadow"));
 }
 
-TEST_F(LinuxFilesAsRootTest, AFileItselfIsNotReadThroughALinkOnTheWay) {
+TEST_F(GuardedFilesAsRootTest, AFileItselfIsNotReadThroughALinkOnTheWay) {
   plantLink();
   std::ofstream(elsewhere + "/shadow") << "secret";
   EXPECT_EQ(queries.readFileItself(home + "/Library/Logs/shadow", 10).error().code, ELOOP);
   EXPECT_EQ(queries.readFileItself(elsewhere + "/shadow", 10).value(), "secret");
 }
 
-TEST_F(LinuxFilesAsRootTest, LinksThatOnlyRootCanHaveMadeAreFollowed) {
+TEST_F(GuardedFilesAsRootTest, LinksThatOnlyRootCanHaveMadeAreFollowed) {
   ChangedRoot::run(folder.path(), [this] {
     fs::create_directory_symlink("/home", "/Users");
     EXPECT_TRUE(changes.writeAtomically("/Users/Library/file", "x").ok()) << "a link that is root's";
@@ -616,7 +616,7 @@ TEST_F(LinuxFilesAsRootTest, LinksThatOnlyRootCanHaveMadeAreFollowed) {
   });
 }
 
-TEST_F(LinuxFilesAsRootTest, NewFoldersInSomebodysHomeAreTheirs) {
+TEST_F(GuardedFilesAsRootTest, NewFoldersInSomebodysHomeAreTheirs) {
   const std::string logs = home + "/Library/Logs";
   ASSERT_TRUE(changes.createDirectory(logs + "/Vordenworks").ok());
   for (const std::string& made : {logs, logs + "/Vordenworks"}) {
@@ -628,7 +628,7 @@ TEST_F(LinuxFilesAsRootTest, NewFoldersInSomebodysHomeAreTheirs) {
   EXPECT_EQ(statusOf(elsewhere + "/new").st_uid, 0U);
 }
 
-TEST_F(LinuxFilesAsRootTest, NewFilesInSomebodysHomeAreTheirs) {
+TEST_F(GuardedFilesAsRootTest, NewFilesInSomebodysHomeAreTheirs) {
   ASSERT_TRUE(changes.writeAtomically(home + "/Library/new.plist", "x").ok());
   EXPECT_EQ(statusOf(home + "/Library/new.plist").st_uid, kNobody);
   EXPECT_EQ(statusOf(home + "/Library/new.plist").st_gid, 4321U);
@@ -637,13 +637,13 @@ TEST_F(LinuxFilesAsRootTest, NewFilesInSomebodysHomeAreTheirs) {
   EXPECT_EQ(statusOf(elsewhere + "/new.plist").st_uid, 0U);
 }
 
-TEST_F(LinuxFilesAsRootTest, WhatReplacesALinkInSomebodysHomeIsTheirs) {
+TEST_F(GuardedFilesAsRootTest, WhatReplacesALinkInSomebodysHomeIsTheirs) {
   fs::create_symlink(elsewhere + "/absent", home + "/link");
   ASSERT_TRUE(changes.writeAtomically(home + "/link", "x").ok());
   EXPECT_EQ(statusOf(home + "/link").st_uid, kNobody);
 }
 
-TEST_F(LinuxFilesAsRootTest, AUserGoesOnWhereRootBegan) {
+TEST_F(GuardedFilesAsRootTest, AUserGoesOnWhereRootBegan) {
   ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
   const std::string logs = home + "/Library/Logs/Vordenworks";
   ASSERT_TRUE(changes.createDirectory(logs).ok());
