@@ -1,6 +1,7 @@
 #include "platform/macos/MacAlerts.h"
 
 #include "platform/SystemConsole.h"
+#include "platform/macos/AppKitPanel.h"
 #include "platform/macos/CoreFoundationValues.h"
 
 namespace platform {
@@ -18,6 +19,7 @@ bool showSystemsPanel(const std::string& title, const std::string& message) {
 }  // namespace
 
 void MacAlerts::runPanel(const std::string& title, const std::string& message) {
+  if (runAppKitPanel(title, message)) return;
   if (panels_ != nullptr) return panels_->runPanel(title, message);
   if (showSystemsPanel(title, message)) return;
   NSLog("%@", title);

@@ -165,8 +165,10 @@ INSTANTIATE_TEST_SUITE_P(
                             "CFURL", "CFUUID", "CFUserNotification"}},
                       Pair{"Security/Authorization.h", {"Authorization", "AuthorizationTags"}},
                       Pair{"CoreServices/CoreServices.h",
-                           {"AEDataModel", "AEInteraction", "AEMach", "AppleEvents"}},
+                           {"AEDataModel", "AEInteraction", "AEMach", "AppleEvents", "LSInfo"}},
                       Pair{"Carbon/Carbon.h", {"Events", "TextInputSources", "UnicodeUtilities"}},
+                      Pair{"CoreFoundation/CFMessagePort.h", {"CFMessagePort"}},
+                      Pair{"CoreGraphics/CGSession.h", {"CGSession"}},
                       Pair{"SystemConfiguration/SystemConfiguration.h", {"SCDynamicStoreCopySpecific"}}));
 
 TEST(DeclarationsReaderTest, TheHeadersReaderSeesConstantsAndParameters) {

@@ -40,6 +40,9 @@ OSErr AECreateAppleEvent(AEEventClass, AEEventID, const AEAddressDesc* target, A
 OSErr AEPutParamPtr(AppleEvent*, AEKeyword, DescType typeCode, const void* dataPtr, Size dataSize);
 OSStatus AESendMessage(const AppleEvent*, AppleEvent* reply, AESendMode, long timeOutInTicks);
 
+// LSInfo.h
+OSStatus LSRegisterURL(CFURLRef inURL, Boolean inUpdate);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,5 @@
+#import <AppKit/AppKit.h>
+
+bool sendsAnArgumentOfAnotherKind(NSURL* address) {
+  return [[NSWorkspace sharedWorkspace] openFile:address];
+}
