@@ -121,7 +121,8 @@ foundation::Result<void> AppKitWorkspace::recycle(const std::string& sourceFolde
 bool AppKitWorkspace::isFilePackage(const std::string& path) {
   @autoreleasepool {
     NSString* const folder = foundationString(path);
-    return folder != nil && isDone([&] { return [[NSWorkspace sharedWorkspace] isFilePackageAtPath:folder]; });
+    return folder != nil &&
+           isDone([&] { return [[NSWorkspace sharedWorkspace] isFilePackageAtPath:folder]; });
   }
 }
 

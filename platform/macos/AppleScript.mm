@@ -18,7 +18,8 @@ constexpr int kGeneralError = -2700;
 PropertyList errorOf(NSDictionary* information) {
   PropertyList error;
   for (NSString* key in information) {
-    if (auto value = propertyListOf([information objectForKey:key])) error.set(textOf(key), std::move(*value));
+    if (auto value = propertyListOf([information objectForKey:key]))
+      error.set(textOf(key), std::move(*value));
   }
   return error;
 }

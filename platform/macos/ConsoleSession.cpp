@@ -34,8 +34,8 @@ std::optional<std::vector<std::string>> commandInConsoleSession(const std::vecto
   const auto account = accountNamed(*name);
   if (!account) return std::nullopt;
   const std::string user = std::to_string(account->user);
-  std::vector<std::string> inSession = {"/bin/launchctl", "asuser", user, "/usr/bin/sudo",
-                                        "-n", "-H", "-u", "#" + user, "--"};
+  std::vector<std::string> inSession = {"/bin/launchctl", "asuser", user, "/usr/bin/sudo", "-n", "-H", "-u",
+                                        "#" + user,       "--"};
   inSession.insert(inSession.end(), command.begin(), command.end());
   return inSession;
 }

@@ -13,8 +13,8 @@ namespace platform {
     const std::vector<std::string>& command);
 
 /// Starts a command of the desktop, which is the user's at the console and not root's: as root by
-/// commandInConsoleSession, else as it is. Its streams are the null device, and nothing is waited for. Answers
-/// whether it was started; why not is said on the system console.
+/// commandInConsoleSession, else as it is. Its streams are the null device, and nothing is waited for.
+/// Answers whether it was started; why not is said on the system console.
 bool startForUser(const std::vector<std::string>& command);
 
 }  // namespace platform

@@ -108,7 +108,8 @@ class DistantClient : public ClientProxy {
     std::optional<Exception> raised;
     @autoreleasepool {
       NSInvocation* const invocation = invocationOf(selector, arguments);
-      raised = invocation == nil ? cannotSend(selector) : raisedBy([&] { [proxy_ forwardInvocation:invocation]; });
+      raised =
+          invocation == nil ? cannotSend(selector) : raisedBy([&] { [proxy_ forwardInvocation:invocation]; });
     }
     throwIfRaised(raised);
   }
@@ -130,7 +131,8 @@ id<TGConnectionClass> connectionClass() {
 id ownedRootProxy(NSString* registeredName) {
   id proxy = nil;
   const auto raised = raisedBy([&] {
-    id<TGConnection> const connection = [connectionClass() connectionWithRegisteredName:registeredName host:nil];
+    id<TGConnection> const connection = [connectionClass() connectionWithRegisteredName:registeredName
+                                                                                   host:nil];
     [connection setRequestTimeout:kLongestWait];
     [connection setReplyTimeout:kLongestWait];
     proxy = [[connection rootProxy] retain];

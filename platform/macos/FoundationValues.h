@@ -10,9 +10,9 @@
 #include "platform/foundation/Exception.h"
 #include "platform/foundation/PropertyList.h"
 
-/// The program's own values as Foundation's, and back, for the sources in Objective-C++: Foundation's strings,
-/// numbers, dates and collections are Core Foundation's (Apple's Core Foundation Design Concepts, "Toll-Free
-/// Bridged Types"). Objects answered are autoreleased.
+/// The program's own values as Foundation's, and back, for the sources in Objective-C++: Foundation's
+/// strings, numbers, dates and collections are Core Foundation's (Apple's Core Foundation Design Concepts,
+/// "Toll-Free Bridged Types"). Objects answered are autoreleased.
 ///
 /// These sources hold and release by hand. No C++ exception is caught in them: not every Objective-C runtime
 /// lets one be caught beside its own.

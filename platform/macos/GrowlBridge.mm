@@ -87,7 +87,8 @@ namespace platform {
 namespace {
 
 id<TGGrowlApplicationBridge> bridge() {
-  return static_cast<id<TGGrowlApplicationBridge>>(static_cast<id>(NSClassFromString(@"GrowlApplicationBridge")));
+  return static_cast<id<TGGrowlApplicationBridge>>(
+      static_cast<id>(NSClassFromString(@"GrowlApplicationBridge")));
 }
 
 NSData* dataOf(const std::optional<std::string>& bytes) {
@@ -117,13 +118,14 @@ class GrowlBridge::Registration {
       if (title == nil || description == nil || name == nil) return;
       static_cast<void>(raisedBy([&] {
         registerName(name);
-        [bridge() notifyWithTitle:title
-                      description:description
-                 notificationName:name
-                         iconData:dataOf(notification.iconData)
-                         priority:notification.priority
-                         isSticky:notification.isSticky
-                     clickContext:notification.clickContext ? foundationObject(*notification.clickContext) : nil];
+        [bridge()
+             notifyWithTitle:title
+                 description:description
+            notificationName:name
+                    iconData:dataOf(notification.iconData)
+                    priority:notification.priority
+                    isSticky:notification.isSticky
+                clickContext:notification.clickContext ? foundationObject(*notification.clickContext) : nil];
       }));
     }
   }
@@ -159,7 +161,8 @@ void GrowlBridge::setDelegate(DesktopNotificationDelegate* delegate) {
 void GrowlBridge::post(const DesktopNotification& notification) {
   MainThread& mainThread = current().mainThread;
   if (mainThread.isCurrent()) return registration_->notify(notification);
-  mainThread.perform([registration = registration_, notification] { registration->notify(notification); }, Wait::no);
+  mainThread.perform([registration = registration_, notification] { registration->notify(notification); },
+                     Wait::no);
 }
 
 }  // namespace platform

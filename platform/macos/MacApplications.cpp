@@ -40,8 +40,7 @@ std::vector<pid_t> allProcesses() {
   if (count <= 0) return {};
   // Some more, for those that start meanwhile.
   std::vector<pid_t> processes(static_cast<std::size_t>(count) + 64);
-  const int found =
-      ::proc_listallpids(processes.data(), static_cast<int>(processes.size() * sizeof(pid_t)));
+  const int found = ::proc_listallpids(processes.data(), static_cast<int>(processes.size() * sizeof(pid_t)));
   processes.resize(static_cast<std::size_t>(std::max(found, 0)));
   return processes;
 }

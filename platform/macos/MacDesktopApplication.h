@@ -17,8 +17,8 @@ namespace platform {
 ///
 /// A display is a session of the window server (CGSessionCopyCurrentDictionary), which a process over ssh or
 /// of the system's launcher lacks. Without one, without the module, or without the function in it, one line
-/// that begins with "Quillmend: " goes to standard error and the status is 1. From then on SIGTERM, SIGINT and
-/// SIGHUP are requests to end the application.
+/// that begins with "Quillmend: " goes to standard error and the status is 1. From then on SIGTERM, SIGINT
+/// and SIGHUP are requests to end the application.
 ///
 /// A toolkit whose display is gone calls exit(3), and exit(3) during run() is taken for that. Waits on the
 /// main thread are by poll(2) again then, and the process ends with status 1 or by the signal that it has

@@ -5,8 +5,8 @@
 namespace platform {
 
 /// The workspace of the user at the console. A process that is not root's asks AppKit's; root, which has none
-/// in a session of its own, starts open(1) in the console user's session (ConsoleSession.h), with nobody there
-/// nothing. What is opened by its path must exist and its path be absolute.
+/// in a session of its own, starts open(1) in the console user's session (ConsoleSession.h), with nobody
+/// there nothing. What is opened by its path must exist and its path be absolute.
 class MacWorkspace : public AppKitWorkspace {
  public:
   bool openFile(const std::string& path) override;

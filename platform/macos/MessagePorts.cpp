@@ -48,8 +48,8 @@ class PortClient : public ClientProxy {
   }
 
   void send(const std::string& selector, const std::vector<PropertyList>& arguments) override {
-    const Bytes message = archived(PropertyList::Dictionary{
-        {"protocol", protocol_}, {"selector", selector}, {"arguments", arguments}});
+    const Bytes message = archived(
+        PropertyList::Dictionary{{"protocol", protocol_}, {"selector", selector}, {"arguments", arguments}});
     if (!message) throw cannotSend(selector);
     check(CFMessagePortSendRequest(port_.get(), kClientMessage, message.get(), kLongestWait, 0, nullptr,
                                    nullptr));

@@ -12,8 +12,10 @@ namespace platform {
 ///
 /// - makes a local port of the name "com.vordenworks.<registered name>", for example
 ///   com.vordenworks.TGProClientCallback;
-/// - answers the message 1, whose data is a selector in UTF-8, with one byte: 1 when it implements it, else 0;
-/// - takes the message 2, a binary property list (plist(5)): a dictionary of "protocol" (its name), "selector"
+/// - answers the message 1, whose data is a selector in UTF-8, with one byte: 1 when it implements it, else
+/// 0;
+/// - takes the message 2, a binary property list (plist(5)): a dictionary of "protocol" (its name),
+/// "selector"
 ///   (a string) and "arguments" (an array).
 ///
 /// Message 2 has no answer. Half a second is waited for a client to take a message, and half a second for its

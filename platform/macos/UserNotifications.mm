@@ -57,7 +57,8 @@ using ResponseHandler = void (^)();
 
 namespace {
 
-// Values and identifiers as Apple documents them: a variable that is named must be there when a program starts.
+// Values and identifiers as Apple documents them: a variable that is named must be there when a program
+// starts.
 constexpr NSUInteger kAuthorizationForAlerts = 1 << 2;
 constexpr NSUInteger kCategoryTellsOfDismissal = 1 << 0;
 constexpr NSUInteger kPresentInListAndBanner = (1 << 3) | (1 << 4);
@@ -163,12 +164,12 @@ id requestFor(const DesktopNotification& notification) {
 }
 
 NSSet* categories() {
-  return [NSSet setWithObject:[static_cast<id<TGNotificationCategoryClass>>(
-                                  classCalled(@"UNNotificationCategory"))
-                                  categoryWithIdentifier:kCategory
-                                                 actions:[NSArray array]
-                                       intentIdentifiers:[NSArray array]
-                                                 options:kCategoryTellsOfDismissal]];
+  return [NSSet
+      setWithObject:[static_cast<id<TGNotificationCategoryClass>>(classCalled(@"UNNotificationCategory"))
+                        categoryWithIdentifier:kCategory
+                                       actions:[NSArray array]
+                             intentIdentifiers:[NSArray array]
+                                       options:kCategoryTellsOfDismissal]];
 }
 
 /// Notifications on their way to the centre. The centre's handlers have nobody but the process to call: a

@@ -88,7 +88,8 @@ std::vector<RunningApplication> workspaceRunningApplications() {
   @autoreleasepool {
     const auto raised = raisedBy([&] {
       serveRunLoop();
-      applications = workspaceHas(@selector(runningApplications)) ? runningApplications() : launchedApplications();
+      applications =
+          workspaceHas(@selector(runningApplications)) ? runningApplications() : launchedApplications();
     });
     if (raised) return {};
   }

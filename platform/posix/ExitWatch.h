@@ -6,7 +6,8 @@
 namespace platform {
 
 /// Does the work when the process is ended by exit(3), unless it is gone by then: a thread's objects are
-/// destroyed before all that other threads may still use, as the functions of atexit(3) are not. One a thread.
+/// destroyed before all that other threads may still use, as the functions of atexit(3) are not. One a
+/// thread.
 class ExitWatch {
  public:
   explicit ExitWatch(std::function<void()> work) { current() = std::move(work); }

@@ -30,8 +30,8 @@ std::string bytesOf(CFDataRef data) {
 
 std::string contentOf(SInt32 number, CFDataRef data) {
   if (number == 1) return bytesOf(data);
-  const platform::CoreFoundationValue object(CFPropertyListCreateWithData(
-      kCFAllocatorDefault, data, kCFPropertyListImmutable, nullptr, nullptr));
+  const platform::CoreFoundationValue object(
+      CFPropertyListCreateWithData(kCFAllocatorDefault, data, kCFPropertyListImmutable, nullptr, nullptr));
   const auto value = platform::propertyListOf(object.get());
   return value ? value->description() : "not a property list";
 }
@@ -68,7 +68,8 @@ SInt32 CFMessagePortSendRequest(CFMessagePortRef remote, SInt32 msgid, CFDataRef
                                 CFTimeInterval sendTimeout, CFTimeInterval rcvTimeout, CFStringRef replyMode,
                                 CFDataRef* returnData) {
   const std::string name = platform::textOf(nameOf(remote));
-  const std::string wait = " (" + std::to_string(sendTimeout) + (replyMode == nullptr ? "" : ", " + std::to_string(rcvTimeout)) + ")";
+  const std::string wait = " (" + std::to_string(sendTimeout) +
+                           (replyMode == nullptr ? "" : ", " + std::to_string(rcvTimeout)) + ")";
   state().messages.push_back(std::to_string(msgid) + " to " + name + ": " + contentOf(msgid, data) + wait);
   if (state().status != kCFMessagePortSuccess) return state().status;
   if (replyMode == nullptr) return kCFMessagePortSuccess;

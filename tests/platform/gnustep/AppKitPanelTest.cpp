@@ -3,18 +3,23 @@
 #include <gtest/gtest.h>
 
 #include "tests/platform/gnustep/Desktop.h"
-#include "tests/platform/gnustep/LiveObjects.h"
 #include "tests/support/XServer.h"
 
 namespace platform {
 namespace {
+
+/// One display for all tests, ended with the process: AppKit does not outlive the one it has begun with.
+void useDisplay() {
+  static const auto* const display = new support::XServer;
+  static_cast<void>(display);
+}
 
 TEST(AppKitPanelTest, WithoutAnApplicationNoPanelIsShown) {
   EXPECT_FALSE(runAppKitPanel("Title", "Message"));
 }
 
 TEST(AppKitPanelTest, ThePanelShowsBothTextsAndItsDefaultButtonAlone) {
-  const support::XServer display;
+  useDisplay();
   std::string shown;
   bool wasShown = false;
   gnustep::inApplication([&] {
@@ -27,7 +32,7 @@ TEST(AppKitPanelTest, ThePanelShowsBothTextsAndItsDefaultButtonAlone) {
 }
 
 TEST(AppKitPanelTest, TextsThatAreNotUtf8AreNotShown) {
-  const support::XServer display;
+  useDisplay();
   bool wasShown = true;
   gnustep::inApplication([&] { wasShown = runAppKitPanel("Title", "\xFF"); });
   EXPECT_FALSE(wasShown);

@@ -30,10 +30,11 @@ bool fails = false;
 - (id)executeAndReturnError:(NSDictionary**)errorInfo {
   run += source + ([NSThread isMainThread] ? "" : " (elsewhere)");
   if (!fails) return self;
-  *errorInfo = [NSDictionary dictionaryWithObjectsAndKeys:@"Application isn\u2019t running.", @"NSAppleScriptErrorMessage",
-                                                          [NSNumber numberWithInt:-600], @"NSAppleScriptErrorNumber",
-                                                          [NSValue valueWithRange:NSMakeRange(1, 2)],
-                                                          @"NSAppleScriptErrorRange", nil];
+  *errorInfo = [NSDictionary
+      dictionaryWithObjectsAndKeys:@"Application isn\u2019t running.", @"NSAppleScriptErrorMessage",
+                                   [NSNumber numberWithInt:-600], @"NSAppleScriptErrorNumber",
+                                   [NSValue valueWithRange:NSMakeRange(1, 2)], @"NSAppleScriptErrorRange",
+                                   nil];
   return nil;
 }
 

@@ -45,7 +45,8 @@ TEST_F(GnustepApplicationsTest, RegistrationUpdatesWhatLaunchServicesKnow) {
   EXPECT_EQ(applications.registerApplication("/Applications/A b.app"), noErr);
   EXPECT_EQ(applications.registerApplication("/absent.app"), fnfErr);
   EXPECT_EQ(applications.registerApplication(""), paramErr);
-  EXPECT_THAT(gnustep::takeRegisteredPaths(), ElementsAre("/Applications/A b.app update", "/absent.app update"));
+  EXPECT_THAT(gnustep::takeRegisteredPaths(),
+              ElementsAre("/Applications/A b.app update", "/absent.app update"));
 }
 
 TEST_F(GnustepApplicationsTest, RootSeesTheApplicationsOfAllUsersByTheirPrograms) {

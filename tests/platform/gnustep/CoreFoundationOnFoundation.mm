@@ -1,6 +1,6 @@
-// Core Foundation, as far as the Mac's backend uses it beside Objective-C, on Foundation: on a Mac the two are one
-// (toll-free bridged), and here the objects that this makes are Foundation's. What it makes is really retained,
-// released and sent; it records nothing.
+// Core Foundation, as far as the Mac's backend uses it beside Objective-C, on Foundation: on a Mac the two
+// are one (toll-free bridged), and here the objects that this makes are Foundation's. What it makes is really
+// retained, released and sent; it records nothing.
 
 #include "tests/platform/gnustep/CoreFoundationOnFoundation.h"
 
@@ -95,7 +95,8 @@ CFTypeID CFDictionaryGetTypeID(void) {
   return kDictionary;
 }
 
-CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex numBytes, CFStringEncoding, Boolean) {
+CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex numBytes, CFStringEncoding,
+                                    Boolean) {
   const void* const made = [[NSString alloc] initWithBytes:bytes
                                                     length:static_cast<NSUInteger>(numBytes)
                                                   encoding:NSUTF8StringEncoding];
@@ -111,7 +112,8 @@ CFIndex CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding, UI
   @autoreleasepool {
     const char* const utf8 = [objectOf(string) UTF8String];
     *usedBufLen = static_cast<CFIndex>(std::strlen(utf8));
-    if (buffer != nullptr) std::memcpy(buffer, utf8, static_cast<std::size_t>(std::min(*usedBufLen, maxBufLen)));
+    if (buffer != nullptr)
+      std::memcpy(buffer, utf8, static_cast<std::size_t>(std::min(*usedBufLen, maxBufLen)));
     return range.length;
   }
 }
@@ -240,8 +242,8 @@ void CFNotificationCenterPostNotificationWithOptions(CFNotificationCenterRef cen
   }
 }
 
-CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef object, CFPropertyListFormat, CFOptionFlags,
-                                   CFErrorRef*) {
+CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef object, CFPropertyListFormat,
+                                   CFOptionFlags, CFErrorRef*) {
   @autoreleasepool {
     return owned<CFDataRef>([NSPropertyListSerialization dataFromPropertyList:objectOf(object)
                                                                        format:NSPropertyListBinaryFormat_v1_0
@@ -254,8 +256,8 @@ CFMessagePortRef CFMessagePortCreateRemote(CFAllocatorRef, CFStringRef) {
   return nullptr;
 }
 
-SInt32 CFMessagePortSendRequest(CFMessagePortRef, SInt32, CFDataRef, CFTimeInterval, CFTimeInterval, CFStringRef,
-                                CFDataRef*) {
+SInt32 CFMessagePortSendRequest(CFMessagePortRef, SInt32, CFDataRef, CFTimeInterval, CFTimeInterval,
+                                CFStringRef, CFDataRef*) {
   std::abort();
 }
 

@@ -27,9 +27,26 @@
 namespace gnustep {
 namespace {
 
+/// A loop sees that it is to end when it has handled an event.
+void wakeLoop() {
+  [NSApp postEvent:[NSEvent otherEventWithType:NSApplicationDefined
+                                      location:NSZeroPoint
+                                 modifierFlags:0
+                                     timestamp:0
+                                  windowNumber:0
+                                       context:nil
+                                       subtype:0
+                                         data1:0
+                                         data2:0]
+           atStart:YES];
+}
+
 void performSoon(std::function<void()> work, NSString* mode) {
   DesktopWork* const soon = [[[DesktopWork alloc] initWithWork:std::move(work)] autorelease];
-  [soon performSelector:@selector(perform) withObject:nil afterDelay:0.05 inModes:[NSArray arrayWithObject:mode]];
+  [soon performSelector:@selector(perform)
+             withObject:nil
+             afterDelay:0.05
+                inModes:[NSArray arrayWithObject:mode]];
 }
 
 /// nil for every view that is not pressed by the Return key.
@@ -49,11 +66,18 @@ void describe(NSView* view, std::string& texts, std::string& buttons) {
   for (NSView* child in [view subviews]) describe(child, texts, buttons);
   if ([view isHidden]) return;
   if ([view isKindOfClass:[NSButton class]]) {
-    if (NSButton* const button = withDefaultKey(view)) buttons += std::string("[") + [[button title] UTF8String] + "]";
+    if (NSButton* const button = withDefaultKey(view))
+      buttons += std::string("[") + [[button title] UTF8String] + "]";
   } else if ([view isKindOfClass:[NSTextField class]]) {
     NSString* const text = [static_cast<NSTextField*>(view) stringValue];
     if ([text length] > 0) texts += std::string(texts.empty() ? "" : ", ") + [text UTF8String];
   }
+}
+
+/// Until the panel is gone: its loop may take the first event before it sees what the button did.
+void keepAwake() {
+  wakeLoop();
+  if ([NSApp modalWindow] != nil) performSoon([] { keepAwake(); }, NSModalPanelRunLoopMode);
 }
 
 /// Comes back to itself until there is a panel.
@@ -65,6 +89,7 @@ void answerPanel(std::string& shown) {
   describe([panel contentView], texts, buttons);
   shown = texts + " " + buttons;
   [defaultButton([panel contentView]) performClick:nil];
+  keepAwake();
 }
 
 }  // namespace
@@ -76,17 +101,7 @@ void inApplication(const std::function<void()>& work) {
         [work] {
           work();
           [NSApp stop:nil];
-          // The loop sees that it is to end when it has handled an event.
-          [NSApp postEvent:[NSEvent otherEventWithType:NSApplicationDefined
-                                              location:NSZeroPoint
-                                         modifierFlags:0
-                                             timestamp:0
-                                          windowNumber:0
-                                               context:nil
-                                               subtype:0
-                                                 data1:0
-                                                 data2:0]
-                   atStart:YES];
+          wakeLoop();
         },
         NSDefaultRunLoopMode);
     [NSApp run];

@@ -55,7 +55,8 @@ class DesktopNotificationsTest : public ::testing::Test {
   void putGrowl() {
     static const support::TemporaryFolder bundleWithGrowl;
     const std::string framework = bundleWithGrowl.folder("Contents/Frameworks/Growl.framework");
-    std::filesystem::copy_file(GROWL_MODULE, framework + "/Growl", std::filesystem::copy_options::skip_existing);
+    std::filesystem::copy_file(GROWL_MODULE, framework + "/Growl",
+                               std::filesystem::copy_options::skip_existing);
     fake.mainBundle.bundlePath = bundleWithGrowl.path();
     static_cast<void>(growlCalls());
   }
@@ -67,7 +68,8 @@ class DesktopNotificationsTest : public ::testing::Test {
   }
   template <typename Function>
   Function* ofGrowl(const char* name) {
-    return ofModule<Function>(fake.mainBundle.bundlePath + "/Contents/Frameworks/Growl.framework/Growl", name);
+    return ofModule<Function>(fake.mainBundle.bundlePath + "/Contents/Frameworks/Growl.framework/Growl",
+                              name);
   }
   std::string growlCalls() { return ofGrowl<decltype(growlTakeCalls)>("growlTakeCalls")(); }
 
@@ -96,8 +98,10 @@ TEST_F(DesktopNotificationsTest, TheBundlesGrowlIsToldOfTheProgramAndOfTheNotifi
   notifications.post(wanted);
   EXPECT_EQ(growlCalls(),
             "register Quillmend (Quillmend): TGInfoNotification; on: TGInfoNotification\n"
-            "notify Quillmend: Repair complete. name TGInfoNotification icon 0 bytes priority 0 sticky 0 context a date\n"
-            "notify Quillmend: Repair complete. name TGInfoNotification icon 4 bytes priority 2 sticky 1 context a date\n");
+            "notify Quillmend: Repair complete. name TGInfoNotification icon 0 bytes priority 0 sticky 0 "
+            "context a date\n"
+            "notify Quillmend: Repair complete. name TGInfoNotification icon 4 bytes priority 2 sticky 1 "
+            "context a date\n");
 }
 
 TEST_F(DesktopNotificationsTest, GrowlsClicksAndTimeOutsComeBackWithTheirContext) {
@@ -128,7 +132,8 @@ TEST_F(DesktopNotificationsTest, WhatGrowlRaisesGoesNoFurther) {
   ASSERT_TRUE(GrowlBridge::isThere());
   ofGrowl<decltype(growlRaise)>("growlRaise")();
   GrowlBridge().post(notification());
-  EXPECT_EQ(growlCalls(), "register Quillmend (Quillmend): TGInfoNotification; on: TGInfoNotification\nno delegate\n");
+  EXPECT_EQ(growlCalls(),
+            "register Quillmend (Quillmend): TGInfoNotification; on: TGInfoNotification\nno delegate\n");
 }
 
 TEST_F(DesktopNotificationsTest, GrowlsNotificationsLeaveNothingBehind) {

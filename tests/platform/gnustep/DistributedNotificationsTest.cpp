@@ -35,7 +35,8 @@ TEST_F(GnustepDistributedNotificationsTest, ANotificationArrivesWithItsUserInfor
 TEST_F(GnustepDistributedNotificationsTest, NothingIsLeftBehind) {
   ASSERT_EQ(listener.line(std::chrono::seconds(30)), "ready");
   EXPECT_EQ(gnustep::leftBehindBy([this] {
-              notifications.post(name, PropertyList::Dictionary{{"output", "a"}, {"list", PropertyList::Array{1, 2.5}}});
+              notifications.post(
+                  name, PropertyList::Dictionary{{"output", "a"}, {"list", PropertyList::Array{1, 2.5}}});
             }),
             "");
 }

@@ -88,11 +88,14 @@ TEST_F(DistributedObjectsTest, ArgumentsArriveAsCopiesWithTheirKinds) {
   ASSERT_NE(proxy, nullptr);
   proxy->send("postErrorString:userInfo:", {"Unable", PropertyList::Dictionary{{"appName", "Quillmend"}}});
   EXPECT_EQ(client->line(), "postErrorString:userInfo: Unable {appName = Quillmend}");
-  const PropertyList error = PropertyList::Dictionary{
-      {"code", std::int64_t{1} << 40}, {"date", foundation::Date::fromUnixTime(978307200.5)}, {"flags", PropertyList::Array{"a", 2}}, {"part", 0.5}};
+  const PropertyList error = PropertyList::Dictionary{{"code", std::int64_t{1} << 40},
+                                                      {"date", foundation::Date::fromUnixTime(978307200.5)},
+                                                      {"flags", PropertyList::Array{"a", 2}},
+                                                      {"part", 0.5}};
   proxy->send("postError:forApp:", {error, "Quillmend"});
   EXPECT_EQ(client->line(),
-            "postError:forApp: {code = q 1099511627776; date = date 0.500; flags = (a, i 2); part = d 0.5} Quillmend");
+            "postError:forApp: {code = q 1099511627776; date = date 0.500; flags = (a, i 2); part = d 0.5} "
+            "Quillmend");
 }
 
 TEST_F(DistributedObjectsTest, AClientTellsWhatItImplements) {
@@ -134,7 +137,8 @@ TEST_F(DistributedObjectsTest, AMessageThatCannotBeSentIsAnException) {
   const auto client = start("client");
   const auto proxy = proxyOfClient();
   ASSERT_NE(proxy, nullptr);
-  EXPECT_EQ(nameOfExceptionIn([&] { proxy->send("postErrorString:", {}); }), foundation::kInvalidArgumentException);
+  EXPECT_EQ(nameOfExceptionIn([&] { proxy->send("postErrorString:", {}); }),
+            foundation::kInvalidArgumentException);
   EXPECT_EQ(nameOfExceptionIn([&] { proxy->send("postErrorString:", {"\xFF"}); }),
             foundation::kInvalidArgumentException);
   EXPECT_EQ(nameOfExceptionIn([&] { proxy->setProtocol("TGNoSuchProtocol"); }),

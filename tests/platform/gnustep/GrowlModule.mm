@@ -5,7 +5,8 @@
 
 #include "tests/platform/gnustep/GrowlModule.h"
 
-/// A bridge to Growl for tests: a module that is loaded from a bundle, and writes down what it is called with.
+/// A bridge to Growl for tests: a module that is loaded from a bundle, and writes down what it is called
+/// with.
 @interface GrowlApplicationBridge : NSObject
 + (void)setGrowlDelegate:(id)delegate;
 + (void)notifyWithTitle:(NSString*)title
@@ -43,10 +44,11 @@ void record(NSString* call) {
   delegateOfProgram = delegate;
   if (delegate == nil) return record(@"no delegate");
   NSDictionary* const registration = [delegateOfProgram registrationDictionaryForGrowl];
-  record([NSString stringWithFormat:@"register %@ (%@): %@; on: %@", [delegateOfProgram applicationNameForGrowl],
-                                    [registration objectForKey:@"ApplicationName"],
-                                    [[registration objectForKey:@"AllNotifications"] componentsJoinedByString:@","],
-                                    [[registration objectForKey:@"DefaultNotifications"] componentsJoinedByString:@","]]);
+  record([NSString
+      stringWithFormat:@"register %@ (%@): %@; on: %@", [delegateOfProgram applicationNameForGrowl],
+                       [registration objectForKey:@"ApplicationName"],
+                       [[registration objectForKey:@"AllNotifications"] componentsJoinedByString:@","],
+                       [[registration objectForKey:@"DefaultNotifications"] componentsJoinedByString:@","]]);
 }
 
 + (void)notifyWithTitle:(NSString*)title
@@ -56,12 +58,14 @@ void record(NSString* call) {
                priority:(int)priority
                isSticky:(BOOL)isSticky
            clickContext:(id)clickContext {
-  if (std::exchange(raises, false)) [NSException raise:@"NSInternalInconsistencyException" format:@"no Growl"];
+  if (std::exchange(raises, false))
+    [NSException raise:@"NSInternalInconsistencyException" format:@"no Growl"];
   [lastContext release];
   lastContext = [clickContext retain];
-  record([NSString stringWithFormat:@"notify %@: %@ name %@ icon %d bytes priority %d sticky %d context %@", title,
-                                    description, name, static_cast<int>([iconData length]), priority,
-                                    static_cast<int>(isSticky), [clickContext class] == Nil ? @"none" : @"a date"]);
+  record([NSString stringWithFormat:@"notify %@: %@ name %@ icon %d bytes priority %d sticky %d context %@",
+                                    title, description, name, static_cast<int>([iconData length]), priority,
+                                    static_cast<int>(isSticky),
+                                    [clickContext class] == Nil ? @"none" : @"a date"]);
 }
 
 @end

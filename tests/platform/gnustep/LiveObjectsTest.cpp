@@ -10,7 +10,8 @@ namespace {
 
 TEST(LiveObjectsTest, WhatIsNotReleasedIsSeen) {
   const foundation::PropertyList list = foundation::PropertyList::Dictionary{{"key", 0.5}};
-  EXPECT_EQ(gnustep::leftBehindBy([&] { const CoreFoundationValue released = coreFoundationValue(list); }), "");
+  EXPECT_EQ(gnustep::leftBehindBy([&] { const CoreFoundationValue released = coreFoundationValue(list); }),
+            "");
   EXPECT_THAT(gnustep::leftBehindBy([&] { CFRetain(coreFoundationValue(list).get()); }),
               ::testing::HasSubstr("Dictionary"));
 }

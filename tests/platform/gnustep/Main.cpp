@@ -45,15 +45,17 @@ int statusOf(pid_t child) {
 }
 
 [[noreturn]] void runInside(const std::string& folder, char** arguments) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   ::setenv(kIsInside, "1", 1);
-  for (const char* const variable : {"HOME", "TMPDIR", "XDG_RUNTIME_DIR"}) ::setenv(variable, folder.c_str(), 1);
+  for (const char* const variable : {"HOME", "TMPDIR", "XDG_RUNTIME_DIR"})
+    ::setenv(variable, folder.c_str(), 1);
   // The user's places as GNUstep wants them: seen from the home of the account.
   const passwd* const account = ::getpwuid(::getuid());
   const auto below = std::filesystem::relative(folder, account == nullptr ? "/" : account->pw_dir).string();
   std::ofstream(folder + "/gnustep.conf") << "GNUSTEP_USER_CONFIG_FILE=\n"
-                                           << "GNUSTEP_USER_DIR=" << below << "/GNUstep\n"
-                                           << "GNUSTEP_USER_DEFAULTS_DIR=" << below << "/GNUstep/Defaults\n"
-                                           << "GNUSTEP_LOCAL_TOOLS=" << folder << "/tools\n";
+                                          << "GNUSTEP_USER_DIR=" << below << "/GNUstep\n"
+                                          << "GNUSTEP_USER_DEFAULTS_DIR=" << below << "/GNUstep/Defaults\n"
+                                          << "GNUSTEP_LOCAL_TOOLS=" << folder << "/tools\n";
   ::setenv("GNUSTEP_CONFIG_FILE", (folder + "/gnustep.conf").c_str(), 1);
   ::execv("/proc/self/exe", arguments);
   ::_exit(127);
@@ -62,12 +64,14 @@ int statusOf(pid_t child) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // With the options that GoogleTest takes out.
+  std::vector<char*> arguments(argv, argv + argc + 1);
   ::testing::InitGoogleTest(&argc, argv);
   if (std::getenv(kIsInside) != nullptr || GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   const support::TemporaryFolder folder;
   const pid_t inside = ::fork();
-  if (inside == 0) runInside(folder.path(), argv);
+  if (inside == 0) runInside(folder.path(), arguments.data());
   const int status = statusOf(inside);
   endChildren();
   return status;

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
-/// Whom the tests talk to: "client NAME" implements every message of a controlling client, "basic NAME" those of
-/// the protocol alone, "deaf NAME" is registered and answers nobody, "listener NAME" hears a distributed
+/// Whom the tests talk to: "client NAME" implements every message of a controlling client, "basic NAME" those
+/// of the protocol alone, "deaf NAME" is registered and answers nobody, "listener NAME" hears a distributed
 /// notification. Says "ready" when it can be talked to, then one line for each thing it hears.
 
 namespace {
@@ -17,7 +17,8 @@ void say(NSString* line) {
 /// In one line, with the keys in order.
 NSString* described(id object) {
   if ([object isProxy]) return @"a proxy";
-  if ([object isKindOfClass:[NSNumber class]]) return [NSString stringWithFormat:@"%s %@", [object objCType], object];
+  if ([object isKindOfClass:[NSNumber class]])
+    return [NSString stringWithFormat:@"%s %@", [object objCType], object];
   if ([object isKindOfClass:[NSDate class]]) {
     return [NSString stringWithFormat:@"date %.3f", [object timeIntervalSinceReferenceDate]];
   }
@@ -75,9 +76,9 @@ NSString* described(id object) {
 - (void)postError:(id)error forApp:(NSString*)application {
   say([NSString stringWithFormat:@"postError:forApp: %@ %@", described(error), application]);
 }
-/// Who waits for it waits for three seconds.
+/// Who waits for it waits long.
 - (void)takeYourTime {
-  [NSThread sleepForTimeInterval:3];
+  [NSThread sleepForTimeInterval:1.5];
   say(@"takeYourTime");
 }
 @end
@@ -102,11 +103,12 @@ void becomeClient(NSString* name, id object) {
 }
 
 void becomeListener(NSString* name) {
-  [[NSDistributedNotificationCenter defaultCenter] addObserver:[[Listener alloc] init]
-                                                      selector:@selector(hear:)
-                                                          name:name
-                                                        object:nil
-                                            suspensionBehavior:NSNotificationSuspensionBehaviorDeliverImmediately];
+  [[NSDistributedNotificationCenter defaultCenter]
+             addObserver:[[Listener alloc] init]
+                selector:@selector(hear:)
+                    name:name
+                  object:nil
+      suspensionBehavior:NSNotificationSuspensionBehaviorDeliverImmediately];
   say(@"ready");
 }
 

@@ -104,7 +104,8 @@ void record(NSString* call) {
            intentIdentifiers:(NSArray*)intentIdentifiers
                      options:(NSUInteger)options {
   if ([actions count] + [intentIdentifiers count] > 0) return nil;
-  return [NSString stringWithFormat:@"category %@ options %lu", identifier, static_cast<unsigned long>(options)];
+  return
+      [NSString stringWithFormat:@"category %@ options %lu", identifier, static_cast<unsigned long>(options)];
 }
 @end
 
@@ -214,7 +215,8 @@ const char* centerTakeCalls() {
 void centerRespond(const char* action) {
   @autoreleasepool {
     wasCompleted = false;
-    Response* const response = [[[Response alloc] initWithAction:[NSString stringWithUTF8String:action]] autorelease];
+    Response* const response =
+        [[[Response alloc] initWithAction:[NSString stringWithUTF8String:action]] autorelease];
     [delegateOfProgram userNotificationCenter:nil
                didReceiveNotificationResponse:response
                         withCompletionHandler:&completion];

@@ -19,14 +19,15 @@ namespace {
 using support::TemporaryFolder;
 using ::testing::ElementsAre;
 
-/// The workspace of an account that is not root's. GNUstep's hands what it has no application for to xdg-open,
-/// for which the tests' folder of tools has a script that writes down what it gets.
+/// The workspace of an account that is not root's. GNUstep's hands what it has no application for to
+/// xdg-open, for which the tests' folder of tools has a script that writes down what it gets.
 class GnustepWorkspaceTest : public ::testing::Test {
  protected:
   GnustepWorkspaceTest() {
     const std::string tools = home + "/tools";
     std::filesystem::create_directories(tools);
-    std::ofstream(tools + "/xdg-open") << "#!/bin/sh\necho \"$@\" >" << record << ".new && mv " << record << ".new " << record << "\n";
+    std::ofstream(tools + "/xdg-open")
+        << "#!/bin/sh\necho \"$@\" >" << record << ".new && mv " << record << ".new " << record << "\n";
     std::filesystem::permissions(tools + "/xdg-open", std::filesystem::perms::owner_all);
   }
 
@@ -119,13 +120,17 @@ TEST_F(RootsWorkspaceTest, ThingsAreOpenedInTheConsoleUsersSession) {
     EXPECT_EQ(options.standardOutput, Stream::nullDevice);
   }
   EXPECT_EQ(fake.subprocesses.created[0].arguments, inSessionOfNobody({"/usr/bin/open", file}));
-  EXPECT_EQ(fake.subprocesses.created[1].arguments, inSessionOfNobody({"/usr/bin/open", "-a", "Console", file}));
-  EXPECT_EQ(fake.subprocesses.created[2].arguments, inSessionOfNobody({"/usr/bin/open", "https://example.invalid/"}));
+  EXPECT_EQ(fake.subprocesses.created[1].arguments,
+            inSessionOfNobody({"/usr/bin/open", "-a", "Console", file}));
+  EXPECT_EQ(fake.subprocesses.created[2].arguments,
+            inSessionOfNobody({"/usr/bin/open", "https://example.invalid/"}));
 }
 
 TEST_F(RootsWorkspaceTest, NothingIsOpenedWithNobodyAtTheConsole) {
   const std::string file = folder.file("a.txt");
-  for (const std::optional<std::string>& console : {std::optional<std::string>(), std::optional<std::string>("loginwindow"), std::optional<std::string>("no such account")}) {
+  for (const std::optional<std::string>& console :
+       {std::optional<std::string>(), std::optional<std::string>("loginwindow"),
+        std::optional<std::string>("no such account")}) {
     fake.users.console = console;
     EXPECT_FALSE(workspace.openFile(file));
     EXPECT_FALSE(workspace.openURL("https://example.invalid/"));

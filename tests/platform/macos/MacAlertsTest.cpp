@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/fakes/FakePlatform.h"
+#include "tests/macsdk/fakes/FakeAppKit.h"
 #include "tests/macsdk/fakes/FakeCoreFoundation.h"
 
 namespace platform {
@@ -13,7 +14,10 @@ using ::testing::ElementsAre;
 
 class MacAlertsTest : public ::testing::Test {
  protected:
-  void SetUp() override { ::fakes::resetCoreFoundation(); }
+  void SetUp() override {
+    ::fakes::resetCoreFoundation();
+    ::fakes::resetAppKit();
+  }
   void TearDown() override { EXPECT_EQ(::fakes::liveObjects(), 0) << "objects were not released"; }
 
   ::fakes::FakePlatform fake;
@@ -37,6 +41,17 @@ TEST_F(MacAlertsTest, WhereNoPanelCanBeShownTheTextsGoToTheSystemConsole) {
 TEST_F(MacAlertsTest, TextThatIsNotUtf8IsNotLost) {
   alerts.runPanel("Title", "\xFF");
   EXPECT_THAT(fake.systemConsole.messages(), ElementsAre("Title", "\xFF"));
+}
+
+TEST_F(MacAlertsTest, AppKitsPanelIsUsedWhileItRunsTheApplication) {
+  struct : Alerts {
+    void runPanel(const std::string&, const std::string&) override { FAIL() << "AppKit has its own"; }
+  } panels;
+  alerts.setPanels(&panels);
+  ::fakes::setApplicationRuns(true);
+  alerts.runPanel("Title", "Message");
+  EXPECT_THAT(::fakes::takePanels(), ElementsAre("Title: Message"));
+  EXPECT_THAT(::fakes::takeCoreFoundationCalls(), ElementsAre());
 }
 
 TEST_F(MacAlertsTest, TheWindowsPanelsAreUsedWhileThereAreSome) {

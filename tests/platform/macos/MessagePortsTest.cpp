@@ -54,7 +54,7 @@ TEST_F(MessagePortsTest, AMessageCarriesProtocolSelectorAndArgumentsAndWaitsForN
   client->send("postErrorString:", {"Unable"});
   const std::string list =
       "{\n    arguments = (\n        Unable\n    );\n    protocol = TGCareplexErrorCallbackProtocol;\n"
-      "    selector = \"postErrorString:\";\n}";
+      "    selector = postErrorString:;\n}";
   EXPECT_THAT(::fakes::takePortMessages(),
               ElementsAre(std::string("2 to ") + kPort + ": " + list + " (0.500000)"));
 }
