@@ -74,6 +74,13 @@ void describe(NSView* view, std::string& texts, std::string& buttons) {
   }
 }
 
+/// Until the loop has seen it.
+void stopRunning() {
+  [NSApp stop:nil];
+  wakeLoop();
+  performSoon([] { stopRunning(); }, NSDefaultRunLoopMode);
+}
+
 /// Until the panel is gone: its loop may take the first event before it sees what the button did.
 void keepAwake() {
   wakeLoop();
@@ -100,8 +107,7 @@ void inApplication(const std::function<void()>& work) {
     performSoon(
         [work] {
           work();
-          [NSApp stop:nil];
-          wakeLoop();
+          stopRunning();
         },
         NSDefaultRunLoopMode);
     [NSApp run];
