@@ -98,8 +98,7 @@ TEST_F(MessagePortsTest, EveryObjectThatCannotBeMadeIsAnExceptionOrNoClient) {
     ::fakes::resetMessagePorts();
     ::fakes::addPort(kPort, {"postErrorString:"});
     ::fakes::failCreation(number);
-    const auto client = ports.rootProxy("TGProClientCallback");
-    if (client) {
+    if (const auto client = ports.rootProxy("TGProClientCallback")) {
       const std::string name = nameOfExceptionIn([&] {
         static_cast<void>(client->respondsToSelector("postErrorString:"));
         client->send("postErrorString:", {"Unable"});
