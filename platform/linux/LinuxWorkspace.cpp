@@ -9,7 +9,7 @@
 #include "platform/foundation/Paths.h"
 #include "platform/linux/ApplicationBundles.h"
 #include "platform/linux/ConsoleUserCommand.h"
-#include "platform/linux/Recycling.h"
+#include "platform/posix/Recycling.h"
 
 namespace platform {
 namespace {

@@ -3,8 +3,12 @@
 #include "platform/LocalNotificationCenter.h"
 #include "platform/Platform.h"
 #include "platform/macos/MacAlerts.h"
+#include "platform/macos/MacApplications.h"
 #include "platform/macos/MacAuthorization.h"
 #include "platform/macos/MacChildren.h"
+#include "platform/macos/MacClientConnections.h"
+#include "platform/macos/MacDesktopApplication.h"
+#include "platform/macos/MacDesktopNotifications.h"
 #include "platform/macos/MacDistributedNotifications.h"
 #include "platform/macos/MacFileAttributes.h"
 #include "platform/macos/MacFileBrowser.h"
@@ -15,6 +19,7 @@
 #include "platform/macos/MacProcessInformation.h"
 #include "platform/macos/MacPropertyLists.h"
 #include "platform/macos/MacUsersAndFolders.h"
+#include "platform/macos/MacWorkspace.h"
 #include "platform/posix/GuardedFileLocks.h"
 #include "platform/posix/GuardedFiles.h"
 #include "platform/posix/GuardedGathering.h"
@@ -27,7 +32,6 @@
 #include "platform/posix/PosixSystemConsole.h"
 #include "platform/posix/PosixUserInterfaceEvents.h"
 #include "platform/posix/StandardStreams.h"
-#include "platform/unimplemented/UnimplementedPlatform.h"
 
 namespace platform {
 namespace {
@@ -39,15 +43,6 @@ struct ProcessSetUp {
     static_cast<void>(openStandardStreams());
     ::signal(SIGPIPE, SIG_IGN);
   }
-};
-
-/// What this backend does not have yet. README.md tells of the same.
-struct Unimplemented {
-  UnimplementedApplications applications;
-  UnimplementedWorkspace workspace;
-  UnimplementedDesktopNotifications desktopNotifications;
-  UnimplementedClientConnections clientConnections;
-  UnimplementedDesktopApplication desktopApplication;
 };
 
 /// The services, in the order in which they need each other. Making them opens and starts nothing; each does
@@ -71,15 +66,19 @@ struct MacPlatform {
   MacProcessInformation processInformation;
   PosixSystemConsole systemConsole{clock, processInformation};
   PosixSubprocesses subprocesses{mainThread, startMacChild};
+  MacApplications applications;
+  MacWorkspace workspace;
   MacAuthorization authorization;
   MacDistributedNotifications distributedNotifications;
   LocalNotificationCenter localNotifications;
+  MacDesktopNotifications desktopNotifications;
+  MacClientConnections clientConnections;
   MacPreferences preferences;
   GuardedGathering gathering{fileQueries};
   MacAlerts alerts;
   MacKeyboardLayout keyboardLayout{mainThread};
   PosixInterruption interruption;
-  Unimplemented missing;
+  MacDesktopApplication desktopApplication{clock, mainThread, alerts, interruption};
   Platform platform{clock,
                     mainThread,
                     userInterfaceEvents,
@@ -93,13 +92,13 @@ struct MacPlatform {
                     fileOperations,
                     fileBrowser,
                     subprocesses,
-                    missing.applications,
-                    missing.workspace,
+                    applications,
+                    workspace,
                     authorization,
                     distributedNotifications,
                     localNotifications,
-                    missing.desktopNotifications,
-                    missing.clientConnections,
+                    desktopNotifications,
+                    clientConnections,
                     propertyLists,
                     preferences,
                     gathering,
@@ -109,7 +108,7 @@ struct MacPlatform {
                     processInformation,
                     keyboardLayout,
                     interruption,
-                    missing.desktopApplication};
+                    desktopApplication};
 };
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include "platform/Platform.h"
 #include "platform/macos/ConsoleSession.h"
+#include "platform/posix/Recycling.h"
 
 namespace platform {
 namespace {
@@ -36,6 +37,13 @@ bool MacWorkspace::openURL(const std::string& address) {
   // open(1) would take it for an option.
   if (address.empty() || address.starts_with('-')) return false;
   return isRoot() ? startForUser({kOpen, address}) : AppKitWorkspace::openURL(address);
+}
+
+foundation::Result<void> MacWorkspace::recycle(const std::string& sourceFolder,
+                                               const std::string& trashFolder,
+                                               const std::vector<std::string>& names) {
+  return isRoot() ? recycleItems(sourceFolder, trashFolder, names)
+                  : AppKitWorkspace::recycle(sourceFolder, trashFolder, names);
 }
 
 }  // namespace platform

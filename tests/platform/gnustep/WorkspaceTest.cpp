@@ -138,5 +138,25 @@ TEST_F(RootsWorkspaceTest, NothingIsOpenedWithNobodyAtTheConsole) {
   EXPECT_TRUE(fake.subprocesses.created.empty());
 }
 
+TEST_F(RootsWorkspaceTest, ItemsMoveIntoTheTrashThatIsGivenByOwnMeans) {
+  folder.file("in/a.txt", "new");
+  folder.file("trash/a.txt", "old");
+  ASSERT_TRUE(workspace.recycle(folder / "in", folder / "trash", {"a.txt"}));
+  EXPECT_FALSE(std::filesystem::exists(folder / "in/a.txt"));
+  EXPECT_EQ(folder.content("trash/a 2.txt"), "new");
+  EXPECT_EQ(folder.content("trash/a.txt"), "old");
+}
+
+TEST_F(RootsWorkspaceTest, ItemsAreNotRecycledThroughAnothersLink) {
+  if (::getuid() != 0) GTEST_SKIP() << "only root can make another user's link";
+  folder.file("in/a.txt");
+  std::filesystem::create_directory_symlink("in", folder / "link");
+  ASSERT_EQ(::lchown((folder / "link").c_str(), 65534, 65534), 0);
+  const auto recycled = workspace.recycle(folder / "link", folder.folder("trash"), {"a.txt"});
+  ASSERT_FALSE(recycled);
+  EXPECT_EQ(recycled.error().code, ELOOP);
+  EXPECT_TRUE(std::filesystem::exists(folder / "in/a.txt"));
+}
+
 }  // namespace
 }  // namespace platform

@@ -1,4 +1,4 @@
-#include "platform/linux/Recycling.h"
+#include "platform/posix/Recycling.h"
 
 #include <algorithm>
 #include <cerrno>
