@@ -7,7 +7,7 @@ set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 
 set(CMAKE_CXX_COMPILER clang++-14)
 set(CMAKE_CXX_COMPILER_TARGET ${MAC_PROCESSOR}-apple-macos11)
-set(CMAKE_OBJCXX_COMPILER clang++-14)
+set(CMAKE_OBJCXX_COMPILER /usr/bin/clang++-14)
 set(CMAKE_OBJCXX_COMPILER_TARGET ${MAC_PROCESSOR}-apple-macos11)
 set(CMAKE_AR /usr/bin/llvm-ar-14)
 set(CMAKE_RANLIB /usr/bin/llvm-ranlib-14)

@@ -96,15 +96,31 @@ NSString* described(id object) {
 
 namespace {
 
+constexpr NSTimeInterval kPatience = 20;
+
+/// GNUstep's processes lock the list of names against each other and give up after a moment, which on a busy
+/// computer may be too short for the other: then it is tried again.
+void tryFor(NSTimeInterval seconds, void (*work)(NSString*, id), NSString* name, id object) {
+  NSDate* const end = [NSDate dateWithTimeIntervalSinceNow:seconds];
+  while (true) {
+    @try {
+      return work(name, object);
+    } @catch (NSException* exception) {
+      if ([end timeIntervalSinceNow] < 0) @throw;
+      [NSThread sleepForTimeInterval:0.1];
+    }
+  }
+}
+
 void becomeClient(NSString* name, id object) {
   NSConnection* const connection = [[NSConnection alloc] init];
   [connection setRootObject:object];
   say([connection registerName:name] ? @"ready" : @"the name is taken");
 }
 
-void becomeListener(NSString* name) {
+void becomeListener(NSString* name, id listener) {
   [[NSDistributedNotificationCenter defaultCenter]
-             addObserver:[[Listener alloc] init]
+             addObserver:listener
                 selector:@selector(hear:)
                     name:name
                   object:nil
@@ -119,9 +135,10 @@ int main(int argc, char** argv) {
   @autoreleasepool {
     NSString* const role = [NSString stringWithUTF8String:argv[1]];
     NSString* const name = [NSString stringWithUTF8String:argv[2]];
-    if ([role isEqual:@"client"]) becomeClient(name, [[Client alloc] init]);
-    if ([role isEqual:@"basic"] || [role isEqual:@"deaf"]) becomeClient(name, [[BasicClient alloc] init]);
-    if ([role isEqual:@"listener"]) becomeListener(name);
+    if ([role isEqual:@"client"]) tryFor(kPatience, becomeClient, name, [[Client alloc] init]);
+    if ([role isEqual:@"basic"] || [role isEqual:@"deaf"])
+      tryFor(kPatience, becomeClient, name, [[BasicClient alloc] init]);
+    if ([role isEqual:@"listener"]) tryFor(kPatience, becomeListener, name, [[Listener alloc] init]);
     if ([role isEqual:@"deaf"]) [NSThread sleepForTimeInterval:60];
     [[NSRunLoop currentRunLoop] run];
   }
