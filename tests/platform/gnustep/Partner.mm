@@ -100,8 +100,8 @@ constexpr NSTimeInterval kPatience = 20;
 
 /// GNUstep's processes lock the list of names against each other and give up after a moment, which on a busy
 /// computer may be too short for the other: then it is tried again.
-void tryFor(NSTimeInterval seconds, void (*work)(NSString*, id), NSString* name, id object) {
-  NSDate* const end = [NSDate dateWithTimeIntervalSinceNow:seconds];
+void patiently(void (*work)(NSString*, id), NSString* name, id object) {
+  NSDate* const end = [NSDate dateWithTimeIntervalSinceNow:kPatience];
   while (true) {
     @try {
       return work(name, object);
@@ -135,10 +135,10 @@ int main(int argc, char** argv) {
   @autoreleasepool {
     NSString* const role = [NSString stringWithUTF8String:argv[1]];
     NSString* const name = [NSString stringWithUTF8String:argv[2]];
-    if ([role isEqual:@"client"]) tryFor(kPatience, becomeClient, name, [[Client alloc] init]);
+    if ([role isEqual:@"client"]) patiently(becomeClient, name, [[Client alloc] init]);
     if ([role isEqual:@"basic"] || [role isEqual:@"deaf"])
-      tryFor(kPatience, becomeClient, name, [[BasicClient alloc] init]);
-    if ([role isEqual:@"listener"]) tryFor(kPatience, becomeListener, name, [[Listener alloc] init]);
+      patiently(becomeClient, name, [[BasicClient alloc] init]);
+    if ([role isEqual:@"listener"]) patiently(becomeListener, name, [[Listener alloc] init]);
     if ([role isEqual:@"deaf"]) [NSThread sleepForTimeInterval:60];
     [[NSRunLoop currentRunLoop] run];
   }
