@@ -63,7 +63,7 @@ bool recycleOne(const std::string& sourceFolder, const std::string& trashFolder,
   NSString* const source = foundationString(sourceFolder);
   NSString* const item = foundationString(name);
   if (source == nil || [item length] == 0) return false;
-  const SEL operation = @selector(performFileOperation:source:destination:files:tag:);
+  SEL operation = @selector(performFileOperation:source:destination:files:tag:);
   if ([[NSWorkspace sharedWorkspace] respondsToSelector:operation]) {
     return recycleByWorkspace(source, foundationString(trashFolder), item);
   }

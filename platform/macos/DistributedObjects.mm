@@ -38,7 +38,7 @@ using foundation::PropertyList;
 constexpr NSTimeInterval kLongestWait = 0.5;
 
 void throwIfRaised(const std::optional<Exception>& raised) {
-  if (raised) throw *raised;
+  if (raised) throw Exception(*raised);
 }
 
 /// The types of a message that goes one way with objects copied, as the runtime encodes them.
@@ -95,7 +95,7 @@ class DistantClient : public ClientProxy {
     bool responds = false;
     std::optional<Exception> raised;
     @autoreleasepool {
-      const SEL wanted = NSSelectorFromString(foundationString(selector));
+      SEL wanted = NSSelectorFromString(foundationString(selector));
       raised = raisedBy([&] { responds = [proxy_ respondsToSelector:wanted]; });
     }
     throwIfRaised(raised);
