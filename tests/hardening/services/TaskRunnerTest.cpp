@@ -195,7 +195,7 @@ TEST_F(TaskRunnerTest, EightThreadsEachGetTheirOwn) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(right, 8 * 40);
-  EXPECT_TRUE(hasNoChild());
+  EXPECT_TRUE(eventually(&hasNoChild));
 }
 
 /// As a time-out does, from another thread, over and over until it is gone.
@@ -216,5 +216,5 @@ TEST_F(TaskRunnerTest, ATerminationAtTheMomentOfTheExitIsEither) {
     slot.load()->terminate();  // when it has long ended
   }
   EXPECT_THAT(codes, testing::Each(testing::AnyOf(0, SIGTERM)));
-  EXPECT_TRUE(hasNoChild());
+  EXPECT_TRUE(eventually(&hasNoChild));
 }

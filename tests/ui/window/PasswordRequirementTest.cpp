@@ -79,8 +79,8 @@ class PasswordRequirementTest : public ::testing::Test {
     return waitUntil([] { return hasKeyboard("askpass"); });
   }
   static int dialogHeight() {
-    const std::string geometry = xdotool(
-        {QStringLiteral("getactivewindow"), QStringLiteral("getwindowgeometry"), QStringLiteral("--shell")});
+    const std::string geometry = xdotool({QStringLiteral("getwindowgeometry"), QStringLiteral("--shell"),
+                                          QString::fromStdString(activeWindow())});
     return QString::fromStdString(geometry)
         .section(QStringLiteral("HEIGHT="), 1)
         .section(u'\n', 0, 0)

@@ -369,7 +369,7 @@ TEST_F(WindowRunTest, ThePlaceIsRemembered) {
   EXPECT_THAT(list, HasSubstr(" 500 400"));
   WindowRun again(sample);
   const std::string geometry =
-      window::xdotool({QStringLiteral("getactivewindow"), QStringLiteral("getwindowgeometry")});
+      window::xdotool({QStringLiteral("getwindowgeometry"), QString::fromStdString(window::activeWindow())});
   EXPECT_THAT(geometry, HasSubstr("500x400"));
   window::press("ctrl+r");
   WindowRun::waitForPanel();
