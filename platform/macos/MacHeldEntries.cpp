@@ -1,9 +1,11 @@
 #include <fcntl.h>
+#include <sys/attr.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 
 #include "platform/posix/FileMetadata.h"
 #include "platform/posix/FileTimes.h"
@@ -68,6 +70,24 @@ bool isTooRecent(const timespec& changed) {
   timespec now{};
   ::clock_gettime(CLOCK_REALTIME, &now);
   return changed.tv_nsec == 0 && now.tv_sec - changed.tv_sec < kCoarseTime;
+}
+
+/// In the order in which setattrlist(2) takes them.
+struct OwnerAndMode {
+  uid_t owner;
+  gid_t group;
+  std::uint32_t mode;
+};
+
+/// All by one call: between two the owner until then could give the bits again.
+int setOwnerWithoutSetIds(int file, const struct stat& now, uid_t owner, gid_t group) {
+  constexpr auto kLeave = static_cast<uid_t>(-1);
+  attrlist changed{};
+  changed.bitmapcount = ATTR_BIT_MAP_COUNT;
+  changed.commonattr = ATTR_CMN_OWNERID | ATTR_CMN_GRPID | ATTR_CMN_ACCESSMASK;
+  OwnerAndMode values{owner == kLeave ? now.st_uid : owner, group == kLeave ? now.st_gid : group,
+                      now.st_mode & 01777U};
+  return ::fsetattrlist(file, &changed, &values, sizeof values, 0) == 0 ? 0 : errno;
 }
 
 }  // namespace
@@ -150,7 +170,12 @@ bool hasKeptItsName(int descriptor, int folder, const std::string& name) {
          isSameTime(changeTime(open), changeTime(named)) && !isTooRecent(changeTime(open));
 }
 
+/// fchown(2) leaves the set-ID bits where root calls: a program that a user has made would be root's with
+/// them.
 int setOwner(int held, uid_t owner, gid_t group) {
+  struct stat now {};
+  if (::fstat(held, &now) != 0) return errno;
+  if (S_ISREG(now.st_mode)) return setOwnerWithoutSetIds(held, now, owner, group);
   return ::fchown(held, owner, group) == 0 ? 0 : errno;
 }
 

@@ -27,7 +27,9 @@ namespace platform {
 /// Opens anew what is held, with the rights of this moment: the same item or nothing.
 [[nodiscard]] UniqueDescriptor openHeld(int held, int flags);
 
-/// Owner and group of what is held, a link itself; -1 leaves one as it is. Answers 0 or an errno value.
+/// Owner and group of what is held, a link itself; -1 leaves one as it is. A file loses its set-ID bits with
+/// that, at no moment after it; where the system leaves them to root the mode is set along with the owner.
+/// Answers 0 or an errno value.
 [[nodiscard]] int setOwner(int held, uid_t owner, gid_t group);
 
 /// Times of access and modification of what is open or held. Answers 0 or an errno value.

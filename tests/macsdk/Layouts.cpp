@@ -6,6 +6,7 @@
 #include <libproc.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/attr.h>
 #include <sys/event.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -35,4 +36,5 @@ static_assert(sizeof(CFIndex) == 8 && sizeof(CFRange) == 16 && sizeof(Boolean) =
 static_assert(sizeof(struct statfs) == 2168 && offsetof(struct statfs, f_fsid) == 48 &&
               offsetof(struct statfs, f_flags) == 64);
 static_assert(sizeof(proc_bsdinfo) == 136 && offsetof(proc_bsdinfo, pbi_start_tvsec) == 120);
+static_assert(sizeof(attrlist) == 24 && offsetof(attrlist, commonattr) == 4);
 static_assert(sizeof(proc_fdinfo) == 8 && sizeof(struct kevent) == 32);

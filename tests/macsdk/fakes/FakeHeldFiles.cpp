@@ -2,14 +2,19 @@
 // Mac's way of holding items runs here: the program that this is linked into finds these before the C
 // library's.
 
+#include "tests/macsdk/fakes/FakeHeldFiles.h"
+
 #include <fcntl.h>
+#include <sys/attr.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
+#include <cstdint>
 #include <cstring>
 #include <string>
 
@@ -31,7 +36,25 @@ int getPath(int descriptor, char* path) {
   return 0;
 }
 
+int changeMode(int descriptor, mode_t mode) {
+  if (::syscall(SYS_fchmod, descriptor, mode) == 0) return 0;
+  return errno == EBADF ? ::fchmodat(proc, linkTo(descriptor).c_str(), mode, 0) : -1;
+}
+
+int changeOwner(int descriptor, uid_t owner, gid_t group) {
+  return ::fchownat(descriptor, "", owner, group, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW);
+}
+
 }  // namespace
+
+namespace fakes {
+
+std::vector<std::string>& changesOfHeldFiles() {
+  static std::vector<std::string> only;
+  return only;
+}
+
+}  // namespace fakes
 
 extern "C" {
 
@@ -52,13 +75,32 @@ int fcntl64(int descriptor, int command, ...) {
   return fcntl(descriptor, command, argument);
 }
 
+/// A Mac leaves the set-ID bits where the superuser calls.
 int fchown(int descriptor, uid_t owner, gid_t group) {
-  return ::fchownat(descriptor, "", owner, group, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW);
+  fakes::changesOfHeldFiles().emplace_back("fchown");
+  struct stat before {};
+  if (::fstat(descriptor, &before) != 0 || changeOwner(descriptor, owner, group) != 0) return -1;
+  if (S_ISREG(before.st_mode) && (before.st_mode & 06000U) != 0)
+    return changeMode(descriptor, before.st_mode & 07777U);
+  return 0;
 }
 
 int fchmod(int descriptor, mode_t mode) {
-  if (::syscall(SYS_fchmod, descriptor, mode) == 0) return 0;
-  return errno == EBADF ? ::fchmodat(proc, linkTo(descriptor).c_str(), mode, 0) : -1;
+  fakes::changesOfHeldFiles().emplace_back("fchmod");
+  return changeMode(descriptor, mode);
+}
+
+int fsetattrlist(int descriptor, void* attributes, void* values, size_t size, unsigned int options) {
+  fakes::changesOfHeldFiles().emplace_back("fsetattrlist");
+  const auto& list = *static_cast<const attrlist*>(attributes);
+  std::array<std::uint32_t, 3> given{};  // owner, group and mode
+  if (list.bitmapcount != ATTR_BIT_MAP_COUNT || size != sizeof given || options != 0 ||
+      list.commonattr != (ATTR_CMN_OWNERID | ATTR_CMN_GRPID | ATTR_CMN_ACCESSMASK)) {
+    errno = EINVAL;
+    return -1;
+  }
+  std::memcpy(given.data(), values, sizeof given);
+  return changeOwner(descriptor, given[0], given[1]) == 0 ? changeMode(descriptor, given[2]) : -1;
 }
 
 int futimens(int descriptor, const timespec times[2]) {

@@ -9,12 +9,14 @@
 
 #include "platform/posix/HeldEntries.h"
 #include "platform/posix/RegularFile.h"
+#include "tests/macsdk/fakes/FakeHeldFiles.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::SizeIs;
 
 constexpr int kReading = O_RDONLY | O_CLOEXEC;
 
@@ -92,6 +94,29 @@ TEST_F(MacHeldEntriesTest, TheTargetIsThatOfTheHeldLink) {
   fs::remove(folder / "link");
   fs::create_symlink("elsewhere", folder / "link");
   EXPECT_EQ(targetOfLink(held.get(), "link").error().code, ENOENT);
+}
+
+TEST_F(MacHeldEntriesTest, AProgramThatIsGivenAwayLosesItsSetIdBitsWithItsOwnerAtOnce) {
+  folder.file("program");
+  ASSERT_EQ(::chmod((folder / "program").c_str(), 06755), 0);
+  const UniqueDescriptor held = hold("program");
+  ::fakes::changesOfHeldFiles().clear();
+  EXPECT_EQ(setOwner(held.get(), ::geteuid(), static_cast<gid_t>(-1)), 0);
+  const auto status = statusOf(held.get(), "").value();
+  EXPECT_EQ(status.permissions(), 0755U);
+  EXPECT_EQ(status.owner, ::geteuid());
+  EXPECT_EQ(status.group, ::getegid());
+  EXPECT_THAT(::fakes::changesOfHeldFiles(), SizeIs(1))
+      << "between two calls its owner could give them again";
+}
+
+TEST_F(MacHeldEntriesTest, AFolderKeepsItsSetIdBitsAndALinkIsGivenAwayItself) {
+  fs::create_directory(folder / "folder");
+  ASSERT_EQ(::chmod((folder / "folder").c_str(), 02755), 0);
+  fs::create_symlink("missing", folder / "link");
+  EXPECT_EQ(setOwner(hold("folder").get(), ::geteuid(), ::getegid()), 0);
+  EXPECT_EQ(statusOf(hold("folder").get(), "").value().permissions(), 02755U);
+  EXPECT_EQ(setOwner(hold("link").get(), ::geteuid(), ::getegid()), 0);
 }
 
 /// Somebody gives a file of another's a second name, and takes it away while that is looked at.
