@@ -9,7 +9,7 @@
 
 #include "helpers/TrashCan.h"
 #include "platform/foundation/Paths.h"
-#include "platform/posix/FileSystemCalls.h"
+#include "platform/posix/AccessLists.h"
 
 namespace helpers {
 namespace {
@@ -33,10 +33,8 @@ bool isSpoolPlace(const std::string& path) {
 bool onlyAdministratorsCanWrite(const PathLevel& level, const std::optional<gid_t>& administrators) {
   const FileStatus& status = level.status;
   if (!isTrustedOwner(status.owner) || (status.mode & S_IWOTH) != 0) return false;
-  if ((status.mode & S_IWGRP) == 0) return true;
-  const bool isTheirs = status.group == 0 || status.group == administrators;
-  // An access list gives accounts of its own choosing what the bits of the group say.
-  return isTheirs && !platform::mayHaveAccessList(level.descriptor.get());
+  const bool isTheirs = (status.mode & S_IWGRP) == 0 || status.group == 0 || status.group == administrators;
+  return isTheirs && !platform::mayBeWrittenByList(level.descriptor.get(), status.mode);
 }
 
 /// What a file holds that the computer's administrators alone can have written; nothing where anybody else

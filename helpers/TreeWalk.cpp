@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "helpers/HelperProcess.h"
+#include "platform/posix/AccessLists.h"
 
 namespace helpers {
 namespace {
@@ -19,8 +20,9 @@ constexpr std::size_t kPartOfDescriptors = 4;  // for each of the two, where the
 constexpr std::size_t kMostLinkNames = 50'000;
 constexpr const char* kFurtherLinks = "has further hard links, left as it is";
 
-bool othersCanWrite(const FileStatus& folder) {
-  return !isTrustedOwner(folder.owner) || (folder.mode & (S_IWGRP | S_IWOTH)) != 0;
+bool othersCanWrite(int held, const FileStatus& folder) {
+  return !isTrustedOwner(folder.owner) || (folder.mode & (S_IWGRP | S_IWOTH)) != 0 ||
+         platform::mayBeWrittenByList(held, folder.mode);
 }
 
 std::size_t affordable(std::size_t most) {
@@ -145,7 +147,7 @@ void LinkedFiles::add(const TreeVisit& visit) {
     file.path = visit.path;
     file.descriptor.reset(fcntl(visit.descriptor, F_DUPFD_CLOEXEC, 3));
   }
-  if (othersCanWrite(visit.folder) || nameCount_ == kMostLinkNames) return;
+  if (othersCanWrite(visit.folderDescriptor, visit.folder) || nameCount_ == kMostLinkNames) return;
   const auto added = file.names.emplace(visit.folder.device, visit.folder.inode, visit.name);
   nameCount_ += added.second ? 1 : 0;
 }

@@ -106,16 +106,4 @@ int mountEffects(int held, MountEffects& effects) {
   return 0;
 }
 
-void removeAccessLists(int folder) {
-  for (const char* list : {"system.posix_acl_default", "system.posix_acl_access"}) {
-    static_cast<void>(::fremovexattr(folder, list));
-  }
-}
-
-bool mayHaveAccessList(int held) {
-  const std::string link = "/proc/self/fd/" + std::to_string(held);
-  const ssize_t size = ::getxattr(link.c_str(), "system.posix_acl_access", nullptr, 0);
-  return size >= 0 || (errno != ENODATA && errno != EOPNOTSUPP);
-}
-
 }  // namespace platform

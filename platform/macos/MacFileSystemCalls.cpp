@@ -1,7 +1,6 @@
 #include <copyfile.h>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <sys/acl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -9,8 +8,8 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <memory>
 
+#include "platform/macos/ExtendedAccessList.h"
 #include "platform/posix/FileMetadata.h"
 #include "platform/posix/FileSystemCalls.h"
 
@@ -25,11 +24,6 @@ using FlushVolume = int(int, int);
 constexpr int kFullSync = 0x01;
 constexpr int kWait = 0x02;
 
-struct FreeList {
-  void operator()(acl_t list) const { ::acl_free(list); }
-};
-using AccessList = std::unique_ptr<std::remove_pointer_t<acl_t>, FreeList>;
-
 /// Where a file system has no flags for renaming, the way without them is taken.
 int withoutFlags(int reason) {
   return reason == ENOTSUP ? EINVAL : reason;
@@ -37,11 +31,6 @@ int withoutFlags(int reason) {
 
 int rename(int fromFolder, const std::string& from, int toFolder, const std::string& to, unsigned flags) {
   return ::renameatx_np(fromFolder, from.c_str(), toFolder, to.c_str(), flags) == 0 ? 0 : errno;
-}
-
-bool hasAccessList(int item) {
-  const AccessList list(::acl_get_fd_np(item, ACL_TYPE_EXTENDED));
-  return list != nullptr;
 }
 
 Result<void> copyByFlag(int from, int to, copyfile_flags_t flag, std::string_view path, Fidelity fidelity) {
@@ -59,7 +48,7 @@ const int kUnlinkedFolder = EPERM;
 Result<bool> copyAttributes(int from, int to, std::string_view path, MetadataOptions options) {
   const ssize_t length = ::flistxattr(from, nullptr, 0, 0);
   if (length < 0 && errno != ENOTSUP && errno != EPERM) return systemError(errno, path);
-  const bool hasList = hasAccessList(from);
+  const bool hasList = accessListOf(from) != nullptr;
   if (length > 0) {
     if (auto copied = copyByFlag(from, to, COPYFILE_XATTR, path, options.fidelity); !copied) {
       return copied.error();
@@ -112,16 +101,6 @@ int mountEffects(int held, MountEffects& effects) {
   if (::fstatfs(held, &mount) != 0) return errno;
   effects = {(mount.f_flags & MNT_NOSUID) == 0, (mount.f_flags & MNT_NODEV) == 0};
   return 0;
-}
-
-void removeAccessLists(int folder) {
-  const AccessList none(::acl_init(1));
-  if (none) static_cast<void>(::acl_set_fd_np(folder, none.get(), ACL_TYPE_EXTENDED));
-}
-
-/// Without a list the system says ENOENT.
-bool mayHaveAccessList(int held) {
-  return hasAccessList(held) || (errno != ENOENT && errno != ENOTSUP);
 }
 
 }  // namespace platform

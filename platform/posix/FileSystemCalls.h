@@ -40,12 +40,6 @@ struct MountEffects {
 };
 [[nodiscard]] int mountEffects(int held, MountEffects& effects);
 
-/// Takes the access lists away that an open folder has inherited.
-void removeAccessLists(int folder);
-
-/// Whether somebody may have rights to what is held that its mode does not tell; yes where that is unknown.
-[[nodiscard]] bool mayHaveAccessList(int held);
-
 /// The flag of fstatat(2) by which looking at a folder mounts nothing there; 0 where there is none.
 extern const int kWithoutMounting;
 

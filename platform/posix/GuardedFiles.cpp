@@ -13,6 +13,7 @@
 
 #include "platform/foundation/Paths.h"
 #include "platform/foundation/Text.h"
+#include "platform/posix/AccessLists.h"
 #include "platform/posix/ExclusiveRename.h"
 #include "platform/posix/FileStates.h"
 #include "platform/posix/GuardedFolders.h"
@@ -229,8 +230,10 @@ bool othersMayWrite(const FileStatus& folder) {
 }
 
 /// Nobody else can take away, nor replace, what is not theirs in the folder.
-bool guardsItsEntries(const FileStatus& folder) {
-  return isTrustedOwner(folder.owner) && (!othersMayWrite(folder) || (folder.mode & S_ISVTX) != 0);
+bool guardsItsEntries(const PathLevel& level) {
+  const FileStatus& folder = level.status;
+  return isTrustedOwner(folder.owner) && (!othersMayWrite(folder) || (folder.mode & S_ISVTX) != 0) &&
+         !mayBeWrittenByList(level.descriptor.get(), folder.mode);
 }
 
 }  // namespace
@@ -245,8 +248,7 @@ bool GuardedFileQueries::isOutOfOthersReach(const std::string& path) {
   const UniqueDescriptor root = holdFolder(AT_FDCWD, "/");
   const auto entry = root ? locate(root.get(), path) : systemError(errno, path);
   if (!entry || !entry.value().status().isFolder() || othersMayWrite(entry.value().status())) return false;
-  return std::all_of(entry.value().levels.begin(), entry.value().levels.end(),
-                     [](const PathLevel& level) { return guardsItsEntries(level.status); });
+  return std::all_of(entry.value().levels.begin(), entry.value().levels.end(), guardsItsEntries);
 }
 
 Result<void> GuardedFileChanges::createDirectory(const std::string& path) {

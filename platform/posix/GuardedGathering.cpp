@@ -13,6 +13,7 @@
 
 #include "platform/UsersAndFolders.h"
 #include "platform/foundation/Paths.h"
+#include "platform/posix/AccessLists.h"
 #include "platform/posix/FileRights.h"
 #include "platform/posix/FileTimes.h"
 #include "platform/posix/GuardedFolders.h"
@@ -280,8 +281,9 @@ Result<std::unique_ptr<FolderInUse>> locked(UniqueDescriptor folder, const std::
   return std::unique_ptr<FolderInUse>(std::make_unique<LockedFolder>(std::move(folder)));
 }
 
-bool onlyRootCanExchangeItems(const struct stat& folder) {
-  return folder.st_uid == 0 && ((folder.st_mode & 0022U) == 0 || (folder.st_mode & S_ISVTX) != 0);
+bool onlyRootCanExchangeItems(int held, const struct stat& folder) {
+  return folder.st_uid == 0 && ((folder.st_mode & 0022U) == 0 || (folder.st_mode & S_ISVTX) != 0) &&
+         !mayBeWrittenByList(held, folder.st_mode);
 }
 
 /// The items of root's in an open folder, it itself and the folders above it: what lies at a path in it stays
@@ -292,7 +294,7 @@ bool onlyRootCanExchangeItemsIn(int folder) {
   struct stat below {};
   for (int at = folder; ::fstat(at, &status) == 0; at = above.get()) {
     if (status.st_dev == below.st_dev && status.st_ino == below.st_ino) return true;
-    if (!onlyRootCanExchangeItems(status)) return false;
+    if (!onlyRootCanExchangeItems(at, status)) return false;
     below = status;
     above = holdFolder(at, "..");
   }

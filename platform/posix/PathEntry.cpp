@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "platform/foundation/Paths.h"
+#include "platform/posix/AccessLists.h"
 #include "platform/posix/HeldEntries.h"
 
 namespace platform {
@@ -26,9 +27,10 @@ struct CloseFolder {
   void operator()(DIR* folder) const { closedir(folder); }
 };
 
-bool onlyRootCanWrite(const FileStatus& folder) {
+bool onlyRootCanWrite(const UniqueDescriptor& held, const FileStatus& folder) {
   if (!isTrustedOwner(folder.owner) || (folder.mode & S_IWOTH) != 0) return false;
-  return (folder.mode & S_IWGRP) == 0 || (folder.mode & S_ISVTX) != 0;
+  if ((folder.mode & S_IWGRP) != 0 && (folder.mode & S_ISVTX) == 0) return false;
+  return !mayBeWrittenByList(held.get(), folder.mode);
 }
 
 class PathWalk {
@@ -69,7 +71,7 @@ class PathWalk {
     if (!folder) return systemError(errno, asked_);
     auto status = statusOf(folder.get(), asked_);
     if (!status) return status.error();
-    const bool trusted = mayBeTrusted && onlyRootCanWrite(status.value());
+    const bool trusted = mayBeTrusted && onlyRootCanWrite(folder, status.value());
     levels_.clear();
     levels_.push_back(PathLevel{"", std::move(folder), status.value(), trusted});
     return {};
@@ -89,7 +91,7 @@ class PathWalk {
       return followLink(opened.value().get(), status.value());
     }
     if (!pending_.empty() && !status.value().isFolder()) return systemError(ENOTDIR, asked_);
-    const bool trusted = levels_.back().onlyRootCanChange && onlyRootCanWrite(status.value());
+    const bool trusted = levels_.back().onlyRootCanChange && onlyRootCanWrite(opened.value(), status.value());
     levels_.push_back(PathLevel{component, std::move(opened).value(), status.value(), trusted});
     return {};
   }

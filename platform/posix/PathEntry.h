@@ -118,9 +118,10 @@ enum class LastLink { keep, follow };
 /// Opens a path below `root`, an open folder that is "/" to it, one component at a time, so that nobody can
 /// turn it elsewhere by planting a symbolic link. A link on the way is followed only where none but root (or
 /// the user that this process acts as) can have put it there: link and folder belong to root, and neither the
-/// folder nor any above it can be written by others (by a group only where the sticky bit is set, as "/" is
-/// on some systems). /var on a Mac is such a link. Any other link on the way is refused. With LastLink::keep
-/// a link at the path's end is the entry itself; with `follow` the rule above holds for it.
+/// folder nor any above it can be written by others, by a list neither (by a group only where the sticky bit
+/// is set, as "/" is on some systems). /var on a Mac is such a link. Any other link on the way is refused.
+/// With LastLink::keep a link at the path's end is the entry itself; with `follow` the rule above holds for
+/// it.
 ///
 /// Errors: ENOENT or ENOTDIR where there is no such entry; EPERM where it is refused, as "/" is, and a link
 /// as above; EINVAL for a path that does not begin with a slash or holds a zero byte; else what the system

@@ -9,7 +9,7 @@
 #include <cerrno>
 
 #include "platform/foundation/Text.h"
-#include "platform/posix/FileSystemCalls.h"
+#include "platform/posix/AccessLists.h"
 #include "platform/posix/PathEntry.h"
 #include "platform/posix/TreeRemoval.h"
 
@@ -28,6 +28,13 @@ std::string newName() {
   std::string name = ".copying-";
   for (const unsigned char byte : bytes) name += foundation::stringWithFormat("%02x", unsigned{byte});
   return name;
+}
+
+/// What is made in the folder must not take over the lists of the folder around it.
+Result<void> closeToOthers(int folder, std::string_view path) {
+  removeAccessLists(folder);
+  if (::geteuid() != 0 || !mayBeWrittenByList(folder, kOurs)) return {};
+  return foundation::errorWithReason(EPERM, path, "an access list opens the folder that was made for it");
 }
 
 }  // namespace
@@ -54,14 +61,12 @@ Result<PrivateFolder> PrivateFolder::make(int parent, std::string_view path) {
   const int reason = errno;
   PrivateFolder folder(std::move(held), std::move(name), std::move(made));
   if (!folder.folder_) return systemError(reason, path);
-  // What is made in the folder must not take over the lists of the folder around it.
-  removeAccessLists(folder.folder_.get());
+  auto own = closeToOthers(folder.folder_.get(), path);
+  if (own) own = requireFreshFolder(folder.folder_.get(), kOurs, path);
+  if (own) return folder;
   // What is not ours is not ours to empty either.
-  if (auto fresh = requireFreshFolder(folder.folder_.get(), kOurs, path); !fresh) {
-    folder.folder_.reset();
-    return fresh.error();
-  }
-  return folder;
+  folder.folder_.reset();
+  return own.error();
 }
 
 PrivateFolder::~PrivateFolder() {
