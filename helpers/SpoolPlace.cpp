@@ -6,6 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <iterator>
+#include <string_view>
+#include <vector>
 
 #include "helpers/TrashCan.h"
 #include "platform/foundation/Paths.h"
@@ -17,17 +20,32 @@ namespace {
 constexpr std::size_t kLargestFile = 1UL << 20;
 constexpr const char* kServicesFile = "Library/Application Support/Apple Qmaster/qmasterservices.plist";
 
-bool isSpoolPlace(const std::string& path) {
-  const std::vector<std::string> way = foundation::pathComponents(path);
-  if (std::find(way.begin(), way.end(), "..") != way.end()) return false;
-  const auto holds = [&way](std::initializer_list<const char*> names) {
-    const auto at = std::search(way.begin(), way.end(), names.begin(), names.end());
-    return at != way.end() && at + static_cast<std::ptrdiff_t>(names.size()) != way.end() ? at : way.end();
-  };
-  const auto top = way.begin();
-  return holds({"/", "var", "spool"}) == top || holds({"/", "private", "var", "spool"}) == top ||
-         holds({"/", "Users", "Shared"}) == top ||
-         holds({"Application Support", "Apple Qmaster"}) != way.end();
+using Way = std::vector<std::string>;
+
+bool isBelow(const Way& way, const std::vector<std::string_view>& place) {
+  return way.size() > place.size() && std::equal(place.begin(), place.end(), way.begin());
+}
+
+/// Nobody but root can lead a path elsewhere that goes by one of these.
+bool isBelowSystemsPlace(const Way& way) {
+  return isBelow(way, {"/", "var", "spool"}) || isBelow(way, {"/", "private", "var", "spool"}) ||
+         isBelow(way, {"/", "Users", "Shared"}) ||
+         isBelow(way, {"/", "Library", "Application Support", "Apple Qmaster"});
+}
+
+bool isBelowQmastersFolder(const Way& way) {
+  constexpr std::array<std::string_view, 2> kFolder = {"Application Support", "Apple Qmaster"};
+  const auto at = std::search(way.begin(), way.end(), kFolder.begin(), kFolder.end());
+  return std::distance(at, way.end()) > std::ssize(kFolder);
+}
+
+/// By the path asked for a link of Qmaster's folder of any volume would count: one that a user has brought
+/// may hold links of root's.
+bool isSpoolPlace(const std::string& path, const std::string& asked) {
+  const Way real = foundation::pathComponents(path);
+  if (isBelowSystemsPlace(real) || isBelowQmastersFolder(real)) return true;
+  const Way way = foundation::pathComponents(asked);
+  return isBelowSystemsPlace(way) && std::find(way.begin(), way.end(), "..") == way.end();
 }
 
 bool onlyAdministratorsCanWrite(const PathLevel& level, const std::optional<gid_t>& administrators) {
@@ -102,7 +120,7 @@ bool holdsString(const std::string& propertyList, const std::string& text) {
 }
 
 bool maySpoolBeEmptied(const Surroundings& surroundings, const PathEntry& spool, const std::string& asked) {
-  if (isSpoolPlace(spool.path) || isSpoolPlace(asked)) return true;
+  if (isSpoolPlace(spool.path, asked)) return true;
   const Account account = trashAccount(surroundings, spool.levels, spool.levels.size());
   if (account.user != 0 && spool.status().owner == account.user) return true;
   return isNamedByAdministrators(surroundings, asked);

@@ -15,8 +15,10 @@ namespace helpers {
 ///   "admin") can have written, who may become root anyway, and that no access list gives to others: the
 ///   machine's
 ///   (/Library/Application Support/Apple Qmaster/qmasterservices.plist), or the one in root's home.
-/// `asked` is the path as it was asked for. A link of root's own may lead from one of those places elsewhere,
-/// so the place counts by either path; by the asked one only where it goes up nowhere.
+/// `asked` is the path as it was asked for. A link of root's own may lead elsewhere from one of those places
+/// in the system's own folders (/Library/Application Support/Apple Qmaster is one), so these count by either
+/// path; by the asked one only where it goes up nowhere. A link of root's on another volume is no word of
+/// root's: a user may have brought it.
 [[nodiscard]] bool maySpoolBeEmptied(const Surroundings& surroundings, const PathEntry& spool,
                                      const std::string& asked);
 

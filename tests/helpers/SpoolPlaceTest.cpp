@@ -90,6 +90,24 @@ TEST_F(SpoolPlaceTest, APlaceCountsOnlyWhereThePathStaysInIt) {
   EXPECT_THAT(volume_.names("top/etc/ssh"), ElementsAre("job"));
 }
 
+TEST_F(SpoolPlaceTest, ALinkOfRootsInASystemsPlaceLeadsToASpoolFolder) {
+  makeSpool("/data/big");
+  volume_.makeFolder("top/Library/Application Support/Apple Qmaster");
+  volume_.makeLink("/data/big", "top/Library/Application Support/Apple Qmaster/Storage");
+  EXPECT_EQ(empty("/Library/Application Support/Apple Qmaster/Storage"), ExitStatus::done) << report_.text();
+  EXPECT_THAT(volume_.names("top/data/big"), IsEmpty());
+}
+
+TEST_F(SpoolPlaceTest, ALinkOfRootsOnAVolumeThatSomebodyHasBroughtLeadsToNone) {
+  makeSpool("/etc/ssh");
+  volume_.mountVolume("top/Volumes/Stick");
+  const std::string folder = "/Volumes/Stick/Library/Application Support/Apple Qmaster";
+  volume_.makeFolder("top" + folder);
+  volume_.makeLink("/etc/ssh", "top" + folder + "/Storage");
+  EXPECT_EQ(empty(folder + "/Storage"), ExitStatus::refused);
+  EXPECT_THAT(volume_.names("top/etc/ssh"), ElementsAre("job"));
+}
+
 TEST_F(SpoolPlaceTest, WhatRootsOwnServicesFileNamesIsEmptied) {
   makeSpool("/data/spool");
   nameInServices("/data/spool");
