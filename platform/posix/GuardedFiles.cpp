@@ -233,7 +233,7 @@ bool othersMayWrite(const FileStatus& folder) {
 bool guardsItsEntries(const PathLevel& level) {
   const FileStatus& folder = level.status;
   return isTrustedOwner(folder.owner) && (!othersMayWrite(folder) || (folder.mode & S_ISVTX) != 0) &&
-         !mayBeWrittenByList(level.descriptor.get(), folder.mode);
+         !mayBeWrittenByList(level.descriptor.get(), folder.mode & static_cast<mode_t>(~S_IWGRP));
 }
 
 }  // namespace

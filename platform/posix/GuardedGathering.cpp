@@ -283,7 +283,7 @@ Result<std::unique_ptr<FolderInUse>> locked(UniqueDescriptor folder, const std::
 
 bool onlyRootCanExchangeItems(int held, const struct stat& folder) {
   return folder.st_uid == 0 && ((folder.st_mode & 0022U) == 0 || (folder.st_mode & S_ISVTX) != 0) &&
-         !mayBeWrittenByList(held, folder.st_mode);
+         !mayBeWrittenByList(held, folder.st_mode & static_cast<mode_t>(~S_IWGRP));
 }
 
 /// The items of root's in an open folder, it itself and the folders above it: what lies at a path in it stays

@@ -30,7 +30,9 @@ struct CloseFolder {
 bool onlyRootCanWrite(const UniqueDescriptor& held, const FileStatus& folder) {
   if (!isTrustedOwner(folder.owner) || (folder.mode & S_IWOTH) != 0) return false;
   if ((folder.mode & S_IWGRP) != 0 && (folder.mode & S_ISVTX) == 0) return false;
-  return !mayBeWrittenByList(held.get(), folder.mode);
+  // Where the group may write, the sticky bit keeps it from root's links, and with it all whom a list counts
+  // to it.
+  return !mayBeWrittenByList(held.get(), folder.mode & static_cast<mode_t>(~S_IWGRP));
 }
 
 class PathWalk {
