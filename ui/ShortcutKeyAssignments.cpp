@@ -215,10 +215,9 @@ class HolderSearch {
 
   KeysByCommand run() {
     findOwn();
-    for (std::size_t at = 0; !held_.empty() && at < list_.size(); ++at) {
-      const auto keys = list_.keys(at);
-      if (keys && held_.contains(*keys)) note(*list_.at(at));
-    }
+    std::vector<Combination> held;
+    for (const auto& [keys, commands] : held_) held.push_back(keys);
+    for (const std::size_t index : list_.holdersOf(held)) note(*list_.at(index));
     return std::move(found_);
   }
 
@@ -227,10 +226,9 @@ class HolderSearch {
   using Name = std::pair<std::string, std::optional<std::string>>;
 
   void findOwn() {
-    for (std::size_t at = 0; at < list_.size(); ++at) {
-      if (!list_.belongsTo(at, bundleId_)) continue;
-      if (const auto entry = list_.at(at); entry && entry->commandId)
-        found_[*entry->commandId].keys = entry->keys;
+    for (const std::size_t index : list_.entriesOf(bundleId_)) {
+      const auto entry = list_.at(index);
+      if (entry->commandId) found_[*entry->commandId].keys = entry->keys;
     }
     for (Command& command : found_) {
       if (command.second.keys) held_[*command.second.keys].push_back(&command);
@@ -299,17 +297,46 @@ std::optional<Assignment> WatchList::at(std::size_t index) const {
 
 std::optional<Combination> WatchList::keys(std::size_t index) const {
   if (const auto* const entry = appendedAt(index)) return NewEntry(*entry).keys();
-  const auto number = [&](const std::optional<BinaryPropertyList::Object>& value) {
-    return shortNumber(value ? file_.integer(*value) : std::nullopt);
-  };
-  const auto keyCode = number(file_.find(entries_[index], "keycode"));
-  if (!keyCode) return std::nullopt;
-  const auto modifiers = file_.find(entries_[index], "modifiers");
-  return combinationOf(keyCode, modifiers.has_value(), number(modifiers));
+  const auto keyCode = file_.find(entries_[index], "keycode");
+  return keyCode ? keysIn(keyCode, file_.find(entries_[index], "modifiers")) : std::nullopt;
 }
 
-bool WatchList::belongsTo(std::size_t index, std::string_view bundleId) const {
-  return hasText(index, "bundleid", bundleId);
+std::optional<Combination> WatchList::keysIn(std::optional<Object> keyCode,
+                                             std::optional<Object> modifiers) const {
+  const auto number = [this](std::optional<Object> value) {
+    return shortNumber(value ? file_.integer(*value) : std::nullopt);
+  };
+  return combinationOf(number(keyCode), modifiers.has_value(), number(modifiers));
+}
+
+std::vector<std::size_t> WatchList::entriesOf(std::string_view bundleId) const {
+  std::vector<std::size_t> indexes;
+  BinaryPropertyList::Lookup entry(file_, {"bundleid"});
+  for (std::size_t index = 0; index < entries_.size(); ++index) {
+    entry.enter(entries_[index]);
+    if (entry[0] && file_.isText(*entry[0], bundleId)) indexes.push_back(index);
+  }
+  for (std::size_t index = entries_.size(); index < size(); ++index) {
+    if (hasText(index, "bundleid", bundleId)) indexes.push_back(index);
+  }
+  return indexes;
+}
+
+std::vector<std::size_t> WatchList::holdersOf(const std::vector<Combination>& combinations) const {
+  std::vector<std::size_t> indexes;
+  if (combinations.empty()) return indexes;
+  const auto noteIfHeld = [&](std::size_t index, const std::optional<Combination>& keys) {
+    if (keys && std::find(combinations.begin(), combinations.end(), *keys) != combinations.end()) {
+      indexes.push_back(index);
+    }
+  };
+  BinaryPropertyList::Lookup entry(file_, {"keycode", "modifiers"});
+  for (std::size_t index = 0; index < entries_.size(); ++index) {
+    entry.enter(entries_[index]);
+    noteIfHeld(index, keysIn(entry[0], entry[1]));
+  }
+  for (std::size_t index = entries_.size(); index < size(); ++index) noteIfHeld(index, keys(index));
+  return indexes;
 }
 
 bool WatchList::hasCommandId(std::size_t index, std::string_view commandId) const {

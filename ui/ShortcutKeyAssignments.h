@@ -75,10 +75,14 @@ class WatchList {
   /// nullopt for an entry that is no dictionary. REQUIRES an index below size(), as the functions below.
   [[nodiscard]] std::optional<Assignment> at(std::size_t index) const;
   [[nodiscard]] std::optional<Combination> keys(std::size_t index) const;
-  [[nodiscard]] bool belongsTo(std::size_t index, std::string_view bundleId) const;
   [[nodiscard]] bool hasCommandId(std::size_t index, std::string_view commandId) const;
   /// The entry has parameters, and they are these, one by one. REQUIRES an entry that was not appended.
   [[nodiscard]] bool hasParams(std::size_t index, const std::vector<std::string>& params) const;
+
+  // The indexes of the entries, in their order, of which something holds. Each is one look at all of them.
+  [[nodiscard]] std::vector<std::size_t> entriesOf(std::string_view bundleId) const;
+  /// Those that mean one of the combinations.
+  [[nodiscard]] std::vector<std::size_t> holdersOf(const std::vector<Combination>& combinations) const;
 
   /// REQUIRES an entry that was not appended.
   void erase(std::size_t index);
@@ -88,14 +92,19 @@ class WatchList {
   [[nodiscard]] foundation::Result<std::string> serialize() const;
 
  private:
+  using Object = foundation::BinaryPropertyList::Object;
+
   explicit WatchList(foundation::BinaryPropertyList file);
   [[nodiscard]] foundation::Result<void> findEntries();
   [[nodiscard]] const foundation::PropertyList* appendedAt(std::size_t index) const;
+  /// What the values of the two keys mean.
+  [[nodiscard]] std::optional<Combination> keysIn(std::optional<Object> keyCode,
+                                                  std::optional<Object> modifiers) const;
   [[nodiscard]] std::optional<std::string> text(std::size_t index, const char* key) const;
   [[nodiscard]] bool hasText(std::size_t index, const char* key, std::string_view text) const;
 
   foundation::BinaryPropertyList file_;
-  std::vector<foundation::BinaryPropertyList::Object> entries_;
+  std::vector<Object> entries_;
   foundation::PropertyList::Array appended_;
 };
 

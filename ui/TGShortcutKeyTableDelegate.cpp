@@ -121,8 +121,8 @@ std::string shownName(const std::optional<shortcutkeys::Combination>& keys) {
 }
 
 void removeFirst(WatchList& list, const std::function<bool(std::size_t index)>& matches) {
-  for (std::size_t at = 0; at < list.size(); ++at) {
-    if (list.belongsTo(at, identifiers::kApplication) && matches(at)) return list.erase(at);
+  for (const std::size_t index : list.entriesOf(identifiers::kApplication)) {
+    if (matches(index)) return list.erase(index);
   }
 }
 

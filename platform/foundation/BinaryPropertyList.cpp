@@ -4,6 +4,7 @@
 #include <bit>
 #include <cerrno>
 #include <unordered_map>
+#include <utility>
 
 #include "platform/foundation/Text.h"
 
@@ -70,24 +71,48 @@ std::string utf8FromUtf16(std::string_view bytes) {
   return text;
 }
 
-/// The sizes that files have are unrolled: a list of many entries is made of millions of these.
-std::size_t loadNumber(const char* bytes, std::size_t size) {
-  const auto byte = [bytes](std::size_t at) { return std::size_t{static_cast<unsigned char>(bytes[at])}; };
-  if (size == 1) return byte(0);
-  if (size == 2) return byte(0) << 8U | byte(1);
-  if (size == 3) return byte(0) << 16U | byte(1) << 8U | byte(2);
-  if (size == 4) return byte(0) << 24U | byte(1) << 16U | byte(2) << 8U | byte(3);
-  std::size_t number = 0;
-  for (std::size_t at = 0; at < size; ++at) number = number << 8U | byte(at);
-  return number;
+/// Numbers of one size, which the compiler knows: a list of many entries is made of millions of them.
+template <std::size_t bytes>
+struct NumberOf {
+  static constexpr std::size_t size = bytes;
+
+  static std::size_t load(const char* from) { return load(from, std::make_index_sequence<bytes>()); }
+  static void store(char* to, std::size_t number) { store(to, number, std::make_index_sequence<bytes>()); }
+
+ private:
+  template <std::size_t... at>
+  static std::size_t load(const char* from, std::index_sequence<at...>) {
+    std::size_t number = 0;
+    ((number = number << 8U | static_cast<unsigned char>(from[at])), ...);
+    return number;
+  }
+  template <std::size_t... at>
+  static void store(char* to, std::size_t number, std::index_sequence<at...>) {
+    ((to[at] = static_cast<char>(number >> 8 * (bytes - 1 - at) & 0xFFU)), ...);
+  }
+};
+
+/// Does the work with numbers of that size, from 1 to 8.
+template <typename Work>
+auto withNumbersOf(std::size_t size, Work work) {
+  if (size == 4) return work(NumberOf<4>());
+  if (size == 1) return work(NumberOf<1>());
+  if (size == 2) return work(NumberOf<2>());
+  if (size == 3) return work(NumberOf<3>());
+  if (size == 5) return work(NumberOf<5>());
+  if (size == 6) return work(NumberOf<6>());
+  if (size == 7) return work(NumberOf<7>());
+  return work(NumberOf<8>());
+}
+
+/// The size that large files have is looked at first, and where it is asked for.
+inline std::size_t loadNumber(const char* bytes, std::size_t size) {
+  if (size == 4) return NumberOf<4>::load(bytes);
+  return withNumbersOf(size, [bytes](auto number) { return number.load(bytes); });
 }
 
 void storeNumber(char* bytes, std::uint64_t number, std::size_t size) {
-  if (size == 4) {
-    for (const unsigned at : {3U, 2U, 1U, 0U}) bytes[3 - at] = static_cast<char>(number >> (8 * at) & 0xFFU);
-    return;
-  }
-  for (std::size_t at = size; at > 0; number >>= 8U) bytes[--at] = static_cast<char>(number & 0xFFU);
+  withNumbersOf(size, [bytes, number](auto numbers) { numbers.store(bytes, number); });
 }
 
 void appendNumber(std::string& bytes, std::uint64_t number, std::size_t size) {
@@ -176,6 +201,18 @@ struct ScalarObject {
 
 }  // namespace
 
+/// Within the bytes, because the table is.
+inline std::size_t BinaryPropertyList::beginOf(Object object) const {
+  return loadNumber(bytes_.data() + table_ + object * offsetSize_, offsetSize_);
+}
+
+/// What the marker alone says.
+inline BinaryPropertyList::Content BinaryPropertyList::markedContent(Object object) const {
+  const std::size_t begin = beginOf(object);
+  const auto marker = static_cast<unsigned char>(bytes_[begin]);
+  return {static_cast<unsigned>(marker >> 4U), marker & 0xFU, begin + 1};
+}
+
 /// Walks the objects from the root, each once, and finds out how deep each reaches and for how many values it
 /// stands.
 class BinaryPropertyList::Walk {
@@ -188,10 +225,13 @@ class BinaryPropertyList::Walk {
     if (list_.count_ > mostValues_) return EFBIG;  // before there is a note of each
     known_.resize(list_.count_);
     if (list_.root_ >= list_.count_ || !meet(list_.root_)) return fault_;
-    while (!path_.empty()) {
-      if (!step()) return fault_;
-    }
-    return 0;
+    const bool isSound = withNumbersOf(list_.referenceSize_, [this](auto reference) {
+      while (!path_.empty()) {
+        if (!proceed(reference)) return false;
+      }
+      return true;
+    });
+    return isSound ? 0 : fault_;
   }
 
  private:
@@ -212,19 +252,25 @@ class BinaryPropertyList::Walk {
     std::uint16_t height = 1;
   };
 
-  bool step() {
+  /// Goes on with the last on the path, to its end or to a container in it that has not been met.
+  template <typename Reference>
+  bool proceed(Reference reference) {
     Visit& visit = path_.back();
-    if (visit.next == elementCount(content_.kind, content_.count)) return leave();
-    const Object element = list_.reference(content_, visit.next);
-    if (element >= list_.count_) return false;
-    if (known_[element].height == 0) return meet(element);
-    if (isKey(visit) && !known_[element].isText) return false;
-    ++visit.next;
-    return add(visit, known_[element]);
-  }
-
-  [[nodiscard]] bool isKey(const Visit& visit) const {
-    return content_.kind == kDictionary && visit.next < content_.count;
+    const std::size_t depth = path_.size();
+    const std::size_t keys = content_.kind == kDictionary ? content_.count : 0;
+    const std::size_t end = elementCount(content_.kind, content_.count);
+    const char* const references = list_.bytes_.data() + content_.at;
+    for (; visit.next < end; ++visit.next) {
+      const Object element = reference.load(references + visit.next * reference.size);
+      if (element >= list_.count_) return false;
+      if (known_[element].height == 0) {
+        if (!meet(element)) return false;
+        if (path_.size() > depth) return true;
+      }
+      if (visit.next < keys && !known_[element].isText) return false;
+      if (!add(visit, known_[element])) return false;
+    }
+    return leave();
   }
 
   bool add(Visit& visit, const Known& element) {
@@ -319,17 +365,22 @@ class BinaryPropertyList::Copy {
       if (!index || at != root.count + *index) mark(list_.reference(root, at));
     }
     for (const Object object : objects) mark(object);
-    while (!pending_.empty()) {
-      const Content content = pending_.back();
-      pending_.pop_back();
-      for (std::size_t at = 0; at < elementCount(content.kind, content.count); ++at) {
-        mark(list_.reference(content, at));
+    withNumbersOf(list_.referenceSize_, [this](auto reference) {
+      while (!pending_.empty()) {
+        const Content content = pending_.back();
+        pending_.pop_back();
+        const char* at = list_.bytes_.data() + content.at;
+        const char* const end = at + elementCount(content.kind, content.count) * reference.size;
+        for (; at < end; at += reference.size) mark(reference.load(at));
       }
-    }
+    });
   }
 
   void mark(Object object) {
-    if (numbers_[object] != kNotKept) return;
+    if (numbers_[object] == kNotKept) markNew(object);
+  }
+
+  void markNew(Object object) {
     numbers_[object] = 0;
     const Content content = list_.contentOf(object);
     if (isContainer(content.kind)) pending_.push_back(content);
@@ -414,47 +465,64 @@ class BinaryPropertyList::Copy {
     output_.reserve(list_.bytes_.size() + list_.bytes_.size() / 2);
     output_ = kMagic;
     offsets_.reserve(kept_ + new_.size());
+    withNumbersOf(list_.referenceSize_, [&](auto old) {
+      withNumbersOf(referenceSize_, [&](auto now) { writeKept(root, old, now); });
+    });
+    for (const NewObject& object : new_) writeNew(object);
+    writeTable(rootNumber);
+    return std::move(output_);
+  }
+
+  template <typename Old, typename Now>
+  void writeKept(const std::vector<std::size_t>& root, Old old, Now now) {
     for (Object object = 0; object < list_.count_; ++object) {
       if (numbers_[object] == kNotKept) continue;
       offsets_.push_back(output_.size());
       if (object == list_.root_) {
         writeContainer(kDictionary, root.size() / 2, root);
       } else {
-        writeKept(list_.contentOf(object));
+        writeKept(object, old, now);
       }
     }
-    for (const NewObject& object : new_) writeNew(object);
-    writeTable(rootNumber);
-    return std::move(output_);
   }
 
-  void writeKept(const Content& content) {
-    if (!isContainer(content.kind)) {
-      writeBytes(content);
-      return;
-    }
-    output_ += header(content.kind, content.count);
+  /// As it is in the list, from its marker; a container with its elements' new numbers.
+  template <typename Old, typename Now>
+  void writeKept(Object object, Old old, Now now) {
+    const std::size_t begin = list_.beginOf(object);
+    const Content content = list_.contentOf(object);
+    const bool holdsOthers = isContainer(content.kind);
+    const std::size_t size = holdsOthers ? 0 : *list_.payloadSize(content);
+    output_.append(list_.bytes_, begin, content.at - begin + size);
+    if (!holdsOthers) return;
     const std::size_t elements = elementCount(content.kind, content.count);
-    const std::size_t begin = output_.size();
-    output_.resize(begin + elements * referenceSize_);
-    for (std::size_t at = 0; at < elements; ++at) {
-      storeNumber(output_.data() + begin + at * referenceSize_, numbers_[list_.reference(content, at)],
-                  referenceSize_);
+    const char* from = list_.bytes_.data() + content.at;
+    char* to = more(elements * now.size);
+    for (std::size_t at = 0; at < elements; ++at, from += old.size, to += now.size) {
+      now.store(to, numbers_[old.load(from)]);
     }
   }
 
-  void writeBytes(const Content& content) {
-    if (isCounted(content.kind)) {
-      output_ += header(content.kind, content.count);
-    } else {
-      output_ += list_.bytes_[content.at - 1];
-    }
-    output_.append(list_.bytes_, content.at, *list_.payloadSize(content));
+  /// Room for that many bytes more, to be filled.
+  char* more(std::size_t size) {
+    const std::size_t begin = output_.size();
+    output_.resize(begin + size);
+    return output_.data() + begin;
   }
 
   void writeContainer(unsigned kind, std::size_t count, const std::vector<std::size_t>& references) {
     output_ += header(kind, count);
-    for (const std::size_t reference : references) appendNumber(output_, reference, referenceSize_);
+    appendNumbers(references, referenceSize_);
+  }
+
+  void appendNumbers(const std::vector<std::size_t>& numbers, std::size_t size) {
+    char* to = more(numbers.size() * size);
+    withNumbersOf(size, [&](auto number) {
+      for (const std::size_t each : numbers) {
+        number.store(to, each);
+        to += number.size;
+      }
+    });
   }
 
   void writeNew(const NewObject& object) {
@@ -469,7 +537,7 @@ class BinaryPropertyList::Copy {
   void writeTable(std::size_t rootNumber) {
     const std::size_t table = output_.size();
     const std::size_t offsetSize = sizeFor(table);
-    for (const std::size_t offset : offsets_) appendNumber(output_, offset, offsetSize);
+    appendNumbers(offsets_, offsetSize);
     output_.append(6, '\0');
     appendNumber(output_, offsetSize, 1);
     appendNumber(output_, referenceSize_, 1);
@@ -528,10 +596,8 @@ std::optional<std::size_t> BinaryPropertyList::number(std::size_t at, std::size_
 }
 
 std::optional<BinaryPropertyList::Content> BinaryPropertyList::readContent(Object object) const {
-  const auto at = number(table_ + object * offsetSize_, offsetSize_);
-  const auto marker = at ? number(*at, 1) : std::nullopt;
-  if (!marker) return std::nullopt;
-  Content content{static_cast<unsigned>(*marker >> 4U), *marker & 0xFU, *at + 1};
+  if (beginOf(object) >= bytes_.size()) return std::nullopt;
+  Content content = markedContent(object);
   if (isCounted(content.kind) && content.count == kCountFollows) {
     const auto sizeMarker = number(content.at, 1);
     if (!sizeMarker || *sizeMarker >> 4U != kInteger || (*sizeMarker & 0xFU) > 3) return std::nullopt;
@@ -580,12 +646,15 @@ std::optional<std::size_t> BinaryPropertyList::payloadSize(const Content& conten
 }
 
 BinaryPropertyList::Content BinaryPropertyList::contentOf(Object object) const {
-  // Within the bytes, because the walk has been here.
-  const std::size_t at = loadNumber(bytes_.data() + table_ + object * offsetSize_, offsetSize_);
-  const auto marker = static_cast<unsigned char>(bytes_[at]);
-  const Content content{static_cast<unsigned>(marker >> 4U), marker & 0xFU, at + 1};
-  const bool hasLongCount = content.count == kCountFollows && isCounted(content.kind);
-  return hasLongCount ? readContent(object).value_or(Content()) : content;
+  // All within the bytes, because the walk has been here.
+  const char* const marker = bytes_.data() + beginOf(object);
+  Content content = markedContent(object);
+  if (content.count == kCountFollows && isCounted(content.kind)) {
+    const std::size_t size = std::size_t{1} << (static_cast<unsigned char>(marker[1]) & 3U);
+    content.count = loadNumber(marker + 2, size);
+    content.at += 1 + size;
+  }
+  return content;
 }
 
 BinaryPropertyList::Object BinaryPropertyList::reference(const Content& container, std::size_t index) const {
@@ -621,7 +690,13 @@ std::vector<BinaryPropertyList::Object> BinaryPropertyList::elements(Object arra
   const Content content = contentOf(array);
   if (content.kind != kArray) return {};
   std::vector<Object> elements(content.count);
-  for (std::size_t index = 0; index < content.count; ++index) elements[index] = reference(content, index);
+  const char* from = bytes_.data() + content.at;
+  withNumbersOf(referenceSize_, [&](auto reference) {
+    for (Object& element : elements) {
+      element = reference.load(from);
+      from += reference.size;
+    }
+  });
   return elements;
 }
 
@@ -661,6 +736,33 @@ Result<std::string> BinaryPropertyList::replacingArray(std::string_view key,
                                                        const std::vector<Object>& objects,
                                                        const PropertyList::Array& appended) const {
   return Copy(*this).make(key, objects, appended);
+}
+
+void BinaryPropertyList::Lookup::enter(Object object) {
+  dictionary_ = list_.contentOf(object);
+  if (dictionary_.kind != kDictionary) dictionary_ = {kDictionary, 0, 0};
+  const std::string_view references(list_.bytes_.data() + dictionary_.at,
+                                    dictionary_.count * list_.referenceSize_);
+  if (references == references_) return;
+  references_ = references;
+  recognise();
+}
+
+void BinaryPropertyList::Lookup::recognise() {
+  const auto known = known_.find(*references_);
+  indexes_ = known == known_.end() ? indexes() : known->second;
+  // Where all differ nothing is gained by remembering them.
+  constexpr std::size_t kMostKnown = 64;
+  if (known == known_.end() && known_.size() < kMostKnown) known_.emplace(*references_, indexes_);
+}
+
+BinaryPropertyList::Lookup::Indexes BinaryPropertyList::Lookup::indexes() const {
+  Indexes indexes;
+  for (const std::string& key : keys_) {
+    const auto index = list_.indexOfKey(dictionary_, key);
+    indexes.push_back(index ? dictionary_.count + *index : kMissing);
+  }
+  return indexes;
 }
 
 }  // namespace foundation

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -40,6 +41,8 @@ class BinaryPropertyList {
   /// The value of a dictionary's key: the last, where it stands twice, as in a list written as XML; nullopt
   /// when there is none or the object is no dictionary.
   [[nodiscard]] std::optional<Object> find(Object dictionary, std::string_view key) const;
+  /// Looks the same keys up in many dictionaries.
+  class Lookup;
   /// The elements of an array; none when the object is no array.
   [[nodiscard]] std::vector<Object> elements(Object array) const;
 
@@ -69,6 +72,9 @@ class BinaryPropertyList {
   explicit BinaryPropertyList(std::string bytes) : bytes_(std::move(bytes)) {}
   [[nodiscard]] bool readTrailer();
   [[nodiscard]] std::optional<std::size_t> number(std::size_t at, std::size_t size) const;
+  /// Of its marker. REQUIRES an object below count_.
+  [[nodiscard]] std::size_t beginOf(Object object) const;
+  [[nodiscard]] Content markedContent(Object object) const;
   [[nodiscard]] std::optional<Content> readContent(Object object) const;
   [[nodiscard]] std::optional<std::size_t> payloadSize(const Content& content) const;
   /// REQUIRES an object that the walk has seen.
@@ -82,6 +88,38 @@ class BinaryPropertyList {
   std::size_t count_ = 0;
   std::size_t table_ = 0;
   Object root_ = 0;
+};
+
+/// Looks the same keys up in many dictionaries, one after the other. In a list of like entries most have the
+/// same keys in the same order: they are recognised by that, and no text is compared again. The list is to
+/// outlive it, where it lies.
+class BinaryPropertyList::Lookup {
+ public:
+  Lookup(const BinaryPropertyList& list, std::vector<std::string> keys)
+      : list_(list), keys_(std::move(keys)) {}
+
+  /// Turns to an object; in one that is no dictionary nothing is found.
+  void enter(Object object);
+  /// What find() answers for the key of that index. REQUIRES that an object was entered.
+  [[nodiscard]] std::optional<Object> operator[](std::size_t key) const {
+    const std::size_t index = indexes_[key];
+    return index == kMissing ? std::nullopt : std::optional(list_.reference(dictionary_, index));
+  }
+
+ private:
+  static constexpr std::size_t kMissing = SIZE_MAX;
+  /// Of each key the reference to its value.
+  using Indexes = std::vector<std::size_t>;
+
+  void recognise();
+  [[nodiscard]] Indexes indexes() const;
+
+  const BinaryPropertyList& list_;
+  std::vector<std::string> keys_;
+  std::unordered_map<std::string_view, Indexes> known_;  ///< by the references to a dictionary's keys
+  std::optional<std::string_view> references_;           ///< those of the dictionary entered last
+  Indexes indexes_;
+  Content dictionary_;
 };
 
 }  // namespace foundation

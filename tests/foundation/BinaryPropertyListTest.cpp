@@ -157,6 +157,66 @@ TEST_F(BinaryPropertyListTest, OfAKeyThatStandsTwiceTheLastValueCounts) {
             PropertyList(PropertyList::Dictionary{{"x", PropertyList::Array{"y", "z"}}}));
 }
 
+/// Dictionaries whose keys are in every order, missing, repeated and not the same objects, one after the
+/// other.
+TEST_F(BinaryPropertyListTest, ALookupFindsInEveryDictionaryWhatIsThere) {
+  const std::vector<std::string> keys = {"a", "b", "\xC3\xBC"};
+  std::mt19937 random(4711);  // NOLINT(cert-msc51-cpp): the same dictionaries each time
+  PropertyList::Array array;
+  for (int number = 0; number < 3000; ++number) {
+    PropertyList::Dictionary dictionary;
+    for (auto left = random() % 5; left > 0; --left) {
+      const auto key = random() % 4;
+      dictionary.emplace_back(key < 3 ? keys[key] : "other" + std::to_string(random() % 99), number);
+    }
+    array.push_back(random() % 9 == 0 ? PropertyList("none") : PropertyList(dictionary));
+  }
+  const auto bytes = BinaryPropertyList::serialize(PropertyList::Dictionary{{"list", array}});
+  const auto list = BinaryPropertyList::open(bytes.value(), kMany).value();
+  BinaryPropertyList::Lookup lookup(list, keys);
+  for (const Object element : list.elements(*list.find(list.root(), "list"))) {
+    lookup.enter(element);
+    for (std::size_t key = 0; key < keys.size(); ++key) EXPECT_EQ(lookup[key], list.find(element, keys[key]));
+  }
+}
+
+/// A dictionary {"x": ["y"]}, its references and its table of numbers of those sizes.
+std::string withNumbersOf(std::size_t referenceSize, std::size_t offsetSize) {
+  std::string bytes = "bplist00";
+  std::string table;
+  const auto number = [](std::size_t value, std::size_t size) {
+    return std::string(size - 1, '\0') + static_cast<char>(value);
+  };
+  const auto object = [&](const std::string& marker, const std::vector<std::size_t>& references) {
+    table += number(bytes.size(), offsetSize);
+    bytes += marker;
+    for (const std::size_t reference : references) bytes += number(reference, referenceSize);
+  };
+  object("\xD1", {1, 2});
+  object("\x51x", {});
+  object("\xA1", {3});
+  object("\x51y", {});
+  const std::size_t begin = bytes.size();
+  return bytes + table + std::string(6, '\0') + number(offsetSize, 1) + number(referenceSize, 1) +
+         number(4, 8) + number(0, 8) + number(begin, 8);
+}
+
+TEST_F(BinaryPropertyListTest, NumbersOfEverySizeAreReadAndReplaced) {
+  for (std::size_t referenceSize = 1; referenceSize <= 8; ++referenceSize) {
+    for (std::size_t offsetSize = 1; offsetSize <= 8; ++offsetSize) {
+      const auto list = BinaryPropertyList::open(withNumbersOf(referenceSize, offsetSize), kMany);
+      ASSERT_TRUE(list) << referenceSize << ' ' << offsetSize;
+      const auto elements = list.value().elements(*list.value().find(list.value().root(), "x"));
+      const auto changed = list.value().replacingArray("x", elements, {"z"});
+      ASSERT_TRUE(changed);
+      EXPECT_EQ(read(changed.value()),
+                PropertyList(PropertyList::Dictionary{{"x", PropertyList::Array{"y", "z"}}}));
+    }
+  }
+  EXPECT_EQ(fault(withNumbersOf(9, 1)), EINVAL);
+  EXPECT_EQ(fault(withNumbersOf(1, 9)), EINVAL);
+}
+
 TEST_F(BinaryPropertyListTest, AnArrayThatIsMissingIsAdded) {
   const auto list = opened(PropertyList::Dictionary{{"version", 1}});
   EXPECT_EQ(read(list.replacingArray("list", {}, {"a"}).value()),

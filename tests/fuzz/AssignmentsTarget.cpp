@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "platform/fakes/FakePlatform.h"
 #include "tests/fuzz/Input.h"
 #include "tests/fuzz/Targets.h"
@@ -9,11 +11,25 @@ namespace {
 using foundation::PropertyList;
 using shortcutkeys::WatchList;
 
+/// Each look goes through the whole list: enough of them, and the time for one input stays short.
+constexpr std::size_t kMostSearches = 16;
+
+bool holds(const std::vector<std::size_t>& indexes, std::size_t index) {
+  return std::find(indexes.begin(), indexes.end(), index) != indexes.end();
+}
+
+void searchFor(const WatchList& list, std::size_t index, const shortcutkeys::Assignment& entry) {
+  const bool isFree = entry.bundleId.empty();
+  require(isFree || holds(list.entriesOf(entry.bundleId), index), "an entry belongs to whom it names");
+  require(entry.keys == list.keys(index), "an entry has the same keys, however they are asked for");
+  require(!entry.keys || holds(list.holdersOf({*entry.keys}), index),
+          "an entry holds the keys that it names");
+}
+
 void lookAtAll(const WatchList& list) {
   for (std::size_t index = 0; index < list.size(); ++index) {
     const auto entry = list.at(index);
-    const bool isFree = !entry || entry->bundleId.empty();
-    require(isFree || list.belongsTo(index, entry->bundleId), "an entry belongs to whom it names");
+    if (entry && index < kMostSearches) searchFor(list, index, *entry);
     const auto command = entry ? entry->commandId : std::nullopt;
     require(!command || list.hasCommandId(index, *command), "an entry has the command that it names");
     static_cast<void>(list.hasParams(index, {"a", "b"}));

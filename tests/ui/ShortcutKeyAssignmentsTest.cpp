@@ -157,11 +157,29 @@ TEST_F(ShortcutKeyAssignmentsTest, AnAppendedEntryIsSeenBehindTheOthers) {
     list.append(entry(kOurs, "repair", 1, 0x0100));
     list.append(PropertyList::Dictionary{{"keycode", "1"}});
     ASSERT_EQ(list.size(), 3U);
-    EXPECT_TRUE(list.belongsTo(1, kOurs));
-    EXPECT_FALSE(list.belongsTo(1, "com.other.App"));
+    EXPECT_THAT(list.entriesOf(kOurs), ElementsAre(1));
+    EXPECT_THAT(list.entriesOf("com.other.App"), ElementsAre(0));
+    EXPECT_THAT(list.entriesOf("com.other.Ap"), IsEmpty());
     EXPECT_TRUE(list.hasCommandId(1, "repair"));
     EXPECT_EQ(list.at(1), (Assignment{kOurs, "repair", Combination{1, 0x0100}}));
     EXPECT_EQ(list.at(2), (Assignment{"", std::nullopt, std::nullopt}));
+  }));
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, TheHoldersOfCombinationsAreFoundInTheirOrder) {
+  writeEntries({entry("com.other.App", "x", 7, 0x0900), "no dictionary", entry("com.other.B", "y", 8, 0x0900),
+                PropertyList::Dictionary{{"modifiers", 0x0900}, {"keycode", 7}},
+                PropertyList::Dictionary{{"keycode", 9}},
+                PropertyList::Dictionary{{"keycode", 9}, {"modifiers", "none"}},
+                PropertyList::Dictionary{{"modifiers", 0x0900}}});
+  EXPECT_TRUE(changeAssignments(WhenMissing::create, [&](WatchList& list) {
+    list.append(entry(kOurs, "repair", 7, 0x0900));
+    EXPECT_THAT(list.holdersOf({{7, 0x0900}}), ElementsAre(0, 3, 7));
+    EXPECT_THAT(list.holdersOf({{9, 0}, {8, 0x0900}}), ElementsAre(2, 4));
+    EXPECT_THAT(list.holdersOf({{7, 0}}), IsEmpty());
+    EXPECT_THAT(list.holdersOf({}), IsEmpty());
+    list.erase(0);
+    EXPECT_THAT(list.holdersOf({{7, 0x0900}}), ElementsAre(2, 6));
   }));
 }
 
