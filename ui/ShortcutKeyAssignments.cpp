@@ -27,6 +27,8 @@ using Change = std::function<void(WatchList&)>;
 
 constexpr const char* kWatchList = "watchlist";
 constexpr auto kLongestWait = std::chrono::seconds(5);
+/// Once the process was asked to end: more than another's change takes.
+constexpr auto kLongestWaitAtEnd = std::chrono::milliseconds(500);
 constexpr auto kWaitBetweenTries = std::chrono::milliseconds(10);
 /// For so long nobody who writes a list in its place leaves it half written.
 constexpr auto kLongestWriting = std::chrono::milliseconds(100);
@@ -92,13 +94,30 @@ foundation::Error othersAreInTheWay(int code, const std::string& path) {
   return errorWithReason(code, path, "another program is changing it");
 }
 
+/// When a wait that begins now is over.
+class WaitForOthers {
+ public:
+  bool isOver() {
+    auto& system = platform::current();
+    const auto now = system.clock.uptime();
+    if (!isEnding_ && system.interruption.requested()) {
+      isEnding_ = true;
+      end_ = std::min(end_, now + kLongestWaitAtEnd);
+    }
+    return now >= end_;
+  }
+
+ private:
+  std::chrono::nanoseconds end_ = platform::current().clock.uptime() + kLongestWait;
+  bool isEnding_ = false;
+};
+
 Result<std::unique_ptr<platform::FileLock>> waitForLock(const std::string& path) {
-  auto& clock = platform::current().clock;
-  const auto end = clock.uptime() + kLongestWait;
+  WaitForOthers wait;
   while (true) {
     auto lock = platform::current().fileLocks.tryLock(path);
     if (lock || lock.error().code != EWOULDBLOCK) return lock;
-    if (clock.uptime() >= end) return othersAreInTheWay(EWOULDBLOCK, path);
+    if (wait.isOver()) return othersAreInTheWay(EWOULDBLOCK, path);
     pause(kWaitBetweenTries);
   }
 }

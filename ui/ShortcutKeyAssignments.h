@@ -132,11 +132,11 @@ using KeysByCommand = std::map<std::string, CommandKeys>;
 enum class WhenMissing { leave, create };
 
 /// Reads the file, has it changed and writes it, all under the lock, for which it waits five seconds by the
-/// clock at most, and a tenth of a second where what is there is no list, to see whether it is being written.
-/// On the main thread its work is served during these waits, so that the window answers; whoever calls must
-/// be ready to be called again meanwhile. Answers the file as it was written, whatever has become of it
-/// since; nullopt where it was not: what failed, or that another program is in the way, is said on the system
-/// console.
+/// clock at most (half a second once the process was asked to end), and a tenth of a second where what is
+/// there is no list, to see whether it is being written. On the main thread its work is served during these
+/// waits, so that the window answers; whoever calls must be ready to be called again meanwhile. Answers the
+/// file as it was written, whatever has become of it since; nullopt where it was not: what failed, or that
+/// another program is in the way, is said on the system console.
 ///
 /// The change may be asked for more than once, each time for a list that was read afresh, of which the last
 /// one counts.

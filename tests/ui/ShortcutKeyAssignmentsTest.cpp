@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <stdexcept>
 
@@ -369,6 +370,34 @@ TEST_F(ShortcutKeyAssignmentsTest, TheLockIsWaitedForFiveSecondsByTheClock) {
   EXPECT_EQ(served, 20);
   EXPECT_THAT(messages(), ElementsAre("Unable to write the shortcut keys: " + std::string(kFile) +
                                       ": another program is changing it"));
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, AProgramThatIsAskedToEndWaitsHalfASecondMore) {
+  writeEntries({entry("com.other.App", "x")});
+  const std::string before = content();
+  const auto lock = system.fileLocks.tryLock(kFile);
+  ASSERT_TRUE(lock);
+  system.interruption.signal = SIGTERM;
+  system.interruption.comesAfter = 3;
+  int served = 0;
+  system.mainThread.whenServing = [&] {
+    ++served;
+    system.clock.advance(std::chrono::milliseconds(250));
+  };
+  EXPECT_FALSE(append(entry(kOurs, "repair")));
+  EXPECT_EQ(served, 5);
+  EXPECT_EQ(content(), before);
+  EXPECT_THAT(messages(), ElementsAre("Unable to write the shortcut keys: " + std::string(kFile) +
+                                      ": another program is changing it"));
+}
+
+TEST_F(ShortcutKeyAssignmentsTest, ALockThatIsLetGoOfAtTheEndIsStillTaken) {
+  auto lock = system.fileLocks.tryLock(kFile);
+  ASSERT_TRUE(lock);
+  system.interruption.signal = SIGTERM;
+  system.mainThread.whenServing = [&] { lock.value().reset(); };
+  EXPECT_TRUE(append(entry(kOurs, "repair")));
+  EXPECT_THAT(entries(), ElementsAre(entry(kOurs, "repair")));
 }
 
 TEST_F(ShortcutKeyAssignmentsTest, OtherThreadsSleepWhileTheyWaitForTheLock) {

@@ -221,6 +221,17 @@ TEST_F(AccessibilityTest, WhoElseHoldsTheKeysThatWereRecordedIsAnnounced) {
       waitForAnnouncement("PropertyChange accessible-name", find("label", "Another holds Ctrl+S too.")));
 }
 
+TEST_F(AccessibilityTest, ThePreferencesCanBeClosedThroughItAndOpenedAgain) {
+  auto* const preferences = window.findChild<QAction*>(QStringLiteral("preferences"));
+  preferences->trigger();
+  EXPECT_TRUE(waitUntil([this] { return !owner.keys.lines.empty(); }));
+  reader.press(find("push button", "Close"));
+  EXPECT_TRUE(waitUntil([this] { return owner.keys.lines.back() == "closing"; }));
+  EXPECT_TRUE(window.isVisible());
+  preferences->trigger();
+  EXPECT_TRUE(waitUntil([this] { return owner.keys.lines.back() == "loaded"; }));
+}
+
 TEST_F(AccessibilityTest, APasswordIsHeardOfAsOneAndNotHeard) {
   describePasswordFields();
   QDialog dialog;

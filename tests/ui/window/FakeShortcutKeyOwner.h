@@ -85,6 +85,7 @@ class FakeShortcutKeyOwner : public outlets::ShortcutKeyOwner {
     if (flags.option) line += " option";
     if (flags.command) line += " command";
     lines.push_back(line);
+    if (whenKeyDown) return whenKeyDown();
     if (const auto row = connections.shortcutKeyTableView->selectedRow()) rows.at(*row).keyName = line;
     connections.shortcutKeyTableView->endEditing(outlets::kShortcutKeyColumn, *editor);
   }
@@ -97,6 +98,8 @@ class FakeShortcutKeyOwner : public outlets::ShortcutKeyOwner {
   std::vector<Row> rows = {{"Repair"}, {"Stop Qmaster", "Ctrl+S"}, {"Start Qmaster"}};
   std::vector<std::string> lines;
   std::function<void()> whenLoaded;
+  /// In the place of what a key does otherwise.
+  std::function<void()> whenKeyDown;
   std::unique_ptr<outlets::FieldEditor> editor;
   outlets::ShortcutKeyConnections connections{};
   bool hasManager = true;

@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
+#include <optional>
 #include <thread>
 
 #include "platform/linux/LibplistPropertyLists.h"
@@ -30,6 +32,7 @@ using foundation::PropertyList;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::Field;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 constexpr const char* assignments = "/Users/alice/Library/Preferences/com.vordenworks.shortcutkeys.plist";
@@ -264,6 +267,128 @@ TEST_F(ShortcutKeysRunTest, QuittingWithThePreferencesOpenEndsTheProgram) {
   openPreferences();
   window::xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), main});
   EXPECT_EQ(session.quit().status, 0);
+}
+
+/// A program that waits for another, which has the assignments until the test lets it go on.
+class EndOfWaitTest : public ShortcutKeysRunTest {
+ protected:
+  EndOfWaitTest() {
+    Installer(sample).propertyList(
+        assignments,
+        PropertyList(PropertyList::Dictionary{{"watchlist", PropertyList::Array{othersEntry()}}}),
+        Encoding::binary, {aliceID, staffID, 0644});
+  }
+  /// From here on it waits.
+  void recordWhileLocked() {
+    main = QString::fromStdString(window::activeWindow());
+    openPreferences();
+    another.emplace(sample.volume());
+    record("F5");
+    std::this_thread::sleep_for(300ms);
+  }
+  void activateMain() const {
+    window::xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), main});
+  }
+  void expectRecorded() const {
+    const auto entries = watchList(sample);
+    ASSERT_EQ(entries.size(), 2U);
+    EXPECT_EQ(entries[0], othersEntry());
+    EXPECT_EQ(numberFor(entries[1], "keycode"), 0x60);
+  }
+  /// The file, its lock, and nothing half written.
+  [[nodiscard]] std::vector<std::string> files() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(sample.volume().host(assignments).parent_path())) {
+      const std::string name = entry.path().filename().string();
+      if (name.find("shortcutkeys") != std::string::npos) names.push_back(name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  const TemporaryVolume sample{{.shortcutKeyManager = true}};
+  WindowSession session{sample};
+  QString main;
+  std::optional<LockedAssignments> another;
+};
+
+constexpr const char* closeTheWindow = "alt+F4";  ///< to the window manager, which tells the program
+
+TEST_F(EndOfWaitTest, ASignalEndsTheProgramThoughTheOtherGoesOnAndNothingOfTheFileIsLost) {
+  recordWhileLocked();
+  const auto before = contentsOf(sample.volume().host(assignments).string());
+  session.signal(SIGTERM);
+  const VisitResult result = session.wait();
+  EXPECT_EQ(result.status, 128 + SIGTERM);
+  EXPECT_THAT(result.error, HasSubstr("Unable to write the shortcut keys: "));
+  EXPECT_THAT(result.error, HasSubstr("another program is changing it"));
+  EXPECT_EQ(contentsOf(sample.volume().host(assignments).string()), before);
+  EXPECT_THAT(files(),
+              ElementsAre(".com.vordenworks.shortcutkeys.plist.lock", "com.vordenworks.shortcutkeys.plist"));
+}
+
+TEST_F(EndOfWaitTest, TheKeysAreRecordedWhereTheOtherIsDoneSoonAfterASignal) {
+  recordWhileLocked();
+  session.signal(SIGTERM);
+  another.reset();
+  EXPECT_EQ(session.wait().status, 128 + SIGTERM);
+  expectRecorded();
+}
+
+// To close a window is the user's input, like keys and clicks: it is done when the wait is over.
+
+TEST_F(EndOfWaitTest, ThePreferencesCloseBehindTheKeysThatAreRecorded) {
+  recordWhileLocked();
+  window::press(closeTheWindow);
+  another.reset();
+  EXPECT_TRUE(window::waitUntil([] { return window::focusedTitle() == "Quillmend"; }));
+  expectRecorded();
+  EXPECT_EQ(setups(sample), 1U);
+  EXPECT_EQ(session.quit().status, 0);
+}
+
+TEST_F(EndOfWaitTest, ThePreferencesCloseThoughTheOtherGoesOn) {
+  recordWhileLocked();
+  window::press(closeTheWindow);
+  EXPECT_TRUE(window::waitUntil([] { return window::focusedTitle() == "Quillmend"; }, 30s));
+  EXPECT_THAT(watchList(sample), ElementsAre(othersEntry()));
+  another.reset();
+  openPreferences();
+  record("F6");
+  waitForSetups(sample, 2);
+  ASSERT_EQ(watchList(sample).size(), 2U) << "the next keys are recorded as ever";
+  EXPECT_EQ(numberFor(watchList(sample)[1], "keycode"), 0x61);
+  closePreferences();
+  EXPECT_EQ(session.quit().status, 0);
+}
+
+TEST_F(EndOfWaitTest, TheMainWindowsCloseEndsTheProgramBehindTheKeysThatAreRecorded) {
+  recordWhileLocked();
+  activateMain();
+  window::press(closeTheWindow);
+  another.reset();
+  EXPECT_EQ(session.wait().status, 0);
+  expectRecorded();
+  EXPECT_EQ(setups(sample), 1U);
+}
+
+TEST_F(EndOfWaitTest, TheMenusQuitEndsTheProgramBehindTheKeysThatAreRecorded) {
+  recordWhileLocked();
+  activateMain();
+  window::press("ctrl+q");
+  another.reset();
+  EXPECT_EQ(session.wait().status, 0);
+  expectRecorded();
+}
+
+TEST_F(EndOfWaitTest, TheMenusQuitEndsTheProgramThoughTheOtherGoesOn) {
+  recordWhileLocked();
+  activateMain();
+  window::press("ctrl+q");
+  const VisitResult result = session.wait();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.error, HasSubstr("another program is changing it"));
+  EXPECT_THAT(watchList(sample), ElementsAre(othersEntry()));
 }
 
 }  // namespace

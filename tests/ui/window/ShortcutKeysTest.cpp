@@ -1,12 +1,15 @@
 #include <gmock/gmock.h>
 
 #include <QDialogButtonBox>
+#include <QEventLoop>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
+#include <QPointer>
 #include <QProcess>
 #include <QPushButton>
 #include <QTextDocument>
+#include <QTimer>
 #include <QToolTip>
 #include <array>
 
@@ -505,6 +508,30 @@ TEST_F(ShortcutKeysTest, ClosingLetsTheOwnerGoAlsoInTheMidstOfAnEditing) {
   preferences.reset();
   EXPECT_THAT(owner.lines, ElementsAre("closing"));
   EXPECT_EQ(owner.parentView(), nullptr);
+  show();
+  EXPECT_EQ(recorded("F5"), "key 63");
+}
+
+/// As an assistive program can, while the owner waits and the loop serves all but keys and clicks.
+TEST_F(ShortcutKeysTest, TheWindowCanBeClosedWhileTheOwnerIsBusyWithAKey) {
+  show();
+  QPointer<PreferencesWindow> closing = preferences.release();
+  closing->setAttribute(Qt::WA_DeleteOnClose);
+  owner.whenKeyDown = [&] {
+    auto* const buttons = closing->findChild<QDialogButtonBox*>();
+    QTimer::singleShot(0, buttons, [buttons] { buttons->button(QDialogButtonBox::Close)->click(); });
+    QEventLoop wait;
+    QTimer::singleShot(300, &wait, &QEventLoop::quit);
+    wait.exec(QEventLoop::ExcludeUserInputEvents);
+    EXPECT_TRUE(closing.isNull()) << "it closes at once";
+  };
+  auto* const keys = closing->findChild<TGShortcutKeyTableview*>();
+  keys->editShortcutKey(0);
+  ASSERT_TRUE(isEditing());
+  press("F5");
+  EXPECT_TRUE(waitUntil([&] { return closing.isNull(); }));
+  EXPECT_THAT(owner.lines, ElementsAre("key 63", "closing"));
+  owner.whenKeyDown = nullptr;
   show();
   EXPECT_EQ(recorded("F5"), "key 63");
 }

@@ -40,6 +40,9 @@ class WindowSession {
     return visit_.wait();
   }
 
+  void signal(int number) { visit_.signal(number); }
+  VisitResult wait() { return visit_.wait(); }
+
  private:
   static constexpr std::chrono::seconds kLongestStart{30};
 
