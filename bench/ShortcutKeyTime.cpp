@@ -137,10 +137,18 @@ void measureShowing(const support::TemporaryFolder& home) {
   compare("showing 100,000", "parsing alone", show, [&] { parse(path); });
 }
 
-int measure() {
+/// For a profiler.
+int assignOnce(int entries, const support::TemporaryFolder& home) {
+  home.file(name, foundation::BinaryPropertyList::serialize(listOfOthers(entries)).value());
+  assign(1);
+  return 0;
+}
+
+int measure(int argc, char** argv) {
   becomeSomebody();
   const support::TemporaryFolder home;
   ::setenv("HOME", home.path().c_str(), 1);
+  if (argc > 1) return assignOnce(std::atoi(argv[1]), home);
   assignAmong("an assignment among 1,000", 1'000, home);
   assignAmong("an assignment among 10,000", 10'000, home);
   const auto assigned = assignAmong("an assignment among 100,000", 100'000, home);
@@ -151,11 +159,12 @@ int measure() {
 
 }  // namespace
 
-/// usage: shortcut_key_time
+/// usage: shortcut_key_time [ENTRIES]
 /// How long an assignment takes in a list that holds 1,000, 10,000 and 100,000 entries of other applications,
-/// the disk and what the table says of it included, and what it takes to show such a list. Ends with 2 where
+/// the disk and what the table says of it included, and what it takes to show such a list. With a number only
+/// one assignment is made, among that many entries, and nothing measured. Ends with 2 where
 /// an assignment is over its limit.
-int main() try { return measure(); } catch (const std::exception& failure) {
+int main(int argc, char** argv) try { return measure(argc, argv); } catch (const std::exception& failure) {
   std::fprintf(stderr, "%s\n", failure.what());
   return 1;
 }

@@ -3,6 +3,7 @@
 #include <QDialogButtonBox>
 #include <QLabel>
 #include <QPushButton>
+#include <QShortcut>
 #include <QVBoxLayout>
 #include <utility>
 
@@ -42,6 +43,8 @@ PreferencesWindow::PreferencesWindow(outlets::ShortcutKeyOwner& owner, VirtualKe
   close->setAutoDefault(false);  // Return is the table's
   close->setIcon({});
   connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+  // As the main window's Close, whose keys it does not hear from here.
+  new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_W), this, this, &QDialog::reject);
   auto* const rows = new QVBoxLayout(this);
   rows->setContentsMargins(kMargin, kMargin, kMargin, kMargin);
   rows->addWidget(makeHeading(tr("Keyboard Shortcuts")));

@@ -638,6 +638,32 @@ TEST_F(PreferencesMenuTest, EachOpeningShowsWhatIsInForceThen) {
   EXPECT_NE(preferences()->size(), QSize(700, 600)) << "nothing is remembered";
 }
 
+TEST_F(PreferencesMenuTest, TheKeysOfCloseCloseTheWindowInFront) {
+  open();
+  press("ctrl+w");
+  EXPECT_TRUE(waitUntil([this] { return preferences() == nullptr; }));
+  EXPECT_TRUE(window.isVisible());
+}
+
+TEST_F(PreferencesMenuTest, TheKeysOfQuitAreHeardInEitherWindow) {
+  open();
+  press("ctrl+q");
+  EXPECT_TRUE(waitUntil([this] { return !window.isVisible(); }));
+}
+
+TEST_F(PreferencesMenuTest, TheKeysOfQuitAndCloseCanBeRecorded) {
+  open();
+  for (const auto& [keys, line] : {std::pair("ctrl+q", "key 16 control"), {"ctrl+w", "key 17 control"}}) {
+    press("Return");
+    auto* const editor = dynamic_cast<QWidget*>(owner.keys.editor.get());
+    EXPECT_TRUE(waitUntil([&] { return editor->hasFocus(); }));
+    press(keys);
+    EXPECT_TRUE(waitUntil([this, line = line] { return owner.keys.lines.back() == line; })) << keys;
+  }
+  EXPECT_TRUE(window.isVisible());
+  EXPECT_TRUE(preferences()->isVisible());
+}
+
 TEST_F(PreferencesMenuTest, AKeyIsRecordedByWhatTheOwnerKnowsOfKeyboards) {
   open();
   press("Return");
