@@ -162,8 +162,8 @@ int measure(int argc, char** argv) {
 /// usage: shortcut_key_time [ENTRIES]
 /// How long an assignment takes in a list that holds 1,000, 10,000 and 100,000 entries of other applications,
 /// the disk and what the table says of it included, and what it takes to show such a list. With a number only
-/// one assignment is made, among that many entries, and nothing measured. Ends with 2 where
-/// an assignment is over its limit.
+/// one assignment is made, among that many entries, and nothing measured. Ends with 2 where an assignment is
+/// over its limit.
 int main(int argc, char** argv) try { return measure(argc, argv); } catch (const std::exception& failure) {
   std::fprintf(stderr, "%s\n", failure.what());
   return 1;
