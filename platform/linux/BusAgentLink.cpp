@@ -15,8 +15,9 @@
 #include <utility>
 
 #include "platform/linux/ProcessDescriptor.h"
-#include "platform/linux/SpawnedProgram.h"
 #include "platform/posix/BlockedSignals.h"
+#include "platform/posix/Pipe.h"
+#include "platform/posix/SpawnedProgram.h"
 
 namespace platform {
 
@@ -28,10 +29,7 @@ UniqueDescriptor startedAgent(const std::vector<std::string>& command, const Uni
       {.command = command, .environment = {}, .standardInput = socket.get(), .session = ChildSession::own});
   if (!child) return {};
   UniqueDescriptor process = raisedDescriptor(openProcess(child.value()));
-  if (!process) {  // it could not be ended when it must be
-    ::kill(child.value(), SIGKILL);
-    waitForProgram(child.value());
-  }
+  if (!process) endProgram(child.value());  // it could not be ended when it must be
   return process;
 }
 

@@ -5,9 +5,9 @@
 #include "platform/DesktopApplication.h"
 #include "platform/WindowModule.h"
 #include "platform/linux/LinuxAlerts.h"
-#include "platform/linux/LinuxClock.h"
-#include "platform/linux/LinuxInterruption.h"
-#include "platform/linux/LinuxMainThread.h"
+#include "platform/posix/PosixClock.h"
+#include "platform/posix/PosixInterruption.h"
+#include "platform/posix/PosixMainThread.h"
 
 namespace platform {
 
@@ -24,8 +24,8 @@ namespace platform {
 /// got.
 class LinuxDesktopApplication : public DesktopApplication, private WindowHost {
  public:
-  LinuxDesktopApplication(LinuxClock& clock, LinuxMainThread& mainThread, LinuxAlerts& alerts,
-                          LinuxInterruption& interruption)
+  LinuxDesktopApplication(PosixClock& clock, PosixMainThread& mainThread, LinuxAlerts& alerts,
+                          PosixInterruption& interruption)
       : clock_(clock), mainThread_(mainThread), alerts_(alerts), interruption_(interruption) {}
 
   int run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner,
@@ -40,10 +40,10 @@ class LinuxDesktopApplication : public DesktopApplication, private WindowHost {
   void applicationDidStart(WindowApplication& application) override;
   void applicationDidEnd() override;
 
-  LinuxClock& clock_;
-  LinuxMainThread& mainThread_;
+  PosixClock& clock_;
+  PosixMainThread& mainThread_;
   LinuxAlerts& alerts_;
-  LinuxInterruption& interruption_;
+  PosixInterruption& interruption_;
   std::atomic<WindowApplication*> application_ = nullptr;
 };
 

@@ -9,29 +9,29 @@
 #include "platform/linux/LibplistPropertyLists.h"
 #include "platform/linux/LinuxAlerts.h"
 #include "platform/linux/LinuxApplications.h"
-#include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxDesktopApplication.h"
 #include "platform/linux/LinuxFileAttributes.h"
 #include "platform/linux/LinuxFileBrowser.h"
 #include "platform/linux/LinuxFileReferences.h"
-#include "platform/linux/LinuxInterruption.h"
 #include "platform/linux/LinuxMainBundle.h"
-#include "platform/linux/LinuxMainThread.h"
 #include "platform/linux/LinuxPreferences.h"
 #include "platform/linux/LinuxProcessInformation.h"
 #include "platform/linux/LinuxSubprocesses.h"
-#include "platform/linux/LinuxUserInterfaceEvents.h"
 #include "platform/linux/LinuxUsersAndFolders.h"
 #include "platform/linux/LinuxWorkspace.h"
-#include "platform/linux/SpawnedProgram.h"
 #include "platform/linux/SudoAuthorization.h"
 #include "platform/linux/XkbKeyboardLayout.h"
 #include "platform/posix/GuardedFileLocks.h"
 #include "platform/posix/GuardedFiles.h"
 #include "platform/posix/GuardedGathering.h"
+#include "platform/posix/PosixClock.h"
 #include "platform/posix/PosixFileOperations.h"
 #include "platform/posix/PosixFolderQueries.h"
+#include "platform/posix/PosixInterruption.h"
+#include "platform/posix/PosixMainThread.h"
 #include "platform/posix/PosixSystemConsole.h"
+#include "platform/posix/PosixUserInterfaceEvents.h"
+#include "platform/posix/SpawnedProgram.h"
 #include "platform/posix/StandardStreams.h"
 
 namespace platform {
@@ -51,9 +51,9 @@ struct ProcessSetUp {
 /// so when it is first asked.
 struct LinuxPlatform {
   ProcessSetUp setUp;
-  LinuxClock clock;
-  LinuxMainThread mainThread;
-  LinuxUserInterfaceEvents userInterfaceEvents{mainThread};
+  PosixMainThread mainThread;
+  PosixClock clock{mainThread};
+  PosixUserInterfaceEvents userInterfaceEvents{mainThread};
   LinuxUsersAndFolders usersAndFolders;
   GuardedFileQueries fileQueries;
   GuardedFileChanges fileChanges;
@@ -80,7 +80,7 @@ struct LinuxPlatform {
   GuardedGathering gathering{fileQueries};
   LinuxAlerts alerts;
   XkbKeyboardLayout keyboardLayout;
-  LinuxInterruption interruption;
+  PosixInterruption interruption;
   LinuxDesktopApplication desktopApplication{clock, mainThread, alerts, interruption};
   Platform platform{clock,
                     mainThread,

@@ -21,8 +21,9 @@
 #include "platform/Platform.h"
 #include "platform/linux/ChildReaper.h"
 #include "platform/linux/ProcessDescriptor.h"
-#include "platform/linux/SpawnedProgram.h"
+#include "platform/posix/Pipe.h"
 #include "platform/posix/ReadableWait.h"
+#include "platform/posix/SpawnedProgram.h"
 
 namespace platform {
 

@@ -5,7 +5,6 @@
 #include "platform/macos/MacAlerts.h"
 #include "platform/macos/MacApplications.h"
 #include "platform/macos/MacAuthorization.h"
-#include "platform/macos/MacChildren.h"
 #include "platform/macos/MacClientConnections.h"
 #include "platform/macos/MacDesktopApplication.h"
 #include "platform/macos/MacDesktopNotifications.h"
@@ -65,7 +64,7 @@ struct MacPlatform {
   MacMainBundle mainBundle;
   MacProcessInformation processInformation;
   PosixSystemConsole systemConsole{clock, processInformation};
-  PosixSubprocesses subprocesses{mainThread, startMacChild};
+  PosixSubprocesses subprocesses{mainThread, watchByThread};
   MacApplications applications;
   MacWorkspace workspace;
   MacAuthorization authorization;

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/Clock.h"
+#include "platform/MainThread.h"
 #include "platform/WindowModule.h"
-#include "platform/posix/PosixMainThread.h"
 
 namespace platform {
 

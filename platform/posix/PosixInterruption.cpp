@@ -4,6 +4,7 @@
 #include <atomic>
 #include <csignal>
 
+#include "platform/foundation/Exception.h"
 #include "platform/posix/WakePipe.h"
 
 namespace platform {
@@ -20,7 +21,17 @@ static_assert(std::atomic<int>::is_always_lock_free && std::atomic<const WakePip
 
 void note(int signal) {
   int none = 0;
-  if (firstSignal.compare_exchange_strong(none, signal)) request.load()->raise();
+  if (!firstSignal.compare_exchange_strong(none, signal)) return;
+  if (const WakePipe* const pipe = request) pipe->raise();
+}
+
+/// Without descriptors to be had signals are noted all the same; nobody is woken by them then.
+const WakePipe* makeRequest() {
+  try {
+    return new WakePipe();
+  } catch (const foundation::Exception&) {
+    return nullptr;
+  }
 }
 
 bool hasHandler(int signal, void (*handler)(int)) {
@@ -39,7 +50,7 @@ void setHandler(int signal, void (*handler)(int)) {
 }  // namespace
 
 void PosixInterruption::defer() {
-  if (request == nullptr) request = new WakePipe();
+  if (request == nullptr) request = makeRequest();
   sigset_t heard{};
   sigemptyset(&heard);
   for (const int signal : kSignals) {

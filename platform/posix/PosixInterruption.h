@@ -12,7 +12,8 @@ class PosixInterruption : public Interruption {
   std::optional<int> requested() override;
   void deliver() override;
 
-  /// Readable from the first signal noted to its delivery; -1 before the first defer().
+  /// Readable from the first signal noted to its delivery; -1 before the first defer(), and where the system
+  /// gives no descriptors.
   [[nodiscard]] int requestDescriptor() const;
 };
 

@@ -59,8 +59,8 @@ bool PosixMainThread::isCurrent() {
 
 void PosixMainThread::enqueue(std::function<void()> work) {
   const std::scoped_lock lock(mutex_);
-  if (queue_.empty()) wake_.raise();
   queue_.push_back(std::move(work));
+  if (queue_.size() == 1) wake_.raise();
 }
 
 void PosixMainThread::perform(std::function<void()> work, Wait wait) {

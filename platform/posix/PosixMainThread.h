@@ -11,7 +11,8 @@ namespace platform {
 
 /// The thread that the program's static objects are made on; a queue, and a pipe that is readable while
 /// something is queued. Work that nobody waits for and that throws is reported on the system console and
-/// dropped. By POSIX calls alone, for any system.
+/// dropped. By POSIX calls alone, for any system: poll(2) counts milliseconds, and a wait lasts rather a
+/// little longer than its interval.
 class PosixMainThread : public MainThread {
  public:
   bool isCurrent() override;

@@ -2,107 +2,43 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <mutex>
 #include <optional>
-#include <system_error>
-#include <thread>
 
 #include "platform/foundation/Exception.h"
+#include "platform/posix/ChildCalls.h"
+#include "platform/posix/Pipe.h"
 #include "platform/posix/ReadableWait.h"
-#include "platform/posix/UniqueDescriptor.h"
+#include "platform/posix/SpawnedProgram.h"
 
 namespace platform {
 namespace {
 
-using foundation::systemError;
+using std::chrono::milliseconds;
 
 constexpr std::size_t kReadSize = 64UL << 10;
 constexpr std::size_t kMostKept = 1UL << 20;
 /// How long a wait goes on before it looks whether the child is stuck at a full pipe.
-constexpr std::chrono::milliseconds kLookAround{20};
+constexpr milliseconds kLookAround{20};
 
 [[noreturn]] void refuse(int reason, const std::string& path) {
   throw foundation::Exception(foundation::kInvalidArgumentException,
-                              systemError(reason, path).localizedDescription());
+                              foundation::systemError(reason, path).localizedDescription());
 }
 
-/// Above the three standard ones, also in a process that was started with one of them closed.
-UniqueDescriptor raised(int descriptor) {
-  if (descriptor > STDERR_FILENO) {
-    ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-    return UniqueDescriptor(descriptor);
-  }
-  const UniqueDescriptor low(descriptor);
-  return UniqueDescriptor(::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-}
-
-struct Pipe {
-  UniqueDescriptor reading;
-  UniqueDescriptor writing;
-};
-
-Pipe makePipe(const std::string& path) {
-  std::array<int, 2> ends{-1, -1};
-  if (::pipe(ends.data()) != 0) refuse(errno, path);
-  Pipe pipe{raised(ends[0]), raised(ends[1])};
-  if (!pipe.reading || !pipe.writing) refuse(EMFILE, path);
-  return pipe;
-}
-
-/// A child from its start to its end, shared by the object that stands for it and the thread that waits for
-/// it.
-class WatchedChild {
- public:
-  /// Nothing is ever written to the pipe: its end says that the child has ended.
-  WatchedChild(pid_t child, Pipe end)
-      : child_(child), ended_(std::move(end.reading)), alive_(std::move(end.writing)) {}
-
-  void waitForEnd() {
-    siginfo_t information{};
-    // Left to be waited for, so that its number is nobody else's until the lock is held.
-    while (::waitid(P_PID, static_cast<id_t>(child_), &information, WEXITED | WNOWAIT) != 0 &&
-           errno == EINTR) {
-    }
-    const std::scoped_lock lock(mutex_);
-    int status = 0;
-    const pid_t waited = ::waitpid(child_, &status, 0);
-    status_ = waited != child_ ? -1 : WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
-    alive_.reset();
-  }
-  void terminate() {
-    const std::scoped_lock lock(mutex_);
-    if (!status_) ::kill(child_, SIGTERM);
-  }
-  [[nodiscard]] std::optional<int> status() {
-    const std::scoped_lock lock(mutex_);
-    return status_;
-  }
-  /// At its end once the child has ended.
-  [[nodiscard]] int descriptor() const { return ended_.get(); }
-
- private:
-  const pid_t child_;
-  const UniqueDescriptor ended_;
-  std::mutex mutex_;  ///< guards what follows
-  UniqueDescriptor alive_;
-  std::optional<int> status_;
-};
-
-/// Reads what a child writes. A pipe holds little; what is read ahead, so that a child that writes much to
-/// the stream which is read last does not get stuck, is kept here. May be used by several threads.
+/// Reads what a child writes. From a pipe that holds little it is read ahead, so that a child that writes
+/// much to the stream which is read last does not get stuck. May be used by several threads.
 class Output {
  public:
-  void open(UniqueDescriptor pipe) {
+  void open(UniqueDescriptor pipe, PosixSubprocesses::MakePipeHold* makeHold) {
     const std::scoped_lock lock(mutex_);
     ::fcntl(pipe.get(), F_SETFL, ::fcntl(pipe.get(), F_GETFL) | O_NONBLOCK);
+    holdsLittle_ = makeHold == nullptr || !makeHold(pipe.get(), kMostKept);
     pipe_ = std::move(pipe);
   }
   void close() {
@@ -115,35 +51,48 @@ class Output {
     const std::scoped_lock lock(mutex_);
     return pipe_.get();
   }
+  /// Whether there is something to take though the descriptor may not say so.
+  [[nodiscard]] bool hasKept() {
+    const std::scoped_lock lock(mutex_);
+    return !kept_.empty();
+  }
+  /// Whether its pipe must be looked after while something else is waited for.
+  [[nodiscard]] bool holdsLittle() {
+    const std::scoped_lock lock(mutex_);
+    return pipe_ && holdsLittle_;
+  }
   /// What there is; empty at the end; nullopt when there is nothing yet.
   std::optional<std::string> take() {
     const std::scoped_lock lock(mutex_);
-    if (kept_.empty() && pipe_) {
-      if (readMore() < 0 && errno == EAGAIN) return std::nullopt;
-    }
+    if (kept_.empty()) return pipe_ ? readOnce() : std::string();
     std::string bytes = kept_.substr(0, kReadSize);
     kept_.erase(0, bytes.size());
     return bytes;
   }
   void readAhead() {
     const std::scoped_lock lock(mutex_);
-    while (pipe_ && kept_.size() < kMostKept && readMore() > 0) {
+    while (pipe_ && holdsLittle_ && kept_.size() < kMostKept) {
+      const auto bytes = readOnce();
+      if (!bytes || bytes->empty()) return;
+      kept_ += *bytes;
     }
   }
 
  private:
-  ssize_t readMore() {
+  std::optional<std::string> readOnce() {
     std::string bytes(kReadSize, '\0');
     ssize_t length = -1;
     do {
       length = ::read(pipe_.get(), bytes.data(), bytes.size());
     } while (length < 0 && errno == EINTR);
-    if (length > 0) kept_.append(bytes, 0, static_cast<std::size_t>(length));
-    return length;
+    if (length < 0 && errno == EAGAIN) return std::nullopt;
+    bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    return bytes;
   }
 
   std::mutex mutex_;
   UniqueDescriptor pipe_;
+  bool holdsLittle_ = false;
   std::string kept_;
 };
 
@@ -153,24 +102,29 @@ struct ChildStream {
   UniqueDescriptor pipeEnd = {};
 };
 
+/// How a child is started and seen to its end.
+struct Start {
+  std::string executable;
+  OpensOnDesktop opensOnDesktop = OpensOnDesktop::no;
+  WatchChild* watch = nullptr;
+  PosixSubprocesses::MakePipeHold* makePipeHold = nullptr;
+};
+
 class PosixSubprocess final : public Subprocess {
  public:
-  PosixSubprocess(SubprocessOptions options, MainThread& mainThread, StartChild* start)
-      : options_(std::move(options)), mainThread_(mainThread), start_(start) {}
+  PosixSubprocess(SubprocessOptions options, Start start, MainThread& mainThread)
+      : options_(std::move(options)), start_(std::move(start)), mainThread_(mainThread) {}
 
   const std::string& launchPath() const override { return options_.launchPath; }
   void launch() override;
   bool isRunning() override {
-    const auto child = watched();
+    const auto child = running();
     return child != nullptr && !child->status();
   }
-  void waitUntilExit() override {
-    const auto child = watched();
-    while (child != nullptr && !child->status()) lookAroundUntilReadable(child->descriptor());
-  }
+  void waitUntilExit() override;
   int terminationStatus() override;
   void terminate() override {
-    if (const auto child = watched()) child->terminate();
+    if (const auto child = running()) child->terminate();
   }
   std::string availableOutput() override { return readFrom(output_); }
   std::string availableError() override { return readFrom(error_); }
@@ -179,110 +133,123 @@ class PosixSubprocess final : public Subprocess {
 
  private:
   ChildStream connect(Stream kind, int stream);
-  void watch(pid_t child, Pipe end);
-  std::shared_ptr<WatchedChild> watched();
+  void watch(pid_t child);
+  std::shared_ptr<RunningChild> running();
   std::string readFrom(Output& stream);
-  void lookAroundUntilReadable(int descriptor);
+  void readAhead();
+  std::optional<milliseconds> patience();
+  void waitForMore(Output& stream, int pipe);
 
   const SubprocessOptions options_;
+  const Start start_;
   MainThread& mainThread_;
-  StartChild* const start_;
   Output output_;
   Output error_;
   std::mutex mutex_;  ///< guards what follows
-  std::shared_ptr<WatchedChild> child_;
+  std::shared_ptr<RunningChild> child_;
 };
 
-std::shared_ptr<WatchedChild> PosixSubprocess::watched() {
+std::shared_ptr<RunningChild> PosixSubprocess::running() {
   const std::scoped_lock lock(mutex_);
   return child_;
 }
 
 /// This process's own end of a pipe becomes output_ or error_; that of the child's input is closed at once.
 ChildStream PosixSubprocess::connect(Stream kind, int stream) {
-  if (kind == Stream::inherited) return {::fcntl(stream, F_GETFD) < 0 ? -1 : stream};
+  if (kind == Stream::inherited) return {ownStream(stream)};
   if (kind == Stream::nullDevice) return {};
-  Pipe pipe = makePipe(launchPath());
-  if (stream == STDOUT_FILENO) output_.open(std::move(pipe.reading));
-  if (stream == STDERR_FILENO) error_.open(std::move(pipe.reading));
+  Pipe pipe = makePipe();
+  if (!pipe.reading) refuse(errno, launchPath());
+  if (stream == STDOUT_FILENO) output_.open(std::move(pipe.reading), start_.makePipeHold);
+  if (stream == STDERR_FILENO) error_.open(std::move(pipe.reading), start_.makePipeHold);
   UniqueDescriptor childsEnd = std::move(stream == STDIN_FILENO ? pipe.reading : pipe.writing);
   const int number = childsEnd.get();
   return {number, std::move(childsEnd)};
 }
 
-/// A child that cannot be watched must not run on unseen.
-void PosixSubprocess::watch(pid_t child, Pipe end) {
-  const auto started = std::make_shared<WatchedChild>(child, std::move(end));
-  try {
-    std::thread([started] { started->waitForEnd(); }).detach();
-  } catch (const std::system_error& error) {
-    ::kill(child, SIGKILL);
-    started->waitForEnd();
-    refuse(error.code().value(), launchPath());
-  }
+void PosixSubprocess::watch(pid_t child) {
+  auto watched = start_.watch(child);
+  if (!watched) refuse(watched.error().code, launchPath());
   const std::scoped_lock lock(mutex_);
-  child_ = started;
-}
-
-/// Has the kernel keep the exit statuses of children, which it throws away where this program was started
-/// with SIGCHLD ignored.
-void keepExitStatuses() {
-  struct sigaction action {};
-  if (::sigaction(SIGCHLD, nullptr, &action) != 0) return;
-  const bool isIgnored = (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN;
-  if (!isIgnored && (action.sa_flags & SA_NOCLDWAIT) == 0) return;
-  if (isIgnored) action.sa_handler = SIG_DFL;
-  action.sa_flags &= ~SA_NOCLDWAIT;
-  ::sigaction(SIGCHLD, &action, nullptr);
+  child_ = std::move(watched).value();
 }
 
 void PosixSubprocess::launch() {
-  keepExitStatuses();
-  const auto hasZeroByte = [](const std::string& text) { return text.find('\0') != std::string::npos; };
-  if (hasZeroByte(launchPath()) ||
-      std::any_of(options_.arguments.begin(), options_.arguments.end(), hasZeroByte)) {
-    refuse(EINVAL, launchPath());
-  }
   const ChildStream input = connect(options_.standardInput, STDIN_FILENO);
   const ChildStream output = connect(options_.standardOutput, STDOUT_FILENO);
   const ChildStream error = connect(options_.standardError, STDERR_FILENO);
-  Pipe end = makePipe(launchPath());
-  ChildToStart child{launchPath(), options_.arguments, input.descriptor, output.descriptor, error.descriptor};
-  child.command.insert(child.command.begin(), launchPath());
-  const auto started = start_(child);
-  if (!started) refuse(started.error().code, launchPath());
-  watch(started.value(), std::move(end));
+  ProgramToSpawn program{
+      .command = options_.arguments,
+      .environment = childEnvironment(ownEnvironment(), ::geteuid() == 0, start_.opensOnDesktop),
+      .standardInput = input.descriptor,
+      .standardOutput = output.descriptor,
+      .standardError = error.descriptor,
+      .executable = start_.executable,
+      .session = ChildSession::own};
+  program.command.insert(program.command.begin(), launchPath());
+  const auto child = spawnProgram(program);
+  if (!child) refuse(child.error().code, launchPath());
+  watch(child.value());
 }
 
-/// Returns when the descriptor is readable, or to have the caller look again.
-void PosixSubprocess::lookAroundUntilReadable(int descriptor) {
+void PosixSubprocess::readAhead() {
   output_.readAhead();
   error_.readAhead();
-  waitUntilReadable(mainThread_, descriptor, kLookAround);
+}
+
+/// How long a wait may last before it is to look around.
+std::optional<milliseconds> PosixSubprocess::patience() {
+  return output_.holdsLittle() || error_.holdsLittle() ? std::optional(kLookAround) : std::nullopt;
+}
+
+void PosixSubprocess::waitUntilExit() {
+  const auto child = running();
+  while (child != nullptr && !child->status()) {
+    readAhead();
+    waitUntilReadable(mainThread_, child->descriptor(), patience());
+  }
+}
+
+/// Where there is some already the main thread's work is served all the same: a child that never stops
+/// writing must not keep it from being done.
+void PosixSubprocess::waitForMore(Output& stream, int pipe) {
+  readAhead();
+  if (stream.hasKept()) {
+    waitUntilReadable(mainThread_, -1, milliseconds(0));
+  } else {
+    waitUntilReadable(mainThread_, pipe, patience());
+  }
 }
 
 int PosixSubprocess::terminationStatus() {
   if (isRunning()) {
     throw foundation::Exception(foundation::kInvalidArgumentException, launchPath() + " is still running");
   }
-  const auto child = watched();
+  const auto child = running();
   return child == nullptr ? -1 : child->status().value_or(-1);
 }
 
 std::string PosixSubprocess::readFrom(Output& stream) {
-  while (true) {
+  for (int pipe = stream.descriptor(); pipe >= 0; pipe = stream.descriptor()) {
+    waitForMore(stream, pipe);
     if (auto bytes = stream.take()) return std::move(*bytes);
-    lookAroundUntilReadable(stream.descriptor());
   }
+  return {};
 }
 
 }  // namespace
 
 std::shared_ptr<Subprocess> PosixSubprocesses::create(SubprocessOptions options) {
-  return std::make_shared<PosixSubprocess>(std::move(options), mainThread_, start_);
+  const std::string executable = executableFor(options.launchPath);
+  return std::make_shared<PosixSubprocess>(
+      std::move(options), Start{executable, opensOnDesktop(executable), watch_, makePipeHold_}, mainThread_);
 }
 
 bool PosixSubprocesses::isExecutableFile(const std::string& path) {
+  return mayBeExecuted(executableFor(path));
+}
+
+bool PosixSubprocesses::mayBeExecuted(const std::string& path) {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 && (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)) &&
          ::faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) == 0;

@@ -1,49 +1,54 @@
 #pragma once
 
-#include <sys/types.h>
-
+#include <cstddef>
 #include <string>
-#include <vector>
 
 #include "platform/MainThread.h"
 #include "platform/Subprocesses.h"
-#include "platform/foundation/Result.h"
+#include "platform/posix/ChildEnvironment.h"
+#include "platform/posix/RunningChild.h"
 
 namespace platform {
 
-/// What a child is started with. The streams are descriptors of this process; -1 stands for the null device.
-struct ChildToStart {
-  std::string executable;
-  std::vector<std::string> command;  ///< the program's name, then its arguments; no zero bytes
-  int standardInput = -1;
-  int standardOutput = -1;
-  int standardError = -1;
-};
-
-/// Starts a direct child in a session of its own, with no descriptor but its three streams, no signal ignored
-/// and none blocked, and with the environment that childEnvironment() says. How descriptors are kept from a
-/// child is each system's own.
-using StartChild = foundation::Result<pid_t>(const ChildToStart& child);
-
-/// Children for any system: a thread waits for each of them (waitid(2), waitpid(2)), so that none is left
-/// behind when it has ended, and nobody signals a process that has got its number since.
+/// Children by posix_spawn(3), for any system; how one is seen to its end is each system's own (WatchChild).
 ///
-/// A pipe at standard input is at its end from the start: nothing is ever written to it. A standard stream
-/// that is closed in this process is the null device in the child. terminationStatus() of a child whose
-/// status somebody else took is -1, and it throws foundation::Exception (NSInvalidArgumentException) for one
-/// that has not ended. Arguments with a zero byte in them cannot be passed; launch() refuses them rather than
-/// cut them.
+/// Pipes hold 1 MiB where the system allows it, so that a tool that writes much to the stream that is read
+/// last does not get stuck. From one that holds less, as much is read ahead while anybody waits for the child
+/// or its output. A pipe at standard input is at its end from the start: nothing is ever written to it. A
+/// standard stream that is closed in this process is the null device in the child, so that no file the child
+/// opens is taken for one. What childEnvironment() says becomes its environment.
+///
+/// terminationStatus() of a child whose status somebody else took is -1, and it throws foundation::Exception
+/// (NSInvalidArgumentException) for one that has not ended. Arguments with a zero byte in them cannot be
+/// passed; launch() refuses them rather than cut them.
 class PosixSubprocesses : public Subprocesses {
  public:
-  /// `mainThread` outlives this object and every child that it makes.
-  PosixSubprocesses(MainThread& mainThread, StartChild* start) : mainThread_(mainThread), start_(start) {}
+  /// Has a pipe hold that many bytes; answers whether it does.
+  using MakePipeHold = bool(int pipe, std::size_t bytes);
+
+  /// `mainThread` outlives this object and every child that it makes. Without `makePipeHold` pipes hold what
+  /// they hold.
+  PosixSubprocesses(MainThread& mainThread, WatchChild* watch, MakePipeHold* makePipeHold = nullptr)
+      : mainThread_(mainThread), watch_(watch), makePipeHold_(makePipeHold) {}
 
   std::shared_ptr<Subprocess> create(SubprocessOptions options) override;
   bool isExecutableFile(const std::string& path) override;
 
+ protected:
+  /// What is run for a path.
+  [[nodiscard]] virtual std::string executableFor(const std::string& path) { return path; }
+
+  [[nodiscard]] virtual OpensOnDesktop opensOnDesktop(const std::string& /*executable*/) {
+    return OpensOnDesktop::no;
+  }
+
+  /// A regular file, or a folder that may be searched.
+  [[nodiscard]] static bool mayBeExecuted(const std::string& path);
+
  private:
   MainThread& mainThread_;
-  StartChild* start_;
+  WatchChild* watch_;
+  MakePipeHold* makePipeHold_;
 };
 
 }  // namespace platform

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/posix/UniqueDescriptor.h"
+#include "platform/posix/Pipe.h"
 
 namespace platform {
 
@@ -12,13 +12,12 @@ class WakePipe {
   WakePipe();
 
   /// Readable while raised.
-  [[nodiscard]] int descriptor() const { return reading_.get(); }
+  [[nodiscard]] int descriptor() const { return pipe_.reading.get(); }
   void raise() const;
   void lower() const;
 
  private:
-  UniqueDescriptor reading_;
-  UniqueDescriptor writing_;
+  Pipe pipe_;
 };
 
 }  // namespace platform

@@ -65,10 +65,10 @@ class LinuxDesktopApplicationTest : public ::testing::Test {
 
   fakes::FakePlatform fake;
   TemporaryFolder bundle;
-  LinuxMainThread mainThread;
+  PosixMainThread mainThread;
   LinuxAlerts alerts;
-  LinuxInterruption interruption;
-  LinuxClock clock;
+  PosixInterruption interruption;
+  PosixClock clock{mainThread};
   LinuxDesktopApplication application{clock, mainThread, alerts, interruption};
   NoOwner owner;
   std::function<void()> displayWasLost = [] { FAIL() << "nothing is lost"; };

@@ -69,11 +69,12 @@ TEST(LinuxPlatform, AParentThatHadExitStatusesThrownAwayIsNotFollowed) {
   EXPECT_EQ(child->availableOutput(), "SIGCHLD ignored\nSIGCHLD default\n");
 }
 
-class LinuxInterruptionTest : public ::testing::TestWithParam<int> {};
+/// A whole program with what it has from whoever starts it.
+class InterruptedProgramTest : public ::testing::TestWithParam<int> {};
 
-INSTANTIATE_TEST_SUITE_P(Signals, LinuxInterruptionTest, ::testing::Values(SIGTERM, SIGINT, SIGHUP));
+INSTANTIATE_TEST_SUITE_P(Signals, InterruptedProgramTest, ::testing::Values(SIGTERM, SIGINT, SIGHUP));
 
-TEST_P(LinuxInterruptionTest, ASignalIsNotedAndEndsTheProcessWhenDelivered) {
+TEST_P(InterruptedProgramTest, ASignalIsNotedAndEndsTheProcessWhenDelivered) {
   const auto child = startProbe(kProbe, {"interruption"});
   const pid_t process = processThatDefers(*child);
   ASSERT_GT(process, 0);
@@ -83,7 +84,7 @@ TEST_P(LinuxInterruptionTest, ASignalIsNotedAndEndsTheProcessWhenDelivered) {
   EXPECT_EQ(child->terminationStatus(), GetParam());
 }
 
-TEST(LinuxInterruption, ASignalThatWasIgnoredStaysIgnored) {
+TEST(InterruptedProgram, ASignalThatWasIgnoredStaysIgnored) {
   const auto child = startProbe("/bin/sh", {"-c", "trap '' TERM; exec \"$0\" interruption", kProbe});
   const pid_t process = processThatDefers(*child);
   ASSERT_GT(process, 0);
@@ -92,29 +93,13 @@ TEST(LinuxInterruption, ASignalThatWasIgnoredStaysIgnored) {
   EXPECT_EQ(child->availableOutput(), std::to_string(SIGHUP) + "\n");
 }
 
-TEST(LinuxInterruption, ASignalThatWasBlockedIsHeard) {
+TEST(InterruptedProgram, ASignalThatWasBlockedIsHeard) {
   const auto child = startProbe("/usr/bin/env", {"--block-signal=HUP", "/bin/sh", "-c",
                                                  "kill -HUP $$; exec \"$0\" interruption", kProbe});
   child->waitUntilExit();
   // It was pending since before the program began; no other is needed.
   EXPECT_THAT(child->availableOutput(), MatchesRegex("deferred [0-9]+\n" + std::to_string(SIGHUP) + "\n"));
   EXPECT_EQ(child->terminationStatus(), SIGHUP);
-}
-
-TEST(LinuxInterruption, TheFirstSignalCounts) {
-  auto& interruption = native().interruption;
-  EXPECT_EQ(interruption.requested(), std::nullopt);
-  interruption.deliver();
-  interruption.defer();
-  ASSERT_EQ(::raise(SIGHUP), 0);
-  ASSERT_EQ(::raise(SIGTERM), 0);
-  EXPECT_EQ(interruption.requested(), SIGHUP);
-  EXPECT_EXIT(interruption.deliver(), ::testing::KilledBySignal(SIGHUP), "");
-  // Deliver with the noted signal ignored, so that this process goes on.
-  static_cast<void>(std::signal(SIGHUP, SIG_IGN));
-  interruption.deliver();
-  EXPECT_EQ(interruption.requested(), std::nullopt);
-  static_cast<void>(std::signal(SIGHUP, SIG_DFL));
 }
 
 }  // namespace

@@ -7,6 +7,8 @@
 #include <csignal>
 #include <thread>
 
+#include "platform/posix/PosixMainThread.h"
+
 namespace platform {
 namespace {
 

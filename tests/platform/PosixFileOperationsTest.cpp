@@ -11,8 +11,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "platform/linux/LinuxClock.h"
-#include "platform/linux/LinuxMainThread.h"
+#include "platform/posix/PosixClock.h"
+#include "platform/posix/PosixMainThread.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
@@ -80,8 +80,8 @@ class PosixFileOperationsTest : public ::testing::Test {
   }
 
   TemporaryFolder folder;
-  LinuxClock clock;
-  LinuxMainThread mainThread;
+  PosixMainThread mainThread;
+  PosixClock clock{mainThread};
   PosixFileOperations operations{mainThread, clock};
   FileOperationRef operation = operations.create();
   std::function<void(const FileOperationUpdate&)> whenHeard;
@@ -175,12 +175,13 @@ TEST_F(PosixFileOperationsTest, ACopyThatIsCancelledBeforeItHasBegunDoesNothing)
 }
 
 /// Something happens when it is asked the first time, and each time.
-class EventfulClock : public LinuxClock {
+class EventfulClock : public PosixClock {
  public:
+  using PosixClock::PosixClock;
   std::chrono::nanoseconds uptime() override {
     if (atFirst) std::exchange(atFirst, nullptr)();
     if (each) each();
-    return LinuxClock::uptime();
+    return PosixClock::uptime();
   }
   std::function<void()> atFirst;
   std::function<void()> each;
@@ -190,7 +191,7 @@ TEST_F(PosixFileOperationsTest, ACopyThatIsCancelledAtItsBeginningCountsNothing)
   std::string path = folder / "deep";
   for (int level = 0; level < 300; ++level) path += "/d";
   fs::create_directories(path);  // counting it would be an error
-  EventfulClock eventful;
+  EventfulClock eventful(mainThread);
   PosixFileOperations cancelling(mainThread, eventful);
   eventful.atFirst = [&] { EXPECT_EQ(cancelling.cancel(operation), noErr); };
   operations.scheduleOnMainThread(operation);
@@ -229,15 +230,16 @@ TEST_F(PosixFileOperationsTest, ErrorsArriveAtTheEndAndLeaveNothing) {
 }
 
 /// All the time there is passes at once.
-class HurriedClock : public LinuxClock {
+class HurriedClock : public PosixClock {
  public:
+  using PosixClock::PosixClock;
   std::chrono::nanoseconds uptime() override { return asked++ == 0 ? 0s : 10s; }
   std::atomic<int> asked = 0;
 };
 
 TEST_F(PosixFileOperationsTest, NoSecondReportComesBeforeAnotherIntervalHasPassed) {
   const std::string source = makeLargeFile();
-  HurriedClock hurried;
+  HurriedClock hurried(mainThread);
   PosixFileOperations watched(mainThread, hurried);
   operations.scheduleOnMainThread(operation);
   std::size_t reports = 0;
@@ -268,11 +270,11 @@ TEST_F(PosixFileOperationsTest, TheirEndStopsWhatIsBeingCopied) {
 }
 
 /// Comes back from queueing only when the work has been done.
-class PatientMainThread : public LinuxMainThread {
+class PatientMainThread : public PosixMainThread {
  public:
   void perform(std::function<void()> work, Wait wait) override {
     std::atomic<bool> done = false;
-    LinuxMainThread::perform(
+    PosixMainThread::perform(
         [&done, work = std::move(work)]() mutable {
           std::exchange(work, nullptr)();
           done = true;
@@ -307,7 +309,7 @@ TEST_F(PosixFileOperationsTest, WhatTheCallbackHoldsGoesOnTheMainThread) {
 TEST_F(PosixFileOperationsTest, SignalsAreKeptFromTheThreadThatCopies) {
   const std::string source = makeLargeFile();
   std::atomic<int> open = 0;
-  EventfulClock eventful;
+  EventfulClock eventful(mainThread);
   PosixFileOperations watched(mainThread, eventful);
   eventful.each = [&] {
     sigset_t blocked;

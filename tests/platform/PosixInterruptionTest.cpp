@@ -5,6 +5,8 @@
 
 #include <csignal>
 
+#include "tests/platform/NoMoreDescriptors.h"
+
 namespace platform {
 namespace {
 
@@ -65,6 +67,17 @@ TEST_F(PosixInterruptionTest, ASignalThatWasBlockedIsHeard) {
   ASSERT_EQ(::raise(SIGHUP), 0);
   interruption.defer();
   EXPECT_EQ(interruption.requested(), SIGHUP);
+}
+
+TEST_F(PosixInterruptionTest, ASignalIsNotedAlsoWhereThereIsNoDescriptorToTellOfIt) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process that has not deferred yet
+  const auto interrupted = [this] {
+    const NoMoreDescriptors limit;
+    interruption.defer();
+    static_cast<void>(::raise(SIGHUP));
+    if (interruption.requestDescriptor() == -1 && interruption.requested() == SIGHUP) interruption.deliver();
+  };
+  EXPECT_EXIT(interrupted(), ::testing::KilledBySignal(SIGHUP), "");
 }
 
 TEST_F(PosixInterruptionTest, AfterDeliveryTheRequestIsGone) {

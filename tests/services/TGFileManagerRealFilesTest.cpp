@@ -9,8 +9,8 @@
 #include "platform/linux/LinuxFileAttributes.h"
 #include "platform/linux/LinuxFileBrowser.h"
 #include "platform/linux/LinuxFileReferences.h"
-#include "platform/linux/LinuxMainThread.h"
-#include "platform/linux/LinuxUserInterfaceEvents.h"
+#include "platform/posix/PosixMainThread.h"
+#include "platform/posix/PosixUserInterfaceEvents.h"
 #include "platform/linux/LinuxWorkspace.h"
 #include "platform/posix/GuardedFiles.h"
 #include "platform/posix/PosixFileOperations.h"
@@ -36,8 +36,8 @@ using ::testing::UnorderedElementsAre;
 
 /// The file services of the system itself in a platform of fakes.
 struct RealFiles {
-  platform::LinuxMainThread mainThread;
-  platform::LinuxUserInterfaceEvents userInterfaceEvents{mainThread};
+  platform::PosixMainThread mainThread;
+  platform::PosixUserInterfaceEvents userInterfaceEvents{mainThread};
   platform::GuardedFileQueries fileQueries;
   platform::GuardedFileChanges fileChanges;
   platform::LinuxFileAttributes fileAttributes;

@@ -8,8 +8,8 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/linux/LinuxClock.h"
-#include "platform/linux/LinuxMainThread.h"
+#include "platform/posix/PosixClock.h"
+#include "platform/posix/PosixMainThread.h"
 #include "platform/linux/LinuxSubprocesses.h"
 #include "services/TGTask.h"
 #include "tests/services/ServicesTest.h"
@@ -53,8 +53,8 @@ class TGTaskProcessesTest : public ServicesTest {
 
   [[nodiscard]] std::string path(const std::string& name) const { return fakes_.files.root() + "/" + name; }
 
-  platform::LinuxClock clock_;
-  platform::LinuxMainThread mainThread_;
+  platform::PosixMainThread mainThread_;
+  platform::PosixClock clock_{mainThread_};
 
  private:
   platform::LinuxSubprocesses subprocesses_{mainThread_, fakes_.mainBundle};

@@ -21,7 +21,7 @@
 #include "platform/foundation/Paths.h"
 #include "platform/linux/ConsoleUser.h"
 #include "platform/linux/ConsoleUserCommand.h"
-#include "platform/linux/SpawnedProgram.h"
+#include "platform/posix/SpawnedProgram.h"
 #include "platform/posix/Accounts.h"
 
 namespace {

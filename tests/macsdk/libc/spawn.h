@@ -7,6 +7,7 @@
 typedef void* posix_spawnattr_t;
 typedef void* posix_spawn_file_actions_t;
 
+#define POSIX_SPAWN_SETPGROUP 0x0002
 #define POSIX_SPAWN_SETSIGDEF 0x0004
 #define POSIX_SPAWN_SETSIGMASK 0x0008
 #define POSIX_SPAWN_SETSID 0x0400
@@ -25,6 +26,7 @@ int posix_spawn_file_actions_addopen(posix_spawn_file_actions_t*, int, const cha
 int posix_spawnattr_init(posix_spawnattr_t*);
 int posix_spawnattr_destroy(posix_spawnattr_t*);
 int posix_spawnattr_setflags(posix_spawnattr_t*, short);
+int posix_spawnattr_setpgroup(posix_spawnattr_t*, pid_t);
 int posix_spawnattr_setsigdefault(posix_spawnattr_t*, const sigset_t*);
 int posix_spawnattr_setsigmask(posix_spawnattr_t*, const sigset_t*);
 #ifdef __cplusplus

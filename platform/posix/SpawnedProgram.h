@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "platform/foundation/Result.h"
-#include "platform/posix/UniqueDescriptor.h"
 
 /// How every child of this program is started: posix_spawn(3).
 namespace platform {
@@ -34,24 +33,15 @@ struct ProgramToSpawn {
 /// Waits for a child to end and answers its wait status (waitpid(2)); -1 when it is no child of ours.
 int waitForProgram(pid_t child);
 
+/// Ends a child that nobody can watch, by SIGKILL, and collects it.
+void endProgram(pid_t child);
+
 /// Has the kernel keep the exit statuses of children until they are asked for. It throws them away when the
 /// program was started with SIGCHLD ignored, which a parent can hand down.
 void keepExitStatuses();
 
 /// A standard stream of this process for a child to share: its number, or -1 where it is closed.
 [[nodiscard]] int ownStream(int stream);
-
-/// A descriptor above the three standard ones, also in a process that was started with one of them closed.
-[[nodiscard]] UniqueDescriptor raisedDescriptor(UniqueDescriptor descriptor);
-
-struct Pipe {
-  UniqueDescriptor reading;
-  UniqueDescriptor writing;
-};
-
-/// A new pipe. Neither end is one of the three standard descriptors, and no child inherits them. Both are
-/// empty on failure, and errno says why.
-[[nodiscard]] Pipe makePipe();
 
 /// This process's environment as "NAME=value".
 [[nodiscard]] std::vector<std::string> currentEnvironment();

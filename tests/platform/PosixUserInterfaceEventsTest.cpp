@@ -1,4 +1,4 @@
-#include "platform/linux/LinuxUserInterfaceEvents.h"
+#include "platform/posix/PosixUserInterfaceEvents.h"
 
 #include <gmock/gmock.h>
 
@@ -21,13 +21,13 @@ class RecordingLoop : public EventLoop {
   std::vector<std::pair<int, std::chrono::nanoseconds>> asked;
 };
 
-class LinuxUserInterfaceEventsTest : public ::testing::Test {
+class PosixUserInterfaceEventsTest : public ::testing::Test {
  protected:
-  LinuxMainThread mainThread;
-  LinuxUserInterfaceEvents events{mainThread};
+  PosixMainThread mainThread;
+  PosixUserInterfaceEvents events{mainThread};
 };
 
-TEST_F(LinuxUserInterfaceEventsTest, WithoutAWindowQueuedWorkIsAnEvent) {
+TEST_F(PosixUserInterfaceEventsTest, WithoutAWindowQueuedWorkIsAnEvent) {
   std::vector<int> done;
   mainThread.perform([&] { done.push_back(1); }, Wait::no);
   mainThread.perform([&] { done.push_back(2); }, Wait::no);
@@ -37,7 +37,7 @@ TEST_F(LinuxUserInterfaceEventsTest, WithoutAWindowQueuedWorkIsAnEvent) {
   EXPECT_THAT(done, ElementsAre(1, 2));
 }
 
-TEST_F(LinuxUserInterfaceEventsTest, WorkThatComesMeanwhileEndsTheWait) {
+TEST_F(PosixUserInterfaceEventsTest, WorkThatComesMeanwhileEndsTheWait) {
   bool done = false;
   std::thread other([&] { mainThread.perform([&] { done = true; }, Wait::yes); });
   EXPECT_TRUE(events.dispatchNext(1h));
@@ -45,14 +45,14 @@ TEST_F(LinuxUserInterfaceEventsTest, WorkThatComesMeanwhileEndsTheWait) {
   EXPECT_TRUE(done);
 }
 
-TEST_F(LinuxUserInterfaceEventsTest, WithoutAnyTheWaitEndsWithItsTime) {
+TEST_F(PosixUserInterfaceEventsTest, WithoutAnyTheWaitEndsWithItsTime) {
   const auto start = steady_clock::now();
   EXPECT_FALSE(events.dispatchNext(10ms));
   EXPECT_GE(steady_clock::now() - start, 10ms);
   EXPECT_FALSE(events.dispatchNext(-1ns));
 }
 
-TEST_F(LinuxUserInterfaceEventsTest, AWindowsLoopGetsTheTimeForItsOwnEvents) {
+TEST_F(PosixUserInterfaceEventsTest, AWindowsLoopGetsTheTimeForItsOwnEvents) {
   RecordingLoop loop;
   mainThread.setEventLoop(&loop);
   EXPECT_FALSE(events.dispatchNext(10ms));

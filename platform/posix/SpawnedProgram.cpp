@@ -1,4 +1,4 @@
-#include "platform/linux/SpawnedProgram.h"
+#include "platform/posix/SpawnedProgram.h"
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -8,7 +8,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <utility>
+
+#include "platform/posix/ChildCalls.h"
 
 namespace platform {
 namespace {
@@ -28,10 +29,11 @@ class FileActions {
       const int access = stream == STDIN_FILENO ? O_RDONLY : O_WRONLY;
       ::posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", access, 0);
     } else {
-      ::posix_spawn_file_actions_adddup2(&actions_, descriptor, stream);  // clears close-on-exec
+      passStream(actions_, descriptor, stream);
     }
   }
-  void closeAllOthers() { ::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1); }
+  /// Answers flags for the attributes.
+  [[nodiscard]] int closeAllOthers() { return closeOtherDescriptors(actions_); }
   [[nodiscard]] const posix_spawn_file_actions_t* get() const { return &actions_; }
 
  private:
@@ -40,12 +42,12 @@ class FileActions {
 
 class Attributes {
  public:
-  explicit Attributes(ChildSession session) {
+  Attributes(ChildSession session, int moreFlags) {
     ::posix_spawnattr_init(&attributes_);
     // The leader of a session leads a process group too.
     const int group = session == ChildSession::own ? POSIX_SPAWN_SETSID : POSIX_SPAWN_SETPGROUP;
-    ::posix_spawnattr_setflags(&attributes_,
-                               static_cast<short>(group | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK));
+    const int flags = group | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | moreFlags;
+    ::posix_spawnattr_setflags(&attributes_, static_cast<short>(flags));
     ::posix_spawnattr_setpgroup(&attributes_, 0);
     sigset_t signals;
     sigfillset(&signals);
@@ -87,11 +89,10 @@ Result<pid_t> spawnProgram(const ProgramToSpawn& program) {
   actions.setStream(STDIN_FILENO, program.standardInput);
   actions.setStream(STDOUT_FILENO, program.standardOutput);
   actions.setStream(STDERR_FILENO, program.standardError);
-  actions.closeAllOthers();
+  const Attributes attributes(program.session, actions.closeAllOthers());
   std::vector<std::string> command = program.command;
   std::vector<std::string> environment = program.environment;
   const std::string& executable = program.executable.empty() ? program.command.front() : program.executable;
-  const Attributes attributes(program.session);
   pid_t child = -1;
   const int reason = ::posix_spawn(&child, executable.c_str(), actions.get(), attributes.get(),
                                    pointersTo(command).data(), pointersTo(environment).data());
@@ -105,6 +106,11 @@ int waitForProgram(pid_t child) {
     if (errno != EINTR) return -1;
   }
   return status;
+}
+
+void endProgram(pid_t child) {
+  ::kill(child, SIGKILL);
+  waitForProgram(child);
 }
 
 void keepExitStatuses() {
@@ -121,22 +127,9 @@ int ownStream(int stream) {
   return ::fcntl(stream, F_GETFD) < 0 ? -1 : stream;
 }
 
-UniqueDescriptor raisedDescriptor(UniqueDescriptor descriptor) {
-  if (!descriptor || descriptor.get() > STDERR_FILENO) return descriptor;
-  return UniqueDescriptor(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-}
-
-Pipe makePipe() {
-  int ends[2] = {-1, -1};
-  if (::pipe2(ends, O_CLOEXEC) != 0) return {};
-  Pipe pipe{raisedDescriptor(UniqueDescriptor(ends[0])), raisedDescriptor(UniqueDescriptor(ends[1]))};
-  if (!pipe.reading || !pipe.writing) return {};
-  return pipe;
-}
-
 std::vector<std::string> currentEnvironment() {
   std::vector<std::string> variables;
-  for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+  for (char** variable = ownEnvironment(); variable != nullptr && *variable != nullptr; ++variable) {
     variables.emplace_back(*variable);
   }
   return variables;
