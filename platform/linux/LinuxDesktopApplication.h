@@ -1,50 +1,18 @@
 #pragma once
 
-#include <atomic>
-
-#include "platform/DesktopApplication.h"
-#include "platform/WindowModule.h"
-#include "platform/linux/LinuxAlerts.h"
-#include "platform/posix/PosixClock.h"
-#include "platform/posix/PosixInterruption.h"
-#include "platform/posix/PosixMainThread.h"
+#include "platform/posix/PosixDesktopApplication.h"
 
 namespace platform {
 
-/// The desktop application in a module of its own, so that a run without a window never loads a toolkit: the
-/// bundle's Contents/Frameworks/libQuillmendWindow.so, loaded by dlopen(3) and never unloaded
-/// (WindowModule.h).
-///
-/// A display is what $WAYLAND_DISPLAY or $DISPLAY names. Without one, without the module, or without the
-/// function in it, one line that begins with "Quillmend: " goes to standard error and the status is 1. From
-/// then on SIGTERM, SIGINT and SIGHUP are requests to end the application.
-///
-/// A toolkit whose display is gone calls exit(3), and exit(3) during run() is taken for that. Waits on the
-/// main thread are by poll(2) again then, and the process ends with status 1 or by the signal that it has
-/// got.
-class LinuxDesktopApplication : public DesktopApplication, private WindowHost {
+/// The window module is libQuillmendWindow.so. A display is what $WAYLAND_DISPLAY or $DISPLAY names.
+class LinuxDesktopApplication : public PosixDesktopApplication {
  public:
-  LinuxDesktopApplication(PosixClock& clock, PosixMainThread& mainThread, LinuxAlerts& alerts,
-                          PosixInterruption& interruption)
-      : clock_(clock), mainThread_(mainThread), alerts_(alerts), interruption_(interruption) {}
+  using PosixDesktopApplication::PosixDesktopApplication;
 
-  int run(const std::vector<std::string>& arguments, outlets::InterfaceOwner& owner,
-          const std::function<void()>& displayWasLost) override;
-  void terminate() override;
-
- private:
-  [[noreturn]] void exitWithoutDisplay(const std::function<void()>& displayWasLost);
-  int workDescriptor() override;
-  void serveQueued() override;
-  int endRequestDescriptor() override;
-  void applicationDidStart(WindowApplication& application) override;
-  void applicationDidEnd() override;
-
-  PosixClock& clock_;
-  PosixMainThread& mainThread_;
-  LinuxAlerts& alerts_;
-  PosixInterruption& interruption_;
-  std::atomic<WindowApplication*> application_ = nullptr;
+ protected:
+  std::string moduleName() override;
+  std::optional<std::string> whyNoDisplay() override;
+  std::optional<std::string> whyNotLoaded(const std::string& module) override;
 };
 
 }  // namespace platform

@@ -1,13 +1,10 @@
-#include <csignal>
-
+#include "platform/Assembly.h"
 #include "platform/LocalNotificationCenter.h"
-#include "platform/Platform.h"
 #include "platform/linux/BusAgent.h"
 #include "platform/linux/BusClientConnections.h"
 #include "platform/linux/BusDesktopNotifications.h"
 #include "platform/linux/BusDistributedNotifications.h"
 #include "platform/linux/LibplistPropertyLists.h"
-#include "platform/linux/LinuxAlerts.h"
 #include "platform/linux/LinuxApplications.h"
 #include "platform/linux/LinuxDesktopApplication.h"
 #include "platform/linux/LinuxFileAttributes.h"
@@ -24,6 +21,7 @@
 #include "platform/posix/GuardedFileLocks.h"
 #include "platform/posix/GuardedFiles.h"
 #include "platform/posix/GuardedGathering.h"
+#include "platform/posix/PosixAlerts.h"
 #include "platform/posix/PosixClock.h"
 #include "platform/posix/PosixFileOperations.h"
 #include "platform/posix/PosixFolderQueries.h"
@@ -31,21 +29,10 @@
 #include "platform/posix/PosixMainThread.h"
 #include "platform/posix/PosixSystemConsole.h"
 #include "platform/posix/PosixUserInterfaceEvents.h"
-#include "platform/posix/SpawnedProgram.h"
-#include "platform/posix/StandardStreams.h"
+#include "platform/posix/ProcessSetUp.h"
 
 namespace platform {
 namespace {
-
-/// What every part of the backend counts on: three standard streams, the exit statuses of children, and that
-/// writing to a pipe without a reader is an error, not the end.
-struct ProcessSetUp {
-  ProcessSetUp() {
-    static_cast<void>(openStandardStreams());
-    keepExitStatuses();
-    ::signal(SIGPIPE, SIG_IGN);
-  }
-};
 
 /// The services, in the order in which they need each other. Making them opens and starts nothing; each does
 /// so when it is first asked.
@@ -78,40 +65,11 @@ struct LinuxPlatform {
   BusClientConnections clientConnections{busAgent};
   LinuxPreferences preferences;
   GuardedGathering gathering{fileQueries};
-  LinuxAlerts alerts;
+  PosixAlerts alerts;
   XkbKeyboardLayout keyboardLayout;
   PosixInterruption interruption;
   LinuxDesktopApplication desktopApplication{clock, mainThread, alerts, interruption};
-  Platform platform{clock,
-                    mainThread,
-                    userInterfaceEvents,
-                    usersAndFolders,
-                    fileQueries,
-                    fileChanges,
-                    fileLocks,
-                    fileAttributes,
-                    folderQueries,
-                    fileReferences,
-                    fileOperations,
-                    fileBrowser,
-                    subprocesses,
-                    applications,
-                    workspace,
-                    authorization,
-                    distributedNotifications,
-                    localNotifications,
-                    desktopNotifications,
-                    clientConnections,
-                    propertyLists,
-                    preferences,
-                    gathering,
-                    alerts,
-                    systemConsole,
-                    mainBundle,
-                    processInformation,
-                    keyboardLayout,
-                    interruption,
-                    desktopApplication};
+  Platform platform = assembled(*this);
 };
 
 }  // namespace

@@ -91,14 +91,7 @@ std::optional<PropertyList> LinuxPreferences::value(const std::string& key) {
   if (auto value = valueInFile(usersFile(), key)) return value;
   if (auto value = valueInFile(everybodysFileOnThisComputer(), key)) return value;
   if (auto value = valueInFile(everybodysFile(), key)) return value;
-  return valueIn(registered_, key);
-}
-
-void LinuxPreferences::registerDefaults(const PropertyList& dictionary) {
-  const auto* const entries = dictionary.as<PropertyList::Dictionary>();
-  if (entries == nullptr) return;
-  const std::scoped_lock lock(mutex_);
-  for (const auto& [key, value] : *entries) registered_.set(key, value);
+  return registered_.value(key);
 }
 
 void LinuxPreferences::setValue(const std::string& key, const PropertyList& value) {

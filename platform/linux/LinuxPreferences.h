@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/Preferences.h"
+#include "platform/posix/RegisteredDefaults.h"
 
 namespace platform {
 
@@ -30,7 +31,7 @@ class LinuxPreferences : public Preferences {
   explicit LinuxPreferences(std::string domain = "com.vordenworks.Quillmend");
 
   std::optional<foundation::PropertyList> value(const std::string& key) override;
-  void registerDefaults(const foundation::PropertyList& dictionary) override;
+  void registerDefaults(const foundation::PropertyList& dictionary) override { registered_.add(dictionary); }
   void setValue(const std::string& key, const foundation::PropertyList& value) override;
   bool synchronize() override;
   foundation::Result<void> storeForAnyUserOnCurrentHost(const std::string& key,
@@ -45,7 +46,7 @@ class LinuxPreferences : public Preferences {
 
   std::string domain_;
   std::mutex mutex_;
-  foundation::PropertyList registered_;
+  RegisteredDefaults registered_;
   foundation::PropertyList usersChanges_;  ///< set and not yet stored
 };
 

@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -107,17 +106,6 @@ void readExecutable(int folder, ProcessInfo& info) {
   info.executableDeleted = true;
 }
 
-int pollOnce(int descriptor, std::chrono::milliseconds timeout) {
-  pollfd wait{descriptor, POLLIN, 0};
-  const auto bounded = std::clamp<std::int64_t>(timeout.count(), 0, 1'000'000'000);
-  return poll(&wait, 1, static_cast<int>(bounded));
-}
-
-bool isSameProcess(const ProcessInfo& seen, const ProcessInfo& now) {
-  return now.startTime == seen.startTime && now.executable == seen.executable &&
-         now.executableDevice == seen.executableDevice && now.executableInode == seen.executableInode;
-}
-
 }  // namespace
 
 std::optional<ProcessInfo> ProcessTable::process(pid_t pid) const {
@@ -151,12 +139,13 @@ bool ProcessTable::hasOurRoot(pid_t pid) const {
          theirs.st_ino == ours.st_ino;
 }
 
-Result<ProcessHandle> ProcessHandle::open(const ProcessTable& table, const ProcessInfo& seen) {
-  UniqueDescriptor descriptor(static_cast<int>(syscall(SYS_pidfd_open, seen.pid, 0)));
-  if (!descriptor) return systemError(errno, seen.executable);
-  const std::optional<ProcessInfo> now = table.process(seen.pid);
-  if (!now || !isSameProcess(seen, *now)) return systemError(ESRCH, seen.executable);
-  return ProcessHandle(seen, std::move(descriptor));
+UniqueDescriptor ProcessHandle::descriptorOf(pid_t pid) {
+  return UniqueDescriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+}
+
+bool ProcessHandle::isSame(const ProcessInfo& seen, const ProcessInfo& now) {
+  return now.startTime == seen.startTime && now.executable == seen.executable &&
+         now.executableDevice == seen.executableDevice && now.executableInode == seen.executableInode;
 }
 
 Result<void> ProcessHandle::signal(int number) const {
@@ -164,17 +153,6 @@ Result<void> ProcessHandle::signal(int number) const {
     return systemError(errno, info_.executable);
   }
   return {};
-}
-
-bool ProcessHandle::waitForExit(std::chrono::milliseconds timeout) const {
-  const auto end = std::chrono::steady_clock::now() + timeout;
-  while (true) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-    const int ready = pollOnce(descriptor_.get(), left);
-    if (ready > 0) return true;
-    if (ready == 0 && left.count() <= 0) return false;
-    if (ready < 0 && errno != EINTR) return false;
-  }
 }
 
 }  // namespace platform

@@ -5,10 +5,10 @@
 #include <optional>
 
 #include "platform/Platform.h"
-#include "platform/foundation/Exception.h"
 #include "platform/foundation/Paths.h"
 #include "platform/linux/ApplicationBundles.h"
 #include "platform/linux/ConsoleUserCommand.h"
+#include "platform/posix/LaunchAndLeave.h"
 #include "platform/posix/Recycling.h"
 
 namespace platform {
@@ -30,27 +30,10 @@ bool isApplication(const std::string& path) {
   return foundation::pathExtension(path) == "app" && isFolder(path);
 }
 
-bool launch(const std::string& program, const Arguments& arguments) {
-  try {
-    current()
-        .subprocesses
-        .create({.launchPath = program,
-                 .arguments = arguments,
-                 .standardInput = Stream::nullDevice,
-                 .standardOutput = Stream::nullDevice,
-                 .standardError = Stream::nullDevice})
-        ->launch();
-    return true;
-  } catch (const foundation::Exception& exception) {
-    NSLog("%@", exception.reason());
-    return false;
-  }
-}
-
 /// Starts a program of the desktop, which is the console user's, not root's.
 bool launchForUser(const std::string& program, const Arguments& arguments) {
   if (!current().subprocesses.isExecutableFile(program)) return false;
-  if (current().usersAndFolders.userID() != 0) return launch(program, arguments);
+  if (current().usersAndFolders.userID() != 0) return launchAndLeave(program, arguments);
   std::vector<std::string> command = {program};
   command.insert(command.end(), arguments.begin(), arguments.end());
   auto asUser = commandForConsoleUser(current().mainBundle.path() + "/Contents/SharedSupport",
@@ -58,7 +41,7 @@ bool launchForUser(const std::string& program, const Arguments& arguments) {
   if (!asUser) return false;
   const std::string tool = asUser->front();
   asUser->erase(asUser->begin());
-  return launch(tool, *asUser);
+  return launchAndLeave(tool, *asUser);
 }
 
 bool openByDesktop(const std::string& what) {

@@ -1,29 +1,14 @@
 #include "platform/macos/ConsoleSession.h"
 
 #include "platform/Platform.h"
-#include "platform/foundation/Exception.h"
 #include "platform/posix/Accounts.h"
+#include "platform/posix/LaunchAndLeave.h"
 
 namespace platform {
 namespace {
 
-bool start(std::vector<std::string> command) {
-  const std::string program = command.front();
-  command.erase(command.begin());
-  try {
-    current()
-        .subprocesses
-        .create({.launchPath = program,
-                 .arguments = command,
-                 .standardInput = Stream::nullDevice,
-                 .standardOutput = Stream::nullDevice,
-                 .standardError = Stream::nullDevice})
-        ->launch();
-    return true;
-  } catch (const foundation::Exception& exception) {
-    NSLog("%@", exception.reason());
-    return false;
-  }
+bool start(const std::vector<std::string>& command) {
+  return launchAndLeave(command.front(), {command.begin() + 1, command.end()});
 }
 
 }  // namespace
@@ -42,8 +27,8 @@ std::optional<std::vector<std::string>> commandInConsoleSession(const std::vecto
 
 bool startForUser(const std::vector<std::string>& command) {
   if (current().usersAndFolders.userID() != 0) return start(command);
-  auto inSession = commandInConsoleSession(command);
-  return inSession && start(std::move(*inSession));
+  const auto inSession = commandInConsoleSession(command);
+  return inSession && start(*inSession);
 }
 
 }  // namespace platform

@@ -1,6 +1,5 @@
 #include "platform/macos/MacAlerts.h"
 
-#include "platform/SystemConsole.h"
 #include "platform/macos/AppKitPanel.h"
 #include "platform/macos/CoreFoundationValues.h"
 
@@ -20,10 +19,8 @@ bool showSystemsPanel(const std::string& title, const std::string& message) {
 
 void MacAlerts::runPanel(const std::string& title, const std::string& message) {
   if (runAppKitPanel(title, message)) return;
-  if (panels_ != nullptr) return panels_->runPanel(title, message);
-  if (showSystemsPanel(title, message)) return;
-  NSLog("%@", title);
-  if (!message.empty()) NSLog("%@", message);
+  if (!hasPanels() && showSystemsPanel(title, message)) return;
+  PosixAlerts::runPanel(title, message);
 }
 
 }  // namespace platform

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Alerts.h"
+#include "platform/posix/PosixAlerts.h"
 
 namespace platform {
 
@@ -8,15 +8,9 @@ namespace platform {
 /// on something else; else, without an application, the system's own panel with its default button
 /// (CFUserNotification), which needs neither an application nor a window. Where the system
 /// shows none, as in a run without a session, title and message go to the system console, one line each.
-class MacAlerts : public Alerts {
+class MacAlerts : public PosixAlerts {
  public:
   void runPanel(const std::string& title, const std::string& message) override;
-
-  /// REQUIRES the main thread. nullptr: the window module shows none.
-  void setPanels(Alerts* panels) { panels_ = panels; }
-
- private:
-  Alerts* panels_ = nullptr;
 };
 
 }  // namespace platform

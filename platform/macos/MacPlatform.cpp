@@ -1,7 +1,5 @@
-#include <csignal>
-
+#include "platform/Assembly.h"
 #include "platform/LocalNotificationCenter.h"
-#include "platform/Platform.h"
 #include "platform/macos/MacAlerts.h"
 #include "platform/macos/MacApplications.h"
 #include "platform/macos/MacAuthorization.h"
@@ -30,19 +28,10 @@
 #include "platform/posix/PosixSubprocesses.h"
 #include "platform/posix/PosixSystemConsole.h"
 #include "platform/posix/PosixUserInterfaceEvents.h"
-#include "platform/posix/StandardStreams.h"
+#include "platform/posix/ProcessSetUp.h"
 
 namespace platform {
 namespace {
-
-/// What every part of the backend counts on: three standard streams, and that writing to a pipe without a
-/// reader is an error, not the end.
-struct ProcessSetUp {
-  ProcessSetUp() {
-    static_cast<void>(openStandardStreams());
-    ::signal(SIGPIPE, SIG_IGN);
-  }
-};
 
 /// The services, in the order in which they need each other. Making them opens and starts nothing; each does
 /// so when it is first asked.
@@ -78,36 +67,7 @@ struct MacPlatform {
   MacKeyboardLayout keyboardLayout{mainThread};
   PosixInterruption interruption;
   MacDesktopApplication desktopApplication{clock, mainThread, alerts, interruption};
-  Platform platform{clock,
-                    mainThread,
-                    userInterfaceEvents,
-                    usersAndFolders,
-                    fileQueries,
-                    fileChanges,
-                    fileLocks,
-                    fileAttributes,
-                    folderQueries,
-                    fileReferences,
-                    fileOperations,
-                    fileBrowser,
-                    subprocesses,
-                    applications,
-                    workspace,
-                    authorization,
-                    distributedNotifications,
-                    localNotifications,
-                    desktopNotifications,
-                    clientConnections,
-                    propertyLists,
-                    preferences,
-                    gathering,
-                    alerts,
-                    systemConsole,
-                    mainBundle,
-                    processInformation,
-                    keyboardLayout,
-                    interruption,
-                    desktopApplication};
+  Platform platform = assembled(*this);
 };
 
 }  // namespace

@@ -67,16 +67,7 @@ std::optional<PropertyList> MacPreferences::value(const std::string& key) {
   for (const Domain& domain : searchList()) {
     if (auto found = stored(name.get(), application.get(), domain)) return found;
   }
-  const std::scoped_lock lock(mutex_);
-  const PropertyList* const registered = registered_.find(key);
-  return registered == nullptr ? std::nullopt : std::optional(*registered);
-}
-
-void MacPreferences::registerDefaults(const PropertyList& dictionary) {
-  const auto* const entries = dictionary.as<PropertyList::Dictionary>();
-  if (entries == nullptr) return;
-  const std::scoped_lock lock(mutex_);
-  for (const auto& [key, value] : *entries) registered_.set(key, value);
+  return registered_.value(key);
 }
 
 void MacPreferences::setValue(const std::string& key, const PropertyList& value) {

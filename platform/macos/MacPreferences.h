@@ -1,9 +1,9 @@
 #pragma once
 
-#include <mutex>
 #include <string>
 
 #include "platform/Preferences.h"
+#include "platform/posix/RegisteredDefaults.h"
 
 namespace platform {
 
@@ -16,7 +16,7 @@ class MacPreferences : public Preferences {
   explicit MacPreferences(std::string domain = "com.vordenworks.Quillmend");
 
   std::optional<foundation::PropertyList> value(const std::string& key) override;
-  void registerDefaults(const foundation::PropertyList& dictionary) override;
+  void registerDefaults(const foundation::PropertyList& dictionary) override { registered_.add(dictionary); }
   void setValue(const std::string& key, const foundation::PropertyList& value) override;
   bool synchronize() override;
   /// Core Foundation does not say why it could not. The error is what can be seen from outside: EISDIR for a
@@ -26,8 +26,7 @@ class MacPreferences : public Preferences {
 
  private:
   std::string domain_;
-  std::mutex mutex_;
-  foundation::PropertyList registered_;
+  RegisteredDefaults registered_;
 };
 
 }  // namespace platform

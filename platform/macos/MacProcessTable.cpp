@@ -1,5 +1,4 @@
 #include <libproc.h>
-#include <poll.h>
 #include <sys/event.h>
 #include <sys/proc.h>
 #include <sys/stat.h>
@@ -46,16 +45,6 @@ void readExecutable(ProcessInfo& info) {
   info.executableInode = status.st_ino;
 }
 
-bool isSameProcess(const ProcessInfo& seen, const ProcessInfo& now) {
-  return now.startTime == seen.startTime && now.executable == seen.executable;
-}
-
-int pollOnce(int descriptor, std::chrono::milliseconds timeout) {
-  pollfd wait{descriptor, POLLIN, 0};
-  const auto bounded = std::clamp<std::int64_t>(timeout.count(), 0, 1'000'000'000);
-  return ::poll(&wait, 1, static_cast<int>(bounded));
-}
-
 }  // namespace
 
 std::optional<ProcessInfo> ProcessTable::process(pid_t pid) const {
@@ -92,36 +81,25 @@ bool ProcessTable::hasOurRoot(pid_t /*pid*/) const {
   return true;
 }
 
-Result<ProcessHandle> ProcessHandle::open(const ProcessTable& table, const ProcessInfo& seen) {
+UniqueDescriptor ProcessHandle::descriptorOf(pid_t pid) {
   UniqueDescriptor queue(::kqueue());
   struct kevent end {};
-  end.ident = static_cast<std::uintptr_t>(seen.pid);
+  end.ident = static_cast<std::uintptr_t>(pid);
   end.filter = EVFILT_PROC;
   end.flags = EV_ADD;
   end.fflags = NOTE_EXIT;
-  if (!queue || ::kevent(queue.get(), &end, 1, nullptr, 0, nullptr) != 0) {
-    return systemError(errno, seen.executable);
-  }
-  const std::optional<ProcessInfo> now = table.process(seen.pid);
-  if (!now || !isSameProcess(seen, *now)) return systemError(ESRCH, seen.executable);
-  return ProcessHandle(seen, std::move(queue));
+  if (!queue || ::kevent(queue.get(), &end, 1, nullptr, 0, nullptr) != 0) return {};
+  return queue;
+}
+
+bool ProcessHandle::isSame(const ProcessInfo& seen, const ProcessInfo& now) {
+  return now.startTime == seen.startTime && now.executable == seen.executable;
 }
 
 Result<void> ProcessHandle::signal(int number) const {
   if (waitForExit(std::chrono::milliseconds(0))) return systemError(ESRCH, info_.executable);
   if (::kill(info_.pid, number) != 0) return systemError(errno, info_.executable);
   return {};
-}
-
-bool ProcessHandle::waitForExit(std::chrono::milliseconds timeout) const {
-  const auto end = std::chrono::steady_clock::now() + timeout;
-  while (true) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-    const int ready = pollOnce(descriptor_.get(), left);
-    if (ready > 0) return true;
-    if (ready == 0 && left.count() <= 0) return false;
-    if (ready < 0 && errno != EINTR) return false;
-  }
 }
 
 }  // namespace platform

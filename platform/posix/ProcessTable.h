@@ -77,6 +77,13 @@ class ProcessHandle {
   ProcessHandle(ProcessInfo info, UniqueDescriptor descriptor)
       : info_(std::move(info)), descriptor_(std::move(descriptor)) {}
 
+  /// The pidfd or queue of the process that has the number now; empty on failure, and errno says why.
+  [[nodiscard]] static UniqueDescriptor descriptorOf(pid_t pid);
+
+  /// Whether one look at a number and a later one saw the same process and program. By the file that runs
+  /// too, where the system tells which that is.
+  [[nodiscard]] static bool isSame(const ProcessInfo& seen, const ProcessInfo& now);
+
   ProcessInfo info_;
   UniqueDescriptor descriptor_;
 };

@@ -1,5 +1,7 @@
 #include "platform/unimplemented/UnimplementedPlatform.h"
 
+#include "platform/Assembly.h"
+
 namespace platform {
 namespace {
 
@@ -34,36 +36,7 @@ struct UnimplementedPlatform {
   UnimplementedKeyboardLayout keyboardLayout;
   UnimplementedInterruption interruption;
   UnimplementedDesktopApplication desktopApplication;
-  Platform platform{clock,
-                    mainThread,
-                    userInterfaceEvents,
-                    usersAndFolders,
-                    fileQueries,
-                    fileChanges,
-                    fileLocks,
-                    fileAttributes,
-                    folderQueries,
-                    fileReferences,
-                    fileOperations,
-                    fileBrowser,
-                    subprocesses,
-                    applications,
-                    workspace,
-                    authorization,
-                    distributedNotifications,
-                    localNotifications,
-                    desktopNotifications,
-                    clientConnections,
-                    propertyLists,
-                    preferences,
-                    gathering,
-                    alerts,
-                    systemConsole,
-                    mainBundle,
-                    processInformation,
-                    keyboardLayout,
-                    interruption,
-                    desktopApplication};
+  Platform platform = assembled(*this);
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "platform/linux/LinuxAlerts.h"
+#include "platform/posix/PosixAlerts.h"
 
 #include <gmock/gmock.h>
 
@@ -9,15 +9,15 @@ namespace {
 
 using ::testing::ElementsAre;
 
-TEST(LinuxAlerts, TitleAndMessageGoToTheSystemConsole) {
+TEST(PosixAlerts, TitleAndMessageGoToTheSystemConsole) {
   fakes::FakePlatform fake;
-  LinuxAlerts().runPanel("100% done %@", "Please relaunch Compressor.");
+  PosixAlerts().runPanel("100% done %@", "Please relaunch Compressor.");
   EXPECT_THAT(fake.systemConsole.messages(), ElementsAre("100% done %@", "Please relaunch Compressor."));
 }
 
-TEST(LinuxAlerts, EmptyMessageIsNoLine) {
+TEST(PosixAlerts, EmptyMessageIsNoLine) {
   fakes::FakePlatform fake;
-  LinuxAlerts().runPanel("Title", "");
+  PosixAlerts().runPanel("Title", "");
   EXPECT_THAT(fake.systemConsole.messages(), ElementsAre("Title"));
 }
 
