@@ -8,9 +8,9 @@
 #include <mutex>
 #include <thread>
 
+#include "platform/linux/LinuxSubprocesses.h"
 #include "platform/posix/PosixClock.h"
 #include "platform/posix/PosixMainThread.h"
-#include "platform/linux/LinuxSubprocesses.h"
 #include "services/TGTask.h"
 #include "tests/services/ServicesTest.h"
 

@@ -21,8 +21,8 @@
 #include "platform/foundation/Paths.h"
 #include "platform/linux/ConsoleUser.h"
 #include "platform/linux/ConsoleUserCommand.h"
-#include "platform/posix/SpawnedProgram.h"
 #include "platform/posix/Accounts.h"
+#include "platform/posix/SpawnedProgram.h"
 
 namespace {
 
