@@ -1,6 +1,7 @@
 #include "platform/linux/LinuxSubprocesses.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/foundation/Paths.h"
 #include "platform/linux/LinuxChildren.h"
@@ -11,8 +12,20 @@ namespace {
 constexpr const char* kOpener = "/usr/bin/open";
 constexpr const char* kOwnerChanger = "/usr/sbin/chown";
 
+/// Root works in folders that users control, where the general tools follow what is exchanged under them. With
+/// a password sudo runs those.
+bool isVerbOfRoots(const std::string& path) {
+  const bool isVerb = path == "/bin/cp" || path == "/bin/mv" || path == "/bin/rm" || path == "/bin/mkdir";
+  return isVerb && ::geteuid() == 0;
+}
+
+/// Whether the bundle has the only one that will do.
+bool isOursAlone(const std::string& path) {
+  return path == kOwnerChanger || isVerbOfRoots(path);
+}
+
 bool hasEquivalent(const std::string& path) {
-  return path == "/usr/sbin/scutil" || path == "/usr/bin/ditto" || path == kOpener || path == kOwnerChanger;
+  return path == "/usr/sbin/scutil" || path == "/usr/bin/ditto" || path == kOpener || isOursAlone(path);
 }
 
 bool isSymbolicLink(const std::string& path) {
@@ -24,7 +37,7 @@ bool isSymbolicLink(const std::string& path) {
 /// have merged their folders of programs have the general chown at the Mac's path, which follows links that a
 /// user has planted.
 bool isAnother(const std::string& path, const std::string& own) {
-  return path == kOwnerChanger || (path == kOpener && isSymbolicLink(own));
+  return isOursAlone(path) || (path == kOpener && isSymbolicLink(own));
 }
 
 }  // namespace
@@ -41,7 +54,7 @@ std::string LinuxSubprocesses::executableFor(const std::string& path) {
   std::string equivalent = foundation::appendingPathComponent(
       mainBundle_.path(), "Contents/SharedSupport/" + foundation::lastPathComponent(path));
   // What only ever stands in for another program is missing where it is missing.
-  return mayBeExecuted(equivalent) || path == kOwnerChanger ? equivalent : own;
+  return mayBeExecuted(equivalent) || isOursAlone(path) ? equivalent : own;
 }
 
 OpensOnDesktop LinuxSubprocesses::opensOnDesktop(const std::string& executable) {

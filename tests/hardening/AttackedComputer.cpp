@@ -17,6 +17,7 @@ namespace hardening {
 namespace {
 
 constexpr const char* kHelpers = "/helpers";
+constexpr const char* kVerbs = "/verbs";
 constexpr time_t kLongAgo = 1'000'000'000;
 
 void require(bool done, const std::string& what) {
@@ -82,6 +83,7 @@ void AttackedComputer::makeSystem() const {
   mountAt("/usr", path("/usr"), nullptr, MS_BIND | MS_REC);
   mountAt("/proc", path("/proc"), nullptr, MS_BIND | MS_REC);
   mountAt(HELPERS_FOLDER, path(kHelpers), nullptr, MS_BIND);
+  mountAt(VERBS_FOLDER, path(kVerbs), nullptr, MS_BIND);
   for (const char* folder : {"/lib", "/lib64"}) {
     if (std::filesystem::exists(folder))
       std::filesystem::create_symlink(std::string("usr") + folder, path(folder));
@@ -196,6 +198,33 @@ const std::vector<Form>& allForms() {
     };
   }();
   return forms;
+}
+
+const std::vector<Form>& verbForms() {
+  static const std::vector<Form> forms = [] {
+    const std::string jobs = "/Users/alice/jobs";
+    const std::string tree = jobs + "/tree";
+    const std::string media = "/Users/alice/media/tree";
+    const std::string trash = "/Users/alice/.Trash";
+    return std::vector<Form>{
+        {"Remove", {"/verbs/rm", "-Rdf", tree}, tree},
+        {"RemoveFolder", {"/verbs/rm", "-R", "-f", tree + "/sub"}, tree},
+        {"MakeFolders", {"/verbs/mkdir", "-p", tree + "/sub/new/newer"}, tree},
+        {"Move", {"/verbs/mv", "-f", tree, trash + "/tree"}, tree},
+        {"MoveInto", {"/verbs/mv", "-f", tree, trash}, tree},
+        {"MoveOntoAFile", {"/verbs/mv", "-f", tree + "/file", tree + "/sub/second"}, tree},
+        {"MoveByCopy", {"/verbs/mv", "-f", media, trash + "/tree"}, media},
+        {"Copy", {"/verbs/cp", "-f", "-p", "-R", tree, trash + "/tree"}, tree},
+        {"CopyInto", {"/verbs/cp", "-f", "-p", "-R", tree, trash}, tree},
+        {"CopyOnto", {"/verbs/cp", "-f", "-p", "-R", media, jobs}, tree},
+        {"CopyFromOnto", {"/verbs/cp", "-f", "-p", "-R", media, jobs}, media},
+    };
+  }();
+  return forms;
+}
+
+bool Form::usesTrash() const {
+  return name.starts_with("Trash") || command.back().starts_with("/Users/alice/.Trash");
 }
 
 std::vector<Form> trashForms() {

@@ -74,9 +74,13 @@ struct Form {
   std::string name;
   std::vector<std::string> command;
   std::string tree;  ///< what it works on
+
+  [[nodiscard]] bool usesTrash() const;
 };
 
 [[nodiscard]] const std::vector<Form>& allForms();
+/// The tools that root runs for the privileged verbs.
+[[nodiscard]] const std::vector<Form>& verbForms();
 /// Those of trashtool among them.
 [[nodiscard]] std::vector<Form> trashForms();
 inline void PrintTo(const Form& form, std::ostream* stream) {

@@ -195,6 +195,7 @@ TEST_P(ExchangeStormTest, LeadsNothingOutsideTheTree) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, ExchangeStormTest, ::testing::ValuesIn(allForms()), nameOfForm);
+INSTANTIATE_TEST_SUITE_P(Verbs, ExchangeStormTest, ::testing::ValuesIn(verbForms()), nameOfForm);
 
 }  // namespace
 }  // namespace hardening

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 
@@ -31,7 +32,8 @@ std::vector<Target> targetsOf(const Form& form) {
   const bool isVolume = tree == "/Users/alice/disk";
   if (!isVolume) targets.push_back({tree.parent_path(), tree.filename(), outside});
   if (tree == "/Users/alice/jobs/tree") targets.push_back({"/Users/alice", "jobs", "/outside/alice/jobs"});
-  if (!form.name.starts_with("Trash")) return targets;
+  if (form.name == "MakeFolders") targets.push_back({tree / "sub", "new", outside + "/sub"});
+  if (!form.usesTrash()) return targets;
   const std::string trash = isVolume ? tree / ".Trashes" / "4201" : fs::path("/Users/alice/.Trash");
   targets.push_back({fs::path(trash).parent_path(), fs::path(trash).filename(), "/outside/trash"});
   targets.push_back({trash, "*", outside});
@@ -87,6 +89,13 @@ class Swap {
   std::vector<std::string> made_;
 };
 
+/// Whether something was read there for alice.
+bool hasContentFromOutside(const AttackedComputer& computer) {
+  const Snapshot files = computer.files();
+  return std::any_of(files.begin(), files.end(),
+                     [](const auto& file) { return file.first.starts_with("the content of /outside"); });
+}
+
 enum class Stays { yes, no };
 
 class SwapTest : public ::testing::TestWithParam<Form> {
@@ -109,6 +118,7 @@ class SwapTest : public ::testing::TestWithParam<Form> {
     SCOPED_TRACE(target.folder + "/" + target.name + " at call " + std::to_string(call));
     EXPECT_THAT(finished.exitStatus, ::testing::AnyOf(0, 1, 77)) << finished.errors;
     EXPECT_THAT(differences(before, computer.outside()), ::testing::IsEmpty()) << finished.errors;
+    EXPECT_FALSE(hasContentFromOutside(computer)) << finished.errors;
     return calls >= call;
   }
 
@@ -132,6 +142,7 @@ TEST_P(SwapTest, WhatIsExchangedForALinkDuringOneCallLeadsNowhere) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, SwapTest, ::testing::ValuesIn(allForms()), nameOfForm);
+INSTANTIATE_TEST_SUITE_P(Verbs, SwapTest, ::testing::ValuesIn(verbForms()), nameOfForm);
 
 }  // namespace
 }  // namespace hardening

@@ -1,0 +1,13 @@
+// cp -f -p -R source destination, for root in folders that a user controls: FileVerbs.h.
+// Exits 0 when all was done, 1 when something was not, 64 for wrong arguments.
+
+#include "platform/linux/support/verbs/FileVerbs.h"
+#include "platform/linux/support/verbs/VerbMain.h"
+
+int main(int argc, char** argv) {
+  const platform::VerbArguments arguments = platform::verbArguments(argc, argv);
+  if (!platform::areOptions(arguments.options, "fpR", "fpR") || arguments.paths.size() != 2) {
+    return platform::verbUsage("cp -f -p -R source destination");
+  }
+  return platform::verbStatus("cp", platform::copyPath(arguments.paths[0], arguments.paths[1]));
+}
