@@ -6,7 +6,9 @@
 
 #include <cerrno>
 
+#include "helpers/HelperProcess.h"
 #include "helpers/ToolPath.h"
+#include "helpers/Turn.h"
 #include "platform/posix/FileMetadata.h"
 
 namespace helpers {
@@ -30,6 +32,8 @@ ExitStatus ChmodTool::run(const std::vector<std::string>& arguments) {
   const std::string& text = arguments[arguments.size() - 2];
   const std::optional<FileMode> mode = FileMode::parse(text);
   if (!mode) return report_.stop(ExitStatus::usage, "not a mode: " + escaped(text));
+  const Turn turn(surroundings_, report_);
+  if (stopRequested()) return report_.stop(ExitStatus::failed, "asked to stop");
   auto top = locateUnprotected(surroundings_, arguments.back());
   if (!top) return reportUnlocated(report_, top.error());
   if (top.value().status().isSymbolicLink()) {

@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include "helpers/HelperProcess.h"
 #include "helpers/ToolPath.h"
+#include "helpers/Turn.h"
 #include "platform/posix/HeldEntries.h"
 
 namespace helpers {
@@ -23,6 +25,8 @@ ExitStatus ChownTool::run(const std::vector<std::string>& arguments) {
   if (!ownership) {
     return report_.stop(ExitStatus::usage, "unknown owner or group: " + escaped(arguments[1]));
   }
+  const Turn turn(surroundings_, report_);
+  if (stopRequested()) return report_.stop(ExitStatus::failed, "asked to stop");
   auto top = locateUnprotected(surroundings_, arguments[2]);
   if (!top) return reportUnlocated(report_, top.error());
   changeTree(top.value(), *ownership);

@@ -51,6 +51,9 @@ class Report {
   /// "path: moved to place", in the system log alone: whoever puts things back has to know where they were.
   void moved(std::string_view path, std::string_view place) const;
 
+  /// "tool: message" for what is no failure.
+  void warning(std::string_view message) { say(std::string(message)); }
+
   /// "tool: message" for a run that does nothing; returns the status for the caller to hand on.
   ExitStatus stop(ExitStatus status, std::string_view message);
 

@@ -1,0 +1,101 @@
+#include "helpers/Turn.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+#include "platform/posix/UniqueDescriptor.h"
+#include "tests/helpers/TestVolume.h"
+#include "tests/support/WaitingLocks.h"
+
+namespace helpers {
+namespace {
+
+using namespace std::chrono_literals;
+using platform::UniqueDescriptor;
+using ::testing::HasSubstr;
+
+class TurnTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root: a folder of root's alone";
+    volume_.makeFolder("/var/root");
+    volume_.own("/var/root", 0);
+    openTo(0700);
+  }
+
+  void openTo(mode_t mode) const { ASSERT_EQ(::chmod(home().c_str(), mode), 0); }
+  [[nodiscard]] std::string home() const { return volume_.path("/var/root"); }
+
+  /// As another tool has it.
+  [[nodiscard]] UniqueDescriptor takenByAnother() const {
+    UniqueDescriptor folder(::open(home().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    EXPECT_EQ(::flock(folder.get(), LOCK_EX | LOCK_NB), 0);
+    return folder;
+  }
+
+  TestVolume volume_;
+  RecordedReport report_;
+};
+
+TEST_F(TurnTest, IsOnesAtOnceWhereNobodyHasItAndEndsWithTheObject) {
+  for (int time = 0; time < 2; ++time) EXPECT_TRUE(Turn(volume_.surroundings(), report_).isHeld());
+  EXPECT_EQ(report_.text(), "");
+}
+
+TEST_F(TurnTest, IsWaitedForWhileAnotherHasIt) {
+  UniqueDescriptor another = takenByAnother();
+  bool isHeld = false;
+  std::thread waiting([&] { isHeld = Turn(volume_.surroundings(), report_).isHeld(); });
+  EXPECT_TRUE(support::waitUntilLockIsWaitedFor(home()));
+  another.reset();
+  waiting.join();
+  EXPECT_TRUE(isHeld);
+  EXPECT_EQ(report_.text(), "");
+}
+
+TEST_F(TurnTest, IsNotWaitedForWithoutEndAndTheReportSaysSo) {
+  const UniqueDescriptor another = takenByAnother();
+  EXPECT_FALSE(Turn(volume_.surroundings(), report_, 20ms).isHeld());
+  EXPECT_EQ(report_.text(),
+            "tool: another change of owners or permissions does not end, going on beside it\n");
+  EXPECT_FALSE(static_cast<Report&>(report_).anyFailure());
+}
+
+TEST_F(TurnTest, LeavesSignalsAndTimersAsTheyWere) {
+  const UniqueDescriptor another = takenByAnother();
+  const Turn turn(volume_.surroundings(), report_, 20ms);
+  struct sigaction alarm {};
+  ::sigaction(SIGALRM, nullptr, &alarm);
+  EXPECT_EQ(alarm.sa_handler, SIG_DFL);
+  EXPECT_EQ(::alarm(0), 0U);
+}
+
+TEST_F(TurnTest, DoesNotExistWhereOthersCouldHoldIt) {
+  const UniqueDescriptor another = takenByAnother();
+  for (const mode_t mode : {0755, 0704}) {
+    openTo(mode);
+    EXPECT_FALSE(Turn(volume_.surroundings(), report_).isHeld());
+  }
+  openTo(0750);
+  ASSERT_EQ(::chown(home().c_str(), 0, 4711), 0);
+  EXPECT_FALSE(Turn(volume_.surroundings(), report_).isHeld());
+  openTo(0700);
+  volume_.own("/var/root", TestVolume::kAlice);
+  EXPECT_FALSE(Turn(volume_.surroundings(), report_).isHeld());
+  EXPECT_EQ(report_.text(), "");
+}
+
+TEST_F(TurnTest, DoesNotExistWhereRootHasNoHome) {
+  ASSERT_EQ(::rmdir(home().c_str()), 0);
+  EXPECT_FALSE(Turn(volume_.surroundings(), report_).isHeld());
+  EXPECT_EQ(report_.text(), "");
+}
+
+}  // namespace
+}  // namespace helpers
