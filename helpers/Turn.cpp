@@ -75,7 +75,8 @@ UniqueDescriptor openRootsFolder(const Surroundings& surroundings) {
   return UniqueDescriptor(openat(held, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
-/// In the system's queue, which a wait that is interrupted would leave: so it is interrupted at the end alone.
+/// In the system's queue, which a wait that is interrupted would leave: so it is interrupted at the end
+/// alone.
 bool waitForLock(int folder, milliseconds patience) {
   if (flock(folder, LOCK_EX | LOCK_NB) == 0) return true;
   const auto deadline = steady_clock::now() + patience;

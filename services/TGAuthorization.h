@@ -58,8 +58,8 @@ class TGAuthorization : public foundation::ImmortalSingleton<TGAuthorization> {
   /// The file verbs start a system tool and do not wait for it, on purpose: true says that it was started.
   /// Protected folders are refused with a message. So is, for root, a path that somebody else's link may lead
   /// elsewhere: users control the folders on the way to their trash. What a user exchanges after that look
-  /// and before the tool's own cannot be seen; where it matters TGFileManager's verbs, which need no tool,
-  /// are proof against that too.
+  /// is the platform's: on Linux root's tools are the bundle's, which open the way anew and follow nothing;
+  /// elsewhere, and with an administrator's password, they are the system's, which go by the path.
   bool authCopyFile(const std::optional<std::string>& source, const std::optional<std::string>& toPath);
   bool authMoveFile(const std::optional<std::string>& source, const std::optional<std::string>& toPath);
   bool authMoveFolderContents(const std::string& source, const std::string& toPath);

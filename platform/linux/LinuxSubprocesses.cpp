@@ -12,8 +12,8 @@ namespace {
 constexpr const char* kOpener = "/usr/bin/open";
 constexpr const char* kOwnerChanger = "/usr/sbin/chown";
 
-/// Root works in folders that users control, where the general tools follow what is exchanged under them. With
-/// a password sudo runs those.
+/// Root works in folders that users control, where the general tools follow what is exchanged under them.
+/// With a password sudo runs those.
 bool isVerbOfRoots(const std::string& path) {
   const bool isVerb = path == "/bin/cp" || path == "/bin/mv" || path == "/bin/rm" || path == "/bin/mkdir";
   return isVerb && ::geteuid() == 0;

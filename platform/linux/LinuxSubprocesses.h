@@ -12,8 +12,8 @@ namespace platform {
 ///
 /// The Mac's tools that this system may lack are taken from the bundle's Contents/SharedSupport then. A
 /// /usr/bin/open that is a symbolic link leads to some desktop's opener, which is another program: it counts
-/// as lacking. So does every /usr/sbin/chown: the general one follows links that a user has planted; for root,
-/// who works in folders that users control, /bin/cp, /bin/mv, /bin/rm and /bin/mkdir as well.
+/// as lacking. So does every /usr/sbin/chown: the general one follows links that a user has planted; for
+/// root, who works in folders that users control, /bin/cp, /bin/mv, /bin/rm and /bin/mkdir as well.
 class LinuxSubprocesses : public PosixSubprocesses {
  public:
   /// Both outlive this object and every child that it makes. `root` is the folder below which the system's

@@ -123,6 +123,26 @@ TEST_F(LinuxSubprocessesTest, TheOwnerChangerIsAlwaysTheBundles) {
   EXPECT_EQ(child->availableOutput(), "guarded alice file\n");
 }
 
+TEST_F(LinuxSubprocessesTest, RootsFileToolsAreTheBundlesAndOthersTheSystems) {
+  const support::TemporaryFolder folder;
+  bundle.folder = folder.path();
+  for (const char* verb : {"cp", "mv", "rm", "mkdir"}) {
+    SCOPED_TRACE(verb);
+    const std::string path = std::string("/bin/") + verb;
+    EXPECT_EQ(subprocesses.isExecutableFile(path), ::geteuid() != 0)
+        << "the general one follows what is exchanged";
+    const std::string own =
+        folder.file(std::string("Contents/SharedSupport/") + verb, "#!/bin/sh\necho \"own $*\"\n");
+    std::filesystem::permissions(own, std::filesystem::perms::all);
+    const auto child =
+        subprocesses.create({.launchPath = path, .arguments = {"--version"}, .standardOutput = Stream::pipe});
+    child->launch();
+    child->waitUntilExit();
+    EXPECT_EQ(child->launchPath(), path);
+    EXPECT_EQ(child->availableOutput().starts_with("own --version\n"), ::geteuid() == 0);
+  }
+}
+
 TEST_F(LinuxSubprocessesTest, RootsChildrenGetARootsEnvironment) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root";
   const support::EnvironmentVariable library("LD_LIBRARY_PATH", "/nowhere");

@@ -16,9 +16,8 @@ namespace support {
 inline bool isLockWaitedFor(const std::string& path) {
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0) return false;
-  const std::string file =
-      foundation::stringWithFormat(" %02x:%02x:%lu ", ::gnu_dev_major(status.st_dev),
-                                   ::gnu_dev_minor(status.st_dev), status.st_ino);
+  const std::string file = foundation::stringWithFormat(" %02x:%02x:%lu ", ::gnu_dev_major(status.st_dev),
+                                                        ::gnu_dev_minor(status.st_dev), status.st_ino);
   std::ifstream locks("/proc/locks");
   for (std::string line; std::getline(locks, line);) {
     if (line.find("-> FLOCK") != std::string::npos && line.find(file) != std::string::npos) return true;

@@ -154,8 +154,12 @@ Result<void> removePath(const std::string& path) {
   const auto isGone = [](const Error& error) { return error.code == ENOENT || error.code == ENOTDIR; };
   const auto place = placeOf(path);
   if (!place) return isGone(place.error()) ? Result<void>() : place.error();
-  const auto removed = removeItem(place.value().folder.get(), place.value().name);
-  if (removed || isGone(removed.error())) return {};
+  const int folder = place.value().folder.get();
+  const std::string& name = place.value().name;
+  const auto removed = removeItem(folder, name);
+  struct stat status {};
+  const bool isThere = ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  if (removed || (!isThere && isGone(removed.error()))) return {};
   return systemError(removed.error().code, path);
 }
 
@@ -184,9 +188,9 @@ Result<void> movePath(const std::string& from, const std::string& to) {
   const std::string& name = source.value().name;
   auto renamed = renameOnto(folder, name, target.value(), from);
   if (renamed || renamed.error().code != EXDEV) return renamed;
-  return moveByCopy(folder, name, target.value().folder.get(), from, [&](int inside, const std::string& made) {
-    return renameOnto(inside, made, target.value(), from);
-  });
+  return moveByCopy(
+      folder, name, target.value().folder.get(), from,
+      [&](int inside, const std::string& made) { return renameOnto(inside, made, target.value(), from); });
 }
 
 Result<void> copyPath(const std::string& from, const std::string& to) {

@@ -16,13 +16,13 @@ namespace platform {
 /// "..".
 [[nodiscard]] foundation::Result<void> removePath(const std::string& path);
 
-/// mkdir -p: makes a folder, and those above it that are missing, with mode 0777 less the umask. They are this
-/// process's user's, whoever owns the folder they are made in.
+/// mkdir -p: makes a folder, and those above it that are missing, with mode 0777 less the umask. They are
+/// this process's user's, whoever owns the folder they are made in.
 [[nodiscard]] foundation::Result<void> makePath(const std::string& path);
 
 /// mv -f: moves an item into `to` where that is a folder, else to `to` itself, in place of what is there; of
-/// folders only an empty one is replaced (ENOTEMPTY). On another file system it becomes a copy that is compared
-/// before the original goes (TreeCopy.h): without set-ID bits, and no device moves.
+/// folders only an empty one is replaced (ENOTEMPTY). On another file system it becomes a copy that is
+/// compared before the original goes (TreeCopy.h): without set-ID bits, and no device moves.
 [[nodiscard]] foundation::Result<void> movePath(const std::string& from, const std::string& to);
 
 /// cp -f -p -R: copies an item with its attributes, links as links, into `to` where that is a folder, else to
