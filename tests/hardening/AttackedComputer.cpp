@@ -84,13 +84,14 @@ void AttackedComputer::makeSystem() const {
   mountAt("/proc", path("/proc"), nullptr, MS_BIND | MS_REC);
   mountAt(HELPERS_FOLDER, path(kHelpers), nullptr, MS_BIND);
   mountAt(VERBS_FOLDER, path(kVerbs), nullptr, MS_BIND);
-  for (const char* folder : {"/lib", "/lib64"}) {
+  for (const char* folder : {"/bin", "/lib", "/lib64"}) {
     if (std::filesystem::exists(folder))
       std::filesystem::create_symlink(std::string("usr") + folder, path(folder));
   }
   for (const char* folder : {"/etc", "/dev", "/var", "/var/root", "/Users", "/outside"}) {
     ::mkdir(path(folder).c_str(), 0755);
   }
+  ::chmod(path("/var/root").c_str(), 0700);
   ::mknod(path("/dev/null").c_str(), S_IFCHR | 0666, makedev(1, 3));
   std::ofstream(path("/etc/passwd"))
       << "root:x:0:0::/var/root:/bin/sh\nalice:x:4201:4201::/Users/alice:/bin/sh\n";

@@ -1,0 +1,80 @@
+// The programs that root runs under valgrind's memcheck, each in its forms, over a tree with odd entries.
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "tests/hardening/AttackedComputer.h"
+
+namespace hardening {
+namespace {
+
+using ::testing::AnyOf;
+using ::testing::HasSubstr;
+
+constexpr int kFound = 99;  // an exit status that no tool has
+
+/// What is still reachable at the end is the C and the C++ library's own: the loader's lists of libraries
+/// that were loaded for the account database, and the memory that exceptions would be made in.
+const std::vector<std::string> kMemcheck = {
+    "/usr/bin/valgrind", "--error-exitcode=" + std::to_string(kFound),
+    "--leak-check=full", "--errors-for-leak-kinds=definite,indirect,possible",
+    "--track-fds=yes",   "--vgdb=no"};
+
+/// fchmodat2(2), younger than Debian's valgrind: to the program it looks like a kernel without it.
+const std::string kUnknownCall = "WARNING: unhandled amd64-linux syscall: 452";
+
+int occurrences(const std::string& text, const std::string& words) {
+  int count = 0;
+  for (std::size_t at = text.find(words); at != std::string::npos; at = text.find(words, at + 1)) ++count;
+  return count;
+}
+
+class MemcheckTest : public ::testing::TestWithParam<Form> {
+ protected:
+  void SetUp() override {
+    QUILLMEND_NEEDS_ROOT_HERE();
+    ASSERT_TRUE(std::filesystem::exists(kMemcheck.front())) << "packaging/install-dependencies test";
+    // Valgrind's own.
+    computer_.makeFolder("/tmp", 01777);
+  }
+
+  void addOddEntries() const {
+    const std::string tree = GetParam().tree;
+    if (tree.empty()) return;
+    const auto at = [&](const char* name) { return computer_.path(tree + "/" + name); };
+    std::filesystem::create_hard_link(at("file"), at("second-name"));
+    std::filesystem::create_symlink("/outside/secret", at("link"));
+    ASSERT_EQ(::mkfifo(at("fifo").c_str(), 0600), 0);
+    computer_.makeFile(tree + "/set-id", 04755);
+    computer_.makeFile(tree + "/a\nb\\\xff");
+    computer_.makeFolder(tree + "/closed", 0);
+  }
+
+  AttackedComputer computer_;
+};
+
+TEST_P(MemcheckTest, FindsNothing) {
+  addOddEntries();
+  std::vector<std::string> command = kMemcheck;
+  command.insert(command.end(), GetParam().command.begin(), GetParam().command.end());
+  const Finished finished = computer_.run(command);
+  EXPECT_THAT(finished.exitStatus, AnyOf(0, 1)) << finished.errors;
+  EXPECT_THAT(finished.errors, HasSubstr("ERROR SUMMARY: 0 errors"));
+  EXPECT_THAT(finished.errors, HasSubstr("FILE DESCRIPTORS: 3 open (3 std) at exit"));
+  EXPECT_EQ(occurrences(finished.errors, "WARNING: unhandled"), occurrences(finished.errors, kUnknownCall));
+}
+
+std::vector<Form> theFormsOfHelpers() {
+  std::vector<Form> forms = allForms();
+  forms.push_back({"Kill", {"/helpers/killtool"}, ""});
+  forms.push_back({"Missing", {"/helpers/chmodtool", "-R", "a-w", "/Users/alice/missing"}, ""});
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, MemcheckTest, ::testing::ValuesIn(theFormsOfHelpers()), nameOfForm);
+INSTANTIATE_TEST_SUITE_P(Verbs, MemcheckTest, ::testing::ValuesIn(verbForms()), nameOfForm);
+
+}  // namespace
+}  // namespace hardening
