@@ -78,7 +78,7 @@ TEST_F(TurnTest, LeavesSignalsAndTimersAsTheyWere) {
 
 TEST_F(TurnTest, DoesNotExistWhereOthersCouldHoldIt) {
   const UniqueDescriptor another = takenByAnother();
-  for (const mode_t mode : {0755, 0704}) {
+  for (const mode_t mode : {0755U, 0704U}) {
     openTo(mode);
     EXPECT_FALSE(Turn(volume_.surroundings(), report_).isHeld());
   }
