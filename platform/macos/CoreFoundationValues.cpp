@@ -111,20 +111,34 @@ std::optional<PropertyList> arrayOf(CFArrayRef array, std::size_t depth) {
   return PropertyList(std::move(values));
 }
 
-std::optional<PropertyList> dictionaryOf(CFDictionaryRef dictionary, std::size_t depth) {
+/// Borrowed from a dictionary.
+struct Entries {
+  std::vector<const void*> keys;
+  std::vector<const void*> objects;
+};
+
+Entries entriesOf(CFDictionaryRef dictionary) {
   const auto count = static_cast<std::size_t>(CFDictionaryGetCount(dictionary));
-  std::vector<const void*> keys(count);
-  std::vector<const void*> objects(count);
-  CFDictionaryGetKeysAndValues(dictionary, keys.data(), objects.data());
-  PropertyList::Dictionary entries;
-  for (std::size_t at = 0; at < count; ++at) {
-    if (CFGetTypeID(keys[at]) != CFStringGetTypeID()) return std::nullopt;
-    auto value = valueOf(objects[at], depth + 1);
-    if (!value) return std::nullopt;
-    entries.emplace_back(textOf(static_cast<CFStringRef>(keys[at])), std::move(*value));
-  }
+  Entries entries{std::vector<const void*>(count), std::vector<const void*>(count)};
+  CFDictionaryGetKeysAndValues(dictionary, entries.keys.data(), entries.objects.data());
+  return entries;
+}
+
+PropertyList sorted(PropertyList::Dictionary entries) {
   std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
   return PropertyList(std::move(entries));
+}
+
+std::optional<PropertyList> dictionaryOf(CFDictionaryRef dictionary, std::size_t depth) {
+  const Entries all = entriesOf(dictionary);
+  PropertyList::Dictionary entries;
+  for (std::size_t at = 0; at < all.keys.size(); ++at) {
+    if (CFGetTypeID(all.keys[at]) != CFStringGetTypeID()) return std::nullopt;
+    auto value = valueOf(all.objects[at], depth + 1);
+    if (!value) return std::nullopt;
+    entries.emplace_back(textOf(static_cast<CFStringRef>(all.keys[at])), std::move(*value));
+  }
+  return sorted(std::move(entries));
 }
 
 std::optional<PropertyList> valueOf(CFTypeRef object, std::size_t depth) {
@@ -165,6 +179,17 @@ std::string textOf(CFStringRef string) {
 
 CoreFoundationValue coreFoundationValue(const PropertyList& value) {
   return Maker().make(value);
+}
+
+PropertyList knownEntriesOf(CFDictionaryRef dictionary) {
+  PropertyList::Dictionary known;
+  const Entries all = dictionary == nullptr ? Entries() : entriesOf(dictionary);
+  for (std::size_t at = 0; at < all.keys.size(); ++at) {
+    if (CFGetTypeID(all.keys[at]) != CFStringGetTypeID()) continue;
+    auto value = propertyListOf(all.objects[at]);
+    if (value) known.emplace_back(textOf(static_cast<CFStringRef>(all.keys[at])), std::move(*value));
+  }
+  return sorted(std::move(known));
 }
 
 std::optional<PropertyList> propertyListOf(CFPropertyListRef object) {

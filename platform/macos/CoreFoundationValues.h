@@ -25,6 +25,10 @@ using CoreFoundationURL = CoreFoundationReference<CFURLRef>;
 /// nested deeper than kGreatestNesting (PropertyListNesting.h).
 [[nodiscard]] CoreFoundationValue coreFoundationValue(const foundation::PropertyList& value);
 
+/// A dictionary's entries, without those that propertyListOf cannot tell: the system adds objects of its own
+/// to some of its dictionaries. Empty for null.
+[[nodiscard]] foundation::PropertyList knownEntriesOf(CFDictionaryRef dictionary);
+
 /// The value of a property-list object; nullopt where one in it is of no kind that the program knows, or is
 /// nested deeper than that. Dictionaries are in the order of their keys' bytes: Core Foundation keeps none.
 /// Numbers of every integer kind become whole numbers, others doubles.

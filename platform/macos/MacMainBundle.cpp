@@ -19,7 +19,8 @@ std::string MacMainBundle::executablePath() {
 foundation::PropertyList MacMainBundle::infoDictionary() {
   auto* const bundle = CFBundleGetMainBundle();
   if (bundle == nullptr) return {};
-  return propertyListOf(CFBundleGetInfoDictionary(bundle)).value_or(foundation::PropertyList());
+  // The system adds addresses to it, of its file among others.
+  return knownEntriesOf(CFBundleGetInfoDictionary(bundle));
 }
 
 std::optional<std::string> MacMainBundle::pathForIdentifier(const std::string& identifier) {

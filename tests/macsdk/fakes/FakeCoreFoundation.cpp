@@ -255,6 +255,10 @@ void setBundle(const std::string& identifier, FakeBundle bundle) {
   state().bundles.insert_or_assign(identifier, std::move(bundle));
 }
 
+CFStringRef makeConstantText(const char* text) {
+  return as<CFStringRef>(new Object{Text{text}, 1, true});
+}
+
 CFTypeRef makeUnknownObject() {
   return make(Unknown{});
 }
@@ -273,6 +277,7 @@ const CFBooleanRef kCFBooleanFalse = as<CFBooleanRef>(&booleanFalse);
 const CFArrayCallBacks kCFTypeArrayCallBacks{};
 const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks{};
 const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks{};
+const CFStringRef kCFRunLoopDefaultMode = fakes::makeConstantText("default");
 const CFStringRef kCFPreferencesAnyHost = as<CFStringRef>(&anyHost);
 const CFStringRef kCFPreferencesCurrentHost = as<CFStringRef>(&thisHost);
 const CFStringRef kCFPreferencesAnyUser = as<CFStringRef>(&anyUser);
@@ -548,6 +553,9 @@ CFDictionaryRef CFBundleGetInfoDictionary(CFBundleRef bundle) {
   if (held == nullptr) {
     const std::size_t before = state().live.size();
     held = objectOf(*own->information);
+    if (own->hasAddress) {
+      contentOf<Entries>(held).emplace_back(make(Text{"CFBundleInfoPlistURL"}), make(Path{own->path}));
+    }
     state().systemsOwn += state().live.size() - before;
   }
   return as<CFDictionaryRef>(held);

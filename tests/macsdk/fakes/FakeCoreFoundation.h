@@ -41,9 +41,13 @@ struct FakeBundle {
   std::string executable;
   std::optional<foundation::PropertyList> information;
   std::map<std::string, std::string> localizedStrings = {};  ///< of its default table
+  bool hasAddress = false;  ///< the information holds an address too, "CFBundleInfoPlistURL"
 };
 void setMainBundle(std::optional<FakeBundle> bundle);
 void setBundle(const std::string& identifier, FakeBundle bundle);
+
+/// A text that lives as long as the program and is not counted: a constant of the system's.
+[[nodiscard]] CFStringRef makeConstantText(const char* text);
 
 /// An object of a kind that is in no property list, owned by the caller.
 [[nodiscard]] CFTypeRef makeUnknownObject();

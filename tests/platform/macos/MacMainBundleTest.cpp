@@ -28,6 +28,12 @@ TEST_F(MacMainBundleTest, TheBundleTellsItsPathsAndInformation) {
   EXPECT_EQ(bundle.infoDictionary(), information);  // borrowed, so not released by the first question
 }
 
+TEST_F(MacMainBundleTest, WhatTheSystemAddsToTheInformationIsLeftOut) {
+  const PropertyList information = PropertyList::Dictionary{{"CFBundleName", "Quillmend"}};
+  ::fakes::setMainBundle({{"/Applications/Q.app", "", information, {}, true}});
+  EXPECT_EQ(bundle.infoDictionary(), information);
+}
+
 TEST_F(MacMainBundleTest, WithoutInformationTheDictionaryIsEmpty) {
   ::fakes::setMainBundle({{"/tmp", "/tmp/q", std::nullopt}});
   EXPECT_EQ(bundle.infoDictionary(), PropertyList());

@@ -173,6 +173,13 @@ SInt32 CFUserNotificationDisplayAlert(CFTimeInterval timeout, CFOptionFlags flag
                                       CFStringRef alternateButtonTitle, CFStringRef otherButtonTitle,
                                       CFOptionFlags* responseFlags);
 
+// CFRunLoop.h
+typedef struct __CFRunLoop* CFRunLoopRef;
+enum { kCFRunLoopRunFinished = 1 };
+extern const CFStringRef kCFRunLoopDefaultMode;
+CFRunLoopRef CFRunLoopGetCurrent(void);
+SInt32 CFRunLoopRunInMode(CFStringRef mode, CFTimeInterval seconds, Boolean returnAfterSourceHandled);
+
 // CFUUID.h
 CFUUIDRef CFUUIDCreate(CFAllocatorRef);
 CFStringRef CFUUIDCreateString(CFAllocatorRef, CFUUIDRef);
