@@ -2,13 +2,18 @@
 
 #include <Security/Authorization.h>
 #include <dlfcn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
+#include <system_error>
 #include <thread>
 
 #include "platform/Platform.h"
+#include "platform/posix/BlockedSignals.h"
 #include "platform/posix/ReadableWait.h"
 #include "platform/posix/WakePipe.h"
 
@@ -73,17 +78,42 @@ AuthorizationStatus askSystem(AuthorizationRef reference, const std::vector<std:
   return AuthorizationCopyRights(nativeOf(reference), wanted.get(), items.get(), flags, nullptr);
 }
 
+using FileStream = std::unique_ptr<FILE, int (*)(FILE*)>;
+
 class FilePipe final : public CommunicationsPipe {
  public:
   explicit FilePipe(FILE* file) : file_(file, &std::fclose) {}
   int getCharacter() override { return std::fgetc(file_.get()); }
 
  private:
-  std::unique_ptr<FILE, int (*)(FILE*)> file_;
+  FileStream file_;
+};
+
+/// What a program has written already.
+class TextPipe final : public CommunicationsPipe {
+ public:
+  explicit TextPipe(std::string text) : text_(std::move(text)) {}
+  int getCharacter() override { return at_ < text_.size() ? static_cast<unsigned char>(text_[at_++]) : -1; }
+
+ private:
+  std::string text_;
+  std::size_t at_ = 0;
 };
 
 bool holdsZeroByte(const std::string& text) {
   return text.find('\0') != std::string::npos;
+}
+
+/// As far as this process may look; root may see more.
+bool mayBeProgram(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return errno == EACCES;
+  return S_ISREG(status.st_mode) && (status.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0;
+}
+
+bool canBeStarted(const std::string& path, const std::vector<std::string>& arguments) {
+  return path.starts_with('/') && !holdsZeroByte(path) &&
+         std::none_of(arguments.begin(), arguments.end(), holdsZeroByte) && mayBeProgram(path);
 }
 
 /// What the system is asked to start.
@@ -92,8 +122,9 @@ struct Command {
   std::vector<std::string> arguments;
 };
 
+/// Tells its process id first.
 Command withoutOutput(const std::string& path, const std::vector<std::string>& arguments) {
-  Command command{"/bin/bash", {"-p", "-c", R"(exec "$0" "$@" </dev/null >/dev/null)", path}};
+  Command command{"/bin/bash", {"-p", "-c", R"(echo $$; exec "$0" "$@" </dev/null >/dev/null)", path}};
   command.arguments.insert(command.arguments.end(), arguments.begin(), arguments.end());
   return command;
 }
@@ -105,6 +136,40 @@ AuthorizationStatus start(Execute* execute, AuthorizationRef reference, Authoriz
   for (std::string& argument : command.arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
   return execute(nativeOf(reference), command.path.c_str(), flags, pointers.data(), pipe);
+}
+
+/// 0 where none was told.
+pid_t announcedProcess(FILE* stream) {
+  pid_t process = 0;
+  int character = std::fgetc(stream);
+  for (; character >= '0' && character <= '9' && process < 100'000'000; character = std::fgetc(stream)) {
+    process = process * 10 + (character - '0');
+  }
+  return character == '\n' ? process : 0;
+}
+
+/// Leaves no zombie. Without a thread it is collected when this process ends.
+void collectAtItsEnd(pid_t child) {
+  try {
+    const BlockedSignals blocked;
+    std::thread([child] {
+      while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) continue;
+    }).detach();
+  } catch (const std::system_error&) {
+    return;
+  }
+}
+
+AuthorizationStatus startWithoutOutput(Execute* execute, AuthorizationRef reference, AuthorizationFlags flags,
+                                       const std::string& path, const std::vector<std::string>& arguments) {
+  FILE* file = nullptr;
+  const auto status = start(execute, reference, flags, withoutOutput(path, arguments), &file);
+  if (status != errAuthorizationSuccess || file == nullptr) return status;
+  const FileStream stream(file, &std::fclose);
+  const pid_t process = announcedProcess(stream.get());
+  if (process == 0) return errAuthorizationToolExecuteFailure;
+  collectAtItsEnd(process);
+  return errAuthorizationSuccess;
 }
 
 }  // namespace
@@ -153,11 +218,14 @@ AuthorizationStatus MacAuthorization::ask(AuthorizationRef reference, const std:
     const auto status = askSystem(reference, rights, std::nullopt, withoutAsking);
     return status == errAuthorizationInteractionNotAllowed ? errAuthorizationCanceled : status;
   }
-  std::thread([question, rights, flags] {
-    question->answer = askSystem(question->reference, rights, std::nullopt, flags);
-    question->isAnswered = true;
-    question->isDecided.raise();
-  }).detach();
+  {
+    const BlockedSignals blocked;
+    std::thread([question, rights, flags] {
+      question->answer = askSystem(question->reference, rights, std::nullopt, flags);
+      question->isAnswered = true;
+      question->isDecided.raise();
+    }).detach();
+  }
   waitUntilReadable(current().mainThread, question->isDecided.descriptor());
   return end(question);
 }
@@ -179,6 +247,7 @@ void MacAuthorization::stopAsking() {
   const std::scoped_lock lock(mutex_);
   isStopped_ = true;
   for (const auto& question : questions_) question->isDecided.raise();
+  script_.stopAsking();
 }
 
 bool MacAuthorization::isAskedAbout(AuthorizationRef reference) {
@@ -198,16 +267,24 @@ AuthorizationStatus MacAuthorization::executeWithPrivileges(AuthorizationRef ref
                                                             const std::string& path, AuthorizationFlags flags,
                                                             const std::vector<std::string>& arguments,
                                                             std::unique_ptr<CommunicationsPipe>* pipe) {
+  if (!canBeStarted(path, arguments)) return errAuthorizationToolExecuteFailure;
   auto* const execute =
       reinterpret_cast<Execute*>(::dlsym(RTLD_DEFAULT, "AuthorizationExecuteWithPrivileges"));
-  if (execute == nullptr || !path.starts_with('/') || holdsZeroByte(path) ||
-      std::any_of(arguments.begin(), arguments.end(), holdsZeroByte)) {
-    return errAuthorizationToolExecuteFailure;
-  }
-  if (pipe == nullptr) return start(execute, reference, flags, withoutOutput(path, arguments), nullptr);
+  if (execute == nullptr) return startByScript(path, arguments, pipe);
+  if (pipe == nullptr) return startWithoutOutput(execute, reference, flags, path, arguments);
   FILE* output = nullptr;
   const AuthorizationStatus status = start(execute, reference, flags, {path, arguments}, &output);
   if (status == errAuthorizationSuccess && output != nullptr) *pipe = std::make_unique<FilePipe>(output);
+  return status;
+}
+
+AuthorizationStatus MacAuthorization::startByScript(const std::string& path,
+                                                    const std::vector<std::string>& arguments,
+                                                    std::unique_ptr<CommunicationsPipe>* pipe) {
+  if (pipe == nullptr) return script_.start(path, arguments);
+  std::string output;
+  const AuthorizationStatus status = script_.run(path, arguments, &output);
+  if (status == errAuthorizationSuccess) *pipe = std::make_unique<TextPipe>(std::move(output));
   return status;
 }
 

@@ -5,20 +5,23 @@
 #include <set>
 
 #include "platform/Authorization.h"
+#include "platform/macos/AdministratorScript.h"
 
 namespace platform {
 
 /// Administrator rights by Authorization Services. Statuses are passed on as they come.
 ///
 /// AuthorizationExecuteWithPrivileges is looked up when it is needed, because systems may come without it:
-/// then nothing can be started (errAuthorizationToolExecuteFailure). A program gets the effective user id of
-/// root and keeps the real one of the caller, as that function does. It connects a program's output to a pipe
-/// or leaves it where this process's goes; where nobody reads it, bash (-p, so that it keeps the rights)
-/// leads it to the null device and becomes the program, which gets its path and its arguments as positional
-/// parameters, never as text of the shell's. A program whose arguments hold a zero byte cannot be started.
+/// then AppleScript starts the program (AdministratorScript.h). Otherwise a program gets the effective user
+/// id of root and keeps the real one of the caller, as that function does. It connects a program's output to
+/// a pipe or leaves it where this process's goes; where nobody reads it, bash (-p, so that it keeps the
+/// rights) tells its process id to the pipe, leads the output to the null device and becomes the program,
+/// which gets its path and its arguments as positional parameters, never as text of the shell's. What is no
+/// program (a folder, nothing at all, a file that nobody may execute), and a program whose path or arguments
+/// hold a zero byte, cannot be started: errAuthorizationToolExecuteFailure.
 ///
-/// The system's function does not tell the child's process id, so that the child is collected when this
-/// process ends.
+/// The system's function does not tell the child's process id. A program without a pipe has told it, and is
+/// collected when it ends; one with a pipe is collected when this process ends.
 ///
 /// No public function takes a dialog of the system's down before it is answered, so that rights for which the
 /// user may be asked are asked for on a thread of their own. Who waits for them serves the main thread's
@@ -54,11 +57,14 @@ class MacAuthorization : public Authorization {
   bool begin(const std::shared_ptr<Question>& question);
   AuthorizationStatus end(const std::shared_ptr<Question>& question);
   bool isAskedAbout(AuthorizationRef reference);
+  AuthorizationStatus startByScript(const std::string& path, const std::vector<std::string>& arguments,
+                                    std::unique_ptr<CommunicationsPipe>* pipe);
 
   std::mutex mutex_;
   bool isStopped_ = false;
   /// Those that stand, also such as nobody waits for any more.
   std::set<std::shared_ptr<Question>> questions_;
+  AdministratorScript script_;
 };
 
 }  // namespace platform

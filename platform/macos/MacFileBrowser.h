@@ -5,7 +5,8 @@
 namespace platform {
 
 /// The Finder, by an Apple event of class 'fndr' and identifier 'fupd' to the application of signature
-/// 'MACS', whose direct object is the item's address ('furl'). No reply is asked for.
+/// 'MACS', whose direct object is a minimal alias of the item ('alis'); its address ('furl') on a system
+/// that makes no aliases any more. No reply is asked for. The status of what fails is answered.
 class MacFileBrowser : public FileBrowser {
  public:
   OSStatus itemChanged(const std::string& path) override;

@@ -9,6 +9,7 @@
 #include "platform/macos/MacDistributedNotifications.h"
 #include "platform/macos/MacFileAttributes.h"
 #include "platform/macos/MacFileBrowser.h"
+#include "platform/macos/MacFileOperations.h"
 #include "platform/macos/MacFileReferences.h"
 #include "platform/macos/MacKeyboardLayout.h"
 #include "platform/macos/MacMainBundle.h"
@@ -21,7 +22,6 @@
 #include "platform/posix/GuardedFiles.h"
 #include "platform/posix/GuardedGathering.h"
 #include "platform/posix/PosixClock.h"
-#include "platform/posix/PosixFileOperations.h"
 #include "platform/posix/PosixFolderQueries.h"
 #include "platform/posix/PosixInterruption.h"
 #include "platform/posix/PosixMainThread.h"
@@ -47,7 +47,7 @@ struct MacPlatform {
   MacFileAttributes fileAttributes;
   PosixFolderQueries folderQueries;
   MacFileReferences fileReferences;
-  PosixFileOperations fileOperations{mainThread, clock};
+  MacFileOperations fileOperations{mainThread, clock};
   MacFileBrowser fileBrowser;
   MacPropertyLists propertyLists;
   MacMainBundle mainBundle;

@@ -43,13 +43,14 @@ void serveRunLoop() {
 
 std::vector<RunningApplication> runningApplications() {
   std::vector<RunningApplication> running;
+  if (!workspaceHas(@selector(runningApplications))) return running;
   for (id<TGRunningApplication> application in [workspaceOfToday() runningApplications]) {
     running.push_back({textOf([application bundleIdentifier]), [application processIdentifier]});
   }
   return running;
 }
 
-/// Of the list that systems before had alone, without programs that are not in the Dock.
+/// Those in the Dock.
 std::vector<RunningApplication> launchedApplications() {
   std::vector<RunningApplication> launched;
   for (NSDictionary* application in [[NSWorkspace sharedWorkspace] launchedApplications]) {
@@ -88,8 +89,9 @@ std::vector<RunningApplication> workspaceRunningApplications() {
   @autoreleasepool {
     const auto raised = raisedBy([&] {
       serveRunLoop();
-      applications =
-          workspaceHas(@selector(runningApplications)) ? runningApplications() : launchedApplications();
+      if (workspaceHas(@selector(launchedApplications))) applications = launchedApplications();
+      // None at all is what a system answers that only keeps the name: the Finder always runs.
+      if (applications.empty()) applications = runningApplications();
     });
     if (raised) return {};
   }

@@ -22,6 +22,7 @@ class PrivateFolder {
   PrivateFolder& operator=(PrivateFolder&&) = delete;
 
   [[nodiscard]] int descriptor() const { return folder_.get(); }
+  [[nodiscard]] const std::string& name() const { return name_; }
 
  private:
   PrivateFolder(UniqueDescriptor parent, std::string name, UniqueDescriptor folder)

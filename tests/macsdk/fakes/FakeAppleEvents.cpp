@@ -1,6 +1,11 @@
 #include "tests/macsdk/fakes/FakeAppleEvents.h"
 
+#include <cstdlib>
 #include <cstring>
+
+#include "platform/foundation/Paths.h"
+#include "platform/macos/CarbonFiles.h"
+#include "platform/macos/CoreFoundationValues.h"
 
 namespace fakes {
 
@@ -71,6 +76,34 @@ OSErr AEPutParamPtr(AppleEvent*, AEKeyword keyword, DescType type, const void* d
 OSStatus AESendMessage(const AppleEvent*, AppleEvent* reply, AESendMode mode, long timeOut) {
   return record("AESendMessage", std::string(reply == nullptr ? "no reply " : "reply ") +
                                      std::to_string(mode) + " " + std::to_string(timeOut));
+}
+
+/// A reference holds the address's text, cut to what it has room for.
+Boolean CFURLGetFSRef(CFURLRef address, platform::carbon::FSRef* reference) {
+  if (record("CFURLGetFSRef", platform::textOf(CFURLGetString(address))) != 0) return 0;
+  const std::string path = foundation::lastPathComponent(platform::textOf(CFURLGetString(address)));
+  path.copy(reinterpret_cast<char*>(reference->hidden), sizeof reference->hidden - 1);
+  return 1;
+}
+
+platform::carbon::OSErr FSNewAliasMinimal(const platform::carbon::FSRef* item,
+                                          platform::carbon::Handle* alias) {
+  const OSStatus status = record("FSNewAliasMinimal", reinterpret_cast<const char*>(item->hidden));
+  if (status != 0) return static_cast<platform::carbon::OSErr>(status);
+  ++fakes::appleEvents().held;
+  *alias =
+      new char*(::strdup(("alias of " + std::string(reinterpret_cast<const char*>(item->hidden))).c_str()));
+  return 0;
+}
+
+platform::carbon::Size GetHandleSize(platform::carbon::Handle handle) {
+  return static_cast<platform::carbon::Size>(std::strlen(*handle));
+}
+
+void DisposeHandle(platform::carbon::Handle handle) {
+  --fakes::appleEvents().held;
+  std::free(*handle);
+  delete handle;
 }
 
 }  // extern "C"

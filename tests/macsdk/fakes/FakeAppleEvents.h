@@ -12,7 +12,7 @@ namespace fakes {
 struct AppleEventState {
   std::map<std::string, OSStatus> statuses;  ///< by the name of the function; 0 for the others
   std::vector<std::string> calls;
-  long held = 0;  ///< descriptors made and not disposed of
+  long held = 0;  ///< descriptors and handles made and not disposed of
 };
 
 AppleEventState& appleEvents();

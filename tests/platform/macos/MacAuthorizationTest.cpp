@@ -1,11 +1,11 @@
 #include "platform/macos/MacAuthorization.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <future>
 #include <memory>
 #include <stdexcept>
@@ -32,6 +32,12 @@ class MacAuthorizationTest : public ::testing::Test {
     int status = -1;
     ::waitpid(::fakes::authorization().children.back(), &status, 0);
     return WEXITSTATUS(status);
+  }
+  /// Whether the last program has ended and left no zombie, at the latest after a minute.
+  static bool isCollected() {
+    const pid_t child = ::fakes::authorization().children.back();
+    for (int look = 0; look < 60000 && ::kill(child, 0) == 0; ++look) ::usleep(1000);
+    return ::kill(child, 0) != 0;
   }
   static std::string outputOf(CommunicationsPipe& pipe) {
     std::string output;
@@ -218,24 +224,36 @@ TEST_F(MacAuthorizationTest, TheOutputOfAProgramArrivesWhole) {
   EXPECT_EQ(calls().back(), "AuthorizationExecuteWithPrivileges ours /bin/sh flags 0");
 }
 
-TEST_F(MacAuthorizationTest, WithoutAPipeAProgramGetsItsArgumentsAndItsOutputGoesNowhere) {
+TEST_F(MacAuthorizationTest, WithoutAPipeAProgramGetsItsArgumentsAndItsStreamsAreTheNullDevice) {
   const support::TemporaryFolder folder;
-  const std::string seen = folder / "seen";
-  ::fakes::authorization().standardOutput = ::open(seen.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   std::vector<std::string> arguments = kNastyArguments;
-  arguments[1] = "{ " + arguments[1] + "; } >'" + (folder / "written") + "'; echo noise";
+  arguments[1] = "{ " + arguments[1] + "; } >'" + (folder / "written") +
+                 "'; streams=$(readlink /proc/$$/fd/0 /proc/$$/fd/1); echo \"$streams\" >'" +
+                 (folder / "streams") + "'";
   ASSERT_EQ(authorization.executeWithPrivileges(reference, "/bin/sh", 0, arguments, nullptr),
             errAuthorizationSuccess);
-  EXPECT_EQ(exitStatus(), 0);
-  ::close(::fakes::authorization().standardOutput);
+  EXPECT_TRUE(isCollected());
   EXPECT_EQ(folder.content("written"), kNastyOutput);
-  EXPECT_EQ(folder.content("seen"), "");
+  EXPECT_EQ(folder.content("streams"), "/dev/null\n/dev/null\n");
 }
 
-TEST_F(MacAuthorizationTest, WithoutAPipeTheProgramItselfRunsInTheEnd) {
-  ASSERT_EQ(authorization.executeWithPrivileges(reference, "/bin/sh", 0, {"-c", "exit 42"}, nullptr),
+TEST_F(MacAuthorizationTest, WithoutAPipeTheProgramItselfRunsInTheEndAndLeavesNoZombie) {
+  const support::TemporaryFolder folder;
+  ASSERT_EQ(authorization.executeWithPrivileges(reference, "/bin/sh", 0,
+                                                {"-c", "echo $$ >'" + (folder / "process") + "'"}, nullptr),
             errAuthorizationSuccess);
-  EXPECT_EQ(exitStatus(), 42);
+  EXPECT_TRUE(isCollected());
+  EXPECT_EQ(folder.content("process"), std::to_string(::fakes::authorization().children.back()) + "\n");
+}
+
+TEST_F(MacAuthorizationTest, WhatIsNoProgramIsNotStarted) {
+  const support::TemporaryFolder folder;
+  for (const std::string& path : {folder.file("text"), folder.path(), folder / "absent"}) {
+    EXPECT_EQ(authorization.executeWithPrivileges(reference, path, 0, {}, nullptr),
+              errAuthorizationToolExecuteFailure)
+        << path;
+  }
+  EXPECT_THAT(calls(), ElementsAre());
 }
 
 TEST_F(MacAuthorizationTest, WhatCannotBePassedOnWholeIsNotStarted) {

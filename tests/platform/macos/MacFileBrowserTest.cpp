@@ -33,8 +33,9 @@ TEST_F(MacFileBrowserTest, TheFinderHearsOfTheItemAndNobodyWaits) {
   const std::string path = folder.file("movie.mov");
   EXPECT_EQ(browser.itemChanged(path), noErr);
   EXPECT_THAT(::fakes::appleEvents().calls,
-              ElementsAre("AECreateDesc sign MACS", "AECreateAppleEvent fndr fupd to sign -1 0",
-                          "AEPutParamPtr ---- furl file://" + path, "AESendMessage no reply 1 -2"));
+              ElementsAre("CFURLGetFSRef file://" + path, "FSNewAliasMinimal movie.mov",
+                          "AECreateDesc sign MACS", "AECreateAppleEvent fndr fupd to sign -1 0",
+                          "AEPutParamPtr ---- alis alias of movie.mov", "AESendMessage no reply 1 -1"));
 }
 
 TEST_F(MacFileBrowserTest, ALinkIsTheItemAlsoWhereItLeadsNowhere) {
@@ -57,8 +58,14 @@ TEST_P(MacFileBrowserFailureTest, AFailureIsPassedOnAndEndsIt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Functions, MacFileBrowserFailureTest,
-                         ::testing::Values("AECreateDesc", "AECreateAppleEvent", "AEPutParamPtr",
-                                           "AESendMessage"));
+                         ::testing::Values("FSNewAliasMinimal", "AECreateDesc", "AECreateAppleEvent",
+                                           "AEPutParamPtr", "AESendMessage"));
+
+TEST_F(MacFileBrowserTest, AnItemThatHasNoReferenceIsNotFound) {
+  ::fakes::appleEvents().statuses["CFURLGetFSRef"] = ioErr;
+  EXPECT_EQ(browser.itemChanged(folder.path()), fnfErr);
+  EXPECT_THAT(::fakes::appleEvents().calls, ::testing::SizeIs(1));
+}
 
 TEST_F(MacFileBrowserTest, WithoutMemoryForTheAddressItIsSaid) {
   ::fakes::failCreation(1);
