@@ -3,10 +3,9 @@
 #include <QKeyEvent>
 #include <utility>
 
-namespace {
+#include "ui/window/keys/NativeKey.h"
 
-/// The toolkit's numbers are those of X11, which count from 8.
-constexpr quint32 kFirstScanCode = 8;
+namespace {
 
 bool isModifier(int key) {
   switch (key) {
@@ -37,18 +36,6 @@ bool isModifierCode(std::uint16_t keyCode) {
   return keyCode >= kRightCommand && keyCode <= kFunction;
 }
 
-/// AltGr, which the toolkit has no modifier for, in what X11 says of the keyboard. It is the Mac's right
-/// Option key.
-constexpr quint32 kThirdLevel = 0x80;
-
-outlets::ModifierFlags flagsOf(const QKeyEvent& event) {
-  const Qt::KeyboardModifiers modifiers = event.modifiers();
-  return {.shift = modifiers.testFlag(Qt::ShiftModifier),
-          .control = modifiers.testFlag(Qt::ControlModifier),
-          .option = modifiers.testFlag(Qt::AltModifier) || (event.nativeModifiers() & kThirdLevel) != 0,
-          .command = modifiers.testFlag(Qt::MetaModifier)};
-}
-
 }  // namespace
 
 TGShortcutKeyFieldEditor::TGShortcutKeyFieldEditor(VirtualKeyCodes keyCodes)
@@ -74,11 +61,12 @@ bool TGShortcutKeyFieldEditor::event(QEvent* event) {
 
 void TGShortcutKeyFieldEditor::keyPressEvent(QKeyEvent* event) {
   event->accept();
-  const quint32 code = event->nativeScanCode();
-  if (isModifier(event->key()) || repeats_.isRepeat(*event) || code < kFirstScanCode) return;
-  const auto keyCode = keyCodes_(code - kFirstScanCode);
+  const nativekey::Keyboard keyboard = nativekey::keyboardInUse();
+  const auto code = nativekey::scanCodeOf(*event, keyboard);
+  if (isModifier(event->key()) || repeats_.isRepeat(*event) || !code) return;
+  const auto keyCode = keyCodes_(*code);
   if (!keyCode || isModifierCode(*keyCode) || delegate_ == nullptr) return;
-  delegate_->fieldEditorKeyDown(*keyCode, flagsOf(*event));
+  delegate_->fieldEditorKeyDown(*keyCode, nativekey::flagsOf(*event, keyboard));
 }
 
 /// An input method would keep dead keys to itself.

@@ -8,8 +8,8 @@
 #include "ui/ShortcutKeyOutlets.h"
 #include "ui/window/keys/KeyRepeats.h"
 
-/// The Mac's virtual key code of a key, given by its scan code (linux/input-event-codes.h): both stand for a
-/// place on the keyboard. nullopt for a key that no Mac has.
+/// The Mac's virtual key code of a key, given by its scan code (keys/NativeKey.h): both stand for a place on
+/// the keyboard. nullopt for a key that no Mac has.
 using VirtualKeyCodes = std::function<std::optional<std::uint16_t>(std::uint32_t scanCode)>;
 
 /// Takes the place of a table's cell while somebody presses the keys for it. Every key press is its
@@ -17,8 +17,8 @@ using VirtualKeyCodes = std::function<std::optional<std::uint16_t>(std::uint32_t
 /// elsewhere; none is text. A modifier key by itself is no key press, nor is the repetition of one that is
 /// held, which may have been pressed elsewhere.
 ///
-/// The Command key is the one with the desktop's mark (Super, Windows), Option is Alt, and Control is
-/// Control. What the desktop keeps for itself (Alt+Tab) never gets here.
+/// Which keys the modifiers are is in keys/NativeKey.h. What the desktop keeps for itself (Alt+Tab) never
+/// gets here.
 class TGShortcutKeyFieldEditor : public QLineEdit, public outlets::FieldEditor {
  public:
   explicit TGShortcutKeyFieldEditor(VirtualKeyCodes keyCodes);
