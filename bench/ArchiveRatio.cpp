@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -10,37 +9,15 @@
 #include <string>
 #include <vector>
 
+#include "bench/Ground.h"
 #include "bench/Ratio.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint64_t total = std::uint64_t{1} << 30U;
-constexpr int times = 5;
-constexpr double mostTime = 1.0;
-constexpr double mostSize = 1.05;
-
-/// A folder of the run's own, gone with it.
-class Workplace {
- public:
-  explicit Workplace(const fs::path& below) {
-    std::string pattern = (below / "archive-ratio-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no folder in " + below.string());
-    path_ = pattern;
-  }
-  ~Workplace() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  Workplace(const Workplace&) = delete;
-  Workplace& operator=(const Workplace&) = delete;
-
-  [[nodiscard]] const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
+constexpr double kLeastSize = 0.90;
+constexpr double kMostSize = 1.05;
 
 /// Lines as daemons write them, the same in every run.
 class Log {
@@ -79,7 +56,7 @@ std::uint64_t writeFile(const fs::path& path, std::uint64_t size, Log& log) {
 }
 
 /// Many small files and a few large ones, in folders of fifty: 1 KiB to 1 MiB, each twentieth 8 MiB.
-void writeLogs(const fs::path& folder) {
+void writeLogs(const fs::path& folder, std::uint64_t total) {
   Log log;
   std::uint64_t written = 0;
   unsigned files = 0;
@@ -89,56 +66,44 @@ void writeLogs(const fs::path& folder) {
     const std::string place = std::to_string(files / 50) + "/" + std::to_string(files) + ".log";
     written += writeFile(folder / place, size, log);
   }
-  std::printf("%u files, %.1f MiB\n", files, static_cast<double>(written) / (1U << 20U));
 }
 
-struct Archiver {
-  std::vector<std::string> command;
-  fs::path archive;
-  std::vector<double> seconds = {};
+double secondsToPack(const std::vector<std::string>& command, const fs::path& archive) {
+  fs::remove(archive);
+  ::sync();  // what was written before is not this run's to wait for
+  return bench::run(command).wall.count();
+}
 
-  void measure() {
-    fs::remove(archive);
-    ::sync();  // what was written before is not this run's to wait for
-    const bench::Cost cost = bench::run(command);
-    seconds.push_back(cost.wall.count());
-  }
-  [[nodiscard]] double median() const { return bench::median(seconds); }
-  [[nodiscard]] double size() const { return static_cast<double>(fs::file_size(archive)); }
-  void print(const char* name) const { std::printf("%-8s %8.3f s  %10.0f bytes\n", name, median(), size()); }
-};
+/// Both archives read back, and ours hardly larger: a quick one that packs less well is not the same work.
+void checkArchives(const std::string& ours, const std::string& theirs) {
+  for (const auto& archive : {ours, theirs}) bench::run({"/usr/bin/unzip", "-tqq", archive});
+  const double size = static_cast<double>(fs::file_size(ours)) / static_cast<double>(fs::file_size(theirs));
+  bench::require(size >= kLeastSize && size <= kMostSize, "the archives are not of one size");
+}
+
+bench::Medians measure(std::size_t mebibytes, int times) {
+  const bench::Ground ground;
+  const std::string logs = ground / "logs";
+  writeLogs(logs, std::uint64_t{mebibytes} << 20U);
+  const std::string ours = ground / "ours.zip";
+  const std::string theirs = ground / "theirs.zip";
+  const std::string ditto = bench::builtBundle("Contents/SharedSupport/ditto");
+  const auto medians = bench::compareInTurn(
+      [&] {
+        return secondsToPack({ditto, "-ck", "--keepParent", logs, ours}, ours);
+      },
+      [&] {
+        return secondsToPack({"/usr/bin/zip", "-q", "-r", "-6", theirs, logs}, theirs);
+      },
+      times);
+  checkArchives(ours, theirs);
+  return medians;
+}
 
 }  // namespace
 
-/// usage: archive_ratio QUILLMEND.app [FOLDER]
-/// How long the bundle's archiver takes for 1 GiB of logs against `zip -r -6`, five times each in turn, and
-/// how large its archive is. Needs 2 GiB of room in FOLDER (else in the folder for temporary files). Ends
-/// with 2 where a ratio is over its limit.
-int main(int argc, char** argv) try {
-  if (argc < 2 || argc > 3) {
-    std::fprintf(stderr, "usage: archive_ratio QUILLMEND.app [FOLDER]\n");
-    return 64;
-  }
-  const Workplace place(fs::absolute(argc == 3 ? fs::path(argv[2]) : fs::temp_directory_path()));
-  const std::string logs = place.path() / "logs";
-  writeLogs(logs);
-  const std::string ditto = fs::absolute(argv[1]) / "Contents/SharedSupport/ditto";
-  const std::string ourArchive = place.path() / "ours.zip";
-  const std::string theirArchive = place.path() / "theirs.zip";
-  Archiver ours{.command = {ditto, "-ck", "--keepParent", logs, ourArchive}, .archive = ourArchive};
-  Archiver theirs{.command = {"/usr/bin/zip", "-q", "-r", "-6", theirArchive, logs}, .archive = theirArchive};
-  for (int round = 0; round < times; ++round) {
-    ours.measure();
-    theirs.measure();
-  }
-  ours.print("ditto");
-  theirs.print("zip -r");
-  const double time = ours.median() / theirs.median();
-  const double size = ours.size() / theirs.size();
-  std::printf("time     %8.3f    (median of %d, at most %.2f)\n", time, times, mostTime);
-  std::printf("size     %8.3f    (at most %.2f)\n", size, mostSize);
-  return time <= mostTime && size <= mostSize ? 0 : 2;
-} catch (const std::exception& failure) {
-  std::fprintf(stderr, "%s\n", failure.what());
-  return 1;
+/// How long the bundle's archiver takes for logs (sizes in MiB) against `zip -r -6`; how to call it says
+/// bench::measureRows().
+int main(int argc, char** argv) {
+  return bench::measureRows(argc, argv, {{"archive", measure}});
 }

@@ -3,11 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -19,14 +17,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kTimes = 5;
 constexpr std::size_t kFilesAFolder = 500;
 constexpr mode_t kRightMode = 0640;
 constexpr mode_t kWrongMode = 0600;
-constexpr uid_t kOwner = 1;  // "daemon", which every system has
+constexpr uid_t kOwner = 1;                   // "daemon", which every system has
+constexpr const char* kPlace = "/var/spool";  // where the tools work
 
-void check(int status, const std::string& what) {
-  if (status != 0) throw std::runtime_error("cannot make " + what);
+std::string helper(const std::string& name) {
+  bench::requireRoot();
+  return bench::builtBundle("Contents/Helpers/" + name);
 }
 
 std::string fileName(std::size_t number) {
@@ -35,7 +34,7 @@ std::string fileName(std::size_t number) {
 
 void makeFile(const std::string& path) {
   const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kWrongMode);
-  check(file < 0 ? -1 : ::close(file), path);
+  bench::require(file >= 0 && ::close(file) == 0, "cannot make " + path);
 }
 
 std::string fileInTree(const std::string& tree, std::size_t number) {
@@ -55,145 +54,226 @@ void makeFlat(const std::string& folder, std::size_t files) {
   for (std::size_t number = 0; number < files; ++number) makeFile(folder + "/" + fileName(number));
 }
 
-/// Every other entry as the tools shall find it wrong.
-void spoil(const std::string& tree, std::size_t files, const std::function<int(const char*, bool)>& set) {
-  for (std::size_t number = 0; number < files; ++number) {
-    const std::string path = fileInTree(tree, number);
-    check(set(path.c_str(), number % 2 == 0), path);
-  }
+std::size_t countIn(const std::string& folder) {
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
 }
 
-using Preparation = std::function<void()>;
+using Work = std::function<void()>;
+using Command = std::vector<std::string>;
 
-/// Both in turn, prepared before each.
-bool compare(const char* what, const char* peer, double limit, const std::vector<std::string>& ours,
-             const std::vector<std::string>& theirs, const Preparation& prepare) {
-  const auto cost = [&prepare](const std::vector<std::string>& command) {
+/// Both in turn, prepared before each, and looked at after each.
+bench::Medians compare(const Command& ours, const Command& theirs, const Work& prepare, const Work& checkOurs,
+                       const Work& checkTheirs, int times) {
+  const auto cost = [&prepare](const Command& command, const Work& check) {
     prepare();
     ::sync();
-    return bench::run(command);
+    const double seconds = bench::run(command).wall.count();
+    check();
+    return seconds;
   };
-  long memory = 0;
-  const auto runOurs = [&] {
-    const bench::Cost one = cost(ours);
-    memory = std::max(memory, one.peakMemory);
-    return one.wall.count();
-  };
-  const auto times = bench::compareInTurn(
-      runOurs, [&] { return cost(theirs).wall.count(); }, kTimes);
-  const double ratio = times.subject / times.peer;
-  std::printf("%-24s %8.3f s, %6ld KiB; %-10s %8.3f s; ratio %6.3f    (median of %d, at most %.2f)\n", what,
-              times.subject, memory, peer, times.peer, ratio, kTimes, limit);
-  return ratio <= limit;
+  return bench::compareInTurn([&] { return cost(ours, checkOurs); },
+                              [&] { return cost(theirs, checkTheirs); }, times);
 }
 
-bool compareModes(const std::string& helpers, const bench::Ground& ground, std::size_t files) {
-  const std::string tree = ground / "tree";
-  return compare("chmodtool -R", "chmod -R", 0.6, {helpers + "/chmodtool", "-R", "g+r", tree},
-                 {"/bin/chmod", "-R", "g+r", tree}, [&] {
-                   spoil(tree, files, [](const char* path, bool isRight) {
-                     return ::chmod(path, isRight ? kRightMode : kWrongMode);
-                   });
-                 });
+/// A tree of which every other entry is as the tools shall find it wrong.
+class Tree {
+ public:
+  using Set = std::function<int(const char* path, bool isRight)>;
+  using IsRight = std::function<bool(const struct stat& status)>;
+
+  explicit Tree(std::size_t files) : files_(files) { makeTree(path(), files); }
+
+  [[nodiscard]] std::string path() const { return ground_ / "tree"; }
+  void spoil(const Set& set) const {
+    for (std::size_t number = 0; number < files_; ++number) {
+      const std::string file = fileInTree(path(), number);
+      bench::require(set(file.c_str(), number % 2 == 0) == 0, "cannot make " + file);
+    }
+  }
+  void check(const IsRight& isRight) const {
+    for (std::size_t number = 0; number < files_; ++number) {
+      struct stat status {};
+      const std::string file = fileInTree(path(), number);
+      bench::require(::lstat(file.c_str(), &status) == 0 && isRight(status), "was not changed: " + file);
+    }
+  }
+
+ private:
+  bench::Ground ground_{kPlace};
+  std::size_t files_;
+};
+
+bench::Medians measureModes(std::size_t files, int times) {
+  const Command ours = {helper("chmodtool"), "-R", "g+r"};
+  const Tree tree(files);
+  const auto prepare = [&] {
+    tree.spoil(
+        [](const char* path, bool isRight) { return ::chmod(path, isRight ? kRightMode : kWrongMode); });
+  };
+  const auto check = [&] {
+    tree.check([](const struct stat& status) { return (status.st_mode & 07777U) == kRightMode; });
+  };
+  return compare({ours[0], ours[1], ours[2], tree.path()}, {"/bin/chmod", "-R", "g+r", tree.path()}, prepare,
+                 check, check, times);
 }
 
-bool compareOwners(const std::string& helpers, const bench::Ground& ground, std::size_t files) {
-  const std::string tree = ground / "tree";
+bench::Medians measureOwners(std::size_t files, int times) {
+  const std::string tool = helper("chowntool");
+  const Tree tree(files);
   const std::string owner = std::to_string(kOwner) + ":" + std::to_string(kOwner);
-  return compare("chowntool -R", "chown -R", 0.6, {helpers + "/chowntool", "-R", owner, tree},
-                 {"/bin/chown", "-R", owner, tree}, [&] {
-                   spoil(tree, files, [](const char* path, bool isRight) {
-                     return ::lchown(path, isRight ? kOwner : 0, isRight ? kOwner : 0);
-                   });
-                 });
+  const auto prepare = [&] {
+    tree.spoil([](const char* path, bool isRight) {
+      return ::lchown(path, isRight ? kOwner : 0, isRight ? kOwner : 0);
+    });
+  };
+  const auto check = [&] {
+    tree.check([](const struct stat& status) { return status.st_uid == kOwner && status.st_gid == kOwner; });
+  };
+  return compare({tool, "-R", owner, tree.path()}, {"/bin/chown", "-R", owner, tree.path()}, prepare, check,
+                 check, times);
 }
 
 /// Where trashtool puts what is in nobody's home while nobody is at the console.
 std::string trashOfRoot() {
   const passwd* const root = ::getpwuid(0);
   if (root == nullptr) throw std::runtime_error("root has no account");
-  return std::string(root->pw_dir) + "/.Trash";
+  std::string trash = std::string(root->pw_dir) + "/.Trash";
+  fs::create_directories(trash);
+  return trash;
 }
 
-/// What this run has put there, and no more.
-void emptyTrash(std::size_t files) {
-  const std::string trash = trashOfRoot();
-  for (std::size_t number = 0; number < files; ++number) {
-    ::unlink((trash + "/" + fileName(number)).c_str());
+/// A folder full of files, the places they are moved to, and root's trash less what this run has put there.
+class FlatFolder {
+ public:
+  explicit FlatFolder(std::size_t files) : files_(files) {}
+  ~FlatFolder() { emptyTrash(); }
+  FlatFolder(const FlatFolder&) = delete;
+  FlatFolder& operator=(const FlatFolder&) = delete;
+
+  [[nodiscard]] std::string path() const { return ground_ / "flat"; }
+  [[nodiscard]] std::string moved() const { return ground_ / "moved"; }
+  [[nodiscard]] std::string data() const { return ground_ / "data"; }
+
+  void prepare() const {
+    for (const auto& used : {path(), moved(), data()}) fs::remove_all(used);
+    emptyTrash();
+    for (const auto& needed : {moved(), data()}) fs::create_directory(needed);
+    makeFlat(path(), files_);
   }
+  void checkTrash() const {
+    for (std::size_t number = 0; number < files_; ++number) {
+      bench::require(fs::exists(trash_ + "/" + fileName(number)), "not in the trash: " + fileName(number));
+    }
+    bench::require(fs::is_empty(path()), "files were left");
+  }
+  void check(const std::string& target) const {
+    bench::require(countIn(target) == files_ && fs::is_empty(path()), "files were left");
+  }
+
+ private:
+  void emptyTrash() const {
+    for (std::size_t number = 0; number < files_; ++number) {
+      ::unlink((trash_ + "/" + fileName(number)).c_str());
+    }
+  }
+
+  bench::Ground ground_{kPlace};
+  std::string trash_ = trashOfRoot();
+  std::size_t files_;
+};
+
+/// find(1) calls its peers with as many names at once as a command line takes.
+std::string callForAll(const std::string& folder, const std::string& command) {
+  return "find " + folder + " -mindepth 1 -maxdepth 1 -exec " + command + " {} +";
 }
 
-bool compareTrash(const std::string& helpers, const bench::Ground& ground, std::size_t files) {
-  const std::string folder = ground / "flat";
-  const std::string moved = ground / "moved";
-  const std::string data = ground / "data";
-  const auto clean = [&] {
-    for (const auto& used : {folder, moved, data}) fs::remove_all(used);
-    emptyTrash(files);
-  };
-  const auto prepare = [&] {
-    clean();
-    for (const auto& needed : {moved, data}) fs::create_directory(needed);
-    makeFlat(folder, files);
-  };
-  const std::vector<std::string> ours = {helpers + "/trashtool", "-dircontents", folder};
-  const std::string all = "find " + folder + " -mindepth 1 -maxdepth 1 -exec ";
-  const bool isFast = compare("trashtool -dircontents", "mv", 1.0, ours,
-                              {"/bin/sh", "-c", all + "mv -t " + moved + " {} +"}, prepare);
-  const bool isMuchFaster =
-      compare("trashtool -dircontents", "gio trash", 0.2, ours,
-              {"/bin/sh", "-c", "XDG_DATA_HOME=" + data + " exec " + all + "gio trash {} +"}, prepare);
-  clean();
-  return isFast && isMuchFaster;
+bench::Medians measureMove(std::size_t files, int times) {
+  const std::string tool = helper("trashtool");
+  const FlatFolder folder(files);
+  const std::string call = callForAll(folder.path(), "mv -t " + folder.moved());
+  return compare(
+      {tool, "-dircontents", folder.path()}, {"/bin/sh", "-c", "exec " + call}, [&] { folder.prepare(); },
+      [&] { folder.checkTrash(); }, [&] { folder.check(folder.moved()); }, times);
+}
+
+bench::Medians measureGio(std::size_t files, int times) {
+  const std::string tool = helper("trashtool");
+  bench::require(fs::exists("/usr/bin/gio"), "there is no gio");
+  const FlatFolder folder(files);
+  const std::string call =
+      "XDG_DATA_HOME=" + folder.data() + " exec " + callForAll(folder.path(), "gio trash");
+  return compare(
+      {tool, "-dircontents", folder.path()}, {"/bin/sh", "-c", call}, [&] { folder.prepare(); },
+      [&] { folder.checkTrash(); }, [&] { folder.check(folder.data() + "/Trash/files"); }, times);
 }
 
 /// The full folder is the same one each time, brought back from wherever the run before has put it.
-bool compareSpool(const std::string& helpers, const bench::Ground& ground, std::size_t files) {
-  const std::string name = "helper-ratio-spool";
-  const std::string spool = ground / name;
-  const std::string full = ground / "full";
-  const std::string moved = ground / "moved";
-  makeFlat(full, files);
-  const auto bringBack = [&] {
-    if (fs::exists(moved)) fs::rename(moved, full);
-    for (const auto& entry : fs::directory_iterator(trashOfRoot())) {
-      if (entry.path().filename().string().starts_with(name)) fs::rename(entry.path(), full);
+class SpoolFolder {
+ public:
+  explicit SpoolFolder(std::size_t files) : files_(files) { makeFlat(full_, files); }
+  ~SpoolFolder() {
+    std::error_code ignored;
+    const std::string trashed = findInTrash();
+    if (!trashed.empty()) fs::remove_all(trashed, ignored);
+  }
+  SpoolFolder(const SpoolFolder&) = delete;
+  SpoolFolder& operator=(const SpoolFolder&) = delete;
+
+  [[nodiscard]] const std::string& path() const { return spool_; }
+  [[nodiscard]] const std::string& moved() const { return moved_; }
+
+  void prepare() {
+    if (!place_.empty()) fs::rename(place_, full_);
+    fs::remove_all(spool_);
+    fs::rename(full_, spool_);
+    place_.clear();
+  }
+  void checkTrash() {
+    place_ = findInTrash();
+    bench::require(!place_.empty() && countIn(place_) == files_, "not in the trash");
+    bench::require(fs::is_empty(spool_), "files were left");
+  }
+  void checkMoved() {
+    place_ = moved_;
+    bench::require(countIn(moved_) == files_ && !fs::exists(spool_), "files were left");
+  }
+
+ private:
+  [[nodiscard]] std::string findInTrash() const {
+    const std::string name = fs::path(spool_).filename();
+    for (const auto& entry : fs::directory_iterator(trash_)) {
+      if (entry.path().filename().string().starts_with(name)) return entry.path();
     }
-  };
-  const auto prepare = [&] {
-    bringBack();
-    fs::remove_all(spool);
-    fs::rename(full, spool);
-  };
-  const bool isFast = compare("trashtool -spooldir", "mv", 1.5, {helpers + "/trashtool", "-spooldir", spool},
-                              {"/bin/mv", spool, moved}, prepare);
-  bringBack();
-  return isFast;
+    return "";
+  }
+
+  bench::Ground ground_{kPlace};
+  const std::string full_ = ground_ / "full";
+  const std::string moved_ = ground_ / "moved";
+  const std::string spool_ = ground_ / ("spool-" + std::to_string(::getpid()));
+  const std::string trash_ = trashOfRoot();
+  std::string place_;  ///< where the full folder lies after a run
+  std::size_t files_;
+};
+
+bench::Medians measureSpool(std::size_t files, int times) {
+  const std::string tool = helper("trashtool");
+  SpoolFolder folder(files);
+  return compare(
+      {tool, "-spooldir", folder.path()}, {"/bin/mv", folder.path(), folder.moved()},
+      [&] { folder.prepare(); }, [&] { folder.checkTrash(); }, [&] { folder.checkMoved(); }, times);
 }
 
 }  // namespace
 
-/// usage: helper_ratio HELPERS [ENTRIES]
-/// How long the root helpers take against the tools that people use for the same: trees of that many entries
-/// (a million) to be changed, half of them right already, a tenth of it to be moved to the trash. Needs root,
-/// nobody at the console, and gio(1). Ends with 2 where a ratio is over its limit.
-int main(int argc, char** argv) try {
-  if (argc < 2 || argc > 3 || ::geteuid() != 0) {
-    std::fprintf(stderr, "usage, as root: helper_ratio HELPERS [ENTRIES]\n");
-    return 64;
-  }
-  const std::string helpers = fs::absolute(argv[1]).string();
-  const std::size_t entries = argc == 3 ? std::stoul(argv[2]) : 1'000'000;
-  const bench::Ground ground("/var/spool");  // where the tools work
-  fs::create_directories(trashOfRoot());
-  makeTree(ground / "tree", entries);
-  const bool areModesFast = compareModes(helpers, ground, entries);
-  const bool areOwnersFast = compareOwners(helpers, ground, entries);
-  fs::remove_all(ground / "tree");
-  const bool isTrashFast = compareTrash(helpers, ground, entries / 10);
-  const bool isSpoolFast = compareSpool(helpers, ground, entries);
-  return areModesFast && areOwnersFast && isTrashFast && isSpoolFast ? 0 : 2;
-} catch (const std::exception& failure) {
-  std::fprintf(stderr, "%s\n", failure.what());
-  return 1;
+/// How long the root helpers take against the tools that people use for the same: a tree of that many entries
+/// to be changed, half of them right already, or a folder of as many to be moved to the trash. Needs root and
+/// nobody at the console; how to call it says bench::measureRows().
+int main(int argc, char** argv) {
+  return bench::measureRows(argc, argv,
+                            {{"chmod", measureModes},
+                             {"chown", measureOwners},
+                             {"trash-mv", measureMove},
+                             {"trash-gio", measureGio},
+                             {"spooldir", measureSpool}});
 }

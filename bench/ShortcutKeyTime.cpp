@@ -46,12 +46,6 @@ PropertyList entryOfOurs(int keyCode) {
                                   {"commandid", "repair"}};
 }
 
-double secondsOf(const std::function<void()>& work) {
-  const auto begin = std::chrono::steady_clock::now();
-  work();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-}
-
 /// From the lock to the renamed file, and what the table then says of it: who else holds the keys.
 void assign(int keyCode) {
   std::size_t holders = 0;
@@ -96,7 +90,7 @@ bench::Medians compare(
     const std::function<void()>& peer, const std::function<void()>& before = [] {}) {
   const auto measured = [&](const std::function<void()>& work) {
     before();
-    return secondsOf(work);
+    return bench::secondsOf(work);
   };
   const auto medians =
       bench::compareInTurn([&] { return measured(subject); }, [&] { return measured(peer); }, times);

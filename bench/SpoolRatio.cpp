@@ -2,12 +2,12 @@
 
 #include <chrono>
 #include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
-#include <vector>
+#include <string_view>
 
+#include "bench/Ground.h"
 #include "bench/Ratio.h"
 #include "workstation/Components.h"
 #include "workstation/Layout.h"
@@ -21,9 +21,6 @@ using std::chrono::duration;
 using std::chrono::microseconds;
 using Seconds = duration<double>;
 using namespace std::chrono_literals;
-
-constexpr std::size_t spoolFiles = 100'000;
-constexpr int times = 5;
 
 struct Pause {
   const char* after;
@@ -67,7 +64,7 @@ bool isEmptied(const workstation::Volume& volume) {
 }
 
 /// One repair of a fresh workstation.
-double repair(const std::string& bundle) {
+double repair(const std::string& bundle, std::size_t spoolFiles) {
   const workstation::TemporaryVolume sample(
       {.compressors = {{"3.5.3"}, {"4.0.7"}}, .logFolder = true, .spoolFiles = spoolFiles});
   workstation::VisitOptions options;
@@ -81,34 +78,28 @@ double repair(const std::string& bundle) {
   return wallTime(sample).count();
 }
 
-void print(double wall) {
+bench::Medians measure(std::size_t spoolFiles, int times) {
+  bench::requireRoot();
+  const std::string bundle = bench::builtBundle();
+  return bench::compareInTurn([&] { return repair(bundle, spoolFiles); }, [] { return prescribed().count(); },
+                              times);
+}
+
+int listPauses() {
   for (const Pause& pause : pauses) {
-    std::printf("  %-28s %9.4f s\n", pause.after, Seconds(pause.length).count());
+    std::printf("%-28s %9.4f s\n", pause.after, Seconds(pause.length).count());
   }
-  std::printf("pauses, together               %9.4f s\n", prescribed().count());
-  std::printf("repair, %zu spool files    %9.4f s\n", spoolFiles, wall);
-  std::printf("ratio                          %9.4f    (median of %d, at most 1.05)\n",
-              wall / prescribed().count(), times);
+  std::printf("%-28s %9.4f s\n", "together", prescribed().count());
+  return 0;
 }
 
 }  // namespace
 
-/// usage: spool_ratio QUILLMEND.app
-/// How long a repair of Compressor 3.5 and 4.0 with 100,000 spool files takes against the pauses that it
-/// cannot do without. Needs root, and bubblewrap. Ends with 2 where the ratio is over its limit.
-int main(int argc, char** argv) try {
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: spool_ratio QUILLMEND.app\n");
-    return 64;
-  }
-  std::vector<double> walls;
-  walls.reserve(times);
-  for (int round = 0; round < times; ++round) walls.push_back(repair(std::filesystem::absolute(argv[1])));
-  const double wall = bench::median(walls);
-  print(wall);
-  constexpr double limit = 1.05;
-  return wall / prescribed().count() <= limit ? 0 : 2;
-} catch (const std::exception& failure) {
-  std::fprintf(stderr, "%s\n", failure.what());
-  return 1;
+/// How long a repair of Compressor 3.5 and 4.0 takes, with that many spool files, against the pauses that it
+/// cannot do without; how to call it says bench::measureRows(). Needs root, and bubblewrap.
+///
+/// usage: spool_ratio --pauses     lists the pauses
+int main(int argc, char** argv) {
+  if (argc == 2 && std::string_view(argv[1]) == "--pauses") return listPauses();
+  return bench::measureRows(argc, argv, {{"repair", measure}});
 }

@@ -1,46 +1,27 @@
 #include <glob.h>
 
-#include <chrono>
-#include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
+#include <functional>
 #include <string>
-#include <vector>
 
+#include "bench/Ground.h"
 #include "bench/Ratio.h"
 #include "services/TGFileManager.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace {
 
-using Seconds = std::chrono::duration<double>;
+constexpr std::size_t kFilesAFolder = 250;
 
-constexpr int folders = 400;
-constexpr int filesInEach = 250;
-constexpr int times = 5;
-constexpr double limit = 1.0;
-
-/// 100,000 entries in folders in folders.
-void makeTree(const std::string& root) {
-  for (int number = 0; number < folders; ++number) {
+/// That many entries in folders in folders.
+void makeTree(const std::string& root, std::size_t entries) {
+  for (std::size_t number = 0; number < entries; ++number) {
+    const std::size_t place = number / kFilesAFolder;
     const std::string folder =
-        root + "/Library" + std::to_string(number / 20) + "/com.example." + std::to_string(number);
-    std::filesystem::create_directories(folder);
-    for (int file = 0; file < filesInEach; ++file) {
-      std::ofstream(folder + "/com.example." + std::to_string(file) + ".plist");
-    }
+        root + "/Library" + std::to_string(place / 20) + "/com.example." + std::to_string(place);
+    if (number % kFilesAFolder == 0) std::filesystem::create_directories(folder);
+    std::ofstream(folder + "/com.example." + std::to_string(number % kFilesAFolder) + ".plist");
   }
-}
-
-template <typename Expand>
-double timeOf(Expand expand) {
-  const auto start = std::chrono::steady_clock::now();
-  const std::size_t count = expand();
-  const Seconds taken = std::chrono::steady_clock::now() - start;
-  if (count != std::size_t{folders} * filesInEach) throw std::runtime_error("not every entry was found");
-  return taken.count();
 }
 
 std::size_t byGlob(const std::string& pattern) {
@@ -51,31 +32,26 @@ std::size_t byGlob(const std::string& pattern) {
   return count;
 }
 
-int compare() {
-  const support::TemporaryFolder tree;
-  makeTree(tree.path());
-  const std::string pattern = tree.path() + "/Library*/com.*/*.plist";
-  std::vector<double> ours;
-  std::vector<double> theirs;
-  for (int round = 0; round < times; ++round) {
-    ours.push_back(timeOf([&] { return TGFileManager::filesMatchingWildcardPath(pattern).size(); }));
-    theirs.push_back(timeOf([&] { return byGlob(pattern); }));
-  }
-  const double subject = bench::median(ours);
-  const double peer = bench::median(theirs);
-  std::printf("filesMatchingWildcardPath      %9.4f s\n", subject);
-  std::printf("glob(3)                        %9.4f s\n", peer);
-  std::printf("ratio                          %9.4f    (median of %d, at most %.2f)\n", subject / peer, times,
-              limit);
-  return subject / peer <= limit ? 0 : 2;
+double timeOf(const std::function<std::size_t()>& expand, std::size_t entries) {
+  std::size_t count = 0;
+  const double seconds = bench::secondsOf([&] { count = expand(); });
+  bench::require(count == entries, "not every entry was found");
+  return seconds;
+}
+
+bench::Medians measure(std::size_t entries, int times) {
+  const bench::Ground tree;
+  makeTree(tree.path(), entries);
+  const std::string pattern = tree / "Library*/com.*/*.plist";
+  const auto ours = [&] { return TGFileManager::filesMatchingWildcardPath(pattern).size(); };
+  return bench::compareInTurn([&] { return timeOf(ours, entries); },
+                              [&] { return timeOf([&] { return byGlob(pattern); }, entries); }, times);
 }
 
 }  // namespace
 
-/// usage: wildcard_ratio
-/// How long TGFileManager takes to find 100,000 entries in nested folders by a pattern against glob(3). Ends
-/// with 2 where the ratio is over its limit.
-int main() try { return compare(); } catch (const std::exception& failure) {
-  std::fprintf(stderr, "%s\n", failure.what());
-  return 1;
+/// How long TGFileManager takes to find entries in nested folders by a pattern against glob(3); how to call
+/// it says bench::measureRows().
+int main(int argc, char** argv) {
+  return bench::measureRows(argc, argv, {{"wildcard", measure}});
 }
