@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -64,6 +65,22 @@ void launch(Subprocess& task, TGTaskSlot* slot) {
   if (slot != nullptr) slot->noteLaunch();
 }
 
+/// Much output is given room for many times as much: what of it is not used costs no memory, while each
+/// further move would take as long as reading it. Where the system has no such room, some more must do.
+void appendPiece(std::string& output, const std::string& piece) {
+  constexpr std::size_t kMuch = 1UL << 20;
+  constexpr std::size_t kTimes = 64;
+  const std::size_t needed = output.size() + piece.size();
+  if (needed > output.capacity() && needed > kMuch) {
+    try {
+      output.reserve(needed * kTimes);
+    } catch (const std::bad_alloc&) {
+      output.reserve(needed * 2);
+    }
+  }
+  output += piece;
+}
+
 /// Output is read to its end before errors are read at all, on purpose: callers count on whole output, and
 /// the tools that they run write few errors.
 std::string readStreams(Subprocess& task) {
@@ -73,8 +90,8 @@ std::string readStreams(Subprocess& task) {
     const std::string outputPiece = task.availableOutput();
     const std::string errorPiece = outputPiece.empty() ? task.availableError() : std::string();
     if (outputPiece.empty() && errorPiece.empty()) break;
-    output += outputPiece;
-    errors += errorPiece;
+    appendPiece(output, outputPiece);
+    appendPiece(errors, errorPiece);
   }
   // A tool that complains has its complaint returned in place of its output, on purpose.
   return errors.empty() ? output : errors;
