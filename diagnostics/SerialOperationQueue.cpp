@@ -3,6 +3,13 @@
 #include <system_error>
 #include <utility>
 
+namespace {
+
+/// Room for so many operations stays for the next ones.
+constexpr std::size_t kMostKept = 4096;
+
+}  // namespace
+
 SerialOperationQueue::SerialOperationQueue()
     : SerialOperationQueue([](Operation work) { return std::thread(std::move(work)); }) {}
 
@@ -19,18 +26,19 @@ SerialOperationQueue::~SerialOperationQueue() {
   if (thread_.joinable()) thread_.join();
 }
 
-void SerialOperationQueue::addOperation(Operation operation) {
+void SerialOperationQueue::add(QueuedOperation operation) {
   Lock lock(mutex_);
   if (performer_ == std::this_thread::get_id()) {
-    waiting_.insert(waiting_.begin() + addedByOperation_++, std::move(operation));
-  } else {
-    waiting_.push_back(std::move(operation));
+    const auto place = static_cast<std::ptrdiff_t>(next_ + addedByOperation_++);
+    taken_.insert(taken_.begin() + place, std::move(operation));
+    return;  // whoever performs this one goes on to it
   }
+  waiting_.push_back(std::move(operation));
   startThreadIfNeeded();
-  if (thread_.joinable()) {
-    added_.notify_one();
-  } else {
+  if (!thread_.joinable()) {
     performWaiting(lock);
+  } else if (performer_ == std::thread::id()) {
+    added_.notify_one();
   }
 }
 
@@ -59,16 +67,24 @@ void SerialOperationQueue::runThread() {
   }
 }
 
+/// Those that an operation adds come before the next one.
+void SerialOperationQueue::performTaken() {
+  for (next_ = 0; next_ < taken_.size();) {
+    QueuedOperation operation = std::move(taken_[next_++]);
+    addedByOperation_ = 0;
+    operation.perform();
+  }
+  taken_.clear();
+  if (taken_.capacity() > kMostKept) taken_.shrink_to_fit();
+}
+
 void SerialOperationQueue::performWaiting(Lock& lock) {
   if (performer_ != std::thread::id()) return;  // whoever performs now goes on to the new ones
   while (!waiting_.empty()) {
-    Operation operation = std::move(waiting_.front());
-    waiting_.pop_front();
     performer_ = std::this_thread::get_id();
-    addedByOperation_ = 0;
+    taken_.swap(waiting_);
     lock.unlock();
-    operation();
-    operation = nullptr;
+    performTaken();
     lock.lock();
     performer_ = std::thread::id();
   }

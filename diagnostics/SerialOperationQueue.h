@@ -1,10 +1,14 @@
 #pragma once
 
 #include <condition_variable>
-#include <deque>
+#include <cstddef>
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <utility>
+#include <vector>
+
+#include "diagnostics/QueuedOperation.h"
 
 /// Performs operations one at a time, in the order they were added, on a thread of its own that is started
 /// with the first one. May be used from any thread.
@@ -29,7 +33,10 @@ class SerialOperationQueue {
 
   /// Adds an operation, which must not throw. Those that an operation of this queue adds come next, in their
   /// order and before all that wait.
-  void addOperation(Operation operation);
+  template <typename Work>
+  void addOperation(Work&& work) {
+    add(QueuedOperation(std::forward<Work>(work)));
+  }
 
   /// Blocks until nothing is being performed and nothing is waiting, operations included that are added
   /// meanwhile. Called by an operation of this queue it returns at once: that one cannot finish before.
@@ -38,17 +45,23 @@ class SerialOperationQueue {
  private:
   using Lock = std::unique_lock<std::mutex>;
 
+  void add(QueuedOperation operation);
   void startThreadIfNeeded();
   void runThread();
   void performWaiting(Lock& lock);
+  void performTaken();
 
   const ThreadStarter startThread_;
   std::mutex mutex_;
   std::condition_variable added_;
   std::condition_variable finished_;
-  std::deque<Operation> waiting_;
-  std::thread::id performer_;  ///< the thread that performs an operation now; none when idle
-  std::deque<Operation>::difference_type addedByOperation_ = 0;  ///< how many the one under way has added
+  std::vector<QueuedOperation> waiting_;
+  std::thread::id performer_;  ///< the thread that performs operations now; none when idle
+  /// Taken from those that wait all at once, so that whoever adds seldom meets the performer at the lock.
+  /// The performer's own, with what follows it.
+  std::vector<QueuedOperation> taken_;
+  std::size_t next_ = 0;              ///< the first of them that is not performed yet
+  std::size_t addedByOperation_ = 0;  ///< how many the one under way has added; they begin there
   bool ends_ = false;
   std::thread thread_;
 };

@@ -1,6 +1,7 @@
 #include "diagnostics/TGLog.h"
 
 #include <cerrno>
+#include <chrono>
 #include <utility>
 
 #include "diagnostics/GlobalPreferences.h"
@@ -58,10 +59,22 @@ std::string header() {
   return foundation::stringWithFormat("Log started: %@\n", date) + programLines() + systemLines();
 }
 
-/// Puts a file with nothing but the header in the place of whatever file is there.
+/// Entries are dated to the second, so that a date is made into text once in it.
+const std::string& dateNow() {
+  thread_local std::optional<std::chrono::seconds> second;
+  thread_local std::string date;
+  const foundation::Date now = platform::current().clock.now();
+  const auto current = std::chrono::floor<std::chrono::seconds>(now.moment().time_since_epoch());
+  if (current != second) date = now.description();
+  second = current;
+  return date;
+}
+
+/// Puts a file with nothing but the header in the place of whatever file is there. Entries are not synced
+/// either; a rotation that waited for the disk would have every entry behind it wait as well.
 bool writeHeader(const std::optional<std::string>& path) {
   const foundation::Result<void> written =
-      path ? platform::current().fileChanges.writeAtomically(*path, header())
+      path ? platform::current().fileChanges.writeAtomicallyUnsynced(*path, header())
            : foundation::Result<void>(foundation::systemError(ENOENT, ""));
   if (!written) NSLog("Unable to create log file %@ - %@", path, written.error().localizedDescription());
   return written.ok();
@@ -72,7 +85,7 @@ bool writeHeader(const std::optional<std::string>& path) {
 TGLog* TGLog::sharedController() {
   const std::scoped_lock lock(monitor());
   TGLog* const log = instance() != nullptr ? instance() : alloc();
-  if (!log->writeQueue()) log->setWriteQueue(std::make_shared<SerialOperationQueue>());
+  if (!log->hasWriteQueue_) log->setWriteQueue(std::make_shared<SerialOperationQueue>());
   return log;
 }
 
@@ -102,10 +115,13 @@ void TGLog::finishWriting() {
 void TGLog::appendFormatted(const Format& format, const FormatArguments& arguments) {
   if (!format) return;
   TGLog* const log = sharedController();
-  const std::string message = foundation::trimmed(foundation::formatText(*format, arguments));
+  std::string message = foundation::formatText(*format, arguments);
+  const std::string_view part = foundation::trimmedPart(message);
+  if (part.size() < message.size()) message = std::string(part);
   const std::uint64_t length = foundation::characterCount(message);
   log->bytesInQueue_ += length;
-  log->writeQueue()->addOperation([log, message] { log->appendLogOnThread(message); });
+  log->writeQueue()->addOperation(
+      [log, length, message = std::move(message)] { log->appendLogOnThread(message, length); });
   // 99 for the message and 99 for all that is queued, both on purpose. An empty message waits for nothing.
   const bool isShort = length > 0 && length <= kLongestAwaitedMessage;
   if (isShort && log->bytesInQueue() <= kLongestAwaitedMessage) finishWriting();
@@ -118,13 +134,13 @@ void TGLog::appendFormattedAndPrint(const Format& format, const FormatArguments&
   NSLog("%@", text);
 }
 
-void TGLog::appendLogOnThread(const std::string& message) {
+void TGLog::appendLogOnThread(const std::string& message, std::uint64_t length) {
   try {
     // Neither a disabled log nor a failing write takes the message off the count, on purpose: callers then
     // no longer wait for short messages.
     if (loggingDisabled()) return;
     writeEntry(message);
-    bytesInQueue_ -= foundation::characterCount(message);
+    bytesInQueue_ -= length;
   } catch (const std::exception& exception) {
     if (!loggingDisabled()) NSLog("Exception writing to log: %@", exception.what());
   }
@@ -139,8 +155,8 @@ void TGLog::writeEntry(const std::string& message) {
     NSLog("Unable to open log for output");
     return;
   }
-  const std::string date = platform::current().clock.now().description();
-  const std::string entry = foundation::stringWithFormat("%@ - %@\n", date, message);
+  thread_local std::string entry;  // its room is used again
+  entry.assign(dateNow()).append(" - ").append(message).append("\n");
   if (const auto written = handle->write(entry); !written) {
     throw foundation::Exception(foundation::kFileHandleOperationException,
                                 written.error().localizedDescription());
@@ -173,7 +189,8 @@ void TGLog::beginOwedFile() {
   const auto path = isOwed_ ? currentLogPath() : std::nullopt;
   if (!path) return;
   platform::Platform& platform = platform::current();
-  isOwed_ = !platform.fileQueries.exists(*path) && !platform.fileChanges.writeAtomically(*path, header());
+  isOwed_ =
+      !platform.fileQueries.exists(*path) && !platform.fileChanges.writeAtomicallyUnsynced(*path, header());
 }
 
 bool TGLog::rotate(const std::string& folder) const {
@@ -252,4 +269,5 @@ TGLog::WriteQueue TGLog::writeQueue() const {
 void TGLog::setWriteQueue(WriteQueue queue) {
   const std::scoped_lock lock(fields_);
   writeQueue_ = std::move(queue);
+  hasWriteQueue_ = writeQueue_ != nullptr;
 }

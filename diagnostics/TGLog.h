@@ -57,14 +57,14 @@ class TGLog : public foundation::ImmortalSingleton<TGLog> {
   /// characters) at an idle log are on disk when this returns; longer ones never make the caller wait.
   template <typename... Arguments>
   static void appendLog(const Format& format, const Arguments&... arguments) {
-    appendFormatted(format, FormatArguments{foundation::FormatArgument(arguments)...});
+    appendFormatted(format, foundation::formatArguments(arguments...));
   }
 
   /// The same, printed to the system console as well. The filled text is formatted a second time on its way
   /// into the log, on purpose.
   template <typename... Arguments>
   static void appendLogAndPrint(const Format& format, const Arguments&... arguments) {
-    appendFormattedAndPrint(format, FormatArguments{foundation::FormatArgument(arguments)...});
+    appendFormattedAndPrint(format, foundation::formatArguments(arguments...));
   }
 
   /// Blocks until every entry queued is written; called by a queued write, it returns at once.
@@ -105,7 +105,7 @@ class TGLog : public foundation::ImmortalSingleton<TGLog> {
   static void appendFormatted(const Format& format, const FormatArguments& arguments);
   static void appendFormattedAndPrint(const Format& format, const FormatArguments& arguments);
 
-  void appendLogOnThread(const std::string& message);
+  void appendLogOnThread(const std::string& message, std::uint64_t length);
   void writeEntry(const std::string& message);
   void rotateWhenFull();
 
@@ -125,5 +125,6 @@ class TGLog : public foundation::ImmortalSingleton<TGLog> {
   std::atomic<std::uint64_t> bytesInQueue_ = 0;
   std::atomic<bool> loggingDisabled_ = false;
   std::atomic<bool> isOwed_ = false;  ///< a new log that could not be begun
-  WriteQueue writeQueue_;             ///< last, so that it is drained before what its operations use is gone
+  std::atomic<bool> hasWriteQueue_ = false;
+  WriteQueue writeQueue_;  ///< last, so that it is drained before what its operations use is gone
 };

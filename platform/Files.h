@@ -118,6 +118,12 @@ class FileChanges {
   /// Fails without a trace.
   virtual foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) = 0;
 
+  /// The same, but the disk is not waited for: after a power cut the file may be empty or missing. For what
+  /// is as good as nothing by itself, such as the header of a log.
+  virtual foundation::Result<void> writeAtomicallyUnsynced(const std::string& path, std::string_view bytes) {
+    return writeAtomically(path, bytes);
+  }
+
   /// The same, but only in the place of what was seen there (nullopt: of nothing): EAGAIN where something
   /// else is there just before the renaming. Between that look and the renaming is no more than a system
   /// call, but it is: who is to be kept out wholly must ask for the same lock (FileLocks.h). Answers the

@@ -11,6 +11,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 #include "platform/foundation/PropertyList.h"
 
@@ -174,6 +175,24 @@ constexpr std::array<std::string_view, 26> kBlanks = {" ",
                                                       "\xE2\x81\x9F",
                                                       "\xE3\x80\x80"};
 
+/// Printable ASCII: the first byte of none of the blanks, and the last of none.
+bool isVisibleAscii(char byte) {
+  return byte > ' ' && byte < '\x7F';
+}
+
+/// How many bytes at the head of a text are ASCII, which most texts are to their end; eight are looked at at
+/// a time.
+std::size_t asciiLength(std::string_view text) {
+  constexpr std::uint64_t kHighBits = 0x8080808080808080U;
+  std::size_t length = 0;
+  for (std::uint64_t eight = 0; text.size() - length >= sizeof eight; length += sizeof eight) {
+    std::memcpy(&eight, text.data() + length, sizeof eight);
+    if ((eight & kHighBits) != 0) break;
+  }
+  while (length < text.size() && static_cast<unsigned char>(text[length]) < 0x80) ++length;
+  return length;
+}
+
 char asciiCapital(char letter) {
   return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
 }
@@ -207,6 +226,11 @@ std::string formatText(std::string_view format, const std::vector<FormatArgument
     text.append(format.substr(0, percent));
     if (percent == std::string_view::npos) break;
     format.remove_prefix(percent);
+    if (format.starts_with("%@") && next < arguments.size() && arguments[next].text() != nullptr) {
+      text += *arguments[next++].text();  // nearly all directives are of this kind
+      format.remove_prefix(2);
+      continue;
+    }
     const Directive directive = readDirective(format);
     if (directive.length == 0) {
       text += '%';
@@ -226,7 +250,12 @@ std::string formatText(std::string_view format, const std::vector<FormatArgument
 }
 
 std::string trimmed(std::string_view text) {
+  return std::string(trimmedPart(text));
+}
+
+std::string_view trimmedPart(std::string_view text) {
   const auto cutOne = [&](bool front) {
+    if (text.empty() || isVisibleAscii(front ? text.front() : text.back())) return false;
     for (const std::string_view blank : kBlanks) {
       if (front ? text.starts_with(blank) : text.ends_with(blank)) {
         front ? text.remove_prefix(blank.size()) : text.remove_suffix(blank.size());
@@ -239,7 +268,7 @@ std::string trimmed(std::string_view text) {
   }
   while (cutOne(false)) {
   }
-  return std::string(text);
+  return text;
 }
 
 std::string lowercase(std::string_view text) {
@@ -271,12 +300,15 @@ std::string uppercase(std::string_view text) {
 
 std::size_t characterCount(std::string_view utf8) {
   std::size_t count = 0;
-  while (!utf8.empty()) {
+  while (true) {
+    const std::size_t ascii = asciiLength(utf8);
+    count += ascii;
+    utf8.remove_prefix(ascii);
+    if (utf8.empty()) return count;
     const std::size_t length = std::max<std::size_t>(firstCharacter(utf8).length, 1);
     count += length == 4 ? 2 : 1;
     utf8.remove_prefix(length);
   }
-  return count;
 }
 
 Utf8Character firstCharacter(std::string_view text) {
@@ -295,12 +327,13 @@ Utf8Character firstCharacter(std::string_view text) {
 }
 
 bool isUtf8(std::string_view bytes) {
-  while (!bytes.empty()) {
+  while (true) {
+    bytes.remove_prefix(asciiLength(bytes));
+    if (bytes.empty()) return true;
     const std::size_t length = firstCharacter(bytes).length;
     if (length == 0) return false;
     bytes.remove_prefix(length);
   }
-  return true;
 }
 
 void appendUtf8(std::string& text, char32_t code) {

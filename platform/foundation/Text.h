@@ -36,6 +36,8 @@ class FormatArgument {
   }
 
   [[nodiscard]] const auto& value() const { return value_; }
+  /// nullptr for what is no text.
+  [[nodiscard]] const std::string* text() const { return std::get_if<std::string>(&value_); }
 
  private:
   std::variant<std::monostate, std::string, std::int64_t, std::uint64_t, double> value_;
@@ -50,14 +52,26 @@ class FormatArgument {
 /// no arguments, whatever it holds; only each "%%" in it becomes "%".
 [[nodiscard]] std::string formatText(std::string_view format, const std::vector<FormatArgument>& arguments);
 
+/// The arguments of a format, in their order.
+template <typename... Arguments>
+[[nodiscard]] std::vector<FormatArgument> formatArguments(const Arguments&... arguments) {
+  std::vector<FormatArgument> list;
+  list.reserve(sizeof...(arguments));
+  (list.emplace_back(arguments), ...);  // a list in braces would be copied
+  return list;
+}
+
 template <typename... Arguments>
 [[nodiscard]] std::string stringWithFormat(std::string_view format, const Arguments&... arguments) {
-  return formatText(format, std::vector<FormatArgument>{FormatArgument(arguments)...});
+  return formatText(format, formatArguments(arguments...));
 }
 
 /// Without white space and line breaks at both ends (ASCII ones, U+0085, U+00A0, U+2028, U+2029 and the other
 /// Unicode blanks).
 [[nodiscard]] std::string trimmed(std::string_view text);
+
+/// The same, as a part of the text that it was given.
+[[nodiscard]] std::string_view trimmedPart(std::string_view text);
 
 /// ASCII letters in lower case, everything else as it is.
 [[nodiscard]] std::string lowercase(std::string_view text);

@@ -194,13 +194,16 @@ Result<UniqueDescriptor> openFileItself(const std::string& path, int flags) {
   return file;
 }
 
+/// Whether a file is to outlast a power cut from the moment on that it is written.
+enum class Sync { yes, no };
+
 /// Asked just before a file is replaced: 0, or why it is not to be, as an errno value.
 using Refusal = std::function<int()>;
 
 /// Puts a file in the place of what lies there, `old` where that is a file. What replaces a file may be as
 /// confidential as that: nobody else reads it before it has its mode. Answers the file that it wrote.
 Result<FileState> writeReplacement(const Place& target, const struct stat* old, std::string_view bytes,
-                                   const std::string& path, const Refusal& refusal = {}) {
+                                   const std::string& path, Sync sync, const Refusal& refusal = {}) {
   ReplacementFile file(target, old != nullptr ? 0600 : 0644);
   if (!file.isOpen()) return systemError(errno, path);
   const bool isNew = old == nullptr;
@@ -208,11 +211,12 @@ Result<FileState> writeReplacement(const Place& target, const struct stat* old, 
   if (auto written = writeAll(file.descriptor(), bytes, path); !written) return written.error();
   if (!isNew && !takeOverAttributes(file.descriptor(), *old)) return systemError(errno, path);
   struct stat status {};
-  const bool isLasting = ::fsync(file.descriptor()) == 0 && ::fstat(file.descriptor(), &status) == 0;
+  const bool isLasting =
+      (sync == Sync::no || ::fsync(file.descriptor()) == 0) && ::fstat(file.descriptor(), &status) == 0;
   if (!isLasting) return systemError(errno, path);
   if (const int reason = refusal ? refusal() : 0; reason != 0) return systemError(reason, path);
   if (!file.replaceTarget()) return systemError(errno, path);
-  ::fsync(target.folder.get());  // makes the renaming itself last through a power cut
+  if (sync == Sync::yes) ::fsync(target.folder.get());  // makes the renaming itself last through a power cut
   return stateOf(status);
 }
 
@@ -294,7 +298,9 @@ Result<void> GuardedFileChanges::remove(const std::string& path) {
   return removed ? removed : systemError(removed.error().code, path);
 }
 
-Result<void> GuardedFileChanges::writeAtomically(const std::string& path, std::string_view bytes) {
+namespace {
+
+Result<void> replaceFile(const std::string& path, std::string_view bytes, Sync sync) {
   const auto place = placeOf(path);
   if (!place) return place.error();
   const Place& target = place.value();
@@ -302,8 +308,18 @@ Result<void> GuardedFileChanges::writeAtomically(const std::string& path, std::s
   const bool isThere = ::fstatat(target.folder.get(), target.name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
   if (isThere && S_ISDIR(old.st_mode)) return systemError(EISDIR, path);
   const auto written =
-      writeReplacement(target, isThere && S_ISREG(old.st_mode) ? &old : nullptr, bytes, path);
+      writeReplacement(target, isThere && S_ISREG(old.st_mode) ? &old : nullptr, bytes, path, sync);
   return written ? Result<void>() : written.error();
+}
+
+}  // namespace
+
+Result<void> GuardedFileChanges::writeAtomically(const std::string& path, std::string_view bytes) {
+  return replaceFile(path, bytes, Sync::yes);
+}
+
+Result<void> GuardedFileChanges::writeAtomicallyUnsynced(const std::string& path, std::string_view bytes) {
+  return replaceFile(path, bytes, Sync::no);
 }
 
 Result<FileState> GuardedFileChanges::replaceUnchanged(const std::string& path,
@@ -315,7 +331,8 @@ Result<FileState> GuardedFileChanges::replaceUnchanged(const std::string& path,
   const auto refusal = [&] { return isStill(target, seen) ? 0 : EAGAIN; };
   struct stat old {};
   const bool isThere = ::fstatat(target.folder.get(), target.name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
-  return writeReplacement(target, isThere && S_ISREG(old.st_mode) ? &old : nullptr, bytes, path, refusal);
+  return writeReplacement(target, isThere && S_ISREG(old.st_mode) ? &old : nullptr, bytes, path, Sync::yes,
+                          refusal);
 }
 
 Result<std::unique_ptr<WritableFile>> GuardedFileChanges::openForWriting(const std::string& path) {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <memory>
 #include <string>
@@ -89,6 +90,37 @@ TEST(SerialOperationQueue, WhatAnOperationAddsComesNextInItsOrder) {
   gate.open();
   queue.waitUntilAllOperationsAreFinished();
   EXPECT_THAT(performed, ElementsAre("first child", "second child", "child of the second", "third"));
+}
+
+TEST(SerialOperationQueue, ManyThatAnOperationAddsDisturbNeitherItNorThoseThatWait) {
+  constexpr int kMany = 10'000;
+  Gate gate;
+  std::vector<int> performed;
+  SerialOperationQueue queue;
+  queue.addOperation(gate.wait());
+  queue.addOperation([&, own = std::string(100, 'x')] {
+    for (int number = 0; number < kMany; ++number)
+      queue.addOperation([&, number] { performed.push_back(number); });
+    EXPECT_EQ(own, std::string(100, 'x'));
+  });
+  queue.addOperation([&] { performed.push_back(kMany); });
+  gate.open();
+  queue.waitUntilAllOperationsAreFinished();
+  ASSERT_EQ(performed.size(), kMany + 1U);
+  EXPECT_TRUE(std::is_sorted(performed.begin(), performed.end()));
+}
+
+TEST(SerialOperationQueue, AnOperationOfAnySizeIsPerformedOnceAndLetGoOf) {
+  const auto small = std::make_shared<int>(0);
+  const auto large = std::make_shared<int>(0);
+  SerialOperationQueue queue;
+  queue.addOperation([small] { ++*small; });
+  queue.addOperation([large, room = std::array<char, 500>{}] { *large += 1 + room.back(); });
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(*small, 1);
+  EXPECT_EQ(*large, 1);
+  EXPECT_EQ(small.use_count(), 1);
+  EXPECT_EQ(large.use_count(), 1);
 }
 
 TEST(SerialOperationQueue, WaitingIncludesWhatOperationsAddMeanwhile) {

@@ -157,6 +157,12 @@ TEST(CharacterCount, CountsUtf16Units) {
 
 TEST(CharacterCount, EachByteThatIsNoTextCountsAsOne) {
   EXPECT_EQ(characterCount("\xFF\xFE"), 2U);
+  for (std::size_t before = 0; before < 20; ++before) {
+    const std::string ascii(before, 'a');
+    EXPECT_EQ(characterCount(ascii + "\xC3\xA9" + ascii), 2 * before + 1);
+    EXPECT_EQ(characterCount(ascii + "\xF0\x9F\x98\x80"), before + 2);
+    EXPECT_EQ(characterCount(ascii + "\xA9"), before + 1) << "no character";
+  }
   EXPECT_EQ(characterCount("\xC3"), 1U);
   EXPECT_EQ(characterCount("\xE2\x82"), 2U);
   EXPECT_EQ(characterCount("\xC0\xAF"), 2U) << "overlong";
@@ -192,6 +198,11 @@ TEST(IsUtf8, TellsTextFromOtherBytes) {
   EXPECT_TRUE(isUtf8("h\xC3\xA9 \xF0\x9F\x98\x80"));
   EXPECT_FALSE(isUtf8("\xFF"));
   EXPECT_FALSE(isUtf8("a\xC3"));
+  for (std::size_t before = 0; before < 20; ++before) {
+    const std::string ascii(before, 'a');
+    EXPECT_TRUE(isUtf8(ascii + "\xC3\xA9" + ascii));
+    EXPECT_FALSE(isUtf8(ascii + "\xA9" + ascii));
+  }
 }
 
 }  // namespace

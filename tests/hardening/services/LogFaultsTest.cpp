@@ -135,6 +135,12 @@ TEST_P(LogFaultsTest, AFailingCallOfARotationLosesNothingAndTheLogGoesOn) {
   }
 }
 
+/// Every entry behind a rotation waits for it.
+TEST_F(LogFaultsTest, ARotationDoesNotWaitForTheDisk) {
+  ASSERT_GE(callsOfRotation().size(), 15U) << "the rotation was not seen";
+  for (const Call& call : callsOfRotation()) EXPECT_NE(call.name, "fsync");
+}
+
 INSTANTIATE_TEST_SUITE_P(Faults, LogFaultsTest, testing::Values("ENOSPC", "EIO", "EROFS"),
                          [](const auto& fault) { return std::string(fault.param); });
 
