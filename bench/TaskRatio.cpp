@@ -95,18 +95,19 @@ double dataFromTask(const std::string& path, std::size_t mebibytes) {
   return seconds;
 }
 
-/// The bytes that come through, which are not kept.
-std::uint64_t readToEnd(int pipe) {
+/// The bytes that come through; `kept` gets them where it is given.
+std::uint64_t readToEnd(int pipe, std::string* kept) {
   std::array<char, kReadSize> piece;  // NOLINT(*-member-init)
   std::uint64_t bytes = 0;
   while (true) {
     const ssize_t length = ::read(pipe, piece.data(), piece.size());
     if (length > 0) bytes += static_cast<std::uint64_t>(length);
+    if (length > 0 && kept != nullptr) kept->append(piece.data(), static_cast<std::size_t>(length));
     if (length == 0 || (length < 0 && errno != EINTR)) return bytes;
   }
 }
 
-std::uint64_t catThroughPipe(const std::string& path) {
+std::uint64_t catThroughPipe(const std::string& path, std::string* kept) {
   std::array<int, 2> ends{};
   bench::require(::pipe2(ends.data(), O_CLOEXEC) == 0, "no pipe");
   posix_spawn_file_actions_t actions;
@@ -115,7 +116,7 @@ std::uint64_t catThroughPipe(const std::string& path) {
   const pid_t child = spawn(kCat, path.c_str(), &actions);
   posix_spawn_file_actions_destroy(&actions);
   ::close(ends[1]);
-  const std::uint64_t bytes = readToEnd(ends[0]);
+  const std::uint64_t bytes = readToEnd(ends[0], kept);
   ::close(ends[0]);
   waitFor(child);
   return bytes;
@@ -123,24 +124,39 @@ std::uint64_t catThroughPipe(const std::string& path) {
 
 double readLoop(const std::string& path, std::size_t mebibytes) {
   std::uint64_t bytes = 0;
-  const double seconds = bench::secondsOf([&] { bytes = catThroughPipe(path); });
+  const double seconds = bench::secondsOf([&] { bytes = catThroughPipe(path, nullptr); });
   bench::require(bytes == mebibytes * kMebibyte, "not all of the data was read");
   return seconds;
 }
 
-bench::Medians measureData(std::size_t mebibytes, int times) {
+double readLoopThatKeeps(const std::string& path, std::size_t mebibytes) {
+  std::string data;
+  const double seconds = bench::secondsOf([&] { catThroughPipe(path, &data); });
+  check(data, mebibytes);
+  return seconds;
+}
+
+using Peer = double(const std::string& path, std::size_t mebibytes);
+
+bench::Medians measureData(std::size_t mebibytes, int times, Peer* peer) {
   const bench::Ground ground;
   const std::string path = ground / "data";
   makeFile(path, mebibytes);
   return bench::compareInTurn([&] { return dataFromTask(path, mebibytes); },
-                              [&] { return readLoop(path, mebibytes); }, times);
+                              [&] { return peer(path, mebibytes); }, times);
 }
 
 }  // namespace
 
 /// How long runTask takes to run a program that many times against posix_spawn(3) and waitpid(2) in a loop,
 /// and dataFromTask for that many MiB against cat(1) through a pipe into a loop of read(2) that keeps
-/// nothing; how to call it says bench::measureRows().
+/// nothing, and into one that keeps what it reads; how to call it says bench::measureRows().
 int main(int argc, char** argv) {
-  return bench::measureRows(argc, argv, {{"task-run", measureRuns}, {"task-data", measureData}});
+  return bench::measureRows(argc, argv,
+                            {{"task-run", measureRuns},
+                             {"task-data", [](std::size_t mebibytes,
+                                              int times) { return measureData(mebibytes, times, readLoop); }},
+                             {"task-data-kept", [](std::size_t mebibytes, int times) {
+                                return measureData(mebibytes, times, readLoopThatKeeps);
+                              }}});
 }
