@@ -103,14 +103,42 @@ std::optional<std::string> textOf(const PropertyList& dictionary, const char* ke
   return text == nullptr ? std::nullopt : std::optional(*text);
 }
 
-/// As it says itself; one that is not installed by its identifier.
-std::string nameOfApplication(const std::string& bundleId) {
+bool breaksLine(char32_t code) {
+  const bool isControl = code < 0x20 || (code >= 0x7F && code < 0xA0);
+  return isControl || code == 0x2028 || code == 0x2029;
+}
+
+/// What a line has room for of a name that anybody may have written into a file: blanks in the place of
+/// whatever breaks lines, and its beginning where it is longer than names are.
+std::string asShortLine(std::string_view name) {
+  constexpr int kMostCharacters = 60;
+  std::string line;
+  int characters = 0;
+  for (std::string_view rest = foundation::trimmedPart(name); !rest.empty(); ++characters) {
+    if (characters == kMostCharacters) return line + "…";
+    const auto [length, code] = foundation::firstCharacter(rest);
+    constexpr char32_t kReplacement = 0xFFFD;
+    const char32_t character = breaksLine(code) ? U' ' : code;
+    foundation::appendUtf8(line, length == 0 ? kReplacement : character);
+    rest.remove_prefix(std::max<std::size_t>(length, 1));
+  }
+  return line;
+}
+
+/// As the application says itself; "" where none of that identifier is installed, or it says nothing.
+std::string nameSaidBy(const std::string& bundleId) {
   const auto path = platform::current().applications.pathForIdentifier(bundleId);
-  if (!path) return bundleId;
+  if (!path) return "";
   const auto info =
       platform::readDictionary(foundation::appendingPathComponent(*path, "Contents/Info.plist"));
-  const std::string name = info ? info.value().stringFor("CFBundleName") : "";
-  return name.empty() ? bundleId : name;
+  return info ? asShortLine(info.value().stringFor("CFBundleName")) : "";
+}
+
+std::string nameOfApplication(const std::string& bundleId) {
+  for (const std::string& name : {nameSaidBy(bundleId), asShortLine(bundleId)}) {
+    if (!name.empty()) return name;
+  }
+  return platform::current().mainBundle.localizedString("an unknown application");
 }
 
 /// Of an entry that does not say which keys it means, too.

@@ -877,6 +877,34 @@ TEST_F(TGShortcutKeyTableDelegateTest, AConflictNamesCommandsByTheirDescriptions
             "Shift+Cmd+S is also assigned to com.other.Unknown, \"Stop Qmaster\" and Named Application.");
 }
 
+TEST_F(TGShortcutKeyTableDelegateTest, AHolderThatHasNoNameIsAnUnknownApplication) {
+  system.applications.paths["com.other.Blank"] = "/Applications/Blank.app";
+  const PropertyList information = PropertyList::Dictionary{{"CFBundleName", "  "}};
+  system.files.makeFile(
+      "/Applications/Blank.app/Contents/Info.plist",
+      system.propertyLists.serialize(information, platform::PropertyListFormat::xml).value());
+  writeEntries({entry(kOurs, "stop", 1, 0x0300),
+                PropertyList::Dictionary{{"keycode", 1}, {"modifiers", 0x0300}},
+                entry("com.other.Blank", "x", 1, 0x0300)});
+  load();
+  EXPECT_EQ(delegate.conflictInRow(1),
+            "Shift+Cmd+S is also assigned to an unknown application and com.other.Blank.");
+}
+
+TEST_F(TGShortcutKeyTableDelegateTest, ANameOfAHolderIsOneShortLine) {
+  const std::string letters(59, 'x');
+  const std::string umlauts = "\xC3\xBC\xC3\xBC";
+  writeEntries({entry(kOurs, "stop", 1, 0x0300),
+                entry(" a\n\x7F"
+                      "b\xE2\x80\xA9"
+                      "c\n",
+                      "x", 1, 0x0300),
+                entry(letters + "\xC3\xBC", "x", 1, 0x0300), entry(letters + umlauts, "x", 1, 0x0300)});
+  load();
+  EXPECT_EQ(delegate.conflictInRow(1), "Shift+Cmd+S is also assigned to a  b c, " + letters +
+                                           "\xC3\xBC and " + letters + "\xC3\xBC\xE2\x80\xA6.");
+}
+
 TEST_F(TGShortcutKeyTableDelegateTest, MoreHoldersThanAreReadAreCounted) {
   std::vector<PropertyList> list = {entry(kOurs, "stop", 1, 0x0300)};
   for (const char* name : {"com.a", "com.b", "com.b", "com.c", "com.d"}) {

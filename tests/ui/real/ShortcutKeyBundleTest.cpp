@@ -39,7 +39,7 @@ TEST_F(ShortcutKeyBundleTest, EveryNamedKeyHasAnEnglishText) {
   ASSERT_TRUE(strings);
   for (const char* name : {"Up Arrow", "Down Arrow", "Left Arrow", "Right Arrow", "Home", "End", "Page Up",
                            "Page Down", "Return", "Tab", "Backtab", "Enter", "Backspace", "Delete", "Escape",
-                           "Space", "%@ is also assigned to %@."}) {
+                           "Space", "%@ is also assigned to %@.", "an unknown application"}) {
     EXPECT_NE(strings.value().stringFor(name), "") << name;
   }
   platform::PosixFileQueries files;

@@ -451,6 +451,17 @@ TEST_F(ShortcutKeysTest, WhoElseHoldsTheSelectedRowsKeysIsShownBelowTheTable) {
   EXPECT_EQ(label->text(), QStringLiteral("Somebody holds it."));
 }
 
+TEST_F(ShortcutKeysTest, ALongNameDoesNotWidenTheWindow) {
+  owner.rows[1].conflict = std::string(500, 'x');
+  show();
+  const int width = preferences->width();
+  const int smallest = preferences->minimumSizeHint().width();
+  select(1);
+  QTest::qWait(100);
+  EXPECT_EQ(preferences->width(), width);
+  EXPECT_EQ(preferences->minimumSizeHint().width(), smallest);
+}
+
 TEST_F(ShortcutKeysTest, WithoutTheManagerTheTableIsDisabledAndTheReasonShown) {
   show();
   EXPECT_FALSE(find<QLabel>("versionAlertText")->isVisible());
