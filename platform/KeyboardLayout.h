@@ -25,8 +25,8 @@ class KeyboardLayout {
   /// and not for a letter: 0 is the key right of Caps Lock whatever the layout. The modifier state holds the
   /// bits of an event's modifiers above the low byte: 0x01 Command, 0x02 Shift, 0x08 Option, 0x10 Control.
   /// Keys without a letter produce the Mac's characters: arrows 0x1C to 0x1F, Home 0x01, End 0x04, Page Up
-  /// 0x0B, Page Down 0x0C; function keys produce 0x10 on a Mac, and their names, "F1", elsewhere. paramErr
-  /// for what is no key. Nothing (nullopt) where there is no layout.
+  /// 0x0B, Page Down 0x0C. Function keys and Help, 0x10 and 0x05 on a Mac, produce names elsewhere: "F1",
+  /// "Insert". paramErr for what is no key. Nothing (nullopt) where there is no layout.
   [[nodiscard]] virtual std::optional<KeyTranslation> translate(std::uint16_t keyCode,
                                                                 std::uint32_t modifierState) = 0;
 

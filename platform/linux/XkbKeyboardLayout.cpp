@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::uint16_t kLastKeyCode = 0x7F;
 constexpr std::uint16_t kTab = 0x30;
+constexpr std::uint16_t kHelp = 0x72;
 constexpr std::uint64_t kLongestDefaults = 64ULL << 10;
 constexpr std::size_t kLongestText = 1020;  // 255 characters of four bytes
 
@@ -35,7 +36,6 @@ constexpr std::array kCharacters = std::to_array<KeyCharacter>({
     {0x35, 0x1B},
     {0x47, 0x1B},
     {0x4C, 0x03},
-    {0x72, 0x05},
     {0x73, 0x01},
     {0x74, 0x0B},
     {0x75, 0x7F},
@@ -54,6 +54,7 @@ constexpr std::array<std::uint8_t, 20> kFunctionKeys = {0x7A, 0x78, 0x63, 0x76, 
 
 std::string fixedCharacter(std::uint16_t keyCode, std::uint32_t modifierState) {
   if (keyCode == kTab && (modifierState & kShift) != 0) return "\x19";
+  if (keyCode == kHelp) return "Insert";  // as the key says here; a Mac's character for it cannot be seen
   for (const KeyCharacter& key : kCharacters) {
     if (key.keyCode == keyCode) return std::string(1, key.character);
   }
