@@ -76,7 +76,10 @@ Result<WatchList> readList(const std::string& path) {
     return code == EINVAL ? systemError(ENOTSUP, path) : bytes.error();
   }
   auto list = WatchList::parse(std::move(bytes).value());
-  return list ? std::move(list) : systemError(list.error().code, path);
+  if (list) return list;
+  const int code = list.error().code;
+  return code == EINVAL ? errorWithReason(code, path, "it is no list of shortcut keys")
+                        : systemError(code, path);
 }
 
 /// The main thread keeps the program alive meanwhile.

@@ -330,8 +330,8 @@ TEST_F(TGShortcutKeyTableDelegateTest, AssignmentsThatCannotBeReadAreSaidOnceAnd
   load();
   EXPECT_EQ(delegate.conflictInRow(0), "");
   EXPECT_EQ(delegate.conflictInRow(0), "");
-  EXPECT_THAT(messages(),
-              ElementsAre("Unable to read the shortcut keys: " + std::string(kFile) + ": Invalid argument"));
+  EXPECT_THAT(messages(), ElementsAre("Unable to read the shortcut keys: " + std::string(kFile) +
+                                      ": it is no list of shortcut keys"));
   delegate.populateKeyData();
   EXPECT_THAT(messages(), testing::SizeIs(2)) << "the window is opened again";
 }
