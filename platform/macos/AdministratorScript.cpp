@@ -69,7 +69,7 @@ AuthorizationStatus AdministratorScript::runScript(const std::string& shellText,
     *output = withoutLineBreak(std::move(written));
     return errAuthorizationSuccess;
   }
-  const bool declined = isStopped() || message.find(kUserCanceled) != std::string::npos;
+  const bool declined = isStopped() || withoutLineBreak(message).ends_with(kUserCanceled);
   return declined ? errAuthorizationCanceled : errAuthorizationToolExecuteFailure;
 }
 

@@ -70,6 +70,8 @@ TEST_F(AdministratorScriptTest, OtherFailuresAreTheTools) {
       .status = 1,
       .error = "execution error: The administrator user name or password was incorrect. (-60007)\n"};
   EXPECT_EQ(script.start("/bin/rm", {}), errAuthorizationToolExecuteFailure);
+  osascript() = {.status = 1, .error = "execution error: no file \"a (-128)\" (-43)\n"};
+  EXPECT_EQ(script.start("/bin/rm", {}), errAuthorizationToolExecuteFailure) << "declined says the end alone";
   osascript() = {.launchFailure =
                      foundation::Exception(foundation::kInvalidArgumentException, "no osascript")};
   EXPECT_EQ(script.start("/bin/rm", {}), errAuthorizationToolExecuteFailure);
