@@ -7,9 +7,15 @@
 
 #include <array>
 #include <cerrno>
+#include <optional>
+#include <utility>
 
 #include "platform/foundation/Text.h"
 #include "platform/posix/AccessLists.h"
+#include "platform/posix/ExclusiveRename.h"
+#include "platform/posix/FileMetadata.h"
+#include "platform/posix/HeldEntries.h"
+#include "platform/posix/ItemLocks.h"
 #include "platform/posix/PathEntry.h"
 #include "platform/posix/TreeRemoval.h"
 
@@ -36,6 +42,31 @@ Result<void> closeToOthers(int folder, std::string_view path) {
   if (::geteuid() != 0 || !mayBeWrittenByList(folder, kOurs)) return {};
   return foundation::errorWithReason(EPERM, path, "an access list opens the folder that was made for it");
 }
+
+/// An item without what keeps it where it is, as long as this lives.
+class Movable {
+ public:
+  explicit Movable(UniqueDescriptor item) : item_(std::move(item)) {
+    if (!item_) return;
+    locks_ = takeLocks(item_.get());
+    const auto status = statusOf(item_.get(), "");
+    if (!status || !status.value().isFolder()) return;
+    mode_ = static_cast<mode_t>(status.value().mode & 07777U);
+    // A folder that changes its parent is written to.
+    static_cast<void>(setPermissions(item_.get(), *mode_ | kOurs, ""));
+  }
+  ~Movable() {
+    if (mode_) static_cast<void>(setPermissions(item_.get(), *mode_, ""));
+    if (locks_ != 0) giveLocks(item_.get(), locks_);
+  }
+  Movable(const Movable&) = delete;
+  Movable& operator=(const Movable&) = delete;
+
+ private:
+  const UniqueDescriptor item_;
+  std::uint32_t locks_ = 0;
+  std::optional<mode_t> mode_;
+};
 
 }  // namespace
 
@@ -71,8 +102,17 @@ Result<PrivateFolder> PrivateFolder::make(int parent, std::string_view path) {
 
 PrivateFolder::~PrivateFolder() {
   if (!parent_) return;
-  if (folder_) static_cast<void>(removeContents(folder_.get(), name_));
+  if (folder_) static_cast<void>(removeOwnContents(folder_.get(), name_));
   ::unlinkat(parent_.get(), name_.c_str(), AT_REMOVEDIR);
+}
+
+Result<void> renameOutOf(int privateFolder, const std::string& name, int toFolder, std::string_view path) {
+  const auto rename = [&] { return renameWithoutReplacing(privateFolder, name, toFolder, name, path); };
+  auto renamed = rename();
+  const bool isKept = !renamed && (renamed.error().code == EACCES || renamed.error().code == EPERM);
+  if (!isKept) return renamed;
+  const Movable item(holdEntry(privateFolder, name, LastLink::keep));
+  return rename();
 }
 
 }  // namespace platform

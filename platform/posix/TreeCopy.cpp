@@ -508,7 +508,7 @@ Result<void> copyIntoPlace(const ItemPlace& from, const ItemPlace& to, const Cop
   if (options.topMode) {
     if (auto owned = makeOwn(inside, to.name, *options.topMode, to.path); !owned) return owned;
   }
-  return renameWithoutReplacing(inside, to.name, to.folder, to.name, to.path);
+  return renameOutOf(inside, to.name, to.folder, to.path);
 }
 
 Result<void> moveByCopy(int fromFolder, const std::string& fromName, int toFolder, const std::string& path,

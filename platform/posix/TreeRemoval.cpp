@@ -1,12 +1,15 @@
 #include "platform/posix/TreeRemoval.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "platform/posix/FileMetadata.h"
 #include "platform/posix/FileSystemCalls.h"
 #include "platform/posix/HeldEntries.h"
+#include "platform/posix/ItemLocks.h"
 
 namespace platform {
 namespace {
@@ -17,11 +20,14 @@ using foundation::systemError;
 
 constexpr std::size_t kMostOpenFolders = 128;
 
+/// Whether locks and modes that are in the way are taken away.
+enum class Opens { no, yes };
+
 /// Down and up without recursion, because others may have made the tree deeper than the stack, and than
 /// descriptors can be had: of the folders on the way down the lowest are held open.
 class Removal {
  public:
-  explicit Removal(std::string path) : path_(std::move(path)) {}
+  Removal(std::string path, Opens opens) : path_(std::move(path)), opens_(opens) {}
 
   /// Removes some of the entries of a folder.
   Result<void> run(int top, std::vector<std::string> names) {
@@ -61,14 +67,23 @@ class Removal {
     const std::string& name = level.names[level.next];
     if (!path_.empty() && !path_.ends_with('/')) path_ += '/';
     path_ += name;
-    if (::unlinkat(level.folder.get(), name.c_str(), 0) != 0) {
-      const int reason = errno;
+    if (const int reason = unlink(level.folder.get(), name, 0); reason != 0) {
       if (reason == kUnlinkedFolder && enter(level.folder.get(), name)) return;
       // A Mac says the same to what is locked.
       note(systemError(reason != kUnlinkedFolder || errno == ENOTDIR ? reason : errno, path_));
     }
     path_.resize(level.pathLength);
     ++level.next;
+  }
+
+  /// Answers 0 or an errno value.
+  [[nodiscard]] int unlink(int folder, const std::string& name, int flags) const {
+    if (::unlinkat(folder, name.c_str(), flags) == 0) return 0;
+    const int reason = errno;
+    if (opens_ == Opens::no || reason != EPERM) return reason;
+    const UniqueDescriptor held = holdEntry(folder, name, LastLink::keep);
+    if (!held || takeLocks(held.get()) == 0) return reason;
+    return ::unlinkat(folder, name.c_str(), flags) == 0 ? 0 : errno;
   }
 
   /// The entry stays the next one until it has been left. On failure errno says why.
@@ -80,12 +95,20 @@ class Removal {
       return false;
     }
     level.status = status.value();
+    if (opens_ == Opens::yes) makeWritable(level);
     auto names = namesIn(level.folder.get(), path_);
     if (!names) level.listed = names.error();
     if (names) level.names = std::move(names).value();
     levels_.push_back(std::move(level));
     if (levels_.size() > kMostOpenFolders) levels_[levels_.size() - kMostOpenFolders - 1].folder.reset();
     return true;
+  }
+
+  /// Modes do not stop root.
+  void makeWritable(const Level& level) const {
+    const auto mode = static_cast<mode_t>(level.status.mode & 07777U);
+    if (::geteuid() == 0 || (mode & S_IRWXU) == S_IRWXU) return;
+    static_cast<void>(setPermissions(level.folder.get(), mode | S_IRWXU, path_));
   }
 
   void leave() {
@@ -98,8 +121,8 @@ class Removal {
       return levels_.clear();
     }
     const std::string& name = level.names[level.next++];
-    if (::unlinkat(level.folder.get(), name.c_str(), AT_REMOVEDIR) != 0) {
-      note(left.listed ? systemError(errno, path_) : left.listed.error());
+    if (const int reason = unlink(level.folder.get(), name, AT_REMOVEDIR); reason != 0) {
+      note(left.listed ? systemError(reason, path_) : left.listed.error());
     }
     path_.resize(level.pathLength);
   }
@@ -114,6 +137,7 @@ class Removal {
   }
 
   std::string path_;  ///< of the folder in hand
+  const Opens opens_;
   std::vector<Level> levels_;
   Result<void> outcome_;
 };
@@ -121,13 +145,13 @@ class Removal {
 }  // namespace
 
 Result<void> removeItem(int folder, const std::string& name) {
-  return Removal("").run(folder, {name});
+  return Removal("", Opens::no).run(folder, {name});
 }
 
-Result<void> removeContents(int folder, const std::string& path) {
+Result<void> removeOwnContents(int folder, const std::string& path) {
   auto names = namesIn(folder, path);
   if (!names) return names.error();
-  return Removal(path).run(folder, std::move(names).value());
+  return Removal(path, Opens::yes).run(folder, std::move(names).value());
 }
 
 }  // namespace platform

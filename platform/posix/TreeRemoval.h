@@ -11,7 +11,8 @@ namespace platform {
 /// Removes an item and all below it.
 foundation::Result<void> removeItem(int folder, const std::string& name);
 
-/// Removes all that is in an open folder. `path` is for the error.
-foundation::Result<void> removeContents(int folder, const std::string& path);
+/// Removes all that is in an open folder that this process has filled: what is locked and folders that may
+/// not be written too. `path` is for the error.
+foundation::Result<void> removeOwnContents(int folder, const std::string& path);
 
 }  // namespace platform

@@ -338,6 +338,31 @@ TEST_F(CopyItemAsRootTest, AUserGetsACopyOfSomebodyElsesFileWithoutItsSetIdBits)
   EXPECT_EQ(statusAt(ground_ / "home/copy").st_mode & 07777U, 0755U);
 }
 
+TEST_F(CopyItemAsRootTest, AUserCopiesAFolderThatMayNotBeWritten) {
+  ground_.file("home/tree/sub/file", "text");
+  ASSERT_EQ(::chmod((ground_ / "home/tree").c_str(), 0555), 0);
+  ASSERT_EQ(::chown((ground_ / "home").c_str(), kNobody, kNobody), 0);
+  AsUser::run(kNobody, [this] { EXPECT_EQ(copy("home/tree", "home/copy"), 0) << error_; });
+  EXPECT_EQ(statusAt(ground_ / "home/copy").st_mode & 07777U, 0555U);
+  EXPECT_EQ(ground_.content("home/copy/sub/file"), "text");
+  EXPECT_THAT(names("home"), UnorderedElementsAre("tree", "copy"));
+}
+
+TEST_F(CopyItemAsRootTest, ACopyOfFoldersThatMayNotBeWrittenLeavesNothingWhenItFails) {
+  ground_.file("home/tree/sub/file", "text");
+  for (const char* path : {"home/tree/sub", "home/tree"}) ::chmod((ground_ / path).c_str(), 0555);
+  ASSERT_EQ(::chown((ground_ / "home").c_str(), kNobody, kNobody), 0);
+  AsUser::run(kNobody, [this] {
+    const auto takeTheName = [this](const CopyProgress&) {
+      ground_.file("home/copy", "theirs");
+      return true;
+    };
+    EXPECT_EQ(copy("home/tree", "home/copy", atEachStep(takeTheName)), EEXIST);
+  });
+  EXPECT_EQ(ground_.content("home/copy"), "theirs");
+  EXPECT_THAT(names("home"), UnorderedElementsAre("tree", "copy"));
+}
+
 TEST_F(CopyItemAsRootTest, RootKeepsOwnersModesAndDevices) {
   ASSERT_EQ(::chown(ground_.file("tree/file", "text").c_str(), kNobody, 7), 0);
   ASSERT_EQ(::chmod((ground_ / "tree/file").c_str(), 04755), 0);

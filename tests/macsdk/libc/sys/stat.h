@@ -58,6 +58,7 @@ struct stat {
 
 #define UF_SETTABLE 0x0000ffff
 #define UF_IMMUTABLE 0x00000002
+#define UF_APPEND 0x00000004
 #define SF_IMMUTABLE 0x00020000
 
 #define UTIME_NOW -1
