@@ -14,7 +14,6 @@
 #include "platform/macos/CarbonFiles.h"
 #include "platform/macos/CoreFoundationValues.h"
 #include "platform/posix/BlockedSignals.h"
-#include "platform/posix/ExclusiveRename.h"
 #include "platform/posix/GuardedFolders.h"
 #include "platform/posix/PrivateFolder.h"
 
@@ -124,23 +123,30 @@ struct CarbonFileOperations::Copy {
 
   [[nodiscard]] OSStatus giveItsName(int staging, int folder) const {
     const std::string path = foundation::appendingPathComponent(destinationFolder, name);
-    const auto renamed = renameWithoutReplacing(staging, name, folder, name, path);
+    const auto renamed = renameOutOf(staging, name, folder, path);
     return renamed ? noErr : statusForErrno(renamed.error().code);
+  }
+
+  bool answer(OSStatus failure) {
+    begun.set_value(failure);
+    return false;
   }
 
   /// Answers whether it was begun; then it has ended.
   bool copyInto(const std::string& folder) {
     const auto native = ours(operation)->native();
     auto* const loop = CFRunLoopGetCurrent();
-    OSStatus status = systemsFunction<decltype(carbon::FSFileOperationScheduleWithRunLoop)>(
+    const OSStatus scheduled = systemsFunction<decltype(carbon::FSFileOperationScheduleWithRunLoop)>(
         "FSFileOperationScheduleWithRunLoop")(native, loop, kCFRunLoopDefaultMode);
-    if (status == noErr) status = start(native, folder);
-    begun.set_value(status);
-    if (status != noErr) return false;
-    serveRunLoop();
+    if (scheduled != noErr) return answer(scheduled);
+    const OSStatus started = start(native, folder);
+    if (started == noErr) {
+      begun.set_value(noErr);
+      serveRunLoop();
+    }
     systemsFunction<decltype(carbon::FSFileOperationUnscheduleFromRunLoop)>(
         "FSFileOperationUnscheduleFromRunLoop")(native, loop, kCFRunLoopDefaultMode);
-    return true;
+    return started == noErr || answer(started);
   }
 
   OSStatus start(carbon::FSFileOperationRef native, const std::string& folder) {

@@ -1,17 +1,30 @@
 #include "tests/macsdk/fakes/FakeFileOperations.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
 #include "platform/macos/CarbonFiles.h"
 #include "platform/macos/CoreFoundationValues.h"
+#include "platform/posix/ItemLocks.h"
 #include "tests/macsdk/fakes/FakeCoreFoundation.h"
 
 namespace fakes {
 
 FileOperationsState& fileOperations() {
   static FileOperationsState only;
+  return only;
+}
+
+std::set<ino_t>& lockedItems() {
+  static std::set<ino_t> only;
   return only;
 }
 
@@ -59,6 +72,22 @@ void tellStatus() {
   tell(kRunning, running.source, platform::noErr, static_cast<CFDictionaryRef>(status.get()));
 }
 
+void lock() {
+  struct stat status {};
+  if (::lstat(running.target.c_str(), &status) == 0) fakes::lockedItems().insert(status.st_ino);
+}
+
+bool isLocked(int folder, const char* name) {
+  struct stat status {};
+  return !fakes::lockedItems().empty() && ::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+         fakes::lockedItems().contains(status.st_ino);
+}
+
+int refuse() {
+  errno = EPERM;
+  return -1;
+}
+
 void copy() {
   if (fileOperations().outcome != platform::noErr || isCancelled) {
     std::ofstream(running.target) << "a part";
@@ -73,12 +102,38 @@ void goOn() {
   if (stage == kRunning) tellStatus();
   if (stage != kComplete) return;
   copy();
+  if (fileOperations().locks) lock();
   tell(stage, running.target, isCancelled ? platform::userCanceledErr : fileOperations().outcome, nullptr);
 }
 
 }  // namespace
 
+namespace platform {
+
+std::uint32_t takeLocks(int held) {
+  struct stat status {};
+  if (::fstat(held, &status) != 0) return 0;
+  return static_cast<std::uint32_t>(fakes::lockedItems().erase(status.st_ino));
+}
+
+void giveLocks(int held, std::uint32_t) {
+  struct stat status {};
+  if (::fstat(held, &status) == 0) fakes::lockedItems().insert(status.st_ino);
+}
+
+}  // namespace platform
+
 extern "C" {
+
+/// This system's calls, which the program finds here before the C library's: a Mac refuses what is locked.
+int renameat2(int from, const char* name, int to, const char* newName, unsigned flags) noexcept {
+  if (isLocked(from, name)) return refuse();
+  return static_cast<int>(::syscall(SYS_renameat2, from, name, to, newName, flags));
+}
+
+int unlinkat(int folder, const char* name, int flags) noexcept {
+  return isLocked(folder, name) ? refuse() : static_cast<int>(::syscall(SYS_unlinkat, folder, name, flags));
+}
 
 CFRunLoopRef CFRunLoopGetCurrent() {
   return reinterpret_cast<CFRunLoopRef>(&ownLoop);

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,8 +19,12 @@ struct FileOperationsState {
   platform::OSStatus outcome = platform::noErr;  ///< what a copy ends with, after a part of it was made
   bool runsUntilCancelled = false;
   bool isWithoutSourcesAtFirst = false;  ///< the run loop serves nothing the first time
+  bool locks = false;                    ///< what is copied arrives locked, whole or not
 };
 
 FileOperationsState& fileOperations();
+
+/// The items that cannot be renamed or removed, as locked ones on a Mac (by inode).
+std::set<ino_t>& lockedItems();
 
 }  // namespace fakes

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <optional>
@@ -47,6 +48,7 @@ class MacFileOperationsTest : public ::testing::Test {
     operations.reset();
     operation.reset();
     heard.clear();
+    ::fakes::lockedItems().clear();
     EXPECT_EQ(::fakes::liveObjects(), 0) << "objects were not released";
   }
 
@@ -117,6 +119,27 @@ TEST_F(MacFileOperationsTest, ACopyThatFailsLeavesNothingBehind) {
   EXPECT_THAT(namesInTo(), IsEmpty());
 }
 
+TEST_F(MacFileOperationsTest, ACopyOfWhatIsLockedGetsItsNameAndIsLockedAgain) {
+  ::fakes::fileOperations().locks = true;
+  EXPECT_EQ(begin(source, folder / "to"), noErr);
+  serveToTheEnd();
+  EXPECT_EQ(heard.back().error, noErr);
+  EXPECT_THAT(namesInTo(), ElementsAre("copy"));
+  operations.reset();
+  struct stat status {};
+  ASSERT_EQ(::stat((folder / "to/copy").c_str(), &status), 0);
+  EXPECT_THAT(::fakes::lockedItems(), ElementsAre(status.st_ino));
+}
+
+TEST_F(MacFileOperationsTest, ACopyThatFailsLeavesNothingLockedBehind) {
+  ::fakes::fileOperations().locks = true;
+  ::fakes::fileOperations().outcome = ioErr;
+  begin(source, folder / "to");
+  serveToTheEnd();
+  operations.reset();
+  EXPECT_THAT(namesInTo(), IsEmpty());
+}
+
 TEST_F(MacFileOperationsTest, ACancelledCopyLeavesNothingBehind) {
   EXPECT_EQ(operations->cancel(operation), paramErr) << "it has not begun";
   ::fakes::fileOperations().runsUntilCancelled = true;
@@ -151,6 +174,13 @@ TEST_F(MacFileOperationsTest, WhatTheSystemDoesNotBeginIsAnsweredAtOnce) {
   operations.reset();
   EXPECT_THAT(heard, IsEmpty());
   EXPECT_THAT(namesInTo(), IsEmpty());
+}
+
+TEST_F(MacFileOperationsTest, WhatWasScheduledAndNotBegunIsUnscheduled) {
+  ::fakes::fileOperations().statuses = {{"FSPathCopyObjectAsync", permErr}};
+  EXPECT_EQ(begin(source, folder / "to"), permErr);
+  operations.reset();
+  EXPECT_EQ(::fakes::fileOperations().calls.back(), "FSFileOperationUnscheduleFromRunLoop default");
 }
 
 TEST_F(MacFileOperationsTest, ARunLoopWithoutAnythingToServeIsGivenTime) {
