@@ -21,7 +21,7 @@ inline constexpr std::size_t kMostBytesMoved = std::size_t{1} << 30U;
 /// arrays and dictionaries are nested deeper than kGreatestNesting, or a binary one is not sound
 /// (BinaryPropertyList::open); EFBIG when it has or stands for more than that many values (keys count, as do
 /// objects that nothing refers to), or the parser would have to move more than kMostBytesMoved. Uses a
-/// constant amount of stack; of memory none for XML, and for a binary one a copy of it and eight bytes for
+/// constant amount of stack; of memory none for XML, and for a binary one a copy of it and twelve bytes for
 /// each object.
 ///
 /// What is counted is what the parser sees: XML in which the two could take a different end for a tag, a

@@ -14,6 +14,8 @@ namespace {
 constexpr std::string_view kMagic = "bplist00";
 constexpr std::size_t kTrailerSize = 32;
 constexpr std::size_t kGreatestNesting = 512;
+/// Of texts and data that a list stands for, however small it is: some are referred to by every entry.
+constexpr std::size_t kAlwaysTakenBytes = std::size_t{64} << 20U;
 
 // The kinds of objects.
 constexpr unsigned kSimple = 0x0;
@@ -50,6 +52,15 @@ bool isCounted(unsigned kind) {
 
 std::size_t elementCount(unsigned kind, std::size_t count) {
   return kind == kDictionary ? 2 * count : count;
+}
+
+/// Of characters of that many bytes.
+bool hasZeroCharacter(std::string_view text, std::size_t size) {
+  if (size == 1) return text.find('\0') != std::string_view::npos;
+  for (std::size_t at = 0; at + 1 < text.size(); at += 2) {
+    if (text[at] == '\0' && text[at + 1] == '\0') return true;
+  }
+  return false;
 }
 
 std::string utf8FromUtf16(std::string_view bytes) {
@@ -213,17 +224,21 @@ inline BinaryPropertyList::Content BinaryPropertyList::markedContent(Object obje
   return {static_cast<unsigned>(marker >> 4U), marker & 0xFU, begin + 1};
 }
 
-/// Walks the objects from the root, each once, and finds out how deep each reaches and for how many values it
-/// stands.
+/// Walks the objects from the root, each once, and finds out how deep each reaches and for how many values
+/// and bytes it stands.
 class BinaryPropertyList::Walk {
  public:
   Walk(const BinaryPropertyList& list, std::size_t mostValues)
-      : list_(list), mostValues_(static_cast<std::uint32_t>(std::min(mostValues, kMostCounted))) {}
+      : list_(list),
+        mostValues_(static_cast<std::uint32_t>(std::min(mostValues, kMostCounted))),
+        mostBytes_(static_cast<std::uint32_t>(
+            std::min(std::max(kAlwaysTakenBytes, 8 * list.bytes_.size()), kMostCounted))) {}
 
   /// Answers 0 or an errno value.
   int fault() {
     if (list_.count_ > mostValues_) return EFBIG;  // before there is a note of each
     known_.resize(list_.count_);
+    path_.reserve(std::min(list_.count_, kGreatestNesting + 1));
     if (list_.root_ >= list_.count_ || !meet(list_.root_)) return fault_;
     const bool isSound = withNumbersOf(list_.referenceSize_, [this](auto reference) {
       while (!path_.empty()) {
@@ -238,17 +253,20 @@ class BinaryPropertyList::Walk {
   /// As many values as two may have that are added up in 32 bits.
   static constexpr std::size_t kMostCounted = UINT32_MAX / 2;
 
+  enum class Use : std::uint8_t { value, text, key };
   /// Small, because a table may name an object with a single byte of the file.
   struct Known {
     std::uint32_t values = 0;
+    std::uint32_t bytes = 0;
     std::uint16_t height = 0;  ///< 0 while it is not known
     bool isOnPath = false;
-    bool isText = false;
+    Use use = Use::value;  ///< key is a text that was found to be one
   };
   struct Visit {
     std::uint32_t object = 0;
     std::uint32_t next = 0;
     std::uint32_t values = 1;
+    std::uint32_t bytes = 0;
     std::uint16_t height = 1;
   };
 
@@ -267,7 +285,7 @@ class BinaryPropertyList::Walk {
         if (!meet(element)) return false;
         if (path_.size() > depth) return true;
       }
-      if (visit.next < keys && !known_[element].isText) return false;
+      if (visit.next < keys && !isKey(element)) return false;
       if (!add(visit, known_[element])) return false;
     }
     return leave();
@@ -276,7 +294,8 @@ class BinaryPropertyList::Walk {
   bool add(Visit& visit, const Known& element) {
     visit.height = std::max(visit.height, static_cast<std::uint16_t>(element.height + 1));
     visit.values += element.values;
-    if (visit.values > mostValues_) return isTooMuch();
+    visit.bytes += element.bytes;
+    if (visit.values > mostValues_ || visit.bytes > mostBytes_) return isTooMuch();
     return path_.size() + element.height <= kGreatestNesting + 1;
   }
 
@@ -285,7 +304,10 @@ class BinaryPropertyList::Walk {
     const auto content = list_.readContent(object);
     if (!content || known_[object].isOnPath) return false;
     if (!isContainer(content->kind)) {
-      known_[object] = {1, 1, false, isTextKind(content->kind)};
+      const bool isText = isTextKind(content->kind);
+      const std::size_t bytes = isCounted(content->kind) ? *list_.payloadSize(*content) : 0;
+      if (bytes > mostBytes_) return isTooMuch();
+      known_[object] = {1, static_cast<std::uint32_t>(bytes), 1, false, isText ? Use::text : Use::value};
       return true;
     }
     if (elementCount(content->kind, content->count) > mostValues_) return isTooMuch();
@@ -296,9 +318,23 @@ class BinaryPropertyList::Walk {
     return true;
   }
 
+  /// A text without zero characters, at which readers in C would end it. Each is looked at once; no writer
+  /// has one lie in another, so that all together are no longer than the file.
+  bool isKey(Object object) {
+    Known& known = known_[object];
+    if (known.use != Use::text) return known.use == Use::key;
+    const Content content = list_.contentOf(object);
+    keyBytes_ += known.bytes;
+    if (keyBytes_ > list_.bytes_.size()) return false;
+    const std::string_view text(list_.bytes_.data() + content.at, known.bytes);
+    if (hasZeroCharacter(text, content.kind == kUtf16 ? 2 : 1)) return false;
+    known.use = Use::key;
+    return true;
+  }
+
   bool leave() {
     const Visit& visit = path_.back();
-    known_[visit.object] = {visit.values, visit.height, false, false};
+    known_[visit.object] = {visit.values, visit.bytes, visit.height, false, Use::value};
     path_.pop_back();
     if (!path_.empty()) content_ = list_.contentOf(path_.back().object);
     return true;
@@ -311,6 +347,8 @@ class BinaryPropertyList::Walk {
 
   const BinaryPropertyList& list_;
   std::uint32_t mostValues_;
+  std::uint32_t mostBytes_;  ///< of all texts and data
+  std::size_t keyBytes_ = 0;
   std::vector<Known> known_;
   std::vector<Visit> path_;
   Content content_;  ///< of the last on the path

@@ -24,8 +24,9 @@ class BinaryPropertyList {
   using Object = std::size_t;
 
   /// Looks at all that the root stands for. EINVAL when anything in it lies outside the bytes, contains
-  /// itself, is of an unknown kind or nested deeper than 512; EFBIG when it stands for more than that many
-  /// values. Uses a constant amount of stack.
+  /// itself, is of an unknown kind or nested deeper than 512, or a key is no text or has a zero character;
+  /// EFBIG when it stands for more than that many values, or for more bytes of text and data than 64 MiB and
+  /// eight times the list. Uses a constant amount of stack.
   [[nodiscard]] static Result<BinaryPropertyList> open(std::string bytes, std::size_t mostValues);
 
   /// A value as a binary property list; each text is written once. EINVAL for text that is not UTF-8.

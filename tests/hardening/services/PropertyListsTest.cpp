@@ -143,6 +143,51 @@ TEST(HostilePropertyLists, AValueThatIsSharedOftenIsRead) {
             PropertyList(PropertyList::Array{pair, pair, pair}));
 }
 
+TEST(HostilePropertyLists, ALongTextThatIsSharedByManyIsRefused) {
+  const std::string text = "\x5F\x12" + bigEndian(500'000, 4) + std::string(500'000, 'x');
+  const std::string data = "\x4F\x12" + bigEndian(500'000, 4) + std::string(500'000, 'x');
+  for (const std::string& object : {text, data}) {
+    const std::string references = repeated(bigEndian(1, 4), 99'000);
+    const std::string array = "\xAF\x12" + bigEndian(99'000, 4) + references;
+    expectRefusal(Binary{.objects = {array, object}}.bytes(), EFBIG);
+  }
+}
+
+TEST(HostilePropertyLists, AShortTextThatIsSharedByManyIsRead) {
+  const std::string array = "\xAF\x12" + bigEndian(99'000, 4) + repeated(bigEndian(1, 4), 99'000);
+  const std::string bytes = Binary{.objects = {array, "\x55short"}}.bytes();
+  const auto list = platform::LibplistPropertyLists().parse(bytes);
+  ASSERT_TRUE(list);
+  EXPECT_EQ(list.value(), PropertyList(PropertyList::Array(99'000, "short")));
+}
+
+TEST(HostilePropertyLists, AKeyWithAZeroCharacterIsRefused) {
+  const std::string dictionary = "\xD1" + bigEndian(1, 4) + bigEndian(2, 4);
+  using namespace std::string_literals;
+  for (const std::string& key : {"\x53"
+                                 "a\0b"s,
+                                 "\x62\0a\0\0"s, "\x61\0\0"s,
+                                 "\x73"
+                                 "a\0b"s}) {
+    expectRefusal(Binary{.objects = {dictionary, key, "\x51x"}}.bytes(), EINVAL);
+  }
+  const std::string sound = Binary{.objects = {dictionary, "\x62\1\0\0\1"s, "\x51x"}}.bytes();
+  EXPECT_TRUE(platform::LibplistPropertyLists().parse(sound)) << "the zeros are halves of two characters";
+}
+
+/// To look at each would be work without end.
+TEST(HostilePropertyLists, KeysThatLieInEachOtherAreRefused) {
+  constexpr std::size_t kKeys = 1'000;
+  const std::string marker = "\x5F\x11\x7F\x7F";  // each of 32,639 characters, those after it among them
+  std::string dictionary = "\xDF\x12" + bigEndian(kKeys, 4);
+  for (std::size_t key = 1; key <= kKeys; ++key) dictionary += bigEndian(key, 4);
+  dictionary += repeated(bigEndian(1, 4), kKeys);
+  Binary list{.objects = {dictionary}};
+  for (std::size_t key = 1; key <= kKeys; ++key) list.objects.push_back(marker);
+  list.objects.back() += std::string(32'639, 'x');
+  expectRefusal(list.bytes(), EINVAL);
+}
+
 TEST(HostilePropertyLists, DepthsUpTo100000AreRefusedWithoutRecursion) {
   withLittleStack([] {
     for (const std::uint32_t depth : {514U, 5'000U, 100'000U}) {
