@@ -1,4 +1,4 @@
-// Copies of blocks, declared after the compiler's public Block Implementation Specification.
+// Copies of blocks, declared after clang's public document on the layout of blocks (Block-ABI-Apple).
 #pragma once
 
 #ifdef __cplusplus
