@@ -161,15 +161,16 @@ INSTANTIATE_TEST_SUITE_P(
     Headers, DeclarationsTest,
     ::testing::Values(Pair{"CoreFoundation/CoreFoundation.h",
                            {"CFArray", "CFBase", "CFBundle", "CFData", "CFDate", "CFDictionary",
-                            "CFNotificationCenter", "CFNumber", "CFPreferences", "CFPropertyList", "CFRunLoop", "CFString",
-                            "CFURL", "CFUUID", "CFUserNotification"}},
+                            "CFNotificationCenter", "CFNumber", "CFPreferences", "CFPropertyList",
+                            "CFRunLoop", "CFString", "CFURL", "CFUUID", "CFUserNotification"}},
                       Pair{"Security/Authorization.h", {"Authorization", "AuthorizationTags"}},
                       Pair{"CoreServices/CoreServices.h",
                            {"AEDataModel", "AEInteraction", "AEMach", "AppleEvents", "LSInfo"}},
                       Pair{"Carbon/Carbon.h", {"Events", "TextInputSources", "UnicodeUtilities"}},
                       Pair{"CoreFoundation/CFMessagePort.h", {"CFMessagePort"}},
                       Pair{"CoreGraphics/CGSession.h", {"CGSession"}},
-                      Pair{"../../../platform/macos/CarbonFiles.h", {"Aliases", "CFURL", "Files", "MacMemory"}},
+                      Pair{"../../../platform/macos/CarbonFiles.h",
+                           {"Aliases", "CFURL", "Files", "MacMemory"}},
                       Pair{"SystemConfiguration/SystemConfiguration.h", {"SCDynamicStoreCopySpecific"}}));
 
 TEST(DeclarationsReaderTest, TheHeadersReaderSeesConstantsAndParameters) {
