@@ -2,11 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <QInputDevice>
+
 namespace nativekey {
 namespace {
 
+/// With a keyboard of its own: the one that the toolkit makes where there is no application is never given
+/// back.
 QKeyEvent press(Qt::KeyboardModifiers modifiers, quint32 scanCode, quint32 virtualKey, quint32 native = 0) {
-  return {QEvent::KeyPress, Qt::Key_S, modifiers, scanCode, virtualKey, native, QStringLiteral("s")};
+  static const QInputDevice keyboard;
+  return {QEvent::KeyPress, Qt::Key_S,           modifiers, scanCode, virtualKey,
+          native,           QStringLiteral("s"), false,     1,        &keyboard};
 }
 
 TEST(NativeKeyTest, OnX11KeysAreCountedFromEight) {
