@@ -88,9 +88,11 @@ class MainInterfaceInRepairTest : public MainInterfaceTest {
   Gate gate;
 
  private:
-  /// The repair's thread is nobody's to join.
-  void waitForEnd() const {
+  /// The repair's thread is nobody's to join. What it has handed over is behind a piece of work that comes
+  /// after its end.
+  void waitForEnd() {
     while (threads() > threadsBefore_) std::this_thread::yield();
+    mac.mainThread.perform([] {}, platform::Wait::yes);
   }
 
   std::ptrdiff_t threadsBefore_ = 0;

@@ -33,15 +33,16 @@ int runAndWait(char** arguments) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 126;
 }
 
-/// Forks on SIGTERM: the child goes on, in the same group, the parent ends.
+/// Forks on SIGTERM, as a handler may, without the C library's own handlers: the child goes on, in the same
+/// group, the parent ends.
 void endAndGoOn(int /*signal*/) {
-  if (fork() != 0) _exit(7);
+  if (_Fork() != 0) _exit(7);
   alarm(60);  // nobody waits for it
 }
 
 /// Stays, with one child that leads a session of its own.
 void stayWithChild(int /*signal*/) {
-  if (fork() == 0) {
+  if (_Fork() == 0) {
     alarm(60);
     setsid();
     std::signal(SIGTERM, endPolitely);

@@ -16,6 +16,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 #include <string>
 
 namespace {
@@ -45,13 +46,33 @@ int changeOwner(int descriptor, uid_t owner, gid_t group) {
   return ::fchownat(descriptor, "", owner, group, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW);
 }
 
+std::mutex& guard() {
+  static std::mutex only;
+  return only;
+}
+
+std::vector<std::string>& changes() {
+  static std::vector<std::string> only;
+  return only;
+}
+
+void record(const char* call) {
+  const std::scoped_lock lock(guard());
+  changes().emplace_back(call);
+}
+
 }  // namespace
 
 namespace fakes {
 
-std::vector<std::string>& changesOfHeldFiles() {
-  static std::vector<std::string> only;
-  return only;
+std::vector<std::string> changesOfHeldFiles() {
+  const std::scoped_lock lock(guard());
+  return changes();
+}
+
+void forgetChangesOfHeldFiles() {
+  const std::scoped_lock lock(guard());
+  changes().clear();
 }
 
 }  // namespace fakes
@@ -77,7 +98,7 @@ int fcntl64(int descriptor, int command, ...) {
 
 /// A Mac leaves the set-ID bits where the superuser calls.
 int fchown(int descriptor, uid_t owner, gid_t group) {
-  fakes::changesOfHeldFiles().emplace_back("fchown");
+  record("fchown");
   struct stat before {};
   if (::fstat(descriptor, &before) != 0 || changeOwner(descriptor, owner, group) != 0) return -1;
   if (S_ISREG(before.st_mode) && (before.st_mode & 06000U) != 0)
@@ -86,12 +107,12 @@ int fchown(int descriptor, uid_t owner, gid_t group) {
 }
 
 int fchmod(int descriptor, mode_t mode) {
-  fakes::changesOfHeldFiles().emplace_back("fchmod");
+  record("fchmod");
   return changeMode(descriptor, mode);
 }
 
 int fsetattrlist(int descriptor, void* attributes, void* values, size_t size, unsigned int options) {
-  fakes::changesOfHeldFiles().emplace_back("fsetattrlist");
+  record("fsetattrlist");
   const auto& list = *static_cast<const attrlist*>(attributes);
   std::array<std::uint32_t, 3> given{};  // owner, group and mode
   if (list.bitmapcount != ATTR_BIT_MAP_COUNT || size != sizeof given || options != 0 ||

@@ -5,7 +5,8 @@
 
 namespace fakes {
 
-/// The calls that have changed owner or mode, by name and in their order.
-std::vector<std::string>& changesOfHeldFiles();
+/// The calls that have changed owner or mode, by name and in their order. From any thread.
+std::vector<std::string> changesOfHeldFiles();
+void forgetChangesOfHeldFiles();
 
 }  // namespace fakes

@@ -100,7 +100,7 @@ TEST_F(MacHeldEntriesTest, AProgramThatIsGivenAwayLosesItsSetIdBitsWithItsOwnerA
   folder.file("program");
   ASSERT_EQ(::chmod((folder / "program").c_str(), 06755), 0);
   const UniqueDescriptor held = hold("program");
-  ::fakes::changesOfHeldFiles().clear();
+  ::fakes::forgetChangesOfHeldFiles();
   EXPECT_EQ(setOwner(held.get(), ::geteuid(), static_cast<gid_t>(-1)), 0);
   const auto status = statusOf(held.get(), "").value();
   EXPECT_EQ(status.permissions(), 0755U);
