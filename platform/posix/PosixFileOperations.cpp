@@ -1,13 +1,8 @@
 #include "platform/posix/PosixFileOperations.h"
 
-#include <atomic>
-#include <cerrno>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 #include "platform/foundation/Paths.h"
-#include "platform/posix/BlockedSignals.h"
 #include "platform/posix/TreeCopy.h"
 
 namespace platform {
@@ -15,162 +10,86 @@ namespace {
 
 using foundation::PropertyList;
 
-class PosixFileOperation : public FileOperation {
+class PosixFileOperation : public ThreadedFileOperation {
  public:
-  std::atomic<bool> scheduled = false;
-  std::atomic<bool> begun = false;
-  std::atomic<bool> cancelled = false;
+  OSStatus stop() override {
+    isCancelled = true;
+    return noErr;
+  }
+
+  std::atomic<bool> isCancelled = false;
 };
-
-PosixFileOperation* ours(const FileOperationRef& operation) {
-  return dynamic_cast<PosixFileOperation*>(operation.get());
-}
-
-bool isPath(const std::string& text) {
-  return !text.empty() && text.find('\0') == std::string::npos;
-}
-
-bool isItemName(const std::string& text) {
-  return isPath(text) && text != "." && text != ".." && text.find('/') == std::string::npos;
-}
 
 std::uint64_t remaining(std::uint64_t total, std::uint64_t complete) {
   return total > complete ? total - complete : 0;
 }
 
-/// One copy, on its thread.
-struct Copy {
-  FileOperationRef operation;
-  std::string source;
-  std::string destination;
-  std::chrono::nanoseconds interval;
-  FileOperations::StatusCallback callback;
-  MainThread& mainThread;
-  Clock& clock;
-  TreeSize totals = {};
-  std::chrono::nanoseconds start = clock.uptime();
-  std::chrono::nanoseconds lastUpdate = start;
+class PosixCopy : public ThreadedCopy {
+ public:
+  using ThreadedCopy::ThreadedCopy;
 
-  void run() {
+  void run() override {
     const auto copied = copy();
-    const OSStatus status = copied ? noErr : statusForErrno(copied.error().code);
-    // Given away with what it holds, so that the last of it goes on the main thread.
-    send({operation, "", FileOperationStage::complete, status}, std::nullopt, std::move(callback));
+    tellEnd(copied ? noErr : statusForErrno(copied.error().code));
   }
 
+ private:
+  [[nodiscard]] std::chrono::nanoseconds uptime() const { return request().clock.uptime(); }
+  [[nodiscard]] bool goesOn() const { return !operation_.isCancelled; }
+
   foundation::Result<void> copy() {
-    const auto goesOn = [own = ours(operation)] { return !own->cancelled; };
-    const auto size = sizeOfTree(source, goesOn);
+    const auto size = sizeOfTree(request().source, [this] { return goesOn(); });
     if (!size) return size.error();
-    totals = size.value();
+    totals_ = size.value();
     CopyOptions options;
-    options.onProgress = [this, goesOn](const CopyProgress& soFar) {
-      if (clock.uptime() - lastUpdate >= interval) update(soFar);
+    options.onProgress = [this](const CopyProgress& soFar) {
+      if (uptime() - lastUpdate_ >= request().statusInterval) update(soFar);
       return goesOn();
     };
-    return copyItemAtPath(source, destination, options);
+    return copyItemAtPath(
+        request().source,
+        foundation::appendingPathComponent(request().destinationFolder, request().destinationName), options);
   }
 
   void update(const CopyProgress& soFar) {
-    lastUpdate = clock.uptime();
-    send({operation, soFar.currentItem, FileOperationStage::running}, statusDictionary(soFar), callback);
-  }
-
-  /// Whether it is scheduled is looked at when the main thread comes to it.
-  void send(FileOperationUpdate news, std::optional<PropertyList> status,
-            FileOperations::StatusCallback call) const {
-    auto deliver = [news = std::move(news), status = std::move(status), call = std::move(call)]() mutable {
-      if (!ours(news.operation)->scheduled) return;
-      if (status) news.statusDictionary = &*status;
-      call(news);
-    };
-    mainThread.perform(std::move(deliver), Wait::no);
+    lastUpdate_ = uptime();
+    tellProgress(soFar.currentItem, noErr, statusDictionary(soFar));
   }
 
   [[nodiscard]] PropertyList statusDictionary(const CopyProgress& soFar) const {
-    const std::chrono::duration<double> seconds = clock.uptime() - start;
+    const std::chrono::duration<double> seconds = uptime() - start_;
     const double throughput =
         seconds.count() > 0 ? static_cast<double>(soFar.bytesDone) / seconds.count() : 0;
     return PropertyList::Dictionary{
-        {kFSOperationTotalBytesKey, totals.bytes},
+        {kFSOperationTotalBytesKey, totals_.bytes},
         {kFSOperationBytesCompleteKey, soFar.bytesDone},
-        {kFSOperationBytesRemainingKey, remaining(totals.bytes, soFar.bytesDone)},
-        {kFSOperationTotalObjectsKey, totals.objects},
+        {kFSOperationBytesRemainingKey, remaining(totals_.bytes, soFar.bytesDone)},
+        {kFSOperationTotalObjectsKey, totals_.objects},
         {kFSOperationObjectsCompleteKey, soFar.objectsDone},
-        {kFSOperationObjectsRemainingKey, remaining(totals.objects, soFar.objectsDone)},
+        {kFSOperationObjectsRemainingKey, remaining(totals_.objects, soFar.objectsDone)},
         {kFSOperationThroughputKey, static_cast<std::uint64_t>(throughput)},
         {kFSOperationCurrentItemKey, soFar.currentItem},
     };
   }
+
+  const PosixFileOperation& operation_ = dynamic_cast<PosixFileOperation&>(*request().operation);
+  const std::chrono::nanoseconds start_ = uptime();
+  std::chrono::nanoseconds lastUpdate_ = start_;
+  TreeSize totals_;
 };
 
 }  // namespace
-
-PosixFileOperations::~PosixFileOperations() {
-  std::unique_lock lock(mutex_);
-  for (const FileOperationRef& operation : running_) ours(operation)->cancelled = true;
-  ended_.wait(lock, [this] { return running_.empty(); });
-}
-
-void PosixFileOperations::begin(const FileOperationRef& operation) {
-  const std::scoped_lock lock(mutex_);
-  running_.push_back(operation);
-}
-
-void PosixFileOperations::end(const FileOperationRef& operation) {
-  const std::scoped_lock lock(mutex_);
-  std::erase(running_, operation);
-  ended_.notify_all();  // before the lock is given back, after which all of this may be gone
-}
 
 FileOperationRef PosixFileOperations::create() {
   return std::make_shared<PosixFileOperation>();
 }
 
-OSStatus PosixFileOperations::scheduleOnMainThread(const FileOperationRef& operation) {
-  PosixFileOperation* const own = ours(operation);
-  if (own == nullptr) return paramErr;
-  own->scheduled = true;
-  return noErr;
+bool PosixFileOperations::isOwn(const FileOperationRef& operation) const {
+  return dynamic_cast<PosixFileOperation*>(operation.get()) != nullptr;
 }
 
-OSStatus PosixFileOperations::unscheduleFromMainThread(const FileOperationRef& operation) {
-  PosixFileOperation* const own = ours(operation);
-  return own != nullptr && own->scheduled.exchange(false) ? noErr : paramErr;
-}
-
-OSStatus PosixFileOperations::copyObject(const FileOperationRef& operation, const std::string& source,
-                                         const std::string& destinationFolder,
-                                         const std::string& destinationName,
-                                         std::chrono::nanoseconds statusInterval, StatusCallback callback) {
-  PosixFileOperation* const own = ours(operation);
-  if (own == nullptr || !isPath(source) || !isPath(destinationFolder) || !isItemName(destinationName)) {
-    return paramErr;
-  }
-  if (own->begun.exchange(true)) return paramErr;
-  auto copy = std::make_unique<Copy>(
-      Copy{operation, source, foundation::appendingPathComponent(destinationFolder, destinationName),
-           statusInterval, std::move(callback), mainThread_, clock_});
-  begin(operation);
-  try {
-    const BlockedSignals blocked;
-    std::thread([this, operation, copy = std::move(copy)]() mutable {
-      copy->run();
-      copy.reset();
-      end(operation);
-    }).detach();
-  } catch (const std::system_error&) {
-    end(operation);
-    return memFullErr;
-  }
-  return noErr;
-}
-
-OSStatus PosixFileOperations::cancel(const FileOperationRef& operation) {
-  PosixFileOperation* const own = ours(operation);
-  if (own == nullptr || !own->begun) return paramErr;
-  own->cancelled = true;
-  return noErr;
+OSStatus PosixFileOperations::begin(CopyRequest request) {
+  return runOnThread(std::make_unique<PosixCopy>(std::move(request)));
 }
 
 }  // namespace platform

@@ -14,6 +14,7 @@
 #include "platform/posix/PosixClock.h"
 #include "platform/posix/PosixMainThread.h"
 #include "tests/support/AsUser.h"
+#include "tests/support/NoMoreThreads.h"
 #include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -25,7 +26,6 @@ using namespace std::chrono_literals;
 using foundation::PropertyList;
 using namespace std::string_literals;
 using support::TemporaryFolder;
-using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
@@ -357,6 +357,18 @@ TEST_F(PosixFileOperationsTest, AnOperationBeginsOnce) {
   EXPECT_EQ(begin(folder / "a", folder.path(), "c"), paramErr);
   serveToTheEnd();
   EXPECT_FALSE(fs::exists(folder / "c"));
+}
+
+TEST_F(PosixFileOperationsTest, WithoutAThreadItDoesNotBegin) {
+  folder.file("a");
+  operations.scheduleOnMainThread(operation);
+  {
+    const support::NoMoreThreads limit;
+    EXPECT_EQ(begin(folder / "a", folder.path(), "b"), memFullErr);
+  }
+  mainThread.serveUntilReadable(-1, 1ms);
+  EXPECT_THAT(heard, IsEmpty());
+  EXPECT_FALSE(fs::exists(folder / "b"));
 }
 
 TEST_F(PosixFileOperationsTest, AnOperationThatIsNotScheduledCopiesAndIsNotHeardOf) {
