@@ -58,6 +58,12 @@ std::string deletingLastPathComponent(std::string_view path) {
   return std::string(withoutTrailingSlashes(path.substr(0, slash)));
 }
 
+bool isItemName(std::string_view name) {
+  constexpr std::string_view kNeverInNames("/\0", 2);
+  return !name.empty() && name != "." && name != ".." &&
+         name.find_first_of(kNeverInNames) == std::string_view::npos;
+}
+
 std::string pathExtension(std::string_view path) {
   path = withoutTrailingSlashes(path);
   const std::size_t point = extensionPoint(path);

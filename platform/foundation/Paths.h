@@ -21,6 +21,10 @@ namespace foundation {
 /// The path without its last component: "/a/b" gives "/a", "/a" gives "/", "a" gives "".
 [[nodiscard]] std::string deletingLastPathComponent(std::string_view path);
 
+/// Whether something in a folder can be called that: one component, neither "." nor "..", without a zero
+/// byte.
+[[nodiscard]] bool isItemName(std::string_view name);
+
 /// What follows the last point of the last component: "/a/b.tar.gz" gives "gz"; a leading point starts no
 /// extension (".hidden" gives ""), nor does one at the end ("b." gives "").
 [[nodiscard]] std::string pathExtension(std::string_view path);

@@ -60,11 +60,6 @@ PropertyList dictionaryInFile(const std::string& path, Trust trust) {
   return std::move(value).value();
 }
 
-bool isPlainName(const std::string& name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
-         name.find('\0') == std::string::npos;
-}
-
 bool isFolder(const std::string& path) {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -114,7 +109,8 @@ std::string ApplicationBundle::packageType() const {
 
 std::string ApplicationBundle::executable() const {
   std::string name = information.stringFor("CFBundleExecutable");
-  if (!isPlainName(name)) name = foundation::lastPathComponent(foundation::deletingPathExtension(path));
+  if (!foundation::isItemName(name))
+    name = foundation::lastPathComponent(foundation::deletingPathExtension(path));
   return path + "/Contents/MacOS/" + name;
 }
 

@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "platform/foundation/Paths.h"
 #include "platform/posix/GuardedFolders.h"
 #include "platform/posix/UniqueDescriptor.h"
 
@@ -36,12 +35,10 @@ Result<UniqueDescriptor> holdForReading(const std::string& path) {
 }
 
 Result<UniqueDescriptor> holdForChanging(const std::string& path) {
-  const std::string name = foundation::lastPathComponent(path);
-  if (name.empty() || ::geteuid() != 0) return holdItself(AT_FDCWD, path, path);
-  const std::string parent = foundation::deletingLastPathComponent(path);
-  auto folder = openGuardedFolder(parent.empty() ? "." : parent);
-  if (!folder) return systemError(folder.error().code, path);
-  return holdItself(folder.value().get(), name, path);
+  if (path.empty() || ::geteuid() != 0) return holdItself(AT_FDCWD, path, path);
+  const auto place = openGuardedPlace(path);
+  if (!place) return place.error();
+  return holdItself(place.value().folder.get(), place.value().name, path);
 }
 
 /// The way back from a descriptor to a path, for calls that take no descriptor of this kind.

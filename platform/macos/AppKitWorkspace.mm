@@ -70,10 +70,6 @@ bool recycleOne(const std::string& sourceFolder, const std::string& trashFolder,
   return recycleByFileManager([source stringByAppendingPathComponent:item]);
 }
 
-bool isOneComponent(const std::string& name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
-}
-
 }  // namespace
 
 bool AppKitWorkspace::openFile(const std::string& path) {
@@ -107,7 +103,7 @@ foundation::Result<void> AppKitWorkspace::recycle(const std::string& sourceFolde
                                                   const std::vector<std::string>& names) {
   for (const std::string& name : names) {
     const std::string path = foundation::appendingPathComponent(sourceFolder, name);
-    if (!isOneComponent(name)) return foundation::systemError(EINVAL, path);
+    if (!foundation::isItemName(name)) return foundation::systemError(EINVAL, path);
     @autoreleasepool {
       // One at a time: of several the system does not say which failed.
       if (!isDone([&] { return recycleOne(sourceFolder, trashFolder, name); })) {

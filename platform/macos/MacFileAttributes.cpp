@@ -6,7 +6,6 @@
 
 #include <cerrno>
 
-#include "platform/foundation/Paths.h"
 #include "platform/posix/GuardedFolders.h"
 #include "platform/posix/HeldEntries.h"
 
@@ -24,11 +23,10 @@ Result<void> outcome(int reason, const std::string& path) {
 
 /// The item that root is to change.
 Result<UniqueDescriptor> holdForChanging(const std::string& path) {
-  const std::string name = foundation::lastPathComponent(path);
-  const std::string parent = foundation::deletingLastPathComponent(path);
-  const auto folder = openGuardedFolder(parent.empty() ? "." : parent);
-  if (!folder) return systemError(folder.error().code, path);
-  return openEntry(folder.value().get(), name.empty() || name == "/" ? "." : name, path);
+  const auto place = openGuardedPlace(path);
+  if (!place) return place.error();
+  const std::string& name = place.value().name;
+  return openEntry(place.value().folder.get(), name.empty() || name == "/" ? "." : name, path);
 }
 
 constexpr std::uint32_t kLocks = UF_IMMUTABLE | SF_IMMUTABLE;

@@ -78,20 +78,6 @@ class GuardedWritableFile : public WritableFile {
   std::string path_;
 };
 
-/// A folder held open, so that what is done in it stays in it whatever becomes of its path meanwhile, and the
-/// name of an item in it.
-struct Place {
-  UniqueDescriptor folder;
-  std::string name;
-};
-
-Result<Place> placeOf(const std::string& path) {
-  const std::string parent = foundation::deletingLastPathComponent(path);
-  auto folder = openGuardedFolder(parent.empty() ? "." : parent);
-  if (!folder) return systemError(folder.error().code, path);
-  return Place{std::move(folder).value(), foundation::lastPathComponent(path)};
-}
-
 /// A name that nobody can guess and occupy beforehand, independent of the target's (which may be as long as a
 /// name can be).
 std::string temporaryName() {
@@ -105,7 +91,7 @@ std::string temporaryName() {
 /// A temporary file beside the one that it will replace; gone with the object unless it was renamed.
 class ReplacementFile {
  public:
-  ReplacementFile(const Place& target, mode_t mode)
+  ReplacementFile(const GuardedPlace& target, mode_t mode)
       : target_(target),
         name_(temporaryName()),
         descriptor_(::openat(target.folder.get(), name_.c_str(),
@@ -125,7 +111,7 @@ class ReplacementFile {
   }
 
  private:
-  const Place& target_;
+  const GuardedPlace& target_;
   std::string name_;
   UniqueDescriptor descriptor_;
   bool renamed_ = false;
@@ -164,13 +150,14 @@ bool giveToFoldersOwner(int descriptor, int folder) {
 }
 
 /// Answers 0 or an errno value.
-int renameExclusively(const Place& from, const Place& to) {
+int renameExclusively(const GuardedPlace& from, const GuardedPlace& to) {
   const auto renamed =
       renameWithoutReplacing(from.folder.get(), from.name, to.folder.get(), to.name, from.name);
   return renamed ? 0 : renamed.error().code;
 }
 
-Result<void> moveAcrossFileSystems(const Place& from, const Place& to, const std::string& path) {
+Result<void> moveAcrossFileSystems(const GuardedPlace& from, const GuardedPlace& to,
+                                   const std::string& path) {
   return moveByCopy(from.folder.get(), from.name, to.folder.get(), path,
                     [&](int folder, const std::string& name) {
                       return renameWithoutReplacing(folder, name, to.folder.get(), to.name, path);
@@ -180,7 +167,7 @@ Result<void> moveAcrossFileSystems(const Place& from, const Place& to, const std
 /// A regular file that is no link. Root does not open what has further names, because one of them may be a
 /// file that is not for the user whose folder this is.
 Result<UniqueDescriptor> openFileItself(const std::string& path, int flags) {
-  const auto place = placeOf(path);
+  const auto place = openGuardedPlace(path);
   if (!place) return place.error();
   const int folder = place.value().folder.get();
   const std::string& name = place.value().name;
@@ -202,7 +189,7 @@ using Refusal = std::function<int()>;
 
 /// Puts a file in the place of what lies there, `old` where that is a file. What replaces a file may be as
 /// confidential as that: nobody else reads it before it has its mode. Answers the file that it wrote.
-Result<FileState> writeReplacement(const Place& target, const struct stat* old, std::string_view bytes,
+Result<FileState> writeReplacement(const GuardedPlace& target, const struct stat* old, std::string_view bytes,
                                    const std::string& path, Sync sync, const Refusal& refusal = {}) {
   ReplacementFile file(target, old != nullptr ? 0600 : 0644);
   if (!file.isOpen()) return systemError(errno, path);
@@ -221,7 +208,7 @@ Result<FileState> writeReplacement(const Place& target, const struct stat* old, 
 }
 
 /// What lies there itself, which is no link nor a folder, is what was seen.
-bool isStill(const Place& target, const std::optional<FileState>& seen) {
+bool isStill(const GuardedPlace& target, const std::optional<FileState>& seen) {
   struct stat now {};
   if (::fstatat(target.folder.get(), target.name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0) {
     return errno == ENOENT && !seen;
@@ -256,11 +243,11 @@ bool GuardedFileQueries::isOutOfOthersReach(const std::string& path) {
 }
 
 Result<void> GuardedFileChanges::createDirectory(const std::string& path) {
-  auto place = placeOf(path);
+  auto place = openGuardedPlace(path);
   const std::string parent = foundation::deletingLastPathComponent(path);
   if (!place && place.error().code == ENOENT && !parent.empty() && parent != path) {
     if (auto made = createDirectory(parent); !made) return made;
-    place = placeOf(path);
+    place = openGuardedPlace(path);
   }
   if (!place) return place.error();
   const int reason = makeFolderForOwner(place.value().folder.get(), place.value().name, 0777);
@@ -269,9 +256,9 @@ Result<void> GuardedFileChanges::createDirectory(const std::string& path) {
 }
 
 Result<void> GuardedFileChanges::move(const std::string& from, const std::string& to) {
-  const auto source = placeOf(from);
+  const auto source = openGuardedPlace(from);
   if (!source) return source.error();
-  const auto target = placeOf(to);
+  const auto target = openGuardedPlace(to);
   if (!target) return target.error();
   const int reason = renameExclusively(source.value(), target.value());
   if (reason == 0) return {};
@@ -290,7 +277,7 @@ Result<void> GuardedFileChanges::copyForOwnUse(const std::string& from, const st
 }
 
 Result<void> GuardedFileChanges::remove(const std::string& path) {
-  const auto place = placeOf(path);
+  const auto place = openGuardedPlace(path);
   if (!place) return place.error();
   const std::string& name = place.value().name;
   if (name == "/" || name == "." || name == "..") return systemError(EINVAL, path);
@@ -301,9 +288,9 @@ Result<void> GuardedFileChanges::remove(const std::string& path) {
 namespace {
 
 Result<void> replaceFile(const std::string& path, std::string_view bytes, Sync sync) {
-  const auto place = placeOf(path);
+  const auto place = openGuardedPlace(path);
   if (!place) return place.error();
-  const Place& target = place.value();
+  const GuardedPlace& target = place.value();
   struct stat old {};
   const bool isThere = ::fstatat(target.folder.get(), target.name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
   if (isThere && S_ISDIR(old.st_mode)) return systemError(EISDIR, path);
@@ -325,9 +312,9 @@ Result<void> GuardedFileChanges::writeAtomicallyUnsynced(const std::string& path
 Result<FileState> GuardedFileChanges::replaceUnchanged(const std::string& path,
                                                        const std::optional<FileState>& seen,
                                                        std::string_view bytes) {
-  const auto place = placeOf(path);
+  const auto place = openGuardedPlace(path);
   if (!place) return place.error();
-  const Place& target = place.value();
+  const GuardedPlace& target = place.value();
   const auto refusal = [&] { return isStill(target, seen) ? 0 : EAGAIN; };
   struct stat old {};
   const bool isThere = ::fstatat(target.folder.get(), target.name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "platform/foundation/Paths.h"
 #include "platform/posix/FileRights.h"
@@ -42,6 +43,13 @@ Result<UniqueDescriptor> openGuardedFolder(const std::string& path) {
   }
   if (!folder) return systemError(errno, path);
   return folder;
+}
+
+Result<GuardedPlace> openGuardedPlace(const std::string& path) {
+  const std::string parent = foundation::deletingLastPathComponent(path);
+  auto folder = openGuardedFolder(parent.empty() ? "." : parent);
+  if (!folder) return systemError(folder.error().code, path);
+  return GuardedPlace{std::move(folder).value(), foundation::lastPathComponent(path)};
 }
 
 int makeFolders(const std::string& path) {

@@ -18,6 +18,18 @@ namespace platform {
 /// be listed nor synchronised.
 [[nodiscard]] foundation::Result<UniqueDescriptor> openGuardedFolder(const std::string& path);
 
+/// A folder held open, so that what is done in it stays in it whatever becomes of its path meanwhile, and the
+/// name of an item in it.
+struct GuardedPlace {
+  UniqueDescriptor folder;
+  std::string name;
+};
+
+/// Opens the folder that an item lies in, by openGuardedFolder(); the item itself may be missing. The name is
+/// what lastPathComponent() says: it may be "/", "." or "..", and is empty for an empty path, whose folder is
+/// the current one. The error is the folder's, with the path of the item.
+[[nodiscard]] foundation::Result<GuardedPlace> openGuardedPlace(const std::string& path);
+
 /// Makes a folder and those above it that are missing, whatever the umask such that others cannot change
 /// them. Links on the way are followed: for places that lie in nobody else's hands. Answers 0 or an errno
 /// value; 0 also where something else than a folder is there already, which shows when it is opened.

@@ -17,11 +17,6 @@ using foundation::systemError;
 constexpr int kMostAttempts = 100'000;
 constexpr std::size_t kLongestName = 255;
 
-bool isItemName(const std::string& name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
-         name.find('\0') == std::string::npos;
-}
-
 /// Cut to a length without leaving half a UTF-8 character.
 std::string shortened(std::string text, std::size_t length) {
   if (text.size() <= length) return text;
@@ -48,7 +43,7 @@ Result<void> moveToOtherFileSystem(int from, const std::string& name, int trash)
 }
 
 Result<void> recycleItem(int source, const std::string& name, int trash) {
-  if (!isItemName(name)) return systemError(EINVAL, name);
+  if (!foundation::isItemName(name)) return systemError(EINVAL, name);
   const int reason = moveToFreeName(source, name, trash);
   if (reason == EXDEV) return moveToOtherFileSystem(source, name, trash);
   if (reason != 0) return systemError(reason, name);

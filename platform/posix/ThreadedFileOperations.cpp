@@ -3,6 +3,7 @@
 #include <system_error>
 #include <thread>
 
+#include "platform/foundation/Paths.h"
 #include "platform/posix/BlockedSignals.h"
 
 namespace platform {
@@ -12,10 +13,6 @@ using foundation::PropertyList;
 
 bool isPath(const std::string& text) {
   return !text.empty() && text.find('\0') == std::string::npos;
-}
-
-bool isItemName(const std::string& text) {
-  return isPath(text) && text != "." && text != ".." && text.find('/') == std::string::npos;
 }
 
 }  // namespace
@@ -82,7 +79,8 @@ OSStatus ThreadedFileOperations::copyObject(const FileOperationRef& operation, c
                                             std::chrono::nanoseconds statusInterval,
                                             StatusCallback callback) {
   auto own = ours(operation);
-  if (own == nullptr || !isPath(source) || !isPath(destinationFolder) || !isItemName(destinationName)) {
+  if (own == nullptr || !isPath(source) || !isPath(destinationFolder) ||
+      !foundation::isItemName(destinationName)) {
     return paramErr;
   }
   if (own->hasBegun.exchange(true)) return paramErr;

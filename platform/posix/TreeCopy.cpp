@@ -13,7 +13,6 @@
 #include <set>
 #include <utility>
 
-#include "platform/foundation/Paths.h"
 #include "platform/posix/ExclusiveRename.h"
 #include "platform/posix/FileContents.h"
 #include "platform/posix/FileSystemCalls.h"
@@ -400,18 +399,6 @@ Result<void> syncFolder(int folder, const std::string& path) {
   return systemError(errno, path);
 }
 
-struct OpenPlace {
-  UniqueDescriptor folder;
-  std::string name;
-};
-
-Result<OpenPlace> placeOf(const std::string& path) {
-  const std::string parent = foundation::deletingLastPathComponent(path);
-  auto folder = openGuardedFolder(parent.empty() ? "." : parent);
-  if (!folder) return systemError(folder.error().code, path);
-  return OpenPlace{std::move(folder).value(), foundation::lastPathComponent(path)};
-}
-
 bool isTaken(const ItemPlace& place) {
   struct stat status {};
   return ::fstatat(place.folder, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
@@ -490,9 +477,9 @@ Result<CopiedItem> copyItem(int fromFolder, const std::string& fromName, int toF
 }
 
 Result<void> copyItemAtPath(const std::string& from, const std::string& to, const CopyOptions& options) {
-  const auto source = placeOf(from);
+  const auto source = openGuardedPlace(from);
   if (!source) return source.error();
-  const auto target = placeOf(to);
+  const auto target = openGuardedPlace(to);
   if (!target) return target.error();
   return copyIntoPlace({source.value().folder.get(), source.value().name, from},
                        {target.value().folder.get(), target.value().name, to}, options);

@@ -36,6 +36,15 @@ TEST(Paths, ParentOfATopLevelPathIsTheRoot) {
   EXPECT_EQ(deletingLastPathComponent("a"), "");
 }
 
+TEST(Paths, AnItemIsNamedByOneComponent) {
+  for (const char* name : {"a", "a b", ".hidden", "...", "..a", "a\nb", "\xff"})
+    EXPECT_TRUE(isItemName(name)) << name;
+  for (const char* name : {"", ".", "..", "/", "a/", "/a", "a/b", "../a"})
+    EXPECT_FALSE(isItemName(name)) << name;
+  EXPECT_FALSE(isItemName(std::string_view("a\0b", 3)));
+  EXPECT_FALSE(isItemName(std::string_view("\0", 1)));
+}
+
 TEST(Paths, ExtensionIsWhatFollowsTheLastPoint) {
   EXPECT_EQ(pathExtension("/a/b.tar.gz"), "gz");
   EXPECT_EQ(pathExtension("/a.d/b"), "");

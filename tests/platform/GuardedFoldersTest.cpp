@@ -58,6 +58,31 @@ class GuardedFoldersTest : public ::testing::Test {
   std::string home = volume.folder("home/alice");
 };
 
+TEST_F(GuardedFoldersTest, PlaceIsANameInAnOpenFolderWhetherAnythingIsThereOrNot) {
+  const auto place = openGuardedPlace(home + "/missing/");
+  ASSERT_TRUE(place.ok());
+  EXPECT_EQ(place.value().name, "missing");
+  struct stat status {};
+  ASSERT_EQ(fstat(place.value().folder.get(), &status), 0);
+  EXPECT_EQ(status.st_ino, statusOf(home).st_ino);
+}
+
+TEST_F(GuardedFoldersTest, PlaceWithoutAFolderLiesInTheCurrentOne) {
+  const auto place = openGuardedPlace("file");
+  ASSERT_TRUE(place.ok());
+  EXPECT_EQ(place.value().name, "file");
+  struct stat status {};
+  ASSERT_EQ(fstat(place.value().folder.get(), &status), 0);
+  EXPECT_EQ(status.st_ino, statusOf(fs::current_path()).st_ino);
+}
+
+TEST_F(GuardedFoldersTest, PlaceInNoFolderIsAnErrorOfTheWholePath) {
+  const auto place = openGuardedPlace(home + "/missing/file");
+  ASSERT_FALSE(place.ok());
+  EXPECT_EQ(place.error().code, ENOENT);
+  EXPECT_EQ(place.error().path, home + "/missing/file");
+}
+
 /// As root, on a volume of the test's own.
 class GuardedFoldersAsRootTest : public GuardedFoldersTest {
  protected:
@@ -98,6 +123,11 @@ TEST_F(GuardedFoldersAsRootTest, LinkOfRootsInAFolderOfRootsBelowAUsersIsNotFoll
 TEST_F(GuardedFoldersAsRootTest, LinkOfSomebodyElseIsNotFollowed) {
   give(volume / "Users");
   onTheVolume([] { EXPECT_EQ(reasonAt("/Users/alice"), ELOOP); });
+}
+
+TEST_F(GuardedFoldersAsRootTest, LinkOfSomebodyElseLeadsToNoPlace) {
+  give(volume / "Users");
+  onTheVolume([] { EXPECT_EQ(openGuardedPlace("/Users/alice/file").error().code, ELOOP); });
 }
 
 TEST_F(GuardedFoldersAsRootTest, LinkOnARelativePathIsNotFollowed) {

@@ -27,34 +27,21 @@ using foundation::systemError;
 constexpr int kDeepest = 256;
 constexpr int kFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-/// A name in a folder that is held, whatever becomes of its path.
-struct Place {
-  UniqueDescriptor folder;
-  std::string name;
-};
-
-bool isItemName(const std::string& name) {
-  return !name.empty() && name != "/" && name != "." && name != "..";
-}
-
-Result<Place> placeOf(const std::string& path) {
-  const std::string parent = foundation::deletingLastPathComponent(path);
-  auto folder = openGuardedFolder(parent.empty() ? "." : parent);
-  if (!folder) return systemError(folder.error().code, path);
-  std::string name = foundation::lastPathComponent(path);
-  if (!isItemName(name)) return systemError(EINVAL, path);
-  return Place{std::move(folder).value(), std::move(name)};
+Result<GuardedPlace> placeOfItem(const std::string& path) {
+  auto place = openGuardedPlace(path);
+  if (place && !foundation::isItemName(place.value().name)) return systemError(EINVAL, path);
+  return place;
 }
 
 /// Into a folder, else in the place of what is there.
-Result<Place> targetOf(const Place& source, const std::string& to) {
+Result<GuardedPlace> targetOf(const GuardedPlace& source, const std::string& to) {
   auto folder = openGuardedFolder(to);
-  if (folder) return Place{std::move(folder).value(), source.name};
+  if (folder) return GuardedPlace{std::move(folder).value(), source.name};
   const bool isNone = folder.error().code == ENOENT || folder.error().code == ENOTDIR;
-  return isNone ? placeOf(to) : folder.error();
+  return isNone ? placeOfItem(to) : folder.error();
 }
 
-Result<void> renameOnto(int fromFolder, const std::string& fromName, const Place& to,
+Result<void> renameOnto(int fromFolder, const std::string& fromName, const GuardedPlace& to,
                         const std::string& path) {
   if (::renameat(fromFolder, fromName.c_str(), to.folder.get(), to.name.c_str()) == 0) return {};
   return systemError(errno, path);
@@ -152,7 +139,7 @@ class Merge {
 
 Result<void> removePath(const std::string& path) {
   const auto isGone = [](const Error& error) { return error.code == ENOENT || error.code == ENOTDIR; };
-  const auto place = placeOf(path);
+  const auto place = placeOfItem(path);
   if (!place) return isGone(place.error()) ? Result<void>() : place.error();
   const int folder = place.value().folder.get();
   const std::string& name = place.value().name;
@@ -171,7 +158,7 @@ Result<void> makePath(const std::string& path) {
   if (!parent.empty() && parent != path) {
     if (auto made = makePath(parent); !made) return made;
   }
-  const auto place = placeOf(path);
+  const auto place = placeOfItem(path);
   if (!place) return place.error();
   if (::mkdirat(place.value().folder.get(), place.value().name.c_str(), 0777) == 0) return {};
   const int reason = errno;
@@ -180,7 +167,7 @@ Result<void> makePath(const std::string& path) {
 }
 
 Result<void> movePath(const std::string& from, const std::string& to) {
-  const auto source = placeOf(from);
+  const auto source = placeOfItem(from);
   if (!source) return source.error();
   const auto target = targetOf(source.value(), to);
   if (!target) return target.error();
@@ -194,7 +181,7 @@ Result<void> movePath(const std::string& from, const std::string& to) {
 }
 
 Result<void> copyPath(const std::string& from, const std::string& to) {
-  const auto source = placeOf(from);
+  const auto source = placeOfItem(from);
   if (!source) return source.error();
   const auto target = targetOf(source.value(), to);
   if (!target) return target.error();
