@@ -11,6 +11,7 @@
 
 #include "tests/diagnostics/LogFixture.h"
 #include "tests/support/EnvironmentVariable.h"
+#include "tests/support/PathStatus.h"
 
 namespace {
 
@@ -69,11 +70,7 @@ class TGTroubleshootingUtilsTest : public LogFixture {
     return found;
   }
 
-  [[nodiscard]] mode_t mode(const std::string& path) const {
-    struct stat status {};
-    EXPECT_EQ(::lstat(fake.files.real(path).c_str(), &status), 0);
-    return status.st_mode & 07777U;
-  }
+  [[nodiscard]] mode_t mode(const std::string& path) const { return support::modeAt(fake.files.real(path)); }
 
   void makeLink(const std::string& path, const std::string& target) {
     fake.files.makeFolder(fs::path(path).parent_path());

@@ -6,6 +6,7 @@
 #include <future>
 
 #include "tests/hardening/AttackedComputer.h"
+#include "tests/support/PathStatus.h"
 #include "tests/support/WaitingLocks.h"
 
 namespace hardening {
@@ -27,11 +28,7 @@ class TurnTest : public ::testing::Test {
     });
   }
 
-  mode_t modeOfFile() const {
-    struct stat status {};
-    EXPECT_EQ(::lstat(computer_.path("/Users/alice/jobs/tree/file").c_str(), &status), 0);
-    return status.st_mode & 07777U;
-  }
+  mode_t modeOfFile() const { return support::modeAt(computer_.path("/Users/alice/jobs/tree/file")); }
 
   const std::vector<std::string> kChown = {"/helpers/chowntool", "-R", "4300:4300", "/Users/alice/jobs/tree"};
   const std::vector<std::string> kChmod = {"/helpers/chmodtool", "4755", "/Users/alice/jobs/tree/file"};

@@ -24,6 +24,7 @@
 #include "tests/support/AsUser.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/NoMoreThreads.h"
+#include "tests/support/PathStatus.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -88,8 +89,7 @@ struct Times {
 };
 
 std::string describe(const std::string& path, Times times) {
-  struct stat status {};
-  EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+  const struct stat status = support::statusAt(path);
   const bool isLink = S_ISLNK(status.st_mode);
   std::string text = isLink ? "link to " + fs::read_symlink(path).string() : "mode ";
   char mode[16];

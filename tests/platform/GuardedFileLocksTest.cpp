@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "tests/support/AsUser.h"
+#include "tests/support/PathStatus.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform {
@@ -18,11 +19,6 @@ class GuardedFileLocksTest : public testing::Test {
   int reasonAgainst(const std::string& file) {
     const auto lock = locks.tryLock(file);
     return lock ? 0 : lock.error().code;
-  }
-  [[nodiscard]] static struct stat statusOf(const std::string& file) {
-    struct stat status {};
-    EXPECT_EQ(::lstat(file.c_str(), &status), 0) << file;
-    return status;
   }
 
   support::TemporaryFolder folder;
@@ -90,7 +86,7 @@ TEST_F(GuardedFileLocksTest, WhatRootMakesBelongsToTheFoldersOwner) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root, to make a file in another account's folder";
   ASSERT_EQ(::chown(folder.path().c_str(), support::kNobody, support::kNobody), 0);
   EXPECT_EQ(reasonAgainst(path), 0);
-  const struct stat status = statusOf(lockFile);
+  const struct stat status = support::statusAt(lockFile);
   EXPECT_EQ(status.st_uid, support::kNobody);
   EXPECT_EQ(status.st_mode & 0777U, 0600U);
 }

@@ -15,6 +15,7 @@
 #include "platform/posix/UniqueDescriptor.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/ChangedRoot.h"
+#include "tests/support/PathStatus.h"
 #include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -25,20 +26,12 @@ namespace fs = std::filesystem;
 using support::AsUser;
 using support::ChangedRoot;
 using support::kNobody;
+using support::modeAt;
 using support::SmallVolume;
+using support::statusAt;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
-
-struct stat statusOf(const std::string& path) {
-  struct stat status {};
-  EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
-  return status;
-}
-
-mode_t modeOf(const std::string& path) {
-  return statusOf(path).st_mode & 07777;
-}
 
 std::vector<std::string> namesIn(const std::string& folder) {
   std::vector<std::string> names;
@@ -121,7 +114,7 @@ TEST_F(GuardedFilesTest, AMoveToAnotherFileSystemKeepsEverything) {
   ASSERT_TRUE(moved.ok()) << moved.error().localizedDescription();
   EXPECT_FALSE(fs::exists(folder / "from"));
   EXPECT_THAT(namesIn(other / ""), ElementsAre("to"));
-  const struct stat status = statusOf(other / "to/inside/file");
+  const struct stat status = statusAt(other / "to/inside/file");
   EXPECT_EQ(support::contentOf(other / "to/inside/file"), "content");
   EXPECT_EQ(status.st_uid, 1234U);
   EXPECT_EQ(status.st_gid, 4321U);
@@ -131,8 +124,8 @@ TEST_F(GuardedFilesTest, AMoveToAnotherFileSystemKeepsEverything) {
   char value = 0;
   EXPECT_EQ(::getxattr((other / "to/inside/file").c_str(), "trusted.quillmend", &value, 1), 1);
   EXPECT_EQ(fs::read_symlink(other / "to/inside/link"), "file");
-  EXPECT_EQ(statusOf(other / "to/inside/link").st_uid, 1234U);
-  EXPECT_TRUE(S_ISFIFO(statusOf(other / "to/fifo").st_mode));
+  EXPECT_EQ(statusAt(other / "to/inside/link").st_uid, 1234U);
+  EXPECT_TRUE(S_ISFIFO(statusAt(other / "to/fifo").st_mode));
 }
 
 TEST_F(GuardedFilesTest, AMoveThatDoesNotFitLeavesEverythingAsItWas) {
@@ -192,7 +185,7 @@ TEST_F(GuardedFilesTest, WritesANewFileWithTheUsualMode) {
   EXPECT_TRUE(changes.writeAtomically(folder / "file", "content").ok());
   ::umask(before);
   EXPECT_EQ(folder.content("file"), "content");
-  EXPECT_EQ(modeOf(folder / "file"), 0640U);
+  EXPECT_EQ(modeAt(folder / "file"), 0640U);
   EXPECT_THAT(namesIn(folder.path()), ElementsAre("file"));
 }
 
@@ -203,16 +196,16 @@ TEST_F(GuardedFilesTest, ReplacingAFileKeepsItsOwnerAndMode) {
   ASSERT_EQ(::chmod(file.c_str(), 0660), 0);
   EXPECT_TRUE(changes.writeAtomically(file, "new").ok());
   EXPECT_EQ(folder.content("file"), "new");
-  EXPECT_EQ(statusOf(file).st_uid, 1234U);
-  EXPECT_EQ(statusOf(file).st_gid, 4321U);
-  EXPECT_EQ(modeOf(file), 0660U);
+  EXPECT_EQ(statusAt(file).st_uid, 1234U);
+  EXPECT_EQ(statusAt(file).st_gid, 4321U);
+  EXPECT_EQ(modeAt(file), 0660U);
 }
 
 TEST_F(GuardedFilesTest, ReplacingAFileDoesNotTakeSetIdBitsOver) {
   const std::string file = folder.file("file", "old");
   ASSERT_EQ(::chmod(file.c_str(), 06755), 0);
   EXPECT_TRUE(changes.writeAtomically(file, "new").ok());
-  EXPECT_EQ(modeOf(file), 0755U);
+  EXPECT_EQ(modeAt(file), 0755U);
 }
 
 TEST_F(GuardedFilesTest, APlantedLinkIsReplacedAndWhatItLeadsToUntouched) {
@@ -245,7 +238,7 @@ TEST_F(GuardedFilesTest, OnlyWhatWasSeenIsReplaced) {
   ASSERT_TRUE(written);
   EXPECT_EQ(written.value(), queries.state(file));
   EXPECT_EQ(folder.content("file"), "new");
-  EXPECT_EQ(modeOf(file), 0640U);
+  EXPECT_EQ(modeAt(file), 0640U);
   EXPECT_EQ(changes.replaceUnchanged(file, seen, "newer").error().code, EAGAIN);
   EXPECT_EQ(folder.content("file"), "new");
   fs::remove(file);
@@ -421,8 +414,8 @@ TEST_F(GuardedFilesTest, WhoMayNotGiveFilesAwayReplacesThemAllTheSame) {
   ASSERT_EQ(::chmod(file.c_str(), 0664), 0);
   AsUser::run(kNobody, [&] { EXPECT_TRUE(changes.writeAtomically(file, "new").ok()); });
   EXPECT_EQ(folder.content("file"), "new");
-  EXPECT_EQ(statusOf(file).st_uid, kNobody);
-  EXPECT_EQ(modeOf(file), 0644U) << "another group has no more rights than everybody";
+  EXPECT_EQ(statusAt(file).st_uid, kNobody);
+  EXPECT_EQ(modeAt(file), 0644U) << "another group has no more rights than everybody";
 }
 
 TEST_F(GuardedFilesTest, ACopyForOwnUseIsClosedToOthersWhateverTheOriginalIs) {
@@ -430,7 +423,7 @@ TEST_F(GuardedFilesTest, ACopyForOwnUseIsClosedToOthersWhateverTheOriginalIs) {
   fs::permissions(folder / "from", fs::perms(0777));
   EXPECT_TRUE(changes.copyForOwnUse(folder / "from", folder / "to").ok());
   EXPECT_EQ(folder.content("to/inside/file"), "x");
-  EXPECT_EQ(modeOf(folder / "to"), ::geteuid() == 0 ? 0755U : 0700U);
+  EXPECT_EQ(modeAt(folder / "to"), ::geteuid() == 0 ? 0755U : 0700U);
 }
 
 TEST_F(GuardedFilesTest, ACopyForTheUsersOwnUseIsClosedToOthers) {
@@ -441,7 +434,7 @@ TEST_F(GuardedFilesTest, ACopyForTheUsersOwnUseIsClosedToOthers) {
   folder.makeAccessibleToAll();
   AsUser::run(kNobody, [this] {
     EXPECT_TRUE(changes.copyForOwnUse(folder / "from", folder / "home/to").ok());
-    EXPECT_EQ(modeOf(folder / "home/to"), 0700U);
+    EXPECT_EQ(modeAt(folder / "home/to"), 0700U);
     EXPECT_TRUE(queries.isOutOfOthersReach(folder / "home/to"));
   });
 }
@@ -620,27 +613,27 @@ TEST_F(GuardedFilesAsRootTest, NewFoldersInSomebodysHomeAreTheirs) {
   const std::string logs = home + "/Library/Logs";
   ASSERT_TRUE(changes.createDirectory(logs + "/Vordenworks").ok());
   for (const std::string& made : {logs, logs + "/Vordenworks"}) {
-    EXPECT_EQ(statusOf(made).st_uid, kNobody);
-    EXPECT_EQ(statusOf(made).st_gid, 4321U);
-    EXPECT_EQ(modeOf(made), 0755U);
+    EXPECT_EQ(statusAt(made).st_uid, kNobody);
+    EXPECT_EQ(statusAt(made).st_gid, 4321U);
+    EXPECT_EQ(modeAt(made), 0755U);
   }
   ASSERT_TRUE(changes.createDirectory(elsewhere + "/new").ok());
-  EXPECT_EQ(statusOf(elsewhere + "/new").st_uid, 0U);
+  EXPECT_EQ(statusAt(elsewhere + "/new").st_uid, 0U);
 }
 
 TEST_F(GuardedFilesAsRootTest, NewFilesInSomebodysHomeAreTheirs) {
   ASSERT_TRUE(changes.writeAtomically(home + "/Library/new.plist", "x").ok());
-  EXPECT_EQ(statusOf(home + "/Library/new.plist").st_uid, kNobody);
-  EXPECT_EQ(statusOf(home + "/Library/new.plist").st_gid, 4321U);
-  EXPECT_EQ(modeOf(home + "/Library/new.plist"), 0644U);
+  EXPECT_EQ(statusAt(home + "/Library/new.plist").st_uid, kNobody);
+  EXPECT_EQ(statusAt(home + "/Library/new.plist").st_gid, 4321U);
+  EXPECT_EQ(modeAt(home + "/Library/new.plist"), 0644U);
   ASSERT_TRUE(changes.writeAtomically(elsewhere + "/new.plist", "x").ok());
-  EXPECT_EQ(statusOf(elsewhere + "/new.plist").st_uid, 0U);
+  EXPECT_EQ(statusAt(elsewhere + "/new.plist").st_uid, 0U);
 }
 
 TEST_F(GuardedFilesAsRootTest, WhatReplacesALinkInSomebodysHomeIsTheirs) {
   fs::create_symlink(elsewhere + "/absent", home + "/link");
   ASSERT_TRUE(changes.writeAtomically(home + "/link", "x").ok());
-  EXPECT_EQ(statusOf(home + "/link").st_uid, kNobody);
+  EXPECT_EQ(statusAt(home + "/link").st_uid, kNobody);
 }
 
 TEST_F(GuardedFilesAsRootTest, AUserGoesOnWhereRootBegan) {

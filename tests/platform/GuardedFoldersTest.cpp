@@ -11,6 +11,7 @@
 #include "platform/posix/PathEntry.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/ChangedRoot.h"
+#include "tests/support/PathStatus.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform {
@@ -20,16 +21,12 @@ namespace fs = std::filesystem;
 using support::AsUser;
 using support::ChangedRoot;
 using support::kNobody;
+using support::modeAt;
+using support::statusAt;
 using support::TemporaryFolder;
 
 void give(const std::string& path) {
   ASSERT_EQ(lchown(path.c_str(), kNobody, kNobody), 0) << path;
-}
-
-struct stat statusOf(const std::string& path) {
-  struct stat status {};
-  EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
-  return status;
 }
 
 int reasonAt(const std::string& path) {
@@ -40,7 +37,7 @@ int reasonAt(const std::string& path) {
 bool leadsTo(const std::string& path, const std::string& folder) {
   const auto opened = openGuardedFolder(path);
   struct stat status {};
-  return opened && fstat(opened.value().get(), &status) == 0 && status.st_ino == statusOf(folder).st_ino;
+  return opened && fstat(opened.value().get(), &status) == 0 && status.st_ino == statusAt(folder).st_ino;
 }
 
 TEST(LocateFolder, AFileIsNoFolderAndTheRootFolderIs) {
@@ -64,7 +61,7 @@ TEST_F(GuardedFoldersTest, PlaceIsANameInAnOpenFolderWhetherAnythingIsThereOrNot
   EXPECT_EQ(place.value().name, "missing");
   struct stat status {};
   ASSERT_EQ(fstat(place.value().folder.get(), &status), 0);
-  EXPECT_EQ(status.st_ino, statusOf(home).st_ino);
+  EXPECT_EQ(status.st_ino, statusAt(home).st_ino);
 }
 
 TEST_F(GuardedFoldersTest, PlaceWithoutAFolderLiesInTheCurrentOne) {
@@ -73,7 +70,7 @@ TEST_F(GuardedFoldersTest, PlaceWithoutAFolderLiesInTheCurrentOne) {
   EXPECT_EQ(place.value().name, "file");
   struct stat status {};
   ASSERT_EQ(fstat(place.value().folder.get(), &status), 0);
-  EXPECT_EQ(status.st_ino, statusOf(fs::current_path()).st_ino);
+  EXPECT_EQ(status.st_ino, statusAt(fs::current_path()).st_ino);
 }
 
 TEST_F(GuardedFoldersTest, PlaceInNoFolderIsAnErrorOfTheWholePath) {
@@ -159,13 +156,13 @@ TEST_F(GuardedFoldersAsRootTest, FolderMadeInSomebodyElsesFolderIsTheirs) {
     ASSERT_TRUE(folder.ok());
     EXPECT_EQ(makeFolderForOwner(folder.value().get(), "new", 0750), 0);
     EXPECT_EQ(makeFolderForOwner(folder.value().get(), "new", 0750), EEXIST);
-    EXPECT_EQ(statusOf("/home/alice/new").st_uid, kNobody);
-    EXPECT_EQ(statusOf("/home/alice/new").st_gid, kNobody);
-    EXPECT_EQ(statusOf("/home/alice/new").st_mode & 07777U, 0750U);
+    EXPECT_EQ(statusAt("/home/alice/new").st_uid, kNobody);
+    EXPECT_EQ(statusAt("/home/alice/new").st_gid, kNobody);
+    EXPECT_EQ(modeAt("/home/alice/new"), 0750U);
     const auto roots = openGuardedFolder("/home");
     ASSERT_TRUE(roots.ok());
     EXPECT_EQ(makeFolderForOwner(roots.value().get(), "new", 0750), 0);
-    EXPECT_EQ(statusOf("/home/new").st_uid, 0U) << "the rights of another are laid down again";
+    EXPECT_EQ(statusAt("/home/new").st_uid, 0U) << "the rights of another are laid down again";
   });
 }
 

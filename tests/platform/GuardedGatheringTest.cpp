@@ -21,6 +21,7 @@
 #include "platform/posix/PosixFiles.h"
 #include "platform/posix/UniqueDescriptor.h"
 #include "tests/support/AsUser.h"
+#include "tests/support/PathStatus.h"
 #include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -30,18 +31,10 @@ namespace {
 namespace fs = std::filesystem;
 using support::AsUser;
 using support::kNobody;
+using support::modeAt;
+using support::statusAt;
 using support::TemporaryFolder;
 using ::testing::ElementsAre;
-
-struct stat statusOf(const std::string& path) {
-  struct stat status {};
-  EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
-  return status;
-}
-
-mode_t modeOf(const std::string& path) {
-  return statusOf(path).st_mode & 07777U;
-}
 
 template <typename T>
 int reasonOf(const foundation::Result<T>& result) {
@@ -67,7 +60,7 @@ TEST_F(GuardedGatheringTest, APrivateFolderIsForItsAccountAloneWhateverTheMask) 
     const std::string path = folder / ("a/b/" + std::to_string(mask));
     EXPECT_TRUE(gathering.createPrivateFolder(path));
     ::umask(before);
-    EXPECT_EQ(modeOf(path), 0700U);
+    EXPECT_EQ(modeAt(path), 0700U);
   }
 }
 
@@ -120,7 +113,7 @@ TEST_F(GuardedGatheringTest, AFileIsCopiedWithModeAndTimes) {
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times.data(), 0), 0);
   EXPECT_EQ(copy(path), 0);
   EXPECT_EQ(folder.content("copy"), "content");
-  const struct stat status = statusOf(folder / "copy");
+  const struct stat status = statusAt(folder / "copy");
   EXPECT_EQ(status.st_mode & 07777U, 0444U);
   EXPECT_EQ(status.st_mtim.tv_sec, 2000);
   EXPECT_EQ(status.st_mtim.tv_nsec, 7);
@@ -131,7 +124,7 @@ TEST_F(GuardedGatheringTest, ACopyCanBeReadByItsOwnerAndCarriesNoRights) {
   ASSERT_EQ(::chmod(path.c_str(), 06040), 0);
   if (::geteuid() != 0) GTEST_SKIP() << "needs root: the file is not readable";
   EXPECT_EQ(copy(path), 0);
-  EXPECT_EQ(modeOf(folder / "copy"), 0440U);
+  EXPECT_EQ(modeAt(folder / "copy"), 0440U);
 }
 
 TEST_F(GuardedGatheringTest, LargeFilesAreCopiedWhole) {
@@ -146,7 +139,7 @@ TEST_F(GuardedGatheringTest, HolesStayHoles) {
   constexpr off_t kSize = 1L << 40;
   ASSERT_EQ(::truncate(path.c_str(), kSize), 0);
   EXPECT_EQ(copy(path), 0);
-  const struct stat status = statusOf(folder / "copy");
+  const struct stat status = statusAt(folder / "copy");
   EXPECT_EQ(status.st_size, kSize);
   EXPECT_LT(status.st_blocks, 2048);
 }
@@ -265,8 +258,8 @@ TEST_F(GuardedGatheringTest, AFolderIsCopiedWhole) {
   EXPECT_EQ(fs::read_symlink(folder / "copy/a/link"), "/nowhere");
   EXPECT_TRUE(fs::is_symlink(folder / "copy/alive"));
   EXPECT_TRUE(fs::is_directory(folder / "copy/empty"));
-  EXPECT_EQ(statusOf(folder / "copy").st_mtim.tv_sec, 2000);
-  EXPECT_EQ(modeOf(folder / "copy/a"), 0755U) << "its owner can empty it";
+  EXPECT_EQ(statusAt(folder / "copy").st_mtim.tv_sec, 2000);
+  EXPECT_EQ(modeAt(folder / "copy/a"), 0755U) << "its owner can empty it";
 }
 
 TEST_F(GuardedGatheringTest, AFolderWithWhatCannotBeCopiedIsAnError) {
@@ -341,7 +334,7 @@ TEST_F(RootGatheringTest, NoPrivateFolderIsMadeWhereOthersCouldExchangeIt) {
   EXPECT_FALSE(fs::exists(open + "/staging"));
   ASSERT_EQ(::chmod(open.c_str(), 01777), 0);
   EXPECT_TRUE(gathering.createPrivateFolder(open + "/staging")) << "as in every temporary folder";
-  EXPECT_EQ(modeOf(open + "/staging"), 0700U);
+  EXPECT_EQ(modeAt(open + "/staging"), 0700U);
 }
 
 TEST_F(RootGatheringTest, AFolderOfSomebodyElsesIsNotInUseHoweverLongTheyLockIt) {
@@ -354,7 +347,7 @@ TEST_F(RootGatheringTest, AFolderOfSomebodyElsesIsNotInUseHoweverLongTheyLockIt)
 TEST_F(RootGatheringTest, WhatTheReaderMayReadIsCopied) {
   EXPECT_EQ(copy(file("logs/own", kNobody, 0600), AtLink::copyDestination, nobody), 0);
   EXPECT_EQ(folder.content("copy"), "content");
-  EXPECT_EQ(statusOf(folder / "copy").st_uid, 0U) << "the copy is the process's";
+  EXPECT_EQ(statusAt(folder / "copy").st_uid, 0U) << "the copy is the process's";
 }
 
 TEST_F(RootGatheringTest, WhatTheReaderMayNotReadIsNot) {

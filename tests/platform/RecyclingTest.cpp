@@ -19,6 +19,7 @@
 #include "platform/posix/TreeCopy.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/ChangedRoot.h"
+#include "tests/support/PathStatus.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform {
@@ -27,6 +28,8 @@ namespace {
 namespace fs = std::filesystem;
 using support::ChangedRoot;
 using support::kNobody;
+using support::modeAt;
+using support::statusAt;
 using support::TemporaryFolder;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -36,12 +39,6 @@ std::vector<std::string> namesIn(const std::string& folder) {
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename());
   return names;
-}
-
-struct stat statusOf(const std::string& path) {
-  struct stat status {};
-  EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
-  return status;
 }
 
 int reasonOf(const foundation::Result<void>& result) {
@@ -69,7 +66,7 @@ TEST_F(RecyclingTest, ItemsMoveIntoTheTrash) {
 TEST_F(RecyclingTest, MissingTrashIsMadeForItsOwnerAlone) {
   home.file("Library/a");
   ASSERT_TRUE(recycleItems(library, trash, {"a"}));
-  EXPECT_EQ(statusOf(trash).st_mode & 07777U, 0700U);
+  EXPECT_EQ(modeAt(trash), 0700U);
 }
 
 TEST_F(RecyclingTest, NameThatIsTakenGetsANumberBeforeItsExtension) {
@@ -168,10 +165,10 @@ class RecyclingAsRootTest : public RecyclingTest {
 TEST_F(RecyclingAsRootTest, MissingTrashIsMadeForTheOwnerOfTheHomeFolder) {
   home.file("Library/a");
   ASSERT_TRUE(recycleItems(library, trash, {"a"}));
-  EXPECT_EQ(statusOf(trash).st_uid, kNobody);
-  EXPECT_EQ(statusOf(trash).st_gid, kNobody);
-  EXPECT_EQ(statusOf(trash).st_mode & 07777U, 0700U);
-  EXPECT_EQ(statusOf(trash + "/a").st_uid, 0U) << "a moved item keeps its owner";
+  EXPECT_EQ(statusAt(trash).st_uid, kNobody);
+  EXPECT_EQ(statusAt(trash).st_gid, kNobody);
+  EXPECT_EQ(modeAt(trash), 0700U);
+  EXPECT_EQ(statusAt(trash + "/a").st_uid, 0U) << "a moved item keeps its owner";
   EXPECT_EQ(geteuid(), 0U);
 }
 
@@ -250,7 +247,7 @@ TEST_F(RecyclingAsRootTest, LoopOfLinksEnds) {
 class RecyclingAcrossFileSystemsTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (statusOf(library.path()).st_dev == statusOf(volume.path()).st_dev) {
+    if (statusAt(library.path()).st_dev == statusAt(volume.path()).st_dev) {
       GTEST_SKIP() << "needs /dev/shm on a file system of its own";
     }
     ASSERT_EQ(mkdir(trash.c_str(), 0700), 0);
@@ -279,14 +276,14 @@ TEST_F(RecyclingAcrossFileSystemsTest, EverythingOfAnItemIsKept) {
   }
   std::vector<struct stat> before;
   for (const char* name : {"", "file", "link", "fifo", "empty"}) {
-    before.push_back(statusOf(library / ("Item/" + std::string(name))));
+    before.push_back(statusAt(library / ("Item/" + std::string(name))));
   }
   ASSERT_EQ(reasonOf(recycleItems(library.path(), trash, {"Item"})), 0);
   EXPECT_FALSE(fs::exists(library / "Item"));
   EXPECT_THAT(namesIn(trash), ElementsAre("Item"));
   std::size_t index = 0;
   for (const char* name : {"", "file", "link", "fifo", "empty"}) {
-    const struct stat after = statusOf(trash + "/Item/" + name);
+    const struct stat after = statusAt(trash + "/Item/" + name);
     const struct stat& old = before[index++];
     EXPECT_EQ(after.st_mode, old.st_mode) << name;
     EXPECT_EQ(after.st_uid, old.st_uid) << name;
@@ -296,7 +293,7 @@ TEST_F(RecyclingAcrossFileSystemsTest, EverythingOfAnItemIsKept) {
   }
   EXPECT_EQ(volume.content(".Trash/Item/file"), std::string(600'000, 'x') + "end");
   EXPECT_EQ(fs::read_symlink(trash + "/Item/link"), "/nowhere");
-  EXPECT_EQ(statusOf(trash + "/Item/file").st_ino, statusOf(trash + "/Item/second").st_ino);
+  EXPECT_EQ(statusAt(trash + "/Item/file").st_ino, statusAt(trash + "/Item/second").st_ino);
 }
 
 TEST_F(RecyclingAcrossFileSystemsTest, ExtendedAttributesAreKept) {
@@ -347,7 +344,7 @@ TEST_F(RecyclingAcrossFileSystemsTest, RootCarriesNoSetIdBitsFromAnotherFileSyst
   const std::string program = library.file("program");
   ASSERT_EQ(chmod(program.c_str(), 06755), 0);
   ASSERT_TRUE(recycleItems(library.path(), trash, {"program"}));
-  EXPECT_EQ(statusOf(trash + "/program").st_mode & 07777U, 0755U);
+  EXPECT_EQ(modeAt(trash + "/program"), 0755U);
 }
 
 TEST_F(RecyclingAcrossFileSystemsTest, WhatChangesAfterTheCopyIsNotRemoved) {

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "platform/linux/ComputerNames.h"
+#include "tests/support/PathStatus.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -31,9 +32,7 @@ auto Ended(int status, Output output) {
 }
 
 uid_t ownerOf(const std::string& path) {
-  struct stat status {};
-  EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
-  return status.st_uid;
+  return support::statusAt(path).st_uid;
 }
 
 class ComputerNamesTest : public ::testing::Test {

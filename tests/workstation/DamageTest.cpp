@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include "tests/support/PathStatus.h"
 #include "tests/workstation/RootTest.h"
 #include "workstation/Layout.h"
 #include "workstation/RecordLine.h"
@@ -28,9 +29,7 @@ class DamageTest : public RootTest {
   }
 
   struct stat statusAfter(const std::string& name, const std::string& path) {
-    struct stat status {};
-    EXPECT_EQ(::lstat(damaged(name, path).host(path).c_str(), &status), 0) << name;
-    return status;
+    return support::statusAt(damaged(name, path).host(path));
   }
 
   mode_t modeAfter(const std::string& name, const std::string& path) {
@@ -61,8 +60,7 @@ TEST_F(DamageTest, AWrongOwnerOwnsAllThatIsInside) {
   for (const char* path :
        {"/Library/Frameworks/AECore.framework", "/Library/Frameworks/AECore.framework/Versions/A/AECore",
         "/Library/Frameworks/AECore.framework/AECore"}) {
-    struct stat status {};
-    ASSERT_EQ(::lstat(volume.host(path).c_str(), &status), 0);
+    const struct stat status = support::statusAt(volume.host(path));
     EXPECT_EQ(status.st_uid, 502U) << path;
     EXPECT_EQ(status.st_gid, 20U) << path;
   }

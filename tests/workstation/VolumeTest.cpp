@@ -6,6 +6,7 @@
 
 #include <memory>
 
+#include "tests/support/PathStatus.h"
 #include "tests/workstation/RootTest.h"
 #include "workstation/RecordLine.h"
 #include "workstation/Records.h"
@@ -21,14 +22,8 @@ using ::testing::StartsWith;
 
 class VolumeTest : public RootTest {};
 
-struct stat statusOf(const Volume& volume, const std::string& path) {
-  struct stat status {};
-  EXPECT_EQ(::lstat(volume.host(path).c_str(), &status), 0) << path;
-  return status;
-}
-
 void expectOwner(const Volume& volume, const std::string& path, uid_t user, gid_t group, mode_t mode) {
-  const auto status = statusOf(volume, path);
+  const struct stat status = support::statusAt(volume.host(path));
   EXPECT_EQ(status.st_uid, user) << path;
   EXPECT_EQ(status.st_gid, group) << path;
   EXPECT_EQ(status.st_mode & 07777U, mode) << path;

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <iterator>
 
+#include "tests/support/PathStatus.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -35,11 +36,7 @@ class FileVerbsTest : public ::testing::Test {
 
   [[nodiscard]] std::string read(const std::string& place) const { return support::contentOf(at(place)); }
 
-  [[nodiscard]] struct stat status(const std::string& place) const {
-    struct stat status {};
-    EXPECT_EQ(::lstat(at(place).c_str(), &status), 0) << place;
-    return status;
-  }
+  [[nodiscard]] struct stat status(const std::string& place) const { return support::statusAt(at(place)); }
 
   void own(const std::string& place) const { ASSERT_EQ(::lchown(at(place).c_str(), kAlice, kAlice), 0); }
 

@@ -15,6 +15,7 @@
 #include "platform/posix/TreeCopy.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/FailingCall.h"
+#include "tests/support/PathStatus.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform {
@@ -23,15 +24,11 @@ namespace {
 namespace fs = std::filesystem;
 using support::AsUser;
 using support::kNobody;
+using support::modeAt;
+using support::statusAt;
 using support::TemporaryFolder;
 using ::testing::HasSubstr;
 using ::testing::UnorderedElementsAre;
-
-struct stat statusAt(const std::string& path) {
-  struct stat status {};
-  EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
-  return status;
-}
 
 class CopyItemTest : public ::testing::Test {
  protected:
@@ -79,9 +76,7 @@ class CopyFromDisarmedVolumeTest : public CopyItemTest {
   void mountWith(unsigned long flags) {
     ASSERT_EQ(::mount("none", (ground_ / "stick").c_str(), "tmpfs", flags, "size=1m"), 0);
   }
-  [[nodiscard]] mode_t mode(const std::string& path) const {
-    return statusAt(ground_ / path).st_mode & 07777U;
-  }
+  [[nodiscard]] mode_t mode(const std::string& path) const { return modeAt(ground_ / path); }
 };
 
 TEST_F(CopyFromDisarmedVolumeTest, SetIdBitsAreNotArmed) {
@@ -131,8 +126,8 @@ TEST_F(CopyItemTest, AFolderArrivesAsItIs) {
   EXPECT_EQ(ground_.content("copy/\xFF\xFE\n"), "a name that is bytes");
   EXPECT_EQ(fs::read_symlink(ground_ / "copy/link"), "/nowhere");
   EXPECT_EQ(statusAt(ground_ / "copy/sub/file").st_ino, statusAt(ground_ / "copy/second").st_ino);
-  EXPECT_EQ(statusAt(ground_ / "copy/sub/file").st_mode & 07777U, 0440U);
-  EXPECT_EQ(statusAt(ground_ / "copy/empty").st_mode & 07777U, 02711U);
+  EXPECT_EQ(modeAt(ground_ / "copy/sub/file"), 0440U);
+  EXPECT_EQ(modeAt(ground_ / "copy/empty"), 02711U);
   for (const char* name : {"sub/file", "link", "empty", "sub", ""}) {
     const struct stat status = statusAt(ground_ / ("copy/" + std::string(name)));
     EXPECT_EQ(status.st_mtim.tv_sec, 2000) << name;
@@ -335,7 +330,7 @@ TEST_F(CopyItemAsRootTest, AUserGetsACopyOfSomebodyElsesFileWithoutItsSetIdBits)
   ASSERT_EQ(::chown(ground_.folder("home").c_str(), kNobody, kNobody), 0);
   AsUser::run(kNobody, [this] { EXPECT_EQ(copy("program", "home/copy"), 0) << error_; });
   EXPECT_EQ(statusAt(ground_ / "home/copy").st_uid, kNobody);
-  EXPECT_EQ(statusAt(ground_ / "home/copy").st_mode & 07777U, 0755U);
+  EXPECT_EQ(modeAt(ground_ / "home/copy"), 0755U);
 }
 
 TEST_F(CopyItemAsRootTest, AUserCopiesAFolderThatMayNotBeWritten) {
@@ -343,7 +338,7 @@ TEST_F(CopyItemAsRootTest, AUserCopiesAFolderThatMayNotBeWritten) {
   ASSERT_EQ(::chmod((ground_ / "home/tree").c_str(), 0555), 0);
   ASSERT_EQ(::chown((ground_ / "home").c_str(), kNobody, kNobody), 0);
   AsUser::run(kNobody, [this] { EXPECT_EQ(copy("home/tree", "home/copy"), 0) << error_; });
-  EXPECT_EQ(statusAt(ground_ / "home/copy").st_mode & 07777U, 0555U);
+  EXPECT_EQ(modeAt(ground_ / "home/copy"), 0555U);
   EXPECT_EQ(ground_.content("home/copy/sub/file"), "text");
   EXPECT_THAT(names("home"), UnorderedElementsAre("tree", "copy"));
 }
@@ -370,7 +365,7 @@ TEST_F(CopyItemAsRootTest, RootKeepsOwnersModesAndDevices) {
   ASSERT_EQ(copy("tree", "copy"), 0) << error_;
   EXPECT_EQ(statusAt(ground_ / "copy/file").st_uid, kNobody);
   EXPECT_EQ(statusAt(ground_ / "copy/file").st_gid, 7U);
-  EXPECT_EQ(statusAt(ground_ / "copy/file").st_mode & 07777U, 04755U);
+  EXPECT_EQ(modeAt(ground_ / "copy/file"), 04755U);
   EXPECT_EQ(statusAt(ground_ / "copy/null").st_rdev, 0x103U);
 }
 
@@ -627,7 +622,7 @@ TEST(PrivateFolder, ItIsHiddenClosedToOthersAndGoneWithWhatIsInIt) {
     ASSERT_TRUE(folder);
     const auto entry = *fs::directory_iterator(ground.path());
     EXPECT_THAT(entry.path().filename().string(), ::testing::StartsWith(".copying-"));
-    EXPECT_EQ(statusAt(entry.path()).st_mode & 07777U, 0700U);
+    EXPECT_EQ(modeAt(entry.path()), 0700U);
     fs::create_directories(entry.path() / "a/b");
   }
   EXPECT_TRUE(fs::is_empty(ground.path()));
