@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <mutex>
 #include <set>
 #include <tuple>
 #include <variant>
@@ -70,10 +71,17 @@ State& state() {
   std::abort();
 }
 
+/// Objects may be used by several threads, as the system's own.
+std::recursive_mutex& counting() {
+  static std::recursive_mutex only;
+  return only;
+}
+
 Object booleanTrue{true, 1, true};
 Object booleanFalse{false, 1, true};
 
 Object* checked(const void* reference) {
+  const std::scoped_lock lock(counting());
   if (reference == nullptr) die("null was used");
   auto* const object = static_cast<Object*>(const_cast<void*>(reference));
   if (!object->immortal && !state().live.contains(object)) die("a freed object was used");
@@ -89,6 +97,7 @@ Kind& contentOf(const void* reference) {
 
 /// nullptr where this creation was chosen to fail.
 Object* make(Content content) {
+  const std::scoped_lock lock(counting());
   State& now = state();
   if (now.failing > 0 && --now.failing == 0) {
     now.failed = true;
@@ -100,10 +109,12 @@ Object* make(Content content) {
 }
 
 void retain(Object* object) {
+  const std::scoped_lock lock(counting());
   ++object->retains;
 }
 
 void release(Object* object) {
+  const std::scoped_lock lock(counting());
   if (--object->retains > 0) return;
   if (object->immortal) die("a boolean was released too often");
   if (auto* const objects = std::get_if<Objects>(&object->content)) {
