@@ -2,7 +2,10 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
+
 #include "tests/helpers/TestVolume.h"
+#include "tests/helpers/ToolProcess.h"
 
 namespace helpers {
 namespace {
@@ -177,6 +180,45 @@ TEST_F(ChmodToolTest, ProtectedFoldersAndWrongArgumentsAreRefused) {
   for (const auto& arguments : wrong) EXPECT_EQ(run(arguments), ExitStatus::usage);
   EXPECT_EQ(volume_.mode("Users/alice/Documents"), 0700U);
   EXPECT_EQ(volume_.mode("tree"), 0700U);
+}
+
+TEST_F(ChmodToolTest, WhatCannotBeChangedIsReported) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.mountVolume("disk");
+  volume_.makeFile("disk/tree/file", "x", 0600);
+  volume_.makeReadOnly("disk");
+  EXPECT_EQ(run({"644", "/disk/tree/file"}), ExitStatus::failed);
+  EXPECT_EQ(report_.text(), "tool: /disk/tree/file: Read-only file system\n");
+  EXPECT_EQ(run({"-R", "644", "/disk/tree"}), ExitStatus::failed);
+  EXPECT_EQ(report_.lines(), 3);
+}
+
+TEST_F(ChmodToolTest, AFileThatHasTheModeAlreadyIsNotLookedAtForItsOtherNames) {
+  volume_.makeFile("secret", "x", 0644);
+  volume_.makeFolder("tree");
+  ASSERT_EQ(link(volume_.path("secret").c_str(), volume_.path("tree/innocent").c_str()), 0);
+  EXPECT_EQ(run({"644", "/tree/innocent"}), ExitStatus::done) << report_.text();
+  EXPECT_EQ(report_.text(), "");
+}
+
+TEST_F(ChmodToolTest, ASetIdFileThatWouldBeSharedAndNothingElseStaysAsItIs) {
+  volume_.makeFile("tree/tool", "x", 04755);
+  ASSERT_EQ(link(volume_.path("tree/tool").c_str(), volume_.path("outside").c_str()), 0);
+  EXPECT_EQ(run({"-R", "go+w", "/tree"}), ExitStatus::failed);
+  EXPECT_EQ(volume_.mode("tree/tool"), 04755U);
+  EXPECT_EQ(report_.text(), "tool: /tree/tool: has set-ID bits, not made writable for group or others\n");
+}
+
+TEST_F(ChmodToolTest, AskedToStopBeforeItHasBegunItChangesNothing) {
+  volume_.makeFile("tree/file", "x", 0600);
+  ToolProcess::run([this] {
+    RecordedReport report;
+    const Surroundings surroundings = volume_.surroundings();
+    raise(SIGINT);
+    EXPECT_EQ(ChmodTool(surroundings, report).run({"-R", "644", "/tree"}), ExitStatus::failed);
+    EXPECT_EQ(report.text(), "tool: asked to stop\n");
+  });
+  EXPECT_EQ(volume_.mode("tree/file"), 0600U);
 }
 
 }  // namespace

@@ -1,11 +1,18 @@
 #include "helpers/ChownTool.h"
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <sys/un.h>
 
+#include <csignal>
+
+#include "tests/helpers/FewDescriptors.h"
 #include "tests/helpers/TestVolume.h"
+#include "tests/helpers/ToolProcess.h"
+#include "tests/support/FailingCall.h"
 
 namespace helpers {
 namespace {
@@ -261,6 +268,114 @@ TEST_F(ChownToolTest, InAnOverlayOfTwoVolumesNothingIsTakenForMounted) {
   ASSERT_NE(volume_.status("merged/tree/a").st_dev, volume_.status("merged/tree/a/file").st_dev);
   EXPECT_EQ(run({"-R", "4301", "/merged/tree"}), ExitStatus::done) << report_.text();
   EXPECT_EQ(owner("merged/tree/a/file"), 4301U);
+}
+
+TEST_F(ChownToolTest, WhatCannotBeGivenAwayIsReportedEntryByEntry) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.mountVolume("disk");
+  volume_.makeFile("disk/tree/a");
+  volume_.makeFile("disk/tree/b");
+  volume_.makeReadOnly("disk");
+  EXPECT_EQ(run({"-R", "4301", "/disk/tree"}), ExitStatus::failed);
+  for (const char* line : {"/disk/tree: Read-only file system", "/disk/tree/a: Read-only file system",
+                           "/disk/tree/b: Read-only file system"}) {
+    EXPECT_THAT(report_.text(), HasSubstr(line));
+  }
+  EXPECT_EQ(report_.lines(), 3);
+}
+
+TEST_F(ChownToolTest, AFolderThatCannotBeListedIsReportedAndTheFolderItselfIsChanged) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFile("tree/file");
+  support::FailingCall::run(SYS_getdents64, EIO, [this] {
+    EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::failed);
+    EXPECT_EQ(report_.text(), "tool: /tree: Input/output error\n");
+  });
+  EXPECT_EQ(owner("tree"), 4301U);
+  EXPECT_EQ(owner("tree/file"), 0U);
+}
+
+TEST_F(ChownToolTest, WithoutADescriptorLeftEachEntryIsReportedAndTheWorkGoesOn) {
+  QUILLMEND_NEEDS_ROOT();
+  for (const char* place : {"tree/a/inside", "tree/b", "tree/c"}) volume_.makeFile(place);
+  std::optional<FewDescriptors> few;
+  listed_ = [&few](const std::string&) { few.emplace(0); };
+  EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::failed);
+  few.reset();
+  for (const char* place : {"/tree/a", "/tree/b", "/tree/c"}) {
+    EXPECT_THAT(report_.text(), HasSubstr(std::string(place) + ": Too many open files\n"));
+    EXPECT_EQ(owner(place + 1), 0U);
+  }
+  EXPECT_EQ(owner("tree"), 4301U);
+}
+
+TEST_F(ChownToolTest, AFolderThatCanBeHeldButNotReadIsChangedItselfAndReported) {
+  QUILLMEND_NEEDS_ROOT();
+  for (const char* place : {"tree/a/inside", "tree/b"}) volume_.makeFile(place);
+  std::optional<FewDescriptors> few;
+  listed_ = [&few](const std::string&) { few.emplace(1); };
+  EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::failed);
+  few.reset();
+  EXPECT_EQ(report_.text(), "tool: /tree/a: Too many open files\n");
+  EXPECT_EQ(owner("tree/a"), 4301U);
+  EXPECT_EQ(owner("tree/a/inside"), 0U);
+  EXPECT_EQ(owner("tree/b"), 4301U);
+}
+
+TEST_F(ChownToolTest, WhatIsMovedAwayWhileItsFolderIsNotHeldIsNotFollowed) {
+  QUILLMEND_NEEDS_ROOT();
+  std::string deepest = "tree";
+  for (int i = 0; i < 300; ++i) deepest += "/d";
+  volume_.makeFolder(deepest);
+  volume_.makeFile("tree/d/d/zz");
+  volume_.makeFile("aside/secret");
+  listed_ = [&](const std::string& path) {
+    if (path != "/" + deepest) return;
+    ASSERT_EQ(rename(volume_.path("tree/d/d/d").c_str(), volume_.path("aside/d").c_str()), 0);
+  };
+  EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::failed);
+  EXPECT_EQ(report_.text(), "tool: /tree/d/d: moved while it was worked on, the rest is left as it is\n");
+  EXPECT_EQ(owner("aside"), 0U);
+  EXPECT_EQ(owner("aside/secret"), 0U);
+}
+
+TEST_F(ChownToolTest, WithFewDescriptorsFewerFilesWithSeveralNamesAreKeptInMind) {
+  QUILLMEND_NEEDS_ROOT();
+  constexpr int kFiles = 40;
+  for (int i = 0; i < kFiles; ++i) {
+    const std::string one = "tree/" + std::to_string(i);
+    volume_.makeFile(one);
+    ASSERT_EQ(link(volume_.path(one).c_str(), volume_.path(one + "b").c_str()), 0);
+  }
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit few{128, before.rlim_max};  // a quarter of them for such files
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  EXPECT_EQ(run({"-R", "0:4302", "/tree"}), ExitStatus::failed);
+  setrlimit(RLIMIT_NOFILE, &before);
+  int changed = 0;
+  for (int i = 0; i < kFiles; ++i) {
+    changed += volume_.status("tree/" + std::to_string(i)).st_gid == 4302U ? 1 : 0;
+  }
+  EXPECT_EQ(changed, 32);
+  EXPECT_THAT(report_.text(), HasSubstr(": has further hard links, left as it is\n"));
+}
+
+TEST_F(ChownToolTest, AskedToStopItEndsAfterTheEntryInHandAndSaysWhatIsNotFinished) {
+  QUILLMEND_NEEDS_ROOT();
+  for (const char* place : {"tree/a", "tree/b", "tree/c"}) volume_.makeFile(place);
+  ToolProcess::run([this] {
+    RecordedReport report;
+    const Surroundings surroundings = volume_.surroundings();
+    ChownTool tool(surroundings, report);
+    tool.onListed([](const std::string&) { raise(SIGTERM); });
+    EXPECT_EQ(tool.run({"-R", "4301", "/tree"}), ExitStatus::failed);
+    EXPECT_EQ(report.text(), "tool: /tree: not finished: asked to stop\n");
+    EXPECT_EQ(ChownTool(surroundings, report).run({"-R", "4301", "/tree"}), ExitStatus::failed);
+    EXPECT_THAT(report.text(), ::testing::EndsWith("tool: asked to stop\n"));
+  });
+  EXPECT_EQ(owner("tree"), 4301U);
+  for (const char* place : {"tree/a", "tree/b", "tree/c"}) EXPECT_EQ(owner(place), 0U);
 }
 
 }  // namespace

@@ -70,6 +70,12 @@ class TestVolume {
     }
     mounts_.push_back(path(place));
   }
+  /// REQUIRES a volume that was mounted there.
+  void makeReadOnly(const std::string& place) const {
+    if (mount(nullptr, path(place).c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
+      throw std::runtime_error("remount");
+    }
+  }
 
   /// An overlay of those layers (mount options) at that place; false where the system has none.
   bool mountOverlay(const std::string& place, const std::string& layers) {

@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <functional>
 
+#include "tests/support/Counts.h"
+
 namespace support {
 
 /// Runs a part of a test, in a process of its own, in which one system call (SYS_..., by its number) always
@@ -23,6 +25,7 @@ struct FailingCall {
       const bool fails = forbid(static_cast<unsigned>(call), static_cast<unsigned>(reason));
       if (fails) part();
       std::fflush(nullptr);
+      keepCounts();
       ::_exit(fails && !::testing::Test::HasFailure() ? 0 : 1);
     }
     int status = -1;
