@@ -64,7 +64,6 @@ std::optional<FileMode> FileMode::parseOctal(std::string_view text) {
   if (text.size() > 4 || text.find_first_not_of("01234567") != std::string_view::npos) return std::nullopt;
   mode_t bits = 0;
   for (const char digit : text) bits = bits * 8 + static_cast<mode_t>(digit - '0');
-  if (bits > kAllBits) return std::nullopt;
   FileMode mode;
   mode.changes_.push_back({'=', kAllBits, bits, static_cast<mode_t>((bits & kSetIds) | (kAllBits & ~kSetIds)),
                            false, Copy::none});

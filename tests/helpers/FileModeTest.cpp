@@ -42,6 +42,8 @@ TEST(FileMode, CapitalXIsForFoldersAndWhatSomebodyMayExecute) {
   EXPECT_EQ(apply("a+X", 0644), 0644U);
   EXPECT_EQ(apply("a+X", 0744), 0755U);
   EXPECT_EQ(apply("a+X", 0600, true), 0711U);
+  EXPECT_EQ(apply("a+Xr", 0600), 0644U);
+  EXPECT_EQ(apply("a+rXw", 0700), 0777U);
 }
 
 TEST(FileMode, ACopyTakesAnotherClassesPermissions) {
@@ -49,6 +51,7 @@ TEST(FileMode, ACopyTakesAnotherClassesPermissions) {
   EXPECT_EQ(apply("o+g", 0750), 0755U);
   EXPECT_EQ(apply("u-o", 0705), 0205U);
   EXPECT_EQ(apply("g=u", 04740), 04770U);
+  EXPECT_EQ(apply("g=u+x,o=g", 0640), 0677U);
 }
 
 TEST(FileMode, SetIdAndStickyGoToTheirClasses) {
@@ -68,7 +71,7 @@ TEST(FileMode, WithoutWhoTheFixedMaskAppliesToWhatIsGiven) {
 
 TEST(FileMode, WhatIsNoModeIsRefused) {
   for (const char* text : {"", "8", "77777", "07777777", "u", "rwx", "u+q", "u+r,", ",u+r", "u+gr", "+r u+x",
-                           "-1", "0x1", "u+r;", "ux+r"}) {
+                           "-1", "0x1", "u+r;", "ux+r", "+rX,g=uX"}) {
     EXPECT_FALSE(FileMode::parse(text)) << text;
   }
 }

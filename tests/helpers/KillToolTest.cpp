@@ -1,13 +1,19 @@
 #include "helpers/KillTool.h"
 
 #include <gmock/gmock.h>
+#include <sys/syscall.h>
 
+#include <cerrno>
+#include <csignal>
 #include <map>
 #include <memory>
 #include <set>
+#include <thread>
 #include <tuple>
 
 #include "tests/helpers/TestVolume.h"
+#include "tests/helpers/ToolProcess.h"
+#include "tests/support/FailingCall.h"
 #include "tests/support/RunningProgram.h"
 
 namespace helpers {
@@ -217,6 +223,49 @@ TEST_F(KillToolTest, WhereNothingRunsItEndsAtOnce) {
   EXPECT_EQ(run(), ExitStatus::done);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, settings_.ask - milliseconds(500));
   EXPECT_EQ(report_.text(), "");
+}
+
+TEST_F(KillToolTest, WhoMayNotBeHeldOrSignalledIsReported) {
+  start(kDaemon);
+  for (const long call : {SYS_pidfd_open, SYS_pidfd_send_signal}) {
+    support::FailingCall::run(call, EPERM, [this] {
+      settings_.ask = milliseconds(50);
+      settings_.force = milliseconds(50);
+      EXPECT_EQ(run(), ExitStatus::failed);
+      EXPECT_THAT(report_.text(), HasSubstr("Operation not permitted"));
+    });
+    EXPECT_FALSE(programs_[0]->hasEnded());
+  }
+}
+
+TEST_F(KillToolTest, AskedToStopItSignalsNobodyElse) {
+  start(kClient, {"stubborn"});
+  start(kDaemon);
+  ToolProcess::run([this] {
+    RecordedReport report;
+    KillTool tool(platform::ProcessTable(), settings_, report);
+    int signals = 0;
+    tool.onSignal([&signals](const ProcessInfo&, int) {
+      ++signals;
+      raise(SIGTERM);
+    });
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(tool.run({}), ExitStatus::failed);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, settings_.ask);
+    EXPECT_EQ(signals, 2) << "asked to end, and to go on where it is stopped: the one in hand";
+    EXPECT_THAT(report.text(), HasSubstr("qmasterd: still running"));
+  });
+  EXPECT_FALSE(programs_[1]->hasEnded());
+}
+
+TEST_F(KillToolTest, AProcessOfThatPathThatHasEndedAndIsNotWaitedForIsNothingToBeStopped) {
+  RunningProgram& daemon = start(kDaemon);
+  kill(daemon.pid(), SIGKILL);
+  while (platform::ProcessTable().process(daemon.pid())->state != 'Z') std::this_thread::yield();
+  int signals = 0;
+  onSignal_ = [&signals](const ProcessInfo&, int) { ++signals; };
+  EXPECT_EQ(run(), ExitStatus::done) << report_.text();
+  EXPECT_EQ(signals, 0);
 }
 
 }  // namespace

@@ -94,5 +94,14 @@ TEST_F(ProtectedFoldersTest, TheSameFolderAtAnotherPlaceIsProtected) {
   umount2(volume_.path("elsewhere/bound").c_str(), MNT_DETACH);
 }
 
+TEST_F(ProtectedFoldersTest, AnAccountWhoseHomeIsNoFolderOfItsOwnProtectsNothing) {
+  Surroundings surroundings = volume_.surroundings();
+  for (const char* home : {"", "/", "relative"}) surroundings.accounts.push_back({"service", 33, 33, home});
+  for (const char* path : {"/Documents/x", "/Music", "/relative"}) {
+    volume_.makeFolder(path + 1);
+    EXPECT_TRUE(locateUnprotected(surroundings, path)) << path;
+  }
+}
+
 }  // namespace
 }  // namespace helpers

@@ -63,7 +63,9 @@ TEST(QmasterRole, ANameAloneMeansNothing) {
         "/Applications/a/b/Compressor.app/Contents/MacOS/Compressor", "/Applications/Compressor.app",
         "/Applications/MyCompressor.app/Contents/MacOS/Compressor",
         "/Library/Application Support/Apple Qmaster2/x", "/Library/Application Support/Apple Qmaster",
-        "/tmp/Library/Frameworks/Qmaster.framework/x", "/tmp/Apple Qmaster.prefPane/x"}) {
+        "/tmp/Library/Frameworks/Qmaster.framework/x", "/tmp/Apple Qmaster.prefPane/x",
+        "/PreferencePanes/Apple Qmaster.prefPane/x", "/tmp/PreferencePanes/Apple Qmaster.prefPane/x",
+        "/Compressor.app/Contents/MacOS/Compressor"}) {
     EXPECT_EQ(qmasterRole(path), std::nullopt) << path;
   }
 }

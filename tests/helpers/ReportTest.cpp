@@ -2,14 +2,18 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 
 #include "helpers/SystemLog.h"
 #include "tests/helpers/LogSocket.h"
 #include "tests/helpers/TestVolume.h"
+#include "tests/support/FailingCall.h"
 
 namespace helpers {
 namespace {
@@ -29,6 +33,12 @@ TEST(Escaped, UnicodeLineEndsAndDirectionMarksBecomeOctal) {
   EXPECT_EQ(escaped("\u0085"), "\\302\\205");
   EXPECT_EQ(escaped("\u2028"), "\\342\\200\\250");
   EXPECT_EQ(escaped("\u202e"), "\\342\\200\\256");
+  for (const char* mark : {"\u200e", "\u200f", "\u2029", "\u2066", "\u2069"}) {
+    EXPECT_EQ(escaped(mark)[0], '\\') << mark;
+  }
+  for (const char* plain : {"\u00a0", "\u200d", "\u2010", "\u2027", "\u202f", "\u2065", "\u206a"}) {
+    EXPECT_EQ(escaped(plain), plain);
+  }
 }
 
 TEST(Report, AFailureIsOneLineWithPathAndReason) {
@@ -43,6 +53,46 @@ TEST(Report, ABrokenDescriptorDoesNotStopTheWork) {
   Report report("tool", -1);
   report.failure("/a", "reason");
   EXPECT_EQ(report.status(), ExitStatus::failed);
+}
+
+TEST(Report, AnErrorThatDoesNotNameItsPathIsToldWhole) {
+  RecordedReport recorded;
+  Report& report = recorded;
+  report.failure(foundation::Error{EIO, "/a", "it is no use"});
+  report.failure(foundation::Error{EIO, "", "there is no path"});
+  EXPECT_EQ(recorded.text(), "tool: /a: it is no use\ntool: : there is no path\n");
+}
+
+/// Neither can be opened once more as a pipe can.
+TEST(Report, AFullSocketThatNobodyReadsDelaysTheWorkOnlyOnce) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const std::string block(4096, 'x');
+  while (send(ends[1], block.data(), block.size(), MSG_DONTWAIT) > 0) continue;
+  alarm(30);  // ends a test that blocks
+  Report report("tool", ends[1], std::chrono::milliseconds(50));
+  const auto begin = std::chrono::steady_clock::now();
+  for (int i = 0; i < 20; ++i) report.failure("/a", "reason");
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
+  alarm(0);
+  EXPECT_EQ(report.status(), ExitStatus::failed);
+  close(ends[0]);
+  close(ends[1]);
+}
+
+TEST(Report, ADescriptorThatIsOnlyReadGetsNothing) {
+  const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  Report report("tool", null);
+  report.failure("/a", "reason");
+  EXPECT_EQ(report.status(), ExitStatus::failed);
+  close(null);
+}
+
+TEST(Report, OneThatIsStoppedWithSuccessHasNoFailure) {
+  RecordedReport recorded;
+  EXPECT_EQ(static_cast<Report&>(recorded).stop(ExitStatus::done, "nothing to do"), ExitStatus::done);
+  EXPECT_FALSE(static_cast<Report&>(recorded).anyFailure());
+  EXPECT_EQ(recorded.text(), "tool: nothing to do\n");
 }
 
 class FullPipe : public ::testing::Test {
@@ -140,6 +190,18 @@ TEST_F(LoggedReport, DoesWithoutALogThatIsNotThere) {
   Report lonely = report();
   lonely.failure("/a", "reason");
   EXPECT_EQ(lonely.status(), ExitStatus::failed);
+}
+
+TEST_F(LoggedReport, DoesWithoutALogThatCannotBeConnectedTo) {
+  const LogSocket log(socket());
+  support::FailingCall::run(SYS_socket, EMFILE, [this] {
+    RecordedReport recorded;
+    report().failure("/a", "reason");
+  });
+  EXPECT_EQ(log.receive(), "nothing");
+  Report lost("tool", -1, Report::kPatience, std::string(200, 'l'));  // longer than the address of a socket
+  lost.failure("/a", "reason");
+  EXPECT_EQ(lost.status(), ExitStatus::failed);
 }
 
 TEST_F(LoggedReport, CutsALineThatIsTooLong) {

@@ -2,15 +2,19 @@
 
 #include <gmock/gmock.h>
 #include <sys/file.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <set>
 #include <thread>
 
 #include "tests/helpers/TestVolume.h"
+#include "tests/helpers/ToolProcess.h"
+#include "tests/support/FailingCall.h"
 
 namespace helpers {
 namespace {
@@ -288,6 +292,170 @@ TEST_F(SpoolFolderTest, AcrossVolumesTheFolderIsCopiedWhole) {
   EXPECT_EQ(volume_.read(kTrash + ("/" + dated()) + "/job/data"), "content");
   EXPECT_THAT(volume_.names("Volumes/Disk"), ElementsAre(".Trashes", "qmaster"));
   EXPECT_THAT(volume_.names("Volumes/Disk/qmaster"), IsEmpty());
+}
+
+TEST_F(SpoolFolderTest, WhatAKilledRunLeftIsTakenAlongWithoutWaitingForItsLockForEver) {
+  volume_.makeFile("private/var/spool/.qmaster.emptying/left");
+  volume_.makeFile(std::string(kSpool) + "/a");
+  const platform::UniqueDescriptor foreign(
+      open(volume_.path("private/var/spool/.qmaster.emptying").c_str(), O_RDONLY | O_DIRECTORY));
+  ASSERT_EQ(flock(foreign.get(), LOCK_EX), 0);
+  spool_.setLockPatience(std::chrono::milliseconds(20));
+  EXPECT_EQ(empty(), ExitStatus::done) << report_.text();
+  EXPECT_THAT(volume_.names(kSpool), IsEmpty());
+  EXPECT_THAT(volume_.names(kTrash + ("/" + dated())), ElementsAre("a"));
+  EXPECT_TRUE(volume_.exists("private/var/spool/.qmaster.emptying/left")) << "whoever has it goes on";
+}
+
+TEST_F(SpoolFolderTest, WithoutAUsableTrashWhatAKilledRunLeftStaysToo) {
+  volume_.makeFile("private/var/spool/.qmaster.emptying/left");
+  volume_.makeFile(std::string(kSpool) + "/a");
+  volume_.makeFile("Users/alice/.Trash");
+  EXPECT_EQ(empty(), ExitStatus::failed);
+  EXPECT_THAT(volume_.names(kSpool), ElementsAre("a"));
+  EXPECT_TRUE(volume_.exists("private/var/spool/.qmaster.emptying/left"));
+}
+
+TEST_F(SpoolFolderTest, WhereNothingCanBeRenamedAllStaysAndEachEntryIsReported) {
+  volume_.makeFile("private/var/spool/.qmaster.emptying/left");
+  volume_.makeFile(std::string(kSpool) + "/a");
+  volume_.makeFile(std::string(kSpool) + "/b");
+  support::FailingCall::run(SYS_renameat2, EIO, [this] {
+    EXPECT_EQ(empty(), ExitStatus::failed);
+    EXPECT_EQ(report_.lines(), 3) << report_.text();
+  });
+  EXPECT_EQ(allFiles(), (std::set<std::string>{"a", "b", "left"}));
+  EXPECT_THAT(volume_.names(kSpool), ElementsAre("a", "b"));
+  EXPECT_THAT(volume_.names(kTrash), IsEmpty()) << "nor is a dated folder left behind";
+}
+
+TEST_F(SpoolFolderTest, AnExchangeThatFailsLeavesNothingBesideTheFolder) {
+  volume_.makeFile(std::string(kSpool) + "/a");
+  support::FailingCall::run(SYS_renameat2, EIO, [this] { EXPECT_EQ(empty(), ExitStatus::failed); });
+  EXPECT_THAT(beside(), ElementsAre("qmaster"));
+  EXPECT_THAT(volume_.names(kSpool), ElementsAre("a"));
+}
+
+TEST_F(SpoolFolderTest, WhereNoFolderCanBeMadeAllStays) {
+  volume_.makeFile(std::string(kSpool) + "/a");
+  volume_.makeFolder(kTrash, 0700);
+  volume_.own(kTrash, TestVolume::kAlice);
+  support::FailingCall::run(SYS_mkdirat, ENOSPC, [this] {
+    EXPECT_EQ(empty(), ExitStatus::failed);
+    EXPECT_THAT(report_.text(), ::testing::HasSubstr("No space left on device"));
+  });
+  EXPECT_THAT(volume_.names(kSpool), ElementsAre("a"));
+  EXPECT_THAT(volume_.names(kTrash), IsEmpty());
+}
+
+TEST_F(SpoolFolderTest, AFolderThatCannotBeMadeLikeTheSpoolFolderIsNotPutInItsPlace) {
+  volume_.makeFile(std::string(kSpool) + "/a");
+  ASSERT_EQ(setxattr(volume_.path(kSpool).c_str(), "trusted.note", "kept", 4, 0), 0);
+  const auto inode = volume_.status(kSpool).st_ino;
+  support::FailingCall::run(SYS_fsetxattr, ENOSPC,
+                            [this] { EXPECT_EQ(empty(), ExitStatus::done) << report_.text(); });
+  EXPECT_EQ(volume_.status(kSpool).st_ino, inode);
+  EXPECT_THAT(volume_.names(kTrash + ("/" + dated())), ElementsAre("a"));
+  EXPECT_THAT(beside(), ElementsAre("qmaster"));
+}
+
+TEST_F(SpoolFolderTest, ADatedFolderThatCannotBeGivenAwayTakesNothingIn) {
+  spool_.setExchange(SpoolFolder::Exchange::avoid);
+  volume_.makeFile(std::string(kSpool) + "/a");
+  for (const long call : {SYS_fchown, SYS_fchmod}) {
+    support::FailingCall::run(call, EIO, [this] {
+      EXPECT_EQ(empty(), ExitStatus::failed);
+      EXPECT_THAT(report_.text(), ::testing::HasSubstr(dated()));
+    });
+    EXPECT_THAT(volume_.names(kSpool), ElementsAre("a"));
+  }
+}
+
+TEST_F(SpoolFolderTest, AFolderThatCannotBeListedStaysAsItIs) {
+  volume_.makeFile(std::string(kSpool) + "/a");
+  spool_.setExchange(SpoolFolder::Exchange::avoid);
+  support::FailingCall::run(SYS_getdents64, EIO, [this] {
+    EXPECT_EQ(empty(), ExitStatus::failed);
+    EXPECT_EQ(report_.text(), std::string("tool: /") + kSpool + ": Input/output error\n");
+  });
+  EXPECT_THAT(volume_.names(kSpool), ElementsAre("a"));
+}
+
+TEST_F(SpoolFolderTest, ANewFolderThatAnotherRunTakesForALeftOneIsWaitedFor) {
+  volume_.makeFile(std::string(kSpool) + "/a");
+  platform::UniqueDescriptor another;
+  int made = 0;
+  spool_.onStep([&](Step step) {
+    if (step == Step::made && ++made == 1) {
+      another.reset(
+          open(volume_.path("private/var/spool/.qmaster.emptying").c_str(), O_RDONLY | O_DIRECTORY));
+      ASSERT_EQ(flock(another.get(), LOCK_EX), 0);
+    } else if (step == Step::located) {
+      another.reset();
+    }
+  });
+  EXPECT_EQ(empty(), ExitStatus::done) << report_.text();
+  EXPECT_EQ(made, 2);
+  EXPECT_THAT(volume_.names(kSpool), IsEmpty());
+  EXPECT_THAT(volume_.names(kTrash), ElementsAre(dated()));
+  EXPECT_THAT(beside(), ElementsAre("qmaster"));
+}
+
+TEST_F(SpoolFolderTest, AFolderThatAnotherRunHasEmptiedMeanwhileLeavesNoneInTheTrash) {
+  volume_.makeFile(std::string(kSpool) + "/a");
+  spool_.onStep([this](Step step) {
+    if (step == Step::exchanged) unlink(volume_.path("private/var/spool/.qmaster.emptying/a").c_str());
+  });
+  EXPECT_EQ(empty(), ExitStatus::done) << report_.text();
+  EXPECT_THAT(beside(), ElementsAre("qmaster"));
+  EXPECT_THAT(volume_.names(kTrash), IsEmpty());
+}
+
+TEST_F(SpoolFolderTest, WhatCannotGoBackForANameThatIsTakenIsReportedAndKept) {
+  volume_.makeFile(std::string(kSpool) + "/a", "first");
+  volume_.makeFolder(kTrash, 0700);
+  volume_.own(kTrash, TestVolume::kAlice);
+  spool_.onStep([this](Step step) {
+    if (step != Step::exchanged) return;
+    volume_.makeFile(std::string(kSpool) + "/a", "second");
+    std::filesystem::remove(volume_.path(kTrash));  // a removed folder takes nothing in
+  });
+  EXPECT_EQ(empty(), ExitStatus::failed);
+  EXPECT_THAT(report_.text(), ::testing::HasSubstr(std::string("/") + kSpool + "/a: File exists"));
+  EXPECT_EQ(volume_.read(std::string(kSpool) + "/a"), "first");
+  EXPECT_EQ(volume_.read("private/var/spool/.qmaster.emptying/a"), "second");
+}
+
+TEST_F(SpoolFolderTest, WhenTheTrashFailsAndNothingHasComeMeanwhileNothingIsLeftBeside) {
+  volume_.makeFile(std::string(kSpool) + "/a");
+  volume_.makeFolder(kTrash, 0700);
+  volume_.own(kTrash, TestVolume::kAlice);
+  spool_.onStep([this](Step step) {
+    if (step == Step::exchanged) std::filesystem::remove(volume_.path(kTrash));
+  });
+  EXPECT_EQ(empty(), ExitStatus::failed);
+  EXPECT_THAT(volume_.names(kSpool), ElementsAre("a"));
+  EXPECT_THAT(beside(), ElementsAre("qmaster"));
+}
+
+TEST_F(SpoolFolderTest, AskedToStopItBeginsNothingAndEndsBetweenTwoEntries) {
+  for (const char* name : {"/a", "/b"}) volume_.makeFile(std::string(kSpool) + name);
+  ToolProcess::run([this] {
+    const Surroundings surroundings = volume_.surroundings();
+    RecordedReport report;
+    SpoolFolder spool(surroundings, report);
+    spool.setExchange(SpoolFolder::Exchange::avoid);
+    spool.onStep([](Step step) {
+      if (step == Step::made) raise(SIGTERM);
+    });
+    const std::string path = std::string("/") + kSpool;
+    EXPECT_EQ(spool.empty(path), ExitStatus::failed);
+    EXPECT_EQ(report.text(), "tool: " + path + ": not finished: asked to stop\n");
+    EXPECT_EQ(spool.empty(path), ExitStatus::failed);
+    EXPECT_THAT(report.text(), ::testing::EndsWith("tool: " + path + ": not emptied: asked to stop\n"));
+  });
+  EXPECT_THAT(volume_.names(kSpool), ElementsAre("a", "b"));
+  EXPECT_THAT(volume_.names(kTrash), IsEmpty()) << "nor is the dated folder left behind";
 }
 
 }  // namespace

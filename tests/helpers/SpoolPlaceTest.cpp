@@ -162,6 +162,17 @@ TEST_F(SpoolPlaceTest, AServicesFileThatOthersCanChangeIsNoWordOfRoots) {
   }
 }
 
+TEST_F(SpoolPlaceTest, AServicesFileThatIsNotRootsOrNoFileIsNoWordOfRoots) {
+  makeSpool("/data/spool");
+  nameInServices("/data/spool");
+  volume_.own(std::string("top/") + kServices, TestVolume::kBob);
+  EXPECT_EQ(empty("/data/spool"), ExitStatus::refused);
+  std::filesystem::remove(volume_.path(std::string("top/") + kServices));
+  volume_.makeFolder(std::string("top/") + kServices);
+  EXPECT_EQ(empty("/data/spool"), ExitStatus::refused);
+  EXPECT_THAT(volume_.names("top/data/spool"), ElementsAre("job"));
+}
+
 TEST(HoldsString, OnlyWholeStringsCount) {
   EXPECT_TRUE(holdsString("<string>/a &amp; b</string>", "/a & b"));
   EXPECT_FALSE(holdsString("<string>/etc/ssh/x</string>", "/etc/ssh"));
@@ -171,6 +182,10 @@ TEST(HoldsString, OnlyWholeStringsCount) {
   EXPECT_TRUE(holdsString("bplist00\x5F\x10\x28" + longer, longer));
   EXPECT_FALSE(holdsString("bplist00\x5F\x10\x29" + longer, longer));
   EXPECT_FALSE(holdsString("", "/etc"));
+  EXPECT_TRUE(holdsString("<string>/a &lt;b&gt;</string>", "/a <b>"));
+  const std::string longest(300, '/');
+  EXPECT_TRUE(holdsString("bplist00\x5F\x11\x01\x2C" + longest, longest));
+  EXPECT_FALSE(holdsString("bplist00\x5F\x11\x01\x2D" + longest, longest));
 }
 
 }  // namespace

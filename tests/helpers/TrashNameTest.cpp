@@ -4,6 +4,8 @@
 
 #include <set>
 
+#include "platform/foundation/Text.h"
+
 namespace helpers {
 namespace {
 
@@ -64,6 +66,21 @@ TEST(TrashName, ANameOfOneExtensionOnlyIsCutLikeAnyOther) {
   const std::string name = "a." + std::string(253, 'x');
   EXPECT_EQ(TrashName::ofItem(name, kNow).candidate(0, 255), name);
   EXPECT_EQ(TrashName::ofItem(name, kNow).candidate(1, 255).size(), 255U);
+}
+
+TEST(TrashName, TheCutTakesNoPartOfACharacterWhereverItFalls) {
+  for (const std::string front : {"", "a", "aa"}) {
+    std::string name = front;
+    while (name.size() < 250) name += "日";
+    const std::string second = TrashName::ofItem(name, kNow).candidate(1, 250);
+    EXPECT_TRUE(foundation::isUtf8(second)) << second;
+    EXPECT_GT(second.size(), 246U);
+    EXPECT_LE(second.size(), 250U);
+  }
+}
+
+TEST(TrashName, OfANameWithoutRoomForItsMomentOneByteStays) {
+  EXPECT_EQ(TrashName::ofItem("folder", kNow).candidate(1, 10), "f_" + kStamp);
 }
 
 }  // namespace

@@ -1,12 +1,18 @@
 #include "helpers/TrashTool.h"
 
 #include <gmock/gmock.h>
+#include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
 
+#include <cerrno>
+#include <csignal>
 #include <set>
 
 #include "tests/helpers/TestVolume.h"
+#include "tests/helpers/ToolProcess.h"
+#include "tests/support/FailingCall.h"
 
 namespace helpers {
 namespace {
@@ -295,6 +301,134 @@ TEST_F(TrashToolTest, FiftyAtOnceWithTheSameNameLoseNothing) {
     contents.insert(volume_.read("Users/alice/.Trash/" + name));
   }
   EXPECT_EQ(contents.size(), static_cast<std::size_t>(kCount));
+}
+
+TEST_F(TrashToolTest, AVolumeThatCannotBeWrittenKeepsWhatItHas) {
+  volume_.mountVolume("Volumes/Disk");
+  volume_.makeFile("Volumes/Disk/qmaster/x");
+  volume_.makeReadOnly("Volumes/Disk");
+  EXPECT_EQ(run({"/Volumes/Disk/qmaster/x"}), ExitStatus::failed);
+  EXPECT_EQ(run({"-dircontents", "/Volumes/Disk/qmaster"}), ExitStatus::failed);
+  EXPECT_EQ(report_.text(),
+            "tool: /Volumes/Disk/.Trashes: Read-only file system\n"
+            "tool: /Volumes/Disk/.Trashes: Read-only file system\n");
+  EXPECT_FALSE(volume_.exists("Users/alice/.Trash")) << "a copy of what stays is of no use";
+}
+
+TEST_F(TrashToolTest, WhatCannotBeRenamedStaysAndIsReported) {
+  volume_.makeFile("Users/alice/x/a");
+  volume_.makeFile("Users/alice/x/b");
+  support::FailingCall::run(SYS_renameat2, EIO, [this] {
+    EXPECT_EQ(run({"/Users/alice/x"}), ExitStatus::failed);
+    EXPECT_EQ(report_.text(), "tool: /Users/alice/x: Input/output error\n");
+    EXPECT_EQ(run({"-dircontents", "/Users/alice/x"}), ExitStatus::failed);
+    EXPECT_EQ(report_.lines(), 3) << "each entry on its own";
+  });
+  EXPECT_THAT(volume_.names("Users/alice/x"), ElementsAre("a", "b"));
+}
+
+TEST_F(TrashToolTest, WhereNoTrashCanBeMadeNothingMoves) {
+  volume_.makeFile("Users/alice/x");
+  support::FailingCall::run(SYS_mkdirat, ENOSPC, [this] {
+    EXPECT_EQ(run({"/Users/alice/x"}), ExitStatus::failed);
+    EXPECT_EQ(report_.text(), "tool: /Users/alice/.Trash: No space left on device\n");
+  });
+  EXPECT_TRUE(volume_.exists("Users/alice/x"));
+}
+
+TEST_F(TrashToolTest, ATrashThatIsThereIsUsedAlsoWhereNoneCouldBeMade) {
+  volume_.makeFile("Users/alice/x");
+  volume_.makeFolder("Users/alice/.Trash", 0700);
+  volume_.own("Users/alice/.Trash", TestVolume::kAlice);
+  support::FailingCall::run(SYS_mkdirat, ENOSPC, [this] {
+    EXPECT_EQ(run({"/Users/alice/x"}), ExitStatus::done) << report_.text();
+  });
+  EXPECT_THAT(volume_.names("Users/alice/.Trash"), ElementsAre("x"));
+}
+
+TEST_F(TrashToolTest, WithoutATrashOfEitherKindNothingMoves) {
+  surroundings_.consoleAccount = [] { return std::optional(Account{"carol", 4203, 4203, "/Users/carol"}); };
+  volume_.makeFile(".Trashes");
+  volume_.makeFile("Library/Stuff/x");
+  EXPECT_EQ(run({"/Library/Stuff/x"}), ExitStatus::failed);
+  EXPECT_TRUE(volume_.exists("Library/Stuff/x"));
+  EXPECT_THAT(report_.text(), HasSubstr("/Users/carol: No such file or directory"));
+}
+
+TEST_F(TrashToolTest, RootsTrashIsWhereAMacHasItWhereNoAccountIsRoots) {
+  nobodyAtTheConsole();
+  surroundings_.accounts.clear();
+  volume_.makeFile("Library/Stuff/x");
+  EXPECT_EQ(run({"/Library/Stuff/x"}), ExitStatus::done) << report_.text();
+  EXPECT_THAT(volume_.names("var/root/.Trash"), ElementsAre("x"));
+}
+
+TEST_F(TrashToolTest, AHomeWithoutAccountIsKnownByItsPlaceAndAPersonAsItsOwner) {
+  volume_.makeFile("home/guest/x");
+  volume_.own("home/guest", 4299);
+  EXPECT_EQ(run({"/home/guest/x"}), ExitStatus::done) << report_.text();
+  EXPECT_THAT(volume_.names("home/guest/.Trash"), ElementsAre("x"));
+  volume_.makeFile("Users/service/y");
+  volume_.own("Users/service", 33);
+  EXPECT_EQ(run({"/Users/service/y"}), ExitStatus::done) << report_.text();
+  EXPECT_THAT(volume_.names("Users/alice/.Trash"), ElementsAre("y"));
+}
+
+TEST_F(TrashToolTest, AFolderWithADeviceIsNotMovedToAnotherVolume) {
+  volume_.mountVolume("Volumes/Disk");
+  volume_.makeFile("Volumes/Disk/.Trashes");  // no volume trash possible
+  volume_.makeFile("Volumes/Disk/qmaster/a");
+  ASSERT_EQ(mknod(volume_.path("Volumes/Disk/qmaster/tape").c_str(), S_IFCHR | 0600, makedev(9, 0)), 0);
+  EXPECT_EQ(run({"/Volumes/Disk/qmaster"}), ExitStatus::failed);
+  EXPECT_THAT(volume_.names("Volumes/Disk/qmaster"), ElementsAre("a", "tape"));
+  EXPECT_THAT(volume_.names("Users/alice/.Trash"), IsEmpty());
+  EXPECT_THAT(report_.text(), HasSubstr("/Volumes/Disk/qmaster/tape: "));
+}
+
+TEST_F(TrashToolTest, ACopyWhoseOriginalCannotBeRemovedStaysInTheTrashAndIsReported) {
+  volume_.mountVolume("Volumes/Disk");
+  volume_.makeFile("Volumes/Disk/.Trashes");
+  volume_.makeFile("Volumes/Disk/qmaster/x", "data");
+  support::FailingCall::run(SYS_unlinkat, EIO, [this] {
+    EXPECT_EQ(run({"/Volumes/Disk/qmaster/x"}), ExitStatus::failed);
+    EXPECT_THAT(report_.text(), HasSubstr("/Volumes/Disk/qmaster/x: "));
+  });
+  EXPECT_EQ(volume_.read("Volumes/Disk/qmaster/x"), "data");
+  EXPECT_EQ(volume_.read("Users/alice/.Trash/x"), "data");
+}
+
+TEST_F(TrashToolTest, AnEmptyFolderLeavesNoTrashBehind) {
+  volume_.makeFolder("Users/alice/x");
+  EXPECT_EQ(run({"-dircontents", "/Users/alice/x"}), ExitStatus::done);
+  EXPECT_FALSE(volume_.exists("Users/alice/.Trash"));
+}
+
+TEST_F(TrashToolTest, ContentsThatAreInThatTrashAlreadyStayThere) {
+  volume_.makeFile("Users/alice/.Trash/folder/x");
+  volume_.own("Users/alice/.Trash", TestVolume::kAlice);
+  EXPECT_EQ(run({"-dircontents", "/Users/alice/.Trash/folder"}), ExitStatus::done) << report_.text();
+  EXPECT_TRUE(volume_.exists("Users/alice/.Trash/folder/x"));
+}
+
+TEST_F(TrashToolTest, WithoutAUsableTrashContentsStay) {
+  volume_.makeFile("Users/alice/x/a");
+  volume_.makeFile("Users/alice/.Trash");
+  EXPECT_EQ(run({"-dircontents", "/Users/alice/x"}), ExitStatus::failed);
+  EXPECT_THAT(volume_.names("Users/alice/x"), ElementsAre("a"));
+  EXPECT_THAT(report_.text(), HasSubstr("/Users/alice/.Trash: not a folder"));
+}
+
+TEST_F(TrashToolTest, AskedToStopItMovesNoFurtherEntry) {
+  volume_.makeFile("Users/alice/x/a");
+  ToolProcess::run([this] {
+    const Surroundings surroundings = volume_.surroundings();
+    RecordedReport report;
+    raise(SIGHUP);
+    EXPECT_EQ(TrashTool(surroundings, report).run({"-dircontents", "/Users/alice/x"}), ExitStatus::failed);
+    EXPECT_EQ(report.text(), "tool: /Users/alice/x/a: not moved: asked to stop\n");
+  });
+  EXPECT_TRUE(volume_.exists("Users/alice/x/a"));
+  EXPECT_THAT(volume_.names("Users/alice/.Trash"), IsEmpty());
 }
 
 }  // namespace

@@ -4,13 +4,17 @@
 #include <gmock/gmock.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
+#include <cerrno>
 #include <csignal>
 #include <fstream>
 #include <thread>
 
 #include "platform/posix/UniqueDescriptor.h"
 #include "tests/helpers/TestVolume.h"
+#include "tests/helpers/ToolProcess.h"
+#include "tests/support/FailingCall.h"
 #include "tests/support/WaitingLocks.h"
 
 namespace helpers {
@@ -95,6 +99,29 @@ TEST_F(TurnTest, DoesNotExistWhereRootHasNoHome) {
   ASSERT_EQ(::rmdir(home().c_str()), 0);
   EXPECT_FALSE(Turn(volume_.surroundings(), report_).isHeld());
   EXPECT_EQ(report_.text(), "");
+}
+
+TEST_F(TurnTest, IsGoneOnBesideWhereTheSystemHasNoLocksLeft) {
+  support::FailingCall::run(SYS_flock, ENOLCK, [this] {
+    EXPECT_FALSE(Turn(volume_.surroundings(), report_).isHeld());
+    EXPECT_THAT(report_.text(), HasSubstr("going on beside it"));
+  });
+}
+
+TEST_F(TurnTest, IsNotWaitedForAnyMoreWhenTheToolIsAskedToStop) {
+  const UniqueDescriptor another = takenByAnother();
+  ToolProcess::run([this] {
+    RecordedReport report;
+    const Surroundings surroundings = volume_.surroundings();
+    const pid_t waiting = getpid();
+    std::thread asking([&] {
+      EXPECT_TRUE(support::waitUntilLockIsWaitedFor(home()));
+      ::kill(waiting, SIGTERM);
+    });
+    EXPECT_FALSE(Turn(surroundings, report).isHeld());
+    asking.join();
+    EXPECT_EQ(report.text(), "") << "who is asked to stop goes on beside nobody";
+  });
 }
 
 }  // namespace
