@@ -367,4 +367,35 @@ TEST_F(MainInterfaceTest, TheApplicationRunsWithTheOwnerAndStampsItsEnd) {
   EXPECT_EQ(mac.recorder.lines().back(), "deliver interruption");
 }
 
+TEST_F(MainInterfaceTest, ItsVersionIsTheBundlesAndNoneWhereTheBundleHasNone) {
+  mac.mainBundle.info = PropertyList::Dictionary{{"CFBundleShortVersionString", "2.1"}};
+  EXPECT_EQ(interface.version(), "2.1");
+  mac.mainBundle.info = PropertyList::Dictionary{};
+  EXPECT_EQ(interface.version(), "");
+}
+
+TEST_F(MainInterfaceTest, AnAddressIsOpenedAlsoBeforeTheWindowIsLoaded) {
+  interface.openAddress("https://www.example.com/");
+  EXPECT_EQ(recorded(), "browse https://www.example.com/\n");
+}
+
+TEST_F(MainInterfaceTest, TheApplicationEndsWithItsWindow) {
+  EXPECT_TRUE(interface.shouldTerminateAfterLastWindowClosed());
+}
+
+TEST_F(MainInterfaceTest, AnOptionIsStoredOverAPreferenceOfAnotherState) {
+  setPreference("shouldTrash", PropertyList::Array{});
+  load();
+  trashBox.current = outlets::State::on;
+  interface.performAction("storeOptions", nullptr);
+  EXPECT_EQ(mac.preferences.value("shouldTrash"), PropertyList(1));
+}
+
+TEST_F(MainInterfaceTest, AnActionThatNobodyKnowsIsNone) {
+  load();
+  mac.recorder.clear();
+  interface.performAction("removeEverything", nullptr);
+  EXPECT_EQ(recorded(), "");
+}
+
 }  // namespace

@@ -333,6 +333,29 @@ TEST_P(RepairInBothFormsTest, RepairsCompressor4InTheUsersFoldersWithoutAPermiss
       text(all({started(), stopped4(), cleaned4(), nameChecked(), restarted({"4.0"}), ended(kSuccess)})));
 }
 
+TEST_F(RepairTest, WhereTheUserAtTheConsoleHasNoHomeTheMachinesFoldersAloneAreCleaned) {
+  install35();
+  install4();
+  mac.users.homes.clear();
+  start(Form::commandLine);
+  mac.systemConsole.recordsMessages = false;  // a log that has no folder says so between any two lines
+  repair(ShouldTrash::yes, ShouldResetLayout::yes);
+  Lines trashed;
+  for (const std::string& line : mac.recorder.lines()) {
+    if (line.find("trashtool") != std::string::npos) trashed.push_back(line);
+  }
+  Lines expected = cachesRemoved(kSupport);
+  expected.erase(expected.begin());  // what the console says
+  for (const char* folder :
+       {"/private/var/spool/qmaster", "/Users/Shared/Library/Application Support/Apple Qmaster/Storage",
+        "/Library/Application Support/Apple Qmaster/Storage"}) {
+    expected.push_back(helper(std::string("trashtool -spooldir ") + folder));
+  }
+  EXPECT_EQ(text(trashed), text(expected));
+  EXPECT_THAT(seen(), testing::Not(testing::HasSubstr("recycle")));
+  EXPECT_THAT(seen(), testing::HasSubstr(text(startSequence("4.0"))));
+}
+
 TEST_P(RepairInBothFormsTest, TwoVersionsAreRepairedOneAfterTheOtherAndBothStarted) {
   install35();
   install4();

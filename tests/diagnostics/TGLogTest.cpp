@@ -127,6 +127,14 @@ TEST_F(TGLogTest, TheNameIsTheExecutablesUntilOneIsGiven) {
   EXPECT_TRUE(fake.files.exists(generation(1, "Quillmend.task")));
 }
 
+TEST_F(TGLogTest, ANameThatIsSetTakesThePlaceOfAnother) {
+  TGLog::createNewLog("Quillmend");
+  shared().setAppName("Other");
+  EXPECT_EQ(shared().appName(), "Other");
+  TGLog::createNewLog("Quillmend");
+  EXPECT_TRUE(fake.files.exists(generation(1, "Other")));
+}
+
 TEST_F(TGLogTest, ASecondNameKeepsTheFirst) {
   TGLog::createNewLog("Quillmend");
   TGLog::createNewLog("Other");
