@@ -251,3 +251,11 @@ TEST_F(CommandLineTest, SharingCommandsEndByASignalAtOnce) {
   run({"-stopsharing"});
   EXPECT_EQ(only({"defer", "deliver"}), "");
 }
+
+TEST_F(CommandLineTest, AHelpThatCannotBePrintedIsNobodysLoss) {
+  std::FILE* const closed = std::fopen("/dev/null", "r");
+  ASSERT_NE(closed, nullptr);
+  EXPECT_EQ(runCommandLine({kProgram, "-help", "-repair"}, closed), 0);
+  std::fclose(closed);
+  EXPECT_EQ(recorded(), "");
+}

@@ -326,6 +326,32 @@ TEST_F(MainInterfaceInRepairTest, ALostDisplayLetsTheStepEndAndStartsQmasterAgai
   EXPECT_THAT(recorded(), HasSubstr("preference exit")) << "the program has ended by its own means";
 }
 
+TEST_F(MainInterfaceInRepairTest, AskedToEndARepairEndsAfterItsStepAndTheApplicationWithIt) {
+  load();
+  beginRepair(interface);
+  mac.recorder.clear();
+  interface.endRepairAndTerminate();
+  EXPECT_THAT(mac.recorder.lines(), Not(Contains("terminate application"))) << "the step in hand goes on";
+  gate.open();
+  while (interface.isRepairing()) std::this_thread::yield();
+  EXPECT_THAT(mac.recorder.lines(), Contains("terminate application"));
+  EXPECT_THAT(console.text, HasSubstr("Repair stopped."));
+  EXPECT_THAT(console.text, Not(HasSubstr("Clearing history...")));
+}
+
+TEST_F(MainInterfaceInRepairTest, ALostDisplayDoesNotWaitForEverForARepairThatDoesNotEnd) {
+  load();
+  beginRepair(interface);
+  int waits = 0;
+  mac.mainThread.whenServing = [this, &waits] {
+    ++waits;
+    mac.clock.advance(std::chrono::minutes(1));
+  };
+  interface.displayWasLost();
+  EXPECT_EQ(waits, 5);
+  EXPECT_TRUE(interface.isRepairing());
+}
+
 TEST_F(MainInterfaceTest, ADisplayThatIsLostBeforeTheWindowIsLoadedIsNobodysLoss) {
   interface.displayWasLost();
   EXPECT_EQ(recorded(), "");

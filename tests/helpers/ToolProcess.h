@@ -13,13 +13,14 @@
 namespace helpers {
 
 /// Runs a part of a test in a process of its own that is prepared as a tool's is: it hears a signal that asks
-/// it to end, and has no descriptor of the test's but the standard ones. What fails inside is printed there
-/// and fails the test here.
+/// it to end, and has no descriptor of the test's but the standard ones, of which one may be chosen. What
+/// fails inside is printed there and fails the test here.
 struct ToolProcess {
-  static void run(const std::function<void()>& part) {
+  static void run(const std::function<void()>& part, int standardError = STDERR_FILENO) {
     std::fflush(nullptr);
     const pid_t child = fork();
     if (child == 0) {
+      dup2(standardError, STDERR_FILENO);
       prepareHelperProcess();
       part();
       std::fflush(nullptr);
