@@ -1,5 +1,5 @@
-# Counts by gcov in what tests/coverage reports on. All else, the tests too, is built as for users: it takes a third of
-# the time, and a ccache that has the preset release has it already.
+# Counts by gcov in what tests/coverage reports on. All else, the tests too, is built as for users, so
+# that a ccache that has the preset release has most of it already.
 foreach(folder services diagnostics helpers app)
   get_property(targets DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} PROPERTY BUILDSYSTEM_TARGETS)
   foreach(target ${targets})
