@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -49,9 +50,24 @@ class Subprocess {
   [[nodiscard]] virtual std::string availableOutput() = 0;
   [[nodiscard]] virtual std::string availableError() = 0;
 
+  /// The same, added to a text, and as much at a time as is handy: how many bytes, 0 at the end. For output
+  /// of which there may be much.
+  [[nodiscard]] virtual std::size_t appendAvailableOutput(std::string& text) {
+    return append(availableOutput(), text);
+  }
+  [[nodiscard]] virtual std::size_t appendAvailableError(std::string& text) {
+    return append(availableError(), text);
+  }
+
   /// Closes the reading end; nothing happens when it is closed.
   virtual void closeOutput() = 0;
   virtual void closeError() = 0;
+
+ private:
+  static std::size_t append(const std::string& piece, std::string& text) {
+    text += piece;
+    return piece.size();
+  }
 };
 
 /// Makes children. A tool that is called by a Mac path which this system lacks (/usr/sbin/scutil,

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <new>
 #include <thread>
 #include <utility>
 
@@ -65,44 +64,23 @@ void launch(Subprocess& task, TGTaskSlot* slot) {
   if (slot != nullptr) slot->noteLaunch();
 }
 
-/// Much output is given room for many times as much: what of it is not used costs no memory, while each
-/// further move would take as long as reading it. Where the system has no such room, some more must do.
-void appendPiece(std::string& output, const std::string& piece) {
-  constexpr std::size_t kMuch = 1UL << 20;
-  constexpr std::size_t kTimes = 64;
-  const std::size_t needed = output.size() + piece.size();
-  if (needed > output.capacity() && needed > kMuch) {
-    try {
-      output.reserve(needed * kTimes);
-    } catch (const std::bad_alloc&) {
-      output.reserve(needed * 2);
-    }
-  }
-  output += piece;
-}
-
 /// Output is read to its end before errors are read at all, on purpose: callers count on whole output, and
 /// the tools that they run write few errors.
 std::string readStreams(Subprocess& task) {
   std::string output;
   std::string errors;
-  while (true) {
-    const std::string outputPiece = task.availableOutput();
-    const std::string errorPiece = outputPiece.empty() ? task.availableError() : std::string();
-    if (outputPiece.empty() && errorPiece.empty()) break;
-    appendPiece(output, outputPiece);
-    appendPiece(errors, errorPiece);
+  while (task.appendAvailableOutput(output) > 0 || task.appendAvailableError(errors) > 0) {
   }
   // A tool that complains has its complaint returned in place of its output, on purpose.
-  return errors.empty() ? output : errors;
+  return errors.empty() ? std::move(output) : std::move(errors);
 }
 
-std::optional<std::string> decoded(const std::optional<std::string>& data, StringEncoding encoding) {
+std::optional<std::string> decoded(std::optional<std::string> data, StringEncoding encoding) {
   if (!data) return "";
   const auto isAscii = [](char byte) { return static_cast<unsigned char>(byte) < 0x80; };
   const bool isText = encoding == StringEncoding::utf8 ? foundation::isUtf8(*data)
                                                        : std::all_of(data->begin(), data->end(), isAscii);
-  return isText ? data : std::nullopt;
+  return isText ? std::move(data) : std::nullopt;
 }
 
 /// Cuts towards zero. What no timer could hold (and what is no number) becomes the nearest that one can.

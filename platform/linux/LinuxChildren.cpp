@@ -1,10 +1,12 @@
 #include "platform/linux/LinuxChildren.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <mutex>
 
 #include "platform/linux/ChildReaper.h"
@@ -14,6 +16,11 @@
 
 namespace platform {
 namespace {
+
+constexpr std::size_t kLargePage = 2UL << 20;
+/// The allocator has mapped as much for this alone, and lets go of the whole mapping (mallopt(3),
+/// M_MMAP_THRESHOLD).
+constexpr std::size_t kLeastOfItsOwn = 32UL << 20;
 
 class ChildOfADescriptor final : public RunningChild {
  public:
@@ -58,6 +65,13 @@ foundation::Result<std::unique_ptr<RunningChild>> watchByDescriptor(pid_t child)
 
 bool makePipeHold(int pipe, std::size_t bytes) {
   return ::fcntl(pipe, F_SETPIPE_SZ, static_cast<int>(bytes)) >= static_cast<int>(bytes);
+}
+
+void useLargePages(char* memory, std::size_t bytes) {
+  if (bytes < kLeastOfItsOwn) return;
+  const std::size_t before =
+      (kLargePage - reinterpret_cast<std::uintptr_t>(memory) % kLargePage) % kLargePage;
+  ::madvise(memory + before, (bytes - before) / kLargePage * kLargePage, MADV_HUGEPAGE);
 }
 
 }  // namespace platform

@@ -43,7 +43,7 @@ bool isAnother(const std::string& path, const std::string& own) {
 }  // namespace
 
 LinuxSubprocesses::LinuxSubprocesses(MainThread& mainThread, MainBundle& mainBundle, std::string root)
-    : PosixSubprocesses(mainThread, watchByDescriptor, makePipeHold),
+    : PosixSubprocesses(mainThread, watchByDescriptor, {makePipeHold, useLargePages}),
       mainBundle_(mainBundle),
       root_(std::move(root)) {}
 

@@ -53,7 +53,7 @@ struct MacPlatform {
   MacMainBundle mainBundle;
   MacProcessInformation processInformation;
   PosixSystemConsole systemConsole{clock, processInformation};
-  PosixSubprocesses subprocesses{mainThread, watchByThread};
+  PosixSubprocesses subprocesses{mainThread, watchByThread, {}};
   MacApplications applications;
   MacWorkspace workspace;
   MacAuthorization authorization;

@@ -5,10 +5,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <mutex>
+#include <new>
 #include <optional>
+#include <utility>
 
 #include "platform/foundation/Exception.h"
 #include "platform/posix/ChildCalls.h"
@@ -21,7 +24,10 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr std::size_t kReadSize = 64UL << 10;
+constexpr std::size_t kReadSize = 128UL << 10;
+constexpr std::size_t kMostHandedOut = 64UL << 10;
+constexpr std::size_t kMuch = 1UL << 20;
+constexpr std::size_t kTimesForMuch = 1024;
 constexpr std::size_t kMostKept = 1UL << 20;
 /// How long a wait goes on before it looks whether the child is stuck at a full pipe.
 constexpr milliseconds kLookAround{20};
@@ -31,14 +37,28 @@ constexpr milliseconds kLookAround{20};
                               foundation::systemError(reason, path).localizedDescription());
 }
 
+/// Much output is given room for many times as much: what of it is not used costs no memory, while each
+/// further move would take as long as reading it. Where the system has no such room, some more must do.
+void makeRoom(std::string& text, std::size_t bytes, PosixSubprocesses::UseLargePages* useLargePages) {
+  const std::size_t needed = text.size() + bytes;
+  if (needed <= text.capacity() || needed <= kMuch) return;
+  try {
+    text.reserve(needed * kTimesForMuch);
+  } catch (const std::bad_alloc&) {
+    text.reserve(needed * 2);
+  }
+  if (useLargePages != nullptr) useLargePages(text.data(), text.capacity());
+}
+
 /// Reads what a child writes. From a pipe that holds little it is read ahead, so that a child that writes
 /// much to the stream which is read last does not get stuck. May be used by several threads.
 class Output {
  public:
-  void open(UniqueDescriptor pipe, PosixSubprocesses::MakePipeHold* makeHold) {
+  void open(UniqueDescriptor pipe, const PosixSubprocesses::Extras& extras) {
     const std::scoped_lock lock(mutex_);
     ::fcntl(pipe.get(), F_SETFL, ::fcntl(pipe.get(), F_GETFL) | O_NONBLOCK);
-    holdsLittle_ = makeHold == nullptr || !makeHold(pipe.get(), kMostKept);
+    holdsLittle_ = extras.makePipeHold == nullptr || !extras.makePipeHold(pipe.get(), kMostKept);
+    useLargePages_ = extras.useLargePages;
     pipe_ = std::move(pipe);
   }
   void close() {
@@ -64,35 +84,45 @@ class Output {
   /// What there is; empty at the end; nullopt when there is nothing yet.
   std::optional<std::string> take() {
     const std::scoped_lock lock(mutex_);
-    if (kept_.empty()) return pipe_ ? readOnce() : std::string();
-    std::string bytes = kept_.substr(0, kReadSize);
+    std::string bytes = kept_.substr(0, kMostHandedOut);
     kept_.erase(0, bytes.size());
+    if (bytes.empty() && !readInto(bytes, kMostHandedOut)) return std::nullopt;
     return bytes;
+  }
+  /// Adds what there is to a text: how many bytes; 0 at the end; nullopt when there is nothing yet.
+  std::optional<std::size_t> takeInto(std::string& text) {
+    const std::scoped_lock lock(mutex_);
+    makeRoom(text, std::max(kept_.size(), kReadSize), useLargePages_);
+    if (kept_.empty()) return readInto(text, kReadSize);
+    text += kept_;
+    return std::exchange(kept_, {}).size();
   }
   void readAhead() {
     const std::scoped_lock lock(mutex_);
     while (pipe_ && holdsLittle_ && kept_.size() < kMostKept) {
-      const auto bytes = readOnce();
-      if (!bytes || bytes->empty()) return;
-      kept_ += *bytes;
+      if (readInto(kept_, kReadSize).value_or(0) == 0) return;
     }
   }
 
  private:
-  std::optional<std::string> readOnce() {
-    std::string bytes(kReadSize, '\0');
+  /// By way of a buffer that stays in the cache: room in the text itself would have to be filled first.
+  std::optional<std::size_t> readInto(std::string& text, std::size_t most) {
+    if (!pipe_) return 0;
+    std::array<char, kReadSize> buffer;  // NOLINT(*-member-init)
     ssize_t length = -1;
     do {
-      length = ::read(pipe_.get(), bytes.data(), bytes.size());
+      length = ::read(pipe_.get(), buffer.data(), std::min(most, buffer.size()));
     } while (length < 0 && errno == EINTR);
     if (length < 0 && errno == EAGAIN) return std::nullopt;
-    bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    const auto bytes = static_cast<std::size_t>(std::max<ssize_t>(length, 0));
+    text.append(buffer.data(), bytes);
     return bytes;
   }
 
   std::mutex mutex_;
   UniqueDescriptor pipe_;
   bool holdsLittle_ = false;
+  PosixSubprocesses::UseLargePages* useLargePages_ = nullptr;
   std::string kept_;
 };
 
@@ -107,7 +137,7 @@ struct Start {
   std::string executable;
   OpensOnDesktop opensOnDesktop = OpensOnDesktop::no;
   WatchChild* watch = nullptr;
-  PosixSubprocesses::MakePipeHold* makePipeHold = nullptr;
+  PosixSubprocesses::Extras extras = {};
 };
 
 class PosixSubprocess final : public Subprocess {
@@ -126,8 +156,10 @@ class PosixSubprocess final : public Subprocess {
   void terminate() override {
     if (const auto child = running()) child->terminate();
   }
-  std::string availableOutput() override { return readFrom(output_); }
-  std::string availableError() override { return readFrom(error_); }
+  std::string availableOutput() override { return piece(output_); }
+  std::string availableError() override { return piece(error_); }
+  std::size_t appendAvailableOutput(std::string& text) override { return append(output_, text); }
+  std::size_t appendAvailableError(std::string& text) override { return append(error_, text); }
   void closeOutput() override { output_.close(); }
   void closeError() override { error_.close(); }
 
@@ -135,7 +167,14 @@ class PosixSubprocess final : public Subprocess {
   ChildStream connect(Stream kind, int stream);
   void watch(pid_t child);
   std::shared_ptr<RunningChild> running();
-  std::string readFrom(Output& stream);
+  template <typename Take>
+  auto readFrom(Output& stream, Take take) -> typename decltype(take())::value_type;
+  std::string piece(Output& stream) {
+    return readFrom(stream, [&] { return stream.take(); });
+  }
+  std::size_t append(Output& stream, std::string& text) {
+    return readFrom(stream, [&] { return stream.takeInto(text); });
+  }
   void readAhead();
   std::optional<milliseconds> patience();
   void waitForMore(Output& stream, int pipe);
@@ -160,8 +199,8 @@ ChildStream PosixSubprocess::connect(Stream kind, int stream) {
   if (kind == Stream::nullDevice) return {};
   Pipe pipe = makePipe();
   if (!pipe.reading) refuse(errno, launchPath());
-  if (stream == STDOUT_FILENO) output_.open(std::move(pipe.reading), start_.makePipeHold);
-  if (stream == STDERR_FILENO) error_.open(std::move(pipe.reading), start_.makePipeHold);
+  if (stream == STDOUT_FILENO) output_.open(std::move(pipe.reading), start_.extras);
+  if (stream == STDERR_FILENO) error_.open(std::move(pipe.reading), start_.extras);
   UniqueDescriptor childsEnd = std::move(stream == STDIN_FILENO ? pipe.reading : pipe.writing);
   const int number = childsEnd.get();
   return {number, std::move(childsEnd)};
@@ -229,10 +268,11 @@ int PosixSubprocess::terminationStatus() {
   return child == nullptr ? -1 : child->status().value_or(-1);
 }
 
-std::string PosixSubprocess::readFrom(Output& stream) {
+template <typename Take>
+auto PosixSubprocess::readFrom(Output& stream, Take take) -> typename decltype(take())::value_type {
   for (int pipe = stream.descriptor(); pipe >= 0; pipe = stream.descriptor()) {
     waitForMore(stream, pipe);
-    if (auto bytes = stream.take()) return std::move(*bytes);
+    if (auto taken = take()) return std::move(*taken);
   }
   return {};
 }
@@ -242,7 +282,7 @@ std::string PosixSubprocess::readFrom(Output& stream) {
 std::shared_ptr<Subprocess> PosixSubprocesses::create(SubprocessOptions options) {
   const std::string executable = executableFor(options.launchPath);
   return std::make_shared<PosixSubprocess>(
-      std::move(options), Start{executable, opensOnDesktop(executable), watch_, makePipeHold_}, mainThread_);
+      std::move(options), Start{executable, opensOnDesktop(executable), watch_, extras_}, mainThread_);
 }
 
 bool PosixSubprocesses::isExecutableFile(const std::string& path) {

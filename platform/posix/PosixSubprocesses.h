@@ -25,11 +25,19 @@ class PosixSubprocesses : public Subprocesses {
  public:
   /// Has a pipe hold that many bytes; answers whether it does.
   using MakePipeHold = bool(int pipe, std::size_t bytes);
+  /// Has new memory for much output come in large pages, which are made many times as fast as small ones.
+  using UseLargePages = void(char* memory, std::size_t bytes);
 
-  /// `mainThread` outlives this object and every child that it makes. Without `makePipeHold` pipes hold what
-  /// they hold.
-  PosixSubprocesses(MainThread& mainThread, WatchChild* watch, MakePipeHold* makePipeHold = nullptr)
-      : mainThread_(mainThread), watch_(watch), makePipeHold_(makePipeHold) {}
+  /// What a system has beyond POSIX; nothing where it has none.
+  struct Extras {
+    MakePipeHold* makePipeHold = nullptr;
+    UseLargePages* useLargePages = nullptr;
+  };
+
+  /// `mainThread` outlives this object and every child that it makes. Without `makePipeHold` pipes
+  /// hold what they hold.
+  PosixSubprocesses(MainThread& mainThread, WatchChild* watch, Extras extras)
+      : mainThread_(mainThread), watch_(watch), extras_(extras) {}
 
   std::shared_ptr<Subprocess> create(SubprocessOptions options) override;
   bool isExecutableFile(const std::string& path) override;
@@ -48,7 +56,7 @@ class PosixSubprocesses : public Subprocesses {
  private:
   MainThread& mainThread_;
   WatchChild* watch_;
-  MakePipeHold* makePipeHold_;
+  Extras extras_;
 };
 
 }  // namespace platform

@@ -23,7 +23,7 @@ using ::testing::ElementsAre;
 struct Way {
   const char* name;
   WatchChild* watch;
-  PosixSubprocesses::MakePipeHold* makePipeHold;
+  PosixSubprocesses::Extras extras;
   std::size_t staying;  ///< descriptors that stay open: the set that the reaping thread watches
 };
 
@@ -31,14 +31,14 @@ class PosixSubprocessesTest : public SubprocessRuns, public ::testing::WithParam
  protected:
   Subprocesses& maker() override { return subprocesses; }
 
-  PosixSubprocesses subprocesses{mainThread, GetParam().watch, GetParam().makePipeHold};
+  PosixSubprocesses subprocesses{mainThread, GetParam().watch, GetParam().extras};
 };
 
-INSTANTIATE_TEST_SUITE_P(EachWay, PosixSubprocessesTest,
-                         ::testing::Values(Way{"ByDescriptorWithLargePipes", watchByDescriptor, makePipeHold,
-                                               1},
-                                           Way{"ByThreadWithSmallPipes", watchByThread, nullptr, 0}),
-                         [](const auto& way) { return way.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    EachWay, PosixSubprocessesTest,
+    ::testing::Values(Way{"ByDescriptorWithLargePipes", watchByDescriptor, {makePipeHold, useLargePages}, 1},
+                      Way{"ByThreadWithSmallPipes", watchByThread, {}, 0}),
+    [](const auto& way) { return way.param.name; });
 
 TEST_P(PosixSubprocessesTest, AnswersTheExitStatus) {
   const auto child = shell("exit 3");
@@ -188,6 +188,39 @@ TEST_P(PosixSubprocessesTest, AToolThatWritesMuchErrorTextFirstDoesNotGetStuck) 
   child->launch();
   EXPECT_EQ(outputOf(*child), "oooooooooo");
   EXPECT_EQ(child->availableError().size(), 65536U);
+}
+
+TEST_P(PosixSubprocessesTest, AddsOutputToATextUntilItsEnd) {
+  const auto child = make(kProbe, {"fill", "5000000", "3"});
+  child->launch();
+  std::string text = "before ";
+  std::size_t added = 0;
+  while (const std::size_t bytes = child->appendAvailableOutput(text)) added += bytes;
+  EXPECT_EQ(added, 5'000'000U);
+  EXPECT_EQ(text, "before " + std::string(5'000'000, 'o'));
+  EXPECT_EQ(child->appendAvailableError(text), 3U);
+  EXPECT_EQ(child->appendAvailableError(text), 0U);
+  EXPECT_TRUE(text.ends_with("oeee"));
+}
+
+TEST_P(PosixSubprocessesTest, AddsNothingAfterTheReadingEndIsClosed) {
+  const auto child = make(kProbe, {"fill", "200000", "0"});
+  child->launch();
+  std::string text;
+  EXPECT_GT(child->appendAvailableOutput(text), 0U);
+  const std::size_t size = text.size();
+  child->closeOutput();
+  EXPECT_EQ(child->appendAvailableOutput(text), 0U);
+  EXPECT_EQ(text.size(), size);
+}
+
+TEST_P(PosixSubprocessesTest, AnAddingReadServesTheMainThreadsWorkToo) {
+  const auto child = make("/bin/sleep", {"60"});
+  child->launch();
+  std::thread timer([&] { mainThread.perform([&] { child->terminate(); }, Wait::yes); });
+  std::string text;
+  EXPECT_EQ(child->appendAvailableOutput(text), 0U);
+  timer.join();
 }
 
 TEST_P(PosixSubprocessesTest, APipeAtStandardInputIsAtItsEnd) {
