@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <set>
 #include <string_view>
 
 #include "helpers/Report.h"
@@ -170,7 +171,10 @@ bool isHomeFolder(std::string_view place) {
 
 ProtectedFolders::ProtectedFolders(const Surroundings& surroundings)
     : root_(surroundings.root.get()), paths_(kSystemFolders.begin(), kSystemFolders.end()) {
-  for (const Account& account : surroundings.accounts) addHome(account.home);
+  std::set<std::string> homes;
+  for (const Account& account : surroundings.accounts) {
+    if (homes.insert(account.home).second) addHome(account.home);
+  }
 }
 
 void ProtectedFolders::addHome(const std::string& home) {
@@ -194,12 +198,19 @@ bool ProtectedFolders::containsPath(const std::string& path) const {
                      [&path](const std::string& folder) { return folder == path || isInside(folder, path); });
 }
 
+/// What lies below a folder that is not there is not looked for: most accounts of a system have no home.
 bool ProtectedFolders::containsFile(const FileStatus& status) const {
-  return std::any_of(paths_.begin(), paths_.end(), [&](const std::string& folder) {
+  std::string_view missing;
+  for (const std::string& folder : paths_) {
+    if (!missing.empty() && isInside(folder, missing)) continue;
     struct stat other {};
-    return fstatat(root_, folder.c_str() + 1, &other, platform::kWithoutMounting) == 0 &&
-           other.st_ino == status.inode && platform::deviceNumber(other.st_dev) == status.device;
-  });
+    if (fstatat(root_, folder.c_str() + 1, &other, platform::kWithoutMounting) != 0) {
+      if (errno == ENOENT || errno == ENOTDIR) missing = folder;
+    } else if (other.st_ino == status.inode && platform::deviceNumber(other.st_dev) == status.device) {
+      return true;
+    }
+  }
+  return false;
 }
 
 bool ProtectedFolders::contains(const PathEntry& entry) const {

@@ -48,10 +48,11 @@ bool isSpoolPlace(const std::string& path, const std::string& asked) {
   return isBelowSystemsPlace(way) && std::find(way.begin(), way.end(), "..") == way.end();
 }
 
-bool onlyAdministratorsCanWrite(const PathLevel& level, const std::optional<gid_t>& administrators) {
+bool onlyAdministratorsCanWrite(const PathLevel& level, const Surroundings& surroundings) {
   const FileStatus& status = level.status;
   if (!isTrustedOwner(status.owner) || (status.mode & S_IWOTH) != 0) return false;
-  const bool isTheirs = (status.mode & S_IWGRP) == 0 || status.group == 0 || status.group == administrators;
+  const bool isTheirs =
+      (status.mode & S_IWGRP) == 0 || status.group == 0 || status.group == surroundings.administrators();
   return isTheirs && !platform::mayBeWrittenByList(level.descriptor.get(), status.mode);
 }
 
@@ -62,7 +63,7 @@ std::string contentsOfAdministratorsFile(const Surroundings& surroundings, const
   if (!entry || !entry.value().status().isRegular()) return {};
   const std::vector<PathLevel>& levels = entry.value().levels;
   const bool trusted = std::all_of(levels.begin(), levels.end(), [&](const PathLevel& level) {
-    return onlyAdministratorsCanWrite(level, surroundings.administrators);
+    return onlyAdministratorsCanWrite(level, surroundings);
   });
   if (!trusted) return {};
   const platform::UniqueDescriptor file(::openat(entry.value().folder().descriptor.get(),

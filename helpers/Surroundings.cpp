@@ -11,8 +11,10 @@ Surroundings thisComputer(const std::function<std::optional<std::string>()>& con
   Surroundings surroundings;
   surroundings.root = platform::holdFolder(AT_FDCWD, "/");
   surroundings.accounts = platform::allAccounts();
-  const auto administrators = platform::ownershipNamed(":admin");
-  if (administrators) surroundings.administrators = administrators->group;
+  surroundings.administrators = []() -> std::optional<gid_t> {
+    const auto administrators = platform::ownershipNamed(":admin");
+    return administrators ? administrators->group : std::nullopt;
+  };
   surroundings.consoleAccount = [consoleUser]() -> std::optional<Account> {
     const std::optional<std::string> name = consoleUser ? consoleUser() : std::nullopt;
     return name ? platform::accountNamed(*name) : std::nullopt;

@@ -28,8 +28,8 @@ using platform::statusOf;
 struct Surroundings {
   platform::UniqueDescriptor root;                         ///< the folder that is "/" to every path
   std::vector<Account> accounts;                           ///< passwd(5), as far as it can be enumerated
-  std::optional<gid_t> administrators;                     ///< the group "admin", where there is one
-  std::function<std::optional<Account>()> consoleAccount;  ///< asked only when it is needed
+  std::function<std::optional<gid_t>()> administrators;    ///< the group "admin", where there is one
+  std::function<std::optional<Account>()> consoleAccount;  ///< both are asked only when they are needed
   std::function<foundation::Date()> now;
 };
 

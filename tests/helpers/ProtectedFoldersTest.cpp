@@ -82,6 +82,64 @@ TEST_F(ProtectedFoldersTest, PseudoFileSystemsAreProtectedThroughout) {
   }
 }
 
+TEST_F(ProtectedFoldersTest, TheHomeOfTwoAccountsIsProtectedWithItsFolders) {
+  Surroundings surroundings = volume_.surroundings();
+  surroundings.accounts.push_back({"twin", 4204, 4204, "/data/shared"});
+  surroundings.accounts.push_back({"other", 4205, 4205, "/data/shared"});
+  volume_.makeFolder("data/shared/Library/Logs");
+  for (const char* path : {"/data/shared", "/data/shared/Library", "/data/shared/Library/Logs"}) {
+    EXPECT_FALSE(locateUnprotected(surroundings, path)) << path;
+  }
+}
+
+/// By the link alone, for the path that is asked for is another.
+TEST_F(ProtectedFoldersTest, AHomeThatIsALinkProtectsWhatItLeadsTo) {
+  Surroundings surroundings = volume_.surroundings();
+  surroundings.accounts.push_back({"carol", 4203, 4203, "/homes/carol"});
+  volume_.makeFolder("disk/carol/Library/Keychains");
+  volume_.makeFolder("disk/carol/work");
+  volume_.makeFolder("homes");
+  volume_.makeLink("../disk/carol", "homes/carol");
+  for (const char* path : {"/disk/carol", "/disk/carol/Library", "/disk/carol/Library/Keychains"}) {
+    EXPECT_FALSE(locateUnprotected(surroundings, path)) << path;
+  }
+  EXPECT_TRUE(locateUnprotected(surroundings, "/disk/carol/work"));
+}
+
+/// Homes that are missing, dangling links and files among others, whatever their order: only what lies below
+/// them is left out. Each of the others is found by a link, so that its path is not what protects it.
+TEST_F(ProtectedFoldersTest, HomesThatAreMissingTakeNoProtectionFromOthers) {
+  Surroundings surroundings = volume_.surroundings();
+  unsigned number = 4300;
+  for (const char* home :
+       {"/homes/a", "/homes/a-b", "/homes/ab", "/homes/b", "/homes/c", "/homes/d", "/homes/e"}) {
+    surroundings.accounts.push_back({home, number, number, home});
+    ++number;
+  }
+  volume_.makeFolder("homes");
+  volume_.makeLink("nowhere", "homes/b");
+  volume_.makeFile("homes/d");
+  for (const char* name : {"a-b", "ab", "c", "e"}) {
+    volume_.makeFolder(std::string("disk/") + name + "/Library/Caches");
+    volume_.makeLink(std::string("../disk/") + name, std::string("homes/") + name);
+    for (const char* place : {"", "/Library", "/Library/Caches"}) {
+      EXPECT_FALSE(locateUnprotected(surroundings, std::string("/disk/") + name + place)) << name << place;
+    }
+  }
+}
+
+/// The home is there and one of its folders is missing, that folder's own with it: those after it are not.
+TEST_F(ProtectedFoldersTest, AMissingFolderOfAHomeTakesNoProtectionFromTheNext) {
+  Surroundings surroundings = volume_.surroundings();
+  surroundings.accounts.push_back({"carol", 4203, 4203, "/homes/carol"});
+  volume_.makeFolder("disk/carol/Movies");
+  volume_.makeFolder("disk/carol/.Trash");
+  volume_.makeFolder("homes");
+  volume_.makeLink("../disk/carol", "homes/carol");
+  EXPECT_FALSE(locateUnprotected(surroundings, "/disk/carol/Movies"));
+  EXPECT_FALSE(locateUnprotected(surroundings, "/disk/carol/.Trash"));
+}
+
 TEST_F(ProtectedFoldersTest, TheSameFolderAtAnotherPlaceIsProtected) {
   QUILLMEND_NEEDS_ROOT();
   volume_.makeFolder("Users/alice/Library");

@@ -116,7 +116,7 @@ class TestVolume {
                      {"daemon", 1, 1, "/usr/sbin"},
                      {"alice", kAlice, kAlice, "/Users/alice"},
                      {"bob", kBob, kBob, "/Users/bob"}};
-    made.administrators = kAdministrators;
+    made.administrators = [] { return std::optional<gid_t>(kAdministrators); };
     made.consoleAccount = [] { return std::optional(Account{"alice", kAlice, kAlice, "/Users/alice"}); };
     made.now = [] { return foundation::Date::fromUnixTime(1'700'000'000); };
     return made;
