@@ -8,6 +8,6 @@ function(quillmend_bundle_program target folder)
   add_dependencies(bundle ${target})
   # A Mac's system has one C++ library for all.
   if(NOT APPLE AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
-    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
+    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc -Wl,--as-needed)
   endif()
 endfunction()

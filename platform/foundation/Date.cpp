@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 
@@ -26,6 +27,13 @@ std::string format(const std::tm& parts, const char* calendarFormat) {
   }
 }
 
+/// To the nearest, halves up; of a value that is not negative. What std::llround() does, without the library
+/// of mathematics, which every start of every program would have to map for this alone.
+std::int64_t rounded(double value) {
+  const auto whole = static_cast<std::int64_t>(value);
+  return whole + (value - static_cast<double>(whole) >= 0.5 ? 1 : 0);
+}
+
 /// The greatest whole number of seconds whose nanoseconds fit.
 constexpr double kFarthest = 9223372035.0;
 
@@ -35,8 +43,8 @@ Date Date::fromUnixTime(double seconds) {
   // Whole seconds and the rest apart: a double that counts nanoseconds since 1970 is 128 of them coarse.
   const double whole = std::floor(std::clamp(seconds, -kFarthest, kFarthest));
   const double rest = std::clamp(seconds - whole, 0.0, 1.0);
-  return Date(TimePoint(std::chrono::seconds(std::llround(whole)) +
-                        std::chrono::nanoseconds(std::llround(rest * 1e9))));
+  return Date(TimePoint(std::chrono::seconds(static_cast<std::int64_t>(whole)) +
+                        std::chrono::nanoseconds(rounded(rest * 1e9))));
 }
 
 double Date::unixTime() const {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <ctime>
 
@@ -63,6 +64,18 @@ TEST(Date, TheConsoleStampHasMilliseconds) {
 TEST(Date, SecondsGoInAndComeOut) {
   EXPECT_DOUBLE_EQ(Date::fromUnixTime(1293876000.5).unixTime(), 1293876000.5);
   EXPECT_DOUBLE_EQ(Date::fromUnixTime(-1e9).unixTime(), -1e9);
+}
+
+TEST(Date, APartOfASecondIsRoundedToTheNearestNanosecond) {
+  const auto nanoseconds = [](double seconds) {
+    return std::lround((Date::fromUnixTime(seconds).unixTime()) * 1e9);
+  };
+  EXPECT_EQ(nanoseconds(0.4e-9), 0);
+  EXPECT_EQ(nanoseconds(0.6e-9), 1);
+  EXPECT_EQ(nanoseconds(2.4e-9), 2);
+  EXPECT_EQ(nanoseconds(2.6e-9), 3);
+  EXPECT_EQ(nanoseconds(0.9999999994), 999'999'999);
+  EXPECT_EQ(nanoseconds(0.9999999996), 1'000'000'000);
 }
 
 TEST(Date, AMomentBeyondItsRangeIsItsFarthest) {
