@@ -64,7 +64,7 @@ void ChmodTool::changeTree(const PathEntry& top, const FileMode& mode) {
            mode.appliedTo(status.permissions(), status.isFolder()) != status.permissions();
   };
   TreeWalk walk(report_, isWrong, [&](const TreeVisit& visit) {
-    if (!isWrong(visit.status)) return;
+    if (visit.status.isSymbolicLink()) return;
     const mode_t permissions = wanted(visit.status, visit.path, mode);
     if (permissions == visit.status.permissions()) return;
     if (linked.keeps(visit)) return;

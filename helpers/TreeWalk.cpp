@@ -40,7 +40,8 @@ TreeWalk::TreeWalk(Report& report, Selector selector, Visitor visitor)
 void TreeWalk::walk(const PathEntry& top) {
   path_ = top.path;
   const PathLevel& self = top.self();
-  visit(top.folder().status, top.folder().descriptor.get(), self.descriptor.get(), self.status, self.name);
+  visitor_(TreeVisit{self.descriptor.get(), self.status, self.name, top.folder().status,
+                     top.folder().descriptor.get(), top.path});
   if (!self.status.isFolder()) return;
   auto again = openEntry(self.descriptor.get(), ".", top.path, O_DIRECTORY);
   if (!again) return report_.failure(again.error());
@@ -55,39 +56,34 @@ void TreeWalk::walk(const PathEntry& top) {
   if (stopRequested()) report_.failure(top.path, "not finished: asked to stop");
 }
 
-void TreeWalk::visit(const FileStatus& folder, int folderDescriptor, int descriptor, const FileStatus& status,
-                     const std::string& name) {
-  const std::string path = levels_.empty() ? path_ : pathOf(name);
-  visitor_(TreeVisit{descriptor, status, name, folder, folderDescriptor, path});
-}
-
 void TreeWalk::visitNextEntry() {
   Level& level = levels_.back();
-  const std::string name = level.names.next();
-  const auto looked = statusIn(level.descriptor.get(), name, name);
-  if (looked && (looked.value().isFolder() || selector_(looked.value()))) return open(name);
+  level.names.takeNext(name_);
+  const auto looked = statusIn(level.descriptor.get(), name_, name_);
+  if (looked && (looked.value().isFolder() || selector_(looked.value()))) return open(level);
   if (looked || isMissing(looked.error())) return;
-  report_.failure(systemError(looked.error().code, pathOf(name)));
+  nameEntry();
+  report_.failure(systemError(looked.error().code, entryPath_));
 }
 
 // What was looked at by its name may have been exchanged since, in root's own folders too: the next step of
 // the same repair may be opening them to everybody already. So only what is open now is decided on and
 // changed.
-void TreeWalk::open(const std::string& name) {
-  const Level& level = levels_.back();
-  const std::string path = pathOf(name);
-  auto opened = openEntry(level.descriptor.get(), name, path);
+void TreeWalk::open(const Level& level) {
+  nameEntry();
+  auto opened = openEntry(level.descriptor.get(), name_, entryPath_);
   if (!opened) {
     if (!isMissing(opened.error())) report_.failure(opened.error());
     return;
   }
-  auto status = statusOf(opened.value().get(), path);
+  auto status = statusOf(opened.value().get(), entryPath_);
   if (!status) return report_.failure(status.error());
   if (!status.value().isSameVolume(level.status)) {
-    return report_.failure(path, "on another volume, left as it is");
+    return report_.failure(entryPath_, "on another volume, left as it is");
   }
-  visit(level.status, level.descriptor.get(), opened.value().get(), status.value(), name);
-  if (status.value().isFolder()) enter(name, std::move(opened).value(), status.value());
+  visitor_(TreeVisit{opened.value().get(), status.value(), name_, level.status, level.descriptor.get(),
+                     entryPath_});
+  if (status.value().isFolder()) enter(name_, std::move(opened).value(), status.value());
 }
 
 void TreeWalk::enter(const std::string& name, UniqueDescriptor descriptor, const FileStatus& status) {
@@ -120,8 +116,8 @@ void TreeWalk::leave() {
   levels_.back().descriptor = std::move(parent).value();
 }
 
-std::string TreeWalk::pathOf(const std::string& name) const {
-  return path_ + "/" + name;
+void TreeWalk::nameEntry() {
+  entryPath_.assign(path_).append(1, '/').append(name_);
 }
 
 LinkedFiles::LinkedFiles(Report& report) : report_(report), mostFiles_(affordable(kMostLinkedFiles)) {}
@@ -132,7 +128,7 @@ bool LinkedFiles::keeps(const TreeVisit& visit) {
     add(visit);
     return true;
   }
-  if (platform::hasKeptItsName(visit.descriptor, visit.folderDescriptor, visit.name)) return false;
+  if (keptNames_.has(visit.descriptor, visit.folderDescriptor, visit.name)) return false;
   report_.failure(visit.path, "removed or exchanged while it was looked at, left as it is");
   return true;
 }

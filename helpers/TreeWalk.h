@@ -18,7 +18,7 @@ struct TreeVisit {
   const std::string& name;
   const FileStatus& folder;   ///< the folder that the entry was found in
   int folderDescriptor = -1;  ///< holds it
-  std::string path;
+  const std::string& path;
 };
 
 /// Visits an entry and everything below it, a folder before what it holds; what is no folder only where the
@@ -50,20 +50,20 @@ class TreeWalk {
     platform::NameList names = {};
   };
 
-  void visit(const FileStatus& folder, int folderDescriptor, int descriptor, const FileStatus& status,
-             const std::string& name);
   void visitNextEntry();
-  void open(const std::string& name);
+  void open(const Level& level);
   void enter(const std::string& name, platform::UniqueDescriptor descriptor, const FileStatus& status);
   void leave();
-  [[nodiscard]] std::string pathOf(const std::string& name) const;
+  void nameEntry();
 
   Report& report_;
   Selector selector_;
   Visitor visitor_;
   Listed listed_;
   std::size_t mostOpenFolders_;
-  std::string path_;  ///< of the folder in hand
+  std::string path_;       ///< of the folder in hand
+  std::string name_;       ///< of the entry in hand
+  std::string entryPath_;  ///< and its path, from nameEntry() on; both keep their room
   std::vector<Level> levels_;
 };
 
@@ -99,6 +99,7 @@ class LinkedFiles {
 
   Report& report_;
   std::size_t mostFiles_;
+  platform::KeptNames keptNames_;
   std::map<FileKey, File> files_;
   std::size_t nameCount_ = 0;
 };

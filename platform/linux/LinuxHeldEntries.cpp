@@ -4,6 +4,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <climits>
 
@@ -93,15 +94,25 @@ Result<std::string> targetOfLink(int link, std::string_view path) {
   return target;
 }
 
-bool hasKeptItsName(int descriptor, int /*folder*/, const std::string& /*name*/) {
+KeptNames::KeptNames() : descriptors_(holdFolder(AT_FDCWD, "/proc/self/fd")) {}
+
+bool KeptNames::has(int descriptor, int /*folder*/, const std::string& /*name*/) const {
   // The kernel marks the name that was opened, for good: neither a new name nor the old one given again takes
   // the mark away.
   constexpr std::string_view kMark = " (deleted)";
-  const std::string link = pathOf(descriptor);
-  std::string name(PATH_MAX, '\0');
-  const ssize_t length = ::readlink(link.c_str(), name.data(), name.size());
+  std::array<char, PATH_MAX> name;  // NOLINT(*-member-init): 4096 zeroes for each file
+  ssize_t length = -1;
+  if (descriptors_) {
+    const std::string number = std::to_string(descriptor);
+    length = ::readlinkat(descriptors_.get(), number.c_str(), name.data(), name.size());
+  }
+  if (length < 0) length = ::readlink(pathOf(descriptor).c_str(), name.data(), name.size());
   if (length < 0) return errno == ENOENT;
   return !std::string_view(name.data(), static_cast<std::size_t>(length)).ends_with(kMark);
+}
+
+bool hasKeptItsName(int descriptor, int folder, const std::string& name) {
+  return KeptNames().has(descriptor, folder, name);
 }
 
 int setOwner(int held, uid_t owner, gid_t group) {

@@ -170,6 +170,12 @@ bool hasKeptItsName(int descriptor, int folder, const std::string& name) {
          isSameTime(changeTime(open), changeTime(named)) && !isTooRecent(changeTime(open));
 }
 
+KeptNames::KeptNames() = default;
+
+bool KeptNames::has(int descriptor, int folder, const std::string& name) const {
+  return hasKeptItsName(descriptor, folder, name);
+}
+
 /// fchown(2) leaves the set-ID bits where root calls: a program that a user has made would be root's with
 /// them.
 int setOwner(int held, uid_t owner, gid_t group) {

@@ -176,14 +176,19 @@ void NameList::add(std::string_view name) {
 }
 
 std::string NameList::next() {
+  std::string name;
+  takeNext(name);
+  return name;
+}
+
+void NameList::takeNext(std::string& name) {
   std::string& block = blocks_[first_];
-  std::string name = block.c_str() + at_;
+  name = block.c_str() + at_;
   at_ += name.size() + 1;
-  if (at_ < block.size()) return name;
+  if (at_ < block.size()) return;
   std::string().swap(block);
   ++first_;
   at_ = 0;
-  return name;
 }
 
 Result<NameList> listedNames(int folder, std::string_view path) {

@@ -84,6 +84,8 @@ class NameList {
   [[nodiscard]] bool empty() const { return first_ == blocks_.size(); }
   /// REQUIRES that it is not empty.
   [[nodiscard]] std::string next();
+  /// The same into a text that keeps its room from one name to the next.
+  void takeNext(std::string& name);
 
  private:
   std::vector<std::string> blocks_;  ///< names, each with a zero byte at its end
@@ -150,5 +152,16 @@ enum class LastLink { keep, follow };
 /// file, the file have one name, and nothing have changed while that was asked; it answers no within two
 /// seconds of a change where the volume keeps whole seconds only, because it might have changed again.
 [[nodiscard]] bool hasKeptItsName(int descriptor, int folder, const std::string& name);
+
+/// The same for many files: the place where Linux tells it, /proc/self/fd, is looked up once and held by a
+/// descriptor. REQUIRES to be asked in the process that made the object.
+class KeptNames {
+ public:
+  KeptNames();
+  [[nodiscard]] bool has(int descriptor, int folder, const std::string& name) const;
+
+ private:
+  UniqueDescriptor descriptors_;  ///< nothing where there is none to be had, or none needed
+};
 
 }  // namespace platform

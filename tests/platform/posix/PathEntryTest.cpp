@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "tests/helpers/TestVolume.h"
+#include "tests/platform/NoMoreDescriptors.h"
 
 namespace platform {
 namespace {
@@ -177,6 +178,26 @@ TEST_F(NameTest, AFileThatIsRenamedKeepsAName) {
 TEST_F(NameTest, ANameThatReadsAsIfItWereGoneDoesNotCount) {
   ASSERT_EQ(rename(volume_.path("name").c_str(), volume_.path("name (deleted)").c_str()), 0);
   EXPECT_FALSE(hasKeptItsName(entry(), -1, ""));
+}
+
+TEST_F(NameTest, OneObjectTellsOfManyFiles) {
+  const KeptNames names;
+  volume_.makeFile("other");
+  const auto other = locate(surroundings_, "/other");
+  ASSERT_TRUE(other.ok());
+  EXPECT_TRUE(names.has(entry(), -1, ""));
+  takeNameAway();
+  EXPECT_FALSE(names.has(entry(), -1, ""));
+  EXPECT_TRUE(names.has(other.value().self().descriptor.get(), -1, ""));
+}
+
+/// As where a process may have no more of them.
+TEST_F(NameTest, WithoutADescriptorOfItsOwnItTellsTheSame) {
+  const NoMoreDescriptors none;
+  const KeptNames names;
+  EXPECT_TRUE(names.has(entry(), -1, ""));
+  takeNameAway();
+  EXPECT_FALSE(names.has(entry(), -1, ""));
 }
 
 FileStatus reachedThrough(std::uint64_t device, std::uint64_t mount) {
