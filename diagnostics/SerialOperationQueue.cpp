@@ -33,12 +33,13 @@ void SerialOperationQueue::add(QueuedOperation operation) {
     taken_.insert(taken_.begin() + place, std::move(operation));
     return;  // whoever performs this one goes on to it
   }
+  const bool isFirst = waiting_.empty();
   waiting_.push_back(std::move(operation));
   startThreadIfNeeded();
   if (!thread_.joinable()) {
     performWaiting(lock);
-  } else if (performer_ == std::thread::id()) {
-    added_.notify_one();
+  } else if (isFirst && performer_ == std::thread::id()) {
+    added_.notify_one();  // the thread is on its way for those that come before it is there
   }
 }
 

@@ -112,7 +112,7 @@ void TGLog::finishWriting() {
   sharedController()->writeQueue()->waitUntilAllOperationsAreFinished();
 }
 
-void TGLog::appendFormatted(const Format& format, const FormatArguments& arguments) {
+void TGLog::appendFormatted(const Format& format, FormatArguments arguments) {
   if (!format) return;
   TGLog* const log = sharedController();
   std::string message = foundation::formatText(*format, arguments);
@@ -127,7 +127,7 @@ void TGLog::appendFormatted(const Format& format, const FormatArguments& argumen
   if (isShort && log->bytesInQueue() <= kLongestAwaitedMessage) finishWriting();
 }
 
-void TGLog::appendFormattedAndPrint(const Format& format, const FormatArguments& arguments) {
+void TGLog::appendFormattedAndPrint(const Format& format, FormatArguments arguments) {
   if (!format) return;
   const std::string text = foundation::formatText(foundation::trimmed(*format), arguments);
   appendLog(text);  // as the format, on purpose: a percent sign in it is formatted a second time

@@ -5,8 +5,8 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
-#include <vector>
 
 #include "diagnostics/SerialOperationQueue.h"
 #include "platform/Files.h"
@@ -43,7 +43,7 @@
 class TGLog : public foundation::ImmortalSingleton<TGLog> {
  public:
   using Format = std::optional<std::string>;
-  using FormatArguments = std::vector<foundation::FormatArgument>;
+  using FormatArguments = std::span<const foundation::FormatArgument>;
   using FileHandle = std::shared_ptr<platform::WritableFile>;
   using WriteQueue = std::shared_ptr<SerialOperationQueue>;
 
@@ -102,8 +102,8 @@ class TGLog : public foundation::ImmortalSingleton<TGLog> {
   TGLog() = default;
   ~TGLog() = default;
 
-  static void appendFormatted(const Format& format, const FormatArguments& arguments);
-  static void appendFormattedAndPrint(const Format& format, const FormatArguments& arguments);
+  static void appendFormatted(const Format& format, FormatArguments arguments);
+  static void appendFormattedAndPrint(const Format& format, FormatArguments arguments);
 
   void appendLogOnThread(const std::string& message, std::uint64_t length);
   void writeEntry(const std::string& message);

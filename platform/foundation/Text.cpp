@@ -99,9 +99,9 @@ struct ArgumentPrinter {
   const Directive& directive;
 
   std::string operator()(std::monostate) const { return padded(directive, "(null)"); }
-  std::string operator()(const std::string& text) const {
+  std::string operator()(std::string_view text) const {
     const bool cut = directive.letter == 's' && directive.precision.has_value();
-    return padded(directive, cut ? text.substr(0, *directive.precision) : text);
+    return padded(directive, std::string(cut ? text.substr(0, *directive.precision) : text));
   }
   std::string operator()(std::int64_t number) const {
     switch (directive.letter) {
@@ -209,16 +209,16 @@ locale_t localeOfLetters() {
 }  // namespace
 
 FormatArgument::FormatArgument(const char* text) {
-  if (text != nullptr) value_ = std::string(text);
+  if (text != nullptr) value_ = std::string_view(text);
 }
 
 FormatArgument::FormatArgument(const std::optional<std::string>& text) {
-  if (text) value_ = *text;
+  if (text) value_ = std::string_view(*text);
 }
 
 FormatArgument::FormatArgument(const PropertyList& value) : value_(value.description()) {}
 
-std::string formatText(std::string_view format, const std::vector<FormatArgument>& arguments) {
+std::string formatText(std::string_view format, std::span<const FormatArgument> arguments) {
   std::string text;
   std::size_t next = 0;
   while (!format.empty()) {

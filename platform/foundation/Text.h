@@ -1,31 +1,35 @@
 #pragma once
 
+#include <array>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <variant>
-#include <vector>
 
 /// Text is UTF-8 in std::string; bytes that are not valid UTF-8 pass through every operation unchanged.
 namespace foundation {
 
 class PropertyList;
 
-/// One argument of a format: text, a number, or nothing (printed "(null)").
+/// One argument of a format: text, a number, or nothing (printed "(null)"). It is made for the call that it
+/// is passed to: a text is not copied, and has to live as long as the argument.
 class FormatArgument {
  public:
-  FormatArgument(std::nullptr_t) : value_(std::monostate{}) {}          // NOLINT: implicit on purpose,
-  FormatArgument(std::nullopt_t) : value_(std::monostate{}) {}          // NOLINT: a call reads like the
-  FormatArgument(const char* text);                                     // NOLINT: formats it fills
-  FormatArgument(std::string_view text) : value_(std::string(text)) {}  // NOLINT
-  FormatArgument(std::string text) : value_(std::move(text)) {}         // NOLINT
-  FormatArgument(const std::optional<std::string>& text);               // NOLINT
-  FormatArgument(const PropertyList& value);                            // NOLINT
-  FormatArgument(double number) : value_(number) {}                     // NOLINT
+  FormatArgument(std::nullptr_t) : value_(std::monostate{}) {}  // NOLINT: implicit on purpose,
+  FormatArgument(std::nullopt_t) : value_(std::monostate{}) {}  // NOLINT: a call reads like the
+  FormatArgument(const char* text);                             // NOLINT: formats it fills
+  FormatArgument(std::string_view text) : value_(text) {}       // NOLINT
+  FormatArgument(const std::string& text) : value_(std::string_view(text)) {}  // NOLINT
+  FormatArgument(std::string&&) = delete;                  // it would be gone before the call
+  FormatArgument(const std::optional<std::string>& text);  // NOLINT
+  FormatArgument(std::optional<std::string>&&) = delete;
+  FormatArgument(const PropertyList& value);         // NOLINT
+  FormatArgument(double number) : value_(number) {}  // NOLINT
   template <std::integral T>
   FormatArgument(T number) {  // NOLINT
     if constexpr (std::is_signed_v<T>) {
@@ -36,11 +40,11 @@ class FormatArgument {
   }
 
   [[nodiscard]] const auto& value() const { return value_; }
-  /// nullptr for what is no text.
-  [[nodiscard]] const std::string* text() const { return std::get_if<std::string>(&value_); }
+  /// Nothing for what is no text, nor a property list.
+  [[nodiscard]] const std::string_view* text() const { return std::get_if<std::string_view>(&value_); }
 
  private:
-  std::variant<std::monostate, std::string, std::int64_t, std::uint64_t, double> value_;
+  std::variant<std::monostate, std::string_view, std::string, std::int64_t, std::uint64_t, double> value_;
 };
 
 /// Fills a format. Directives: %@ and %s (text), %d %i %u %x %X (whole numbers; the length modifiers h, l,
@@ -50,15 +54,13 @@ class FormatArgument {
 /// A directive that has no argument left, and a percent sign that starts no known directive, are kept as they
 /// stand: no argument is ever read that was not given. A text can therefore be formatted a second time, with
 /// no arguments, whatever it holds; only each "%%" in it becomes "%".
-[[nodiscard]] std::string formatText(std::string_view format, const std::vector<FormatArgument>& arguments);
+[[nodiscard]] std::string formatText(std::string_view format, std::span<const FormatArgument> arguments);
 
 /// The arguments of a format, in their order.
 template <typename... Arguments>
-[[nodiscard]] std::vector<FormatArgument> formatArguments(const Arguments&... arguments) {
-  std::vector<FormatArgument> list;
-  list.reserve(sizeof...(arguments));
-  (list.emplace_back(arguments), ...);  // a list in braces would be copied
-  return list;
+[[nodiscard]] std::array<FormatArgument, sizeof...(Arguments)> formatArguments(
+    const Arguments&... arguments) {
+  return {FormatArgument(arguments)...};
 }
 
 template <typename... Arguments>

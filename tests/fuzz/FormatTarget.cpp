@@ -11,18 +11,18 @@ using foundation::FormatArgument;
 
 /// A piece's first letter tells the kind of argument it is.
 FormatArgument argumentOf(const std::string& piece) {
-  const std::string rest = piece.empty() ? piece : piece.substr(1);
+  const char* const rest = piece.empty() ? piece.c_str() : piece.c_str() + 1;
   switch (piece.empty() ? '\0' : piece.front()) {
     case 'n':
       return nullptr;
     case 'i':
-      return std::strtoll(rest.c_str(), nullptr, 0);
+      return std::strtoll(rest, nullptr, 0);
     case 'u':
-      return std::strtoull(rest.c_str(), nullptr, 0);
+      return std::strtoull(rest, nullptr, 0);
     case 'f':
-      return std::strtod(rest.c_str(), nullptr);
+      return std::strtod(rest, nullptr);
     default:
-      return rest;
+      return std::string_view(piece).substr(piece.empty() ? 0 : 1);
   }
 }
 
