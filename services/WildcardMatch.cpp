@@ -7,10 +7,15 @@
 
 namespace {
 
+/// Such a byte is a character of its own wherever it stands.
+bool isAscii(char byte) {
+  return static_cast<unsigned char>(byte) < 0x80;
+}
+
 /// How many bytes the first character has.
 std::size_t characterLength(std::string_view text) {
+  if (isAscii(text.front())) return 1;
   const auto first = static_cast<unsigned char>(text.front());
-  if (first < 0x80) return 1;
   const std::size_t length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : first >= 0xc0 ? 2 : 1;
   return length <= text.size() && foundation::isUtf8(text.substr(0, length)) ? length : 1;
 }
@@ -18,8 +23,18 @@ std::size_t characterLength(std::string_view text) {
 /// Byte for byte: a part of a character is like nothing.
 bool beginAlike(std::string_view one, std::string_view other) {
   if (one.front() != other.front()) return false;
+  if (isAscii(one.front())) return true;
   const std::size_t length = characterLength(one);
   return length == characterLength(other) && one.substr(0, length) == other.substr(0, length);
+}
+
+/// The next place in a name where what a "*" stands for may end, by whole characters: "?" behind it must not
+/// begin in the middle of one. Places are passed over where the character that the pattern goes on with is
+/// not; the name's size where there is none.
+std::size_t nextEnd(std::string_view name, std::size_t from, std::string_view rest) {
+  const std::size_t next = from + characterLength(name.substr(from));
+  if (rest.empty() || rest.front() == '*' || rest.front() == '?' || !isAscii(rest.front())) return next;
+  return std::min(name.find(rest.front(), next), name.size());
 }
 
 }  // namespace
@@ -42,8 +57,7 @@ bool isLike(std::string_view name, std::string_view pattern) {
       at += length;
       wanted += length;
     } else if (star != none) {
-      // A whole character: "?" behind it must not begin in the middle of one.
-      tried += characterLength(name.substr(tried));
+      tried = nextEnd(name, tried, pattern.substr(star));
       at = tried;
       wanted = star;
     } else {

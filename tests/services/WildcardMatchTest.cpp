@@ -65,6 +65,17 @@ TEST(WildcardMatchTest, APartOfACharacterIsLikeNoCharacter) {
   EXPECT_TRUE(isLike("\xc3", "\xc3"));
 }
 
+/// What a star stands for ends before each place in turn at which the pattern may go on.
+TEST(WildcardMatchTest, AStarGoesOnToTheLastPlaceThatFits) {
+  EXPECT_TRUE(isLike("a.plist.plist", "*.plist"));
+  EXPECT_TRUE(isLike("a.plis.plist", "a*.plist"));
+  EXPECT_FALSE(isLike("a.plist.plis", "*.plist"));
+  EXPECT_FALSE(isLike("nothing of it", "*x"));
+  EXPECT_TRUE(isLike("\u00e9t\u00e9.log", "*t?.log"));
+  EXPECT_TRUE(isLike("\u00e9\u00e9", "*\u00e9"));
+  EXPECT_TRUE(isLike("\xc3x", "*x")) << "half a character";
+}
+
 TEST(WildcardMatchTest, ManyStarsTakeNoTimeToSpeakOf) {
   std::string pattern;
   for (int count = 0; count < 100; ++count) pattern += "*a";
