@@ -201,6 +201,7 @@ TEST_P(PosixSubprocessesTest, AddsOutputToATextUntilItsEnd) {
   EXPECT_EQ(child->appendAvailableError(text), 3U);
   EXPECT_EQ(child->appendAvailableError(text), 0U);
   EXPECT_TRUE(text.ends_with("oeee"));
+  child->waitUntilExit();
 }
 
 TEST_P(PosixSubprocessesTest, AddsNothingAfterTheReadingEndIsClosed) {
@@ -212,6 +213,7 @@ TEST_P(PosixSubprocessesTest, AddsNothingAfterTheReadingEndIsClosed) {
   child->closeOutput();
   EXPECT_EQ(child->appendAvailableOutput(text), 0U);
   EXPECT_EQ(text.size(), size);
+  child->waitUntilExit();
 }
 
 TEST_P(PosixSubprocessesTest, AnAddingReadServesTheMainThreadsWorkToo) {
@@ -221,6 +223,7 @@ TEST_P(PosixSubprocessesTest, AnAddingReadServesTheMainThreadsWorkToo) {
   std::string text;
   EXPECT_EQ(child->appendAvailableOutput(text), 0U);
   timer.join();
+  child->waitUntilExit();
 }
 
 TEST_P(PosixSubprocessesTest, APipeAtStandardInputIsAtItsEnd) {
