@@ -39,7 +39,7 @@ void SerialOperationQueue::add(QueuedOperation operation) {
   if (!thread_.joinable()) {
     performWaiting(lock);
   } else if (isFirst && performer_ == std::thread::id()) {
-    added_.notify_one();  // the thread is on its way for those that come before it is there
+    added_.notify_one();  // behind others the thread is on its way for them
   }
 }
 

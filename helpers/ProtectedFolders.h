@@ -34,7 +34,7 @@ class ProtectedFolders {
   void addHome(const std::string& home);
 
   int root_;
-  std::vector<std::string> paths_;  ///< each folder is followed by what is in it
+  std::vector<std::string> paths_;  ///< mostly a folder before what is in it: then less is looked for
 };
 
 /// locate() for a path that a tool is about to change: a protected folder gives EPERM.

@@ -25,9 +25,9 @@ class FormatArgument {
   FormatArgument(const char* text);                             // NOLINT: formats it fills
   FormatArgument(std::string_view text) : value_(text) {}       // NOLINT
   FormatArgument(const std::string& text) : value_(std::string_view(text)) {}  // NOLINT
-  FormatArgument(std::string&&) = delete;                  // it would be gone before the call
+  FormatArgument(const std::string&&) = delete;            // it would be gone before the call
   FormatArgument(const std::optional<std::string>& text);  // NOLINT
-  FormatArgument(std::optional<std::string>&&) = delete;
+  FormatArgument(const std::optional<std::string>&&) = delete;
   FormatArgument(const PropertyList& value);         // NOLINT
   FormatArgument(double number) : value_(number) {}  // NOLINT
   template <std::integral T>
@@ -40,7 +40,7 @@ class FormatArgument {
   }
 
   [[nodiscard]] const auto& value() const { return value_; }
-  /// Nothing for what is no text, nor a property list.
+  /// nullptr for what is no text, and for a property list.
   [[nodiscard]] const std::string_view* text() const { return std::get_if<std::string_view>(&value_); }
 
  private:

@@ -109,8 +109,9 @@ std::string ApplicationBundle::packageType() const {
 
 std::string ApplicationBundle::executable() const {
   std::string name = information.stringFor("CFBundleExecutable");
-  if (!foundation::isItemName(name))
+  if (!foundation::isItemName(name)) {
     name = foundation::lastPathComponent(foundation::deletingPathExtension(path));
+  }
   return path + "/Contents/MacOS/" + name;
 }
 

@@ -14,8 +14,8 @@ namespace platform {
 /// up that users get.
 [[nodiscard]] bool makePipeHold(int pipe, std::size_t bytes);
 
-/// Has memory that nobody has touched yet come in huge pages (MADV_HUGEPAGE of madvise(2)), where the system
-/// has any. Less than any allocator keeps for itself when it is given back is left as it is.
+/// Has memory come, where nobody has touched it yet, in huge pages (MADV_HUGEPAGE of madvise(2)), where the
+/// system has any. Less than any allocator keeps for itself when it is given back is left as it is.
 void useLargePages(char* memory, std::size_t bytes);
 
 }  // namespace platform

@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <optional>
 
 #include "platform/posix/FileMetadata.h"
 #include "platform/posix/HeldEntries.h"
@@ -58,6 +59,17 @@ Result<FileStatus> askedFor(int descriptor, const char* name, int flags, std::st
   return statusFrom(raw);
 }
 
+/// By the link to a held file in /proc; nothing where it cannot be read.
+std::optional<bool> hasKeptNameOf(int place, const std::string& link) {
+  // The kernel marks the name that was opened, for good: neither a new name nor the old one given again takes
+  // the mark away.
+  constexpr std::string_view kMark = " (deleted)";
+  std::array<char, PATH_MAX> name;  // NOLINT(*-member-init): 4096 zeroes for each file
+  const ssize_t length = ::readlinkat(place, link.c_str(), name.data(), name.size());
+  if (length < 0) return std::nullopt;
+  return !std::string_view(name.data(), static_cast<std::size_t>(length)).ends_with(kMark);
+}
+
 }  // namespace
 
 std::uint64_t deviceNumber(dev_t device) {
@@ -94,25 +106,16 @@ Result<std::string> targetOfLink(int link, std::string_view path) {
   return target;
 }
 
-KeptNames::KeptNames() : descriptors_(holdFolder(AT_FDCWD, "/proc/self/fd")) {}
-
-bool KeptNames::has(int descriptor, int /*folder*/, const std::string& /*name*/) const {
-  // The kernel marks the name that was opened, for good: neither a new name nor the old one given again takes
-  // the mark away.
-  constexpr std::string_view kMark = " (deleted)";
-  std::array<char, PATH_MAX> name;  // NOLINT(*-member-init): 4096 zeroes for each file
-  ssize_t length = -1;
-  if (descriptors_) {
-    const std::string number = std::to_string(descriptor);
-    length = ::readlinkat(descriptors_.get(), number.c_str(), name.data(), name.size());
-  }
-  if (length < 0) length = ::readlink(pathOf(descriptor).c_str(), name.data(), name.size());
-  if (length < 0) return errno == ENOENT;
-  return !std::string_view(name.data(), static_cast<std::size_t>(length)).ends_with(kMark);
+bool hasKeptItsName(int descriptor, int /*folder*/, const std::string& /*name*/) {
+  const auto kept = hasKeptNameOf(AT_FDCWD, pathOf(descriptor));
+  return kept ? *kept : errno == ENOENT;
 }
 
-bool hasKeptItsName(int descriptor, int folder, const std::string& name) {
-  return KeptNames().has(descriptor, folder, name);
+KeptNames::KeptNames() : descriptors_(holdFolder(AT_FDCWD, "/proc/self/fd")) {}
+
+bool KeptNames::has(int descriptor, int folder, const std::string& name) const {
+  const auto kept = hasKeptNameOf(descriptors_.get(), std::to_string(descriptor));
+  return kept ? *kept : hasKeptItsName(descriptor, folder, name);
 }
 
 int setOwner(int held, uid_t owner, gid_t group) {

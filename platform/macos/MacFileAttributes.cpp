@@ -23,6 +23,7 @@ Result<void> outcome(int reason, const std::string& path) {
 
 /// The item that root is to change.
 Result<UniqueDescriptor> holdForChanging(const std::string& path) {
+  if (path.empty()) return systemError(ENOENT, path);  // not the current folder
   const auto place = openGuardedPlace(path);
   if (!place) return place.error();
   const std::string& name = place.value().name;

@@ -50,11 +50,12 @@ Result<UniqueDescriptor> openLockFile(int folder, const std::string& name, const
 }  // namespace
 
 Result<std::unique_ptr<FileLock>> GuardedFileLocks::tryLock(const std::string& path) {
-  const auto folder = openGuardedFolder(foundation::deletingLastPathComponent(path));
-  if (!folder) return systemError(folder.error().code, path);
-  const std::string name = "." + foundation::lastPathComponent(path) + ".lock";
-  if (!makeLockFile(folder.value().get(), name)) return systemError(errno, path);
-  auto file = openLockFile(folder.value().get(), name, path);
+  const auto place = openGuardedPlace(path);
+  if (!place) return place.error();
+  const int folder = place.value().folder.get();
+  const std::string name = "." + place.value().name + ".lock";
+  if (!makeLockFile(folder, name)) return systemError(errno, path);
+  auto file = openLockFile(folder, name, path);
   if (!file) return file.error();
   if (::flock(file.value().get(), LOCK_EX | LOCK_NB) != 0) return systemError(errno, path);
   return std::unique_ptr<FileLock>(std::make_unique<Flock>(std::move(file).value()));

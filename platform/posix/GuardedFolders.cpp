@@ -69,15 +69,15 @@ int makeFolderForOwner(int parent, const std::string& name, mode_t mode) {
 }
 
 Result<UniqueDescriptor> openTrashFolder(const std::string& path) {
-  const std::string name = foundation::lastPathComponent(path);
-  auto parent = openGuardedFolder(foundation::deletingLastPathComponent(path));
-  if (!parent) return parent;
+  const auto place = openGuardedPlace(path);
+  if (!place) return place.error();
+  const int parent = place.value().folder.get();
+  const std::string& name = place.value().name;
   struct stat around {};
-  if (::fstat(parent.value().get(), &around) != 0) return systemError(errno, path);
-  const int reason = makeFolderForOwner(parent.value().get(), name, 0700);
+  if (::fstat(parent, &around) != 0) return systemError(errno, path);
+  const int reason = makeFolderForOwner(parent, name, 0700);
   if (reason != 0 && reason != EEXIST) return systemError(reason, path);
-  UniqueDescriptor trash(
-      ::openat(parent.value().get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  UniqueDescriptor trash(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat status {};
   if (!trash || ::fstat(trash.get(), &status) != 0) return systemError(errno, path);
   if (status.st_uid != (::geteuid() == 0 ? around.st_uid : ::geteuid())) return systemError(EPERM, path);

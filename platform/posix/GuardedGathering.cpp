@@ -304,21 +304,21 @@ bool onlyRootCanExchangeItemsIn(int folder) {
 }  // namespace
 
 Result<std::unique_ptr<FolderInUse>> GuardedGathering::createPrivateFolder(const std::string& path) {
-  const std::string around = foundation::deletingLastPathComponent(path);
-  if (const int reason = makeFolders(around); reason != 0) return systemError(reason, path);
-  const auto parent = openGuardedFolder(around);
-  if (!parent) return systemError(parent.error().code, path);
-  const int folder = parent.value().get();
+  const int reason = makeFolders(foundation::deletingLastPathComponent(path));
+  if (reason != 0) return systemError(reason, path);
+  const auto place = openGuardedPlace(path);
+  if (!place) return place.error();
+  const int folder = place.value().folder.get();
+  const std::string& name = place.value().name;
   if (isRoot() && !onlyRootCanExchangeItemsIn(folder)) return systemError(EPERM, path);
-  const std::string name = foundation::lastPathComponent(path);
   if (::mkdirat(folder, name.c_str(), 0700) != 0) return systemError(errno, path);
   return locked(openFolderIn(folder, name), path);
 }
 
 Result<std::unique_ptr<FolderInUse>> GuardedGathering::useLeftFolder(const std::string& path) {
-  const auto parent = openGuardedFolder(foundation::deletingLastPathComponent(path));
-  if (!parent) return std::unique_ptr<FolderInUse>();
-  UniqueDescriptor folder = openFolderIn(parent.value().get(), foundation::lastPathComponent(path));
+  const auto place = openGuardedPlace(path);
+  if (!place) return std::unique_ptr<FolderInUse>();
+  UniqueDescriptor folder = openFolderIn(place.value().folder.get(), place.value().name);
   struct stat status {};
   // What is somebody else's they may lock for ever.
   const bool isOurs = folder && ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid();

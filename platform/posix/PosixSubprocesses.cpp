@@ -8,8 +8,8 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <exception>
 #include <mutex>
-#include <new>
 #include <optional>
 #include <utility>
 
@@ -37,14 +37,15 @@ constexpr milliseconds kLookAround{20};
                               foundation::systemError(reason, path).localizedDescription());
 }
 
-/// Much output is given room for many times as much: what of it is not used costs no memory, while each
-/// further move would take as long as reading it. Where the system has no such room, some more must do.
+/// Much output is given room for many times as much: what of it is not used costs no memory, but where the
+/// system promises no more than it has, while each further move would take as long as reading it. Where there
+/// is no such room, some more must do.
 void makeRoom(std::string& text, std::size_t bytes, PosixSubprocesses::UseLargePages* useLargePages) {
   const std::size_t needed = text.size() + bytes;
   if (needed <= text.capacity() || needed <= kMuch) return;
   try {
     text.reserve(needed * kTimesForMuch);
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {  // or the text could not be so long
     text.reserve(needed * 2);
   }
   if (useLargePages != nullptr) useLargePages(text.data(), text.capacity());

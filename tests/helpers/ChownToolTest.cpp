@@ -9,10 +9,10 @@
 
 #include <csignal>
 
-#include "tests/helpers/FewDescriptors.h"
 #include "tests/helpers/TestVolume.h"
 #include "tests/helpers/ToolProcess.h"
 #include "tests/support/FailingCall.h"
+#include "tests/support/FewDescriptors.h"
 
 namespace helpers {
 namespace {
@@ -298,7 +298,7 @@ TEST_F(ChownToolTest, AFolderThatCannotBeListedIsReportedAndTheFolderItselfIsCha
 TEST_F(ChownToolTest, WithoutADescriptorLeftEachEntryIsReportedAndTheWorkGoesOn) {
   QUILLMEND_NEEDS_ROOT();
   for (const char* place : {"tree/a/inside", "tree/b", "tree/c"}) volume_.makeFile(place);
-  std::optional<FewDescriptors> few;
+  std::optional<support::FewDescriptors> few;
   listed_ = [&few](const std::string&) { few.emplace(0); };
   EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::failed);
   few.reset();
@@ -312,7 +312,7 @@ TEST_F(ChownToolTest, WithoutADescriptorLeftEachEntryIsReportedAndTheWorkGoesOn)
 TEST_F(ChownToolTest, AFolderThatCanBeHeldButNotReadIsChangedItselfAndReported) {
   QUILLMEND_NEEDS_ROOT();
   for (const char* place : {"tree/a/inside", "tree/b"}) volume_.makeFile(place);
-  std::optional<FewDescriptors> few;
+  std::optional<support::FewDescriptors> few;
   listed_ = [&few](const std::string&) { few.emplace(1); };
   EXPECT_EQ(run({"-R", "4301", "/tree"}), ExitStatus::failed);
   few.reset();

@@ -239,6 +239,7 @@ TEST_F(KillToolTest, WhoMayNotBeHeldOrSignalledIsReported) {
 }
 
 TEST_F(KillToolTest, AskedToStopItSignalsNobodyElse) {
+  settings_.ask = milliseconds(30000);
   start(kClient, {"stubborn"});
   start(kDaemon);
   ToolProcess::run([this] {

@@ -1,6 +1,7 @@
 #include "helpers/Surroundings.h"
 
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <sys/stat.h>
 
 namespace helpers {
@@ -14,6 +15,11 @@ TEST(ThisComputer, HasItsTopFolderAndItsAccounts) {
   ASSERT_EQ(fstat(computer.root.get(), &held), 0);
   EXPECT_EQ(held.st_ino, top.st_ino);
   EXPECT_THAT(computer.accounts, ::testing::Contains(::testing::Field(&Account::user, 0U)));
+}
+
+TEST(ThisComputer, HasAdministratorsWhereThereIsAGroupOfThem) {
+  const group* const admin = getgrnam("admin");
+  EXPECT_EQ(thisComputer().administrators(), admin ? std::optional<gid_t>(admin->gr_gid) : std::nullopt);
 }
 
 TEST(ThisComputer, TakesTheUserAtTheConsoleFromWhomeverItIsGiven) {

@@ -22,7 +22,7 @@ struct ToolProcess {
     if (child == 0) {
       dup2(standardError, STDERR_FILENO);
       prepareHelperProcess();
-      part();
+      [&part]() noexcept { part(); }();  // an exception must not run the test's end here as well
       std::fflush(nullptr);
       support::keepCounts();
       _exit(::testing::Test::HasFailure() ? 1 : 0);

@@ -26,6 +26,7 @@
 #include "tests/support/NoMoreThreads.h"
 #include "tests/support/PathStatus.h"
 #include "tests/support/ProgramRun.h"
+#include "tests/support/Sanitizers.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -44,14 +45,6 @@ using ::testing::IsEmpty;
 
 constexpr std::size_t kBlock = ditto::DeflateLine::kBlock;
 constexpr const char* kPython = "/usr/bin/python3";
-
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kIsSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kIsSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool kIsSanitized = false;
-#endif
 
 std::string noise(std::size_t size) {
   std::mt19937_64 random(size);
@@ -779,7 +772,7 @@ TEST_F(BusyDitto, TakesLessThanThirtyTwoMebibytesOfMemory) {
   for (auto now = peakMemory(pid); now; now = peakMemory(pid)) most = *now;
   end();
   EXPECT_GT(most, 0);
-  EXPECT_LT(most, kIsSanitized ? 512 * 1024 : 32 * 1024);
+  EXPECT_LT(most, support::kIsSanitized ? 512 * 1024 : 32 * 1024);
 }
 
 TEST_F(BusyDitto, NamesWhatHasVanishedAndPacksTheRest) {

@@ -15,6 +15,7 @@
 #include "platform/posix/UniqueDescriptor.h"
 #include "tests/support/AsUser.h"
 #include "tests/support/ChangedRoot.h"
+#include "tests/support/FewDescriptors.h"
 #include "tests/support/PathStatus.h"
 #include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
@@ -349,22 +350,6 @@ TEST_F(GuardedFilesTest, WritingToAFullDiskIsAnError) {
   EXPECT_EQ(writable.value()->write(std::string(2 << 20, 'x')).error().code, ENOSPC);
 }
 
-/// Fewer descriptors than usual, for its scope.
-class FewDescriptors {
- public:
-  FewDescriptors() {
-    ::getrlimit(RLIMIT_NOFILE, &usual_);
-    const rlimit few{256, usual_.rlim_max};
-    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
-  }
-  ~FewDescriptors() { ::setrlimit(RLIMIT_NOFILE, &usual_); }
-  FewDescriptors(const FewDescriptors&) = delete;
-  FewDescriptors& operator=(const FewDescriptors&) = delete;
-
- private:
-  rlimit usual_{};
-};
-
 TEST_F(GuardedFilesTest, RemovesATreeThatIsDeeperThanDescriptorsCanBeHad) {
   constexpr int kDepth = 600;
   const std::string name(200, 'd');  // its path is longer than a call would take
@@ -377,7 +362,7 @@ TEST_F(GuardedFilesTest, RemovesATreeThatIsDeeperThanDescriptorsCanBeHad) {
     }
   }
   inside.reset();
-  const FewDescriptors limit;
+  const support::FewDescriptors few(250);
   const auto removed = changes.remove(folder / name);
   EXPECT_TRUE(removed.ok()) << (removed ? "" : std::strerror(removed.error().code));
   EXPECT_THAT(namesIn(folder.path()), IsEmpty());

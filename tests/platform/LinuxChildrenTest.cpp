@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <sstream>

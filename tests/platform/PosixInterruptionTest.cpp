@@ -5,7 +5,7 @@
 
 #include <csignal>
 
-#include "tests/platform/NoMoreDescriptors.h"
+#include "tests/support/FewDescriptors.h"
 
 namespace platform {
 namespace {
@@ -72,7 +72,7 @@ TEST_F(PosixInterruptionTest, ASignalThatWasBlockedIsHeard) {
 TEST_F(PosixInterruptionTest, ASignalIsNotedAlsoWhereThereIsNoDescriptorToTellOfIt) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process that has not deferred yet
   const auto interrupted = [this] {
-    const NoMoreDescriptors limit;
+    const support::FewDescriptors none(0);
     interruption.defer();
     static_cast<void>(::raise(SIGHUP));
     if (interruption.requestDescriptor() == -1 && interruption.requested() == SIGHUP) interruption.deliver();

@@ -1,16 +1,19 @@
 #include "platform/posix/PosixSubprocesses.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <fstream>
 
 #include "platform/foundation/Exception.h"
 #include "platform/linux/LinuxChildren.h"
-#include "tests/platform/NoMoreDescriptors.h"
 #include "tests/platform/SubprocessRuns.h"
+#include "tests/support/FewDescriptors.h"
+#include "tests/support/Sanitizers.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform {
@@ -204,6 +207,38 @@ TEST_P(PosixSubprocessesTest, AddsOutputToATextUntilItsEnd) {
   child->waitUntilExit();
 }
 
+/// While it lives this process can get so many bytes of memory more; without a limit under a sanitizer, which
+/// has taken all that there is.
+class LittleMemory {
+ public:
+  explicit LittleMemory(rlim_t more) {
+    ::getrlimit(RLIMIT_AS, &before_);
+    rlim_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlimit little{pages * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE)) + more, before_.rlim_max};
+    if (!support::kIsSanitized) ::setrlimit(RLIMIT_AS, &little);
+  }
+  ~LittleMemory() { ::setrlimit(RLIMIT_AS, &before_); }
+  LittleMemory(const LittleMemory&) = delete;
+  LittleMemory& operator=(const LittleMemory&) = delete;
+
+ private:
+  rlimit before_{};
+};
+
+TEST_P(PosixSubprocessesTest, MuchIsAddedAlsoWhereThereIsNoRoomForManyTimesAsMuch) {
+  const auto child = make(kProbe, {"fill", "5000000", "0"});
+  child->launch();
+  std::string text;
+  {
+    const LittleMemory limit(256UL << 20);
+    while (child->appendAvailableOutput(text) > 0) continue;
+  }
+  EXPECT_EQ(text, std::string(5'000'000, 'o'));
+  if (!support::kIsSanitized) EXPECT_LT(text.capacity(), 256UL << 20);
+  child->waitUntilExit();
+}
+
 TEST_P(PosixSubprocessesTest, AddsNothingAfterTheReadingEndIsClosed) {
   const auto child = make(kProbe, {"fill", "200000", "0"});
   child->launch();
@@ -363,7 +398,7 @@ TEST_P(PosixSubprocessesTest, AChildThatCannotBeWatchedDoesNotRunOnUnseen) {
   const auto child = subprocesses.create({.launchPath = "/bin/sleep", .arguments = {"60"}});
   std::string reason;
   try {
-    const NoMoreDescriptors limit;
+    const support::FewDescriptors none(0);
     child->launch();
   } catch (const foundation::Exception& exception) {
     reason = exception.reason();

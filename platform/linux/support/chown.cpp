@@ -54,7 +54,7 @@ class OwnerChange {
     const bool isFolder = status.value().isFolder();
     if (!isFolder && !status.value().isRegular()) return complain(path, "neither a file nor a folder");
     if (!isFolder && status.value().links > 1) return complain(path, "has further names");
-    if (!isFolder && !platform::hasKeptItsName(item, -1, ""))  // neither is needed here
+    if (!isFolder && !keptNames_.has(item, -1, ""))  // neither is needed here
       return complain(path, "exchanged while it was looked at");
     const int failed = isFolder && isRecursive_ ? changeEntries(item, path, depth) : 0;
     constexpr auto kLeave = static_cast<uid_t>(-1);
@@ -81,6 +81,7 @@ class OwnerChange {
   int root_;
   Ownership ownership_;
   bool isRecursive_;
+  platform::KeptNames keptNames_ = {};
 };
 
 int usage() {

@@ -5,7 +5,7 @@
 #include <cerrno>
 
 #include "tests/helpers/TestVolume.h"
-#include "tests/platform/NoMoreDescriptors.h"
+#include "tests/support/FewDescriptors.h"
 
 namespace platform {
 namespace {
@@ -193,7 +193,7 @@ TEST_F(NameTest, OneObjectTellsOfManyFiles) {
 
 /// As where a process may have no more of them.
 TEST_F(NameTest, WithoutADescriptorOfItsOwnItTellsTheSame) {
-  const NoMoreDescriptors none;
+  const support::FewDescriptors none(0);
   const KeptNames names;
   EXPECT_TRUE(names.has(entry(), -1, ""));
   takeNameAway();

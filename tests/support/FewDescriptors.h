@@ -6,7 +6,7 @@
 
 #include <stdexcept>
 
-namespace helpers {
+namespace support {
 
 /// While it lives this process can open so many descriptors more, and no other.
 class FewDescriptors {
@@ -26,4 +26,4 @@ class FewDescriptors {
   rlimit before_{};
 };
 
-}  // namespace helpers
+}  // namespace support
