@@ -15,6 +15,15 @@ class ProtectedFoldersTest : public ::testing::Test {
     if (!entry && isMissing(entry.error())) ADD_FAILURE() << path << " does not exist";
     return !entry && entry.error().code == EPERM;
   }
+  /// With an account more, carol, whose home is a link to /disk/carol.
+  Surroundings withHomeByALink() {
+    Surroundings surroundings = volume_.surroundings();
+    surroundings.accounts.push_back({"carol", 4203, 4203, "/homes/carol"});
+    volume_.makeFolder("disk/carol");
+    volume_.makeFolder("homes");
+    volume_.makeLink("../disk/carol", "homes/carol");
+    return surroundings;
+  }
 
   TestVolume volume_;
 };
@@ -94,12 +103,9 @@ TEST_F(ProtectedFoldersTest, TheHomeOfTwoAccountsIsProtectedWithItsFolders) {
 
 /// By the link alone, for the path that is asked for is another.
 TEST_F(ProtectedFoldersTest, AHomeThatIsALinkProtectsWhatItLeadsTo) {
-  Surroundings surroundings = volume_.surroundings();
-  surroundings.accounts.push_back({"carol", 4203, 4203, "/homes/carol"});
+  const Surroundings surroundings = withHomeByALink();
   volume_.makeFolder("disk/carol/Library/Keychains");
   volume_.makeFolder("disk/carol/work");
-  volume_.makeFolder("homes");
-  volume_.makeLink("../disk/carol", "homes/carol");
   for (const char* path : {"/disk/carol", "/disk/carol/Library", "/disk/carol/Library/Keychains"}) {
     EXPECT_FALSE(locateUnprotected(surroundings, path)) << path;
   }
@@ -130,12 +136,9 @@ TEST_F(ProtectedFoldersTest, HomesThatAreMissingTakeNoProtectionFromOthers) {
 
 /// The home is there and one of its folders is missing, that folder's own with it: those after it are not.
 TEST_F(ProtectedFoldersTest, AMissingFolderOfAHomeTakesNoProtectionFromTheNext) {
-  Surroundings surroundings = volume_.surroundings();
-  surroundings.accounts.push_back({"carol", 4203, 4203, "/homes/carol"});
+  const Surroundings surroundings = withHomeByALink();
   volume_.makeFolder("disk/carol/Movies");
   volume_.makeFolder("disk/carol/.Trash");
-  volume_.makeFolder("homes");
-  volume_.makeLink("../disk/carol", "homes/carol");
   EXPECT_FALSE(locateUnprotected(surroundings, "/disk/carol/Movies"));
   EXPECT_FALSE(locateUnprotected(surroundings, "/disk/carol/.Trash"));
 }
