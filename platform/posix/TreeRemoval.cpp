@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include "platform/posix/DescriptorLimit.h"
 #include "platform/posix/FileMetadata.h"
 #include "platform/posix/FileSystemCalls.h"
 #include "platform/posix/HeldEntries.h"
@@ -27,10 +28,11 @@ enum class Opens { no, yes };
 /// descriptors can be had: of the folders on the way down the lowest are held open.
 class Removal {
  public:
-  Removal(std::string path, Opens opens) : path_(std::move(path)), opens_(opens) {}
+  Removal(std::string path, Opens opens, RemovalOptions options = {})
+      : path_(std::move(path)), opens_(opens), options_(std::move(options)) {}
 
   /// Removes some of the entries of a folder.
-  Result<void> run(int top, std::vector<std::string> names) {
+  Result<void> run(int top, NameList names) {
     const auto status = statusOf(top, path_);
     if (!status) return status.error();
     Level level{UniqueDescriptor(::fcntl(top, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)), path_.size(),
@@ -39,10 +41,11 @@ class Removal {
     level.names = std::move(names);
     levels_.push_back(std::move(level));
     while (!levels_.empty()) {
-      if (levels_.back().next < levels_.back().names.size()) {
-        removeNext();
-      } else {
+      if (options_.goesOn && !options_.goesOn()) return systemError(ECANCELED, path_);
+      if (levels_.back().names.empty()) {
         leave();
+      } else {
+        removeNext();
       }
     }
     return outcome_;
@@ -53,8 +56,8 @@ class Removal {
     UniqueDescriptor folder;
     std::size_t pathLength = 0;
     FileStatus status = {};
-    std::vector<std::string> names = {};
-    std::size_t next = 0;
+    std::string name = {};  ///< in the folder above
+    NameList names = {};
     Result<void> listed = {};
   };
 
@@ -64,16 +67,15 @@ class Removal {
 
   void removeNext() {
     Level& level = levels_.back();
-    const std::string& name = level.names[level.next];
+    level.names.takeNext(name_);
     if (!path_.empty() && !path_.ends_with('/')) path_ += '/';
-    path_ += name;
-    if (const int reason = unlink(level.folder.get(), name, 0); reason != 0) {
-      if (reason == kUnlinkedFolder && enter(level.folder.get(), name)) return;
+    path_ += name_;
+    if (const int reason = unlink(level.folder.get(), name_, 0); reason != 0) {
+      if (reason == kUnlinkedFolder && enter(level.folder.get(), name_)) return;
       // A Mac says the same to what is locked.
       note(systemError(reason != kUnlinkedFolder || errno == ENOTDIR ? reason : errno, path_));
     }
     path_.resize(level.pathLength);
-    ++level.next;
   }
 
   /// Answers 0 or an errno value.
@@ -86,7 +88,7 @@ class Removal {
     return ::unlinkat(folder, name.c_str(), flags) == 0 ? 0 : errno;
   }
 
-  /// The entry stays the next one until it has been left. On failure errno says why.
+  /// On failure errno says why.
   bool enter(int parent, const std::string& name) {
     Level level{holdEntry(parent, name, LastLink::keep, O_DIRECTORY), path_.size()};
     const auto status = level.folder ? statusOf(level.folder.get(), path_) : systemError(errno, path_);
@@ -95,12 +97,17 @@ class Removal {
       return false;
     }
     level.status = status.value();
+    if (options_.mounted == MountedItems::leave && !level.status.isSameVolume(levels_.back().status)) {
+      errno = EXDEV;
+      return false;
+    }
+    level.name = name;
     if (opens_ == Opens::yes) makeWritable(level);
-    auto names = namesIn(level.folder.get(), path_);
+    auto names = listedNames(level.folder.get(), path_);
     if (!names) level.listed = names.error();
     if (names) level.names = std::move(names).value();
     levels_.push_back(std::move(level));
-    if (levels_.size() > kMostOpenFolders) levels_[levels_.size() - kMostOpenFolders - 1].folder.reset();
+    if (levels_.size() > mostOpen_) levels_[levels_.size() - mostOpen_ - 1].folder.reset();
     return true;
   }
 
@@ -120,8 +127,7 @@ class Removal {
       note(foundation::errorWithReason(EBUSY, path_, "moved while it was removed"));
       return levels_.clear();
     }
-    const std::string& name = level.names[level.next++];
-    if (const int reason = unlink(level.folder.get(), name, AT_REMOVEDIR); reason != 0) {
+    if (const int reason = unlink(level.folder.get(), left.name, AT_REMOVEDIR); reason != 0) {
       note(left.listed ? systemError(reason, path_) : left.listed.error());
     }
     path_.resize(level.pathLength);
@@ -137,19 +143,24 @@ class Removal {
   }
 
   std::string path_;  ///< of the folder in hand
+  std::string name_;  ///< of the entry in hand
   const Opens opens_;
+  const RemovalOptions options_;
+  const std::size_t mostOpen_ = affordableDescriptors(kMostOpenFolders);
   std::vector<Level> levels_;
   Result<void> outcome_;
 };
 
 }  // namespace
 
-Result<void> removeItem(int folder, const std::string& name) {
-  return Removal("", Opens::no).run(folder, {name});
+Result<void> removeItem(int folder, const std::string& name, RemovalOptions options) {
+  NameList one;
+  one.add(name);
+  return Removal("", Opens::no, std::move(options)).run(folder, std::move(one));
 }
 
 Result<void> removeOwnContents(int folder, const std::string& path) {
-  auto names = namesIn(folder, path);
+  auto names = listedNames(folder, path);
   if (!names) return names.error();
   return Removal(path, Opens::yes).run(folder, std::move(names).value());
 }
