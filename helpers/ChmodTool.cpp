@@ -6,7 +6,6 @@
 
 #include <cerrno>
 
-#include "helpers/HelperProcess.h"
 #include "helpers/ToolPath.h"
 #include "helpers/Turn.h"
 #include "platform/posix/FileMetadata.h"

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include "helpers/HelperProcess.h"
 #include "helpers/ToolPath.h"
 #include "helpers/Turn.h"
 #include "platform/posix/HeldEntries.h"

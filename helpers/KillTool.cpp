@@ -8,8 +8,6 @@
 #include <cerrno>
 #include <csignal>
 
-#include "helpers/HelperProcess.h"
-
 namespace helpers {
 namespace {
 

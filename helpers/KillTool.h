@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "helpers/QmasterPrograms.h"
-#include "helpers/Report.h"
+#include "helpers/Tool.h"
 #include "platform/posix/ProcessTable.h"
 
 namespace helpers {

@@ -9,7 +9,7 @@
 #include <set>
 #include <string_view>
 
-#include "helpers/Report.h"
+#include "helpers/Tool.h"
 #include "platform/foundation/Paths.h"
 #include "platform/posix/FileSystemCalls.h"
 

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <thread>
 
-#include "helpers/HelperProcess.h"
 #include "helpers/SpoolPlace.h"
 #include "helpers/ToolPath.h"
 #include "platform/foundation/Paths.h"

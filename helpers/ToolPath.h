@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "helpers/ProtectedFolders.h"
-#include "helpers/Report.h"
+#include "helpers/Tool.h"
 
 namespace helpers {
 

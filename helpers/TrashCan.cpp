@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "helpers/HelperProcess.h"
 #include "platform/posix/FileRights.h"
 #include "platform/posix/PrivateFolder.h"
 

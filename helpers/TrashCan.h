@@ -3,8 +3,8 @@
 #include <functional>
 #include <string>
 
-#include "helpers/Report.h"
 #include "helpers/Surroundings.h"
+#include "helpers/Tool.h"
 #include "helpers/TrashName.h"
 #include "platform/posix/ExclusiveRename.h"
 #include "platform/posix/TreeCopy.h"

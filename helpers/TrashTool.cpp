@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "helpers/HelperProcess.h"
 #include "helpers/ToolPath.h"
 
 namespace helpers {

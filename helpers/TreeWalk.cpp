@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "helpers/HelperProcess.h"
 #include "platform/posix/AccessLists.h"
 
 namespace helpers {
@@ -16,7 +15,6 @@ using platform::UniqueDescriptor;
 
 constexpr std::size_t kMostOpenFolders = 128;
 constexpr std::size_t kMostLinkedFiles = 512;
-constexpr std::size_t kPartOfDescriptors = 4;  // for each of the two, where there are few
 constexpr std::size_t kMostLinkNames = 50'000;
 constexpr const char* kFurtherLinks = "has further hard links, left as it is";
 
@@ -25,17 +23,13 @@ bool othersCanWrite(int held, const FileStatus& folder) {
          platform::mayBeWrittenByList(held, folder.mode);
 }
 
-std::size_t affordable(std::size_t most) {
-  return std::clamp<std::size_t>(mostDescriptors() / kPartOfDescriptors, 1, most);
-}
-
 }  // namespace
 
 TreeWalk::TreeWalk(Report& report, Selector selector, Visitor visitor)
     : report_(report),
       selector_(std::move(selector)),
       visitor_(std::move(visitor)),
-      mostOpenFolders_(affordable(kMostOpenFolders)) {}
+      mostOpenFolders_(affordableDescriptors(kMostOpenFolders)) {}
 
 void TreeWalk::walk(const PathEntry& top) {
   path_ = top.path;
@@ -120,7 +114,8 @@ void TreeWalk::nameEntry() {
   entryPath_.assign(path_).append(1, '/').append(name_);
 }
 
-LinkedFiles::LinkedFiles(Report& report) : report_(report), mostFiles_(affordable(kMostLinkedFiles)) {}
+LinkedFiles::LinkedFiles(Report& report)
+    : report_(report), mostFiles_(affordableDescriptors(kMostLinkedFiles)) {}
 
 bool LinkedFiles::keeps(const TreeVisit& visit) {
   if (visit.status.isFolder()) return false;

@@ -6,8 +6,8 @@
 #include <string>
 #include <tuple>
 
-#include "helpers/Report.h"
 #include "helpers/Surroundings.h"
+#include "helpers/Tool.h"
 
 namespace helpers {
 

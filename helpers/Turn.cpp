@@ -11,8 +11,6 @@
 #include <cerrno>
 #include <csignal>
 
-#include "helpers/HelperProcess.h"
-
 namespace helpers {
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include <chrono>
 
-#include "helpers/Report.h"
 #include "helpers/Surroundings.h"
+#include "helpers/Tool.h"
 
 namespace helpers {
 

@@ -1,8 +1,8 @@
 #include "helpers/KillTool.h"
-#include "helpers/ToolMain.h"
+#include "platform/posix/ToolMain.h"
 
 int main(int argc, char** argv) {
-  return helpers::toolMain(argc, argv, "killtool", [](const auto& arguments, helpers::Report& report) {
+  return platform::toolMain(argc, argv, "killtool", [](const auto& arguments, platform::Report& report) {
     return helpers::KillTool(platform::ProcessTable(), {}, report).run(arguments);
   });
 }

@@ -2,7 +2,10 @@
 #include <libproc.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstdlib>
 #include <vector>
 
 #include "platform/posix/InheritedState.h"
@@ -24,6 +27,17 @@ void closeDescriptorsFrom(int first) {
 void forgetEnvironment() {
   static std::array<char*, 1> none = {nullptr};
   *_NSGetEnviron() = none.data();
+}
+
+void forgetPlacesOfLibraries(char** arguments) {
+  constexpr std::array kPlaces = {"DYLD_LIBRARY_PATH", "DYLD_FRAMEWORK_PATH", "DYLD_FALLBACK_LIBRARY_PATH",
+                                  "DYLD_FALLBACK_FRAMEWORK_PATH"};
+  const auto isSet = [](const char* name) { return std::getenv(name) != nullptr; };
+  if (std::none_of(kPlaces.begin(), kPlaces.end(), isSet)) return;
+  std::array<char, PROC_PIDPATHINFO_MAXSIZE> program{};
+  if (::proc_pidpath(::getpid(), program.data(), static_cast<std::uint32_t>(program.size())) <= 0) return;
+  std::array<char*, 1> none = {nullptr};
+  ::execve(program.data(), arguments, none.data());
 }
 
 }  // namespace platform

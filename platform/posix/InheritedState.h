@@ -9,4 +9,10 @@ void closeDescriptorsFrom(int first);
 /// Leaves the process without any environment variable. REQUIRES that no other thread runs.
 void forgetEnvironment();
 
+/// Starts this program once more, without an environment, where the one that it has tells the loader of
+/// libraries other places to look in: the loader has read that already, and heeds it for whatever is loaded
+/// later. `arguments` are main's. To be called before anything is loaded; goes on as it is where the program
+/// cannot be started again.
+void forgetPlacesOfLibraries(char** arguments);
+
 }  // namespace platform

@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "helpers/FileMode.h"
-#include "helpers/Report.h"
+#include "helpers/Tool.h"
 #include "platform/foundation/Text.h"
 #include "platform/posix/OwnerName.h"
 #include "tests/fuzz/Input.h"

@@ -1,4 +1,4 @@
-#include "helpers/Report.h"
+#include "platform/posix/Report.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -10,13 +10,15 @@
 #include <chrono>
 #include <filesystem>
 
-#include "helpers/SystemLog.h"
+#include "platform/posix/SystemLog.h"
 #include "tests/helpers/LogSocket.h"
 #include "tests/helpers/TestVolume.h"
 #include "tests/support/FailingCall.h"
 
 namespace helpers {
 namespace {
+
+using platform::kLongestLogLine;
 
 TEST(Escaped, ControlCharactersCannotFakeLines) {
   EXPECT_EQ(escaped("a\nb\tc\rd\\e\x1b[0m\x7f"), "a\\nb\\tc\\rd\\\\e\\033[0m\\177");

@@ -16,8 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "helpers/Report.h"
 #include "helpers/Surroundings.h"
+#include "helpers/Tool.h"
 
 namespace helpers {
 

@@ -1,4 +1,4 @@
-#include "helpers/ToolMain.h"
+#include "platform/posix/ToolMain.h"
 
 #include <gmock/gmock.h>
 
@@ -8,6 +8,8 @@
 
 namespace helpers {
 namespace {
+
+using platform::toolMain;
 
 TEST(ToolMain, WhatIsThrownIsAFailureWithItsReasonOnStandardError) {
   int errors[2];

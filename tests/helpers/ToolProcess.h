@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <functional>
 
-#include "helpers/HelperProcess.h"
+#include "helpers/Tool.h"
 #include "tests/support/Counts.h"
 
 namespace helpers {
@@ -21,7 +21,7 @@ struct ToolProcess {
     const pid_t child = fork();
     if (child == 0) {
       dup2(standardError, STDERR_FILENO);
-      prepareHelperProcess();
+      platform::becomeIndependent();
       [&part]() noexcept { part(); }();  // an exception must not run the test's end here as well
       std::fflush(nullptr);
       support::keepCounts();

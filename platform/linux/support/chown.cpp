@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -17,91 +16,88 @@
 #include "platform/foundation/Paths.h"
 #include "platform/posix/OwnerName.h"
 #include "platform/posix/PathEntry.h"
+#include "platform/posix/ToolMain.h"
 
 namespace {
 
 using foundation::systemError;
+using platform::ExitStatus;
 using platform::Ownership;
+using platform::Report;
 
-constexpr int kUsageError = 64;
 constexpr int kMostNesting = 256;
-
-int complain(const std::string& message) {
-  std::fprintf(stderr, "chown: %s\n", message.c_str());
-  return 1;
-}
-
-int complain(const std::string& path, const char* reason) {
-  return complain(path + ": " + reason);
-}
 
 class OwnerChange {
  public:
-  OwnerChange(int root, Ownership ownership, bool isRecursive)
-      : root_(root), ownership_(ownership), isRecursive_(isRecursive) {}
+  OwnerChange(int root, Ownership ownership, bool isRecursive, Report& report)
+      : root_(root), ownership_(ownership), isRecursive_(isRecursive), report_(report) {}
 
-  [[nodiscard]] int apply(const std::string& path) const {
+  void apply(const std::string& path) const {
     std::error_code failure;
     const auto item = platform::locate(root_, std::filesystem::absolute(path, failure).string());
-    return item ? change(item.value().self().descriptor.get(), path, 0) : complain(item.error().description);
+    if (!item) return report_.failure(item.error());
+    change(item.value().self().descriptor.get(), path, 0);
   }
 
  private:
   /// Entries first, so that a folder given away is not walked any more.
-  [[nodiscard]] int change(int item, const std::string& path, int depth) const {
+  void change(int item, const std::string& path, int depth) const {
     const auto status = platform::statusOf(item, path);
-    if (!status) return complain(status.error().description);
+    if (!status) return report_.failure(status.error());
     const bool isFolder = status.value().isFolder();
-    if (!isFolder && !status.value().isRegular()) return complain(path, "neither a file nor a folder");
-    if (!isFolder && status.value().links > 1) return complain(path, "has further names");
+    if (!isFolder && !status.value().isRegular()) return report_.failure(path, "neither a file nor a folder");
+    if (!isFolder && status.value().links > 1) return report_.failure(path, "has further names");
     if (!isFolder && !keptNames_.has(item, -1, ""))  // neither is needed here
-      return complain(path, "exchanged while it was looked at");
-    const int failed = isFolder && isRecursive_ ? changeEntries(item, path, depth) : 0;
+      return report_.failure(path, "exchanged while it was looked at");
+    if (isFolder && isRecursive_) changeEntries(item, path, depth);
     constexpr auto kLeave = static_cast<uid_t>(-1);
     if (::fchownat(item, "", ownership_.owner.value_or(kLeave), ownership_.group.value_or(kLeave),
                    AT_EMPTY_PATH) != 0) {
-      return complain(systemError(errno, path).description);
+      report_.failure(systemError(errno, path));
     }
-    return failed;
   }
 
-  [[nodiscard]] int changeEntries(int folder, const std::string& path, int depth) const {
-    if (depth == kMostNesting) return complain(path, "nested too deeply");
-    const auto names = platform::namesIn(folder, path);
-    if (!names) return complain(names.error().description);
-    int failed = 0;
-    for (const std::string& name : names.value()) {
+  void changeEntries(int folder, const std::string& path, int depth) const {
+    if (depth == kMostNesting) return report_.failure(path, "nested too deeply");
+    auto names = platform::listedNames(folder, path);
+    if (!names) return report_.failure(names.error());
+    while (!names.value().empty()) {
+      if (platform::stopRequested()) return report_.failure(path, "not finished: asked to stop");
+      const std::string name = names.value().next();
       const std::string below = foundation::appendingPathComponent(path, name);
       const auto item = platform::openEntry(folder, name, below);
-      failed |= item ? change(item.value().get(), below, depth + 1) : complain(item.error().description);
+      if (!item) report_.failure(item.error());
+      if (item) change(item.value().get(), below, depth + 1);
     }
-    return failed;
   }
 
   int root_;
   Ownership ownership_;
   bool isRecursive_;
+  Report& report_;
   platform::KeptNames keptNames_ = {};
 };
 
-int usage() {
-  std::fputs("usage: chown [-R] owner[:group] path...\n", stderr);
-  return kUsageError;
+ExitStatus run(std::vector<std::string> arguments, Report& report) {
+  const bool isRecursive = !arguments.empty() && arguments.front() == "-R";
+  if (isRecursive) arguments.erase(arguments.begin());
+  if (arguments.size() < 2 || arguments.front().starts_with('-')) {
+    return report.stop(ExitStatus::usage, "usage: chown [-R] owner[:group] path...");
+  }
+  const auto ownership = platform::ownershipNamed(arguments.front());
+  if (!ownership) {
+    report.failure(arguments.front(), "no such user or group");
+    return report.status();
+  }
+  arguments.erase(arguments.begin());
+  const platform::UniqueDescriptor root(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const OwnerChange change(root.get(), *ownership, isRecursive, report);
+  for (const std::string& path : arguments) change.apply(path);
+  return report.status();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<std::string> arguments(argv + 1, argv + argc);
-  const bool isRecursive = !arguments.empty() && arguments.front() == "-R";
-  if (isRecursive) arguments.erase(arguments.begin());
-  if (arguments.size() < 2 || arguments.front().starts_with('-')) return usage();
-  const auto ownership = platform::ownershipNamed(arguments.front());
-  if (!ownership) return complain(arguments.front(), "no such user or group");
-  arguments.erase(arguments.begin());
-  const platform::UniqueDescriptor root(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-  const OwnerChange change(root.get(), *ownership, isRecursive);
-  int status = 0;
-  for (const std::string& path : arguments) status |= change.apply(path);
-  return status;
+  return platform::toolMain(argc, argv, "chown", run, platform::WorkingFolder::keep);
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <filesystem>
 #include <iterator>
 
@@ -76,6 +77,22 @@ using MakePathTest = FileVerbsTest;
 TEST_F(MakePathTest, MakesAllThatIsMissingAndIsDoneWhereNothingIs) {
   for (int time = 0; time < 2; ++time) EXPECT_EQ(codeOf(makePath(at("a/b/c"))), 0);
   EXPECT_TRUE(fs::is_directory(at("a/b/c")));
+}
+
+TEST_F(MakePathTest, TakesPointsOnTheWayForWhatTheyAreOnceTheFoldersAreMade) {
+  EXPECT_EQ(codeOf(makePath(at("x/./y/../z/."))), 0);
+  EXPECT_TRUE(fs::is_directory(at("x/y")));
+  EXPECT_TRUE(fs::is_directory(at("x/z")));
+  EXPECT_EQ(codeOf(makePath(at("x/file/../y"))), 0);
+  make("file");
+  EXPECT_EQ(codeOf(makePath(at("file/../new"))), ENOTDIR);
+}
+
+TEST_F(MakePathTest, RefusesAPathThatNoProgramCouldOpen) {
+  std::string longest = at("deep");
+  while (longest.size() < PATH_MAX) longest += "/deeper";
+  EXPECT_EQ(codeOf(makePath(longest)), ENAMETOOLONG);
+  EXPECT_FALSE(fs::exists(at("deep")));
 }
 
 TEST_F(MakePathTest, DoesNotReplaceAFile) {

@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <utility>
 
 #include "platform/foundation/Paths.h"
 #include "platform/posix/FileMetadata.h"
 #include "platform/posix/GuardedFolders.h"
+#include "platform/posix/IndependentProcess.h"
 #include "platform/posix/PathEntry.h"
 #include "platform/posix/PrivateFolder.h"
 #include "platform/posix/TreeCopy.h"
@@ -25,7 +27,19 @@ using foundation::Result;
 using foundation::systemError;
 
 constexpr int kDeepest = 256;
+constexpr mode_t kModeOfNew = 0755;
 constexpr int kFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+bool goesOn() {
+  return !stopRequested();
+}
+
+/// Ended between two steps where the program is asked to stop.
+CopyOptions endingWhenAsked(CopyOptions options) {
+  options.onProgress = [](const CopyProgress&) { return goesOn(); };
+  options.progressInterval = std::chrono::milliseconds(0);
+  return options;
+}
 
 Result<GuardedPlace> placeOfItem(const std::string& path) {
   auto place = openGuardedPlace(path);
@@ -68,7 +82,7 @@ class Merge {
 
   void copy(const ItemPlace& from, const ItemPlace& to, int depth = 0) {
     const auto target = hold(to.folder, to.name, to.path);
-    if (!target && target.error().code == ENOENT) return note(copyIntoPlace(from, to));
+    if (!target && target.error().code == ENOENT) return note(copyIntoPlace(from, to, endingWhenAsked({})));
     const auto source = hold(from.folder, from.name, from.path);
     if (!target || !source) return note(target ? source.error() : target.error());
     note(copyOnto(from, source.value(), to, target.value(), depth));
@@ -97,7 +111,7 @@ class Merge {
     const auto staging = PrivateFolder::make(to.folder, to.path);
     if (!staging) return staging.error();
     const int inside = staging.value().descriptor();
-    const auto copied = copyItem(from.folder, from.name, inside, to.name, from.path, {});
+    const auto copied = copyItem(from.folder, from.name, inside, to.name, from.path, endingWhenAsked({}));
     if (!copied) return copied.error();
     if (::renameat(inside, to.name.c_str(), to.folder, to.name.c_str()) == 0) return {};
     return systemError(errno, to.path);
@@ -113,9 +127,12 @@ class Merge {
     if (!reading) return systemError(errno, from.path);
     const UniqueDescriptor writing(::openat(target.descriptor.get(), ".", kFolder));
     if (!writing) return systemError(errno, to.path);
-    const auto names = namesIn(reading.get(), from.path);
+    auto names = listedNames(reading.get(), from.path);
     if (!names) return names.error();
-    for (const std::string& name : names.value()) {
+    std::string name;
+    while (!names.value().empty()) {
+      if (!goesOn()) return systemError(ECANCELED, from.path);
+      names.value().takeNext(name);
       const std::string fromPath = foundation::appendingPathComponent(from.path, name);
       const std::string toPath = foundation::appendingPathComponent(to.path, name);
       copy({reading.get(), name, fromPath}, {writing.get(), name, toPath}, depth + 1);
@@ -143,7 +160,7 @@ Result<void> removePath(const std::string& path) {
   if (!place) return isGone(place.error()) ? Result<void>() : place.error();
   const int folder = place.value().folder.get();
   const std::string& name = place.value().name;
-  const auto removed = removeItem(folder, name);
+  const auto removed = removeItem(folder, name, {.mounted = MountedItems::leave, .goesOn = goesOn});
   struct stat status {};
   const bool isThere = ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
   if (removed || (!isThere && isGone(removed.error()))) return {};
@@ -151,16 +168,19 @@ Result<void> removePath(const std::string& path) {
 }
 
 Result<void> makePath(const std::string& path) {
+  if (path.size() >= PATH_MAX) return systemError(ENAMETOOLONG, path);
   const auto there = openGuardedFolder(path);
   if (there) return {};
   if (there.error().code != ENOENT) return there.error();
   const std::string parent = foundation::deletingLastPathComponent(path);
   if (!parent.empty() && parent != path) {
     if (auto made = makePath(parent); !made) return made;
+    // "." and ".." are there with the folder before them.
+    if (openGuardedFolder(path)) return {};
   }
   const auto place = placeOfItem(path);
   if (!place) return place.error();
-  if (::mkdirat(place.value().folder.get(), place.value().name.c_str(), 0777) == 0) return {};
+  if (::mkdirat(place.value().folder.get(), place.value().name.c_str(), kModeOfNew) == 0) return {};
   const int reason = errno;
   if (reason == EEXIST && openGuardedFolder(path)) return {};
   return systemError(reason, path);
@@ -177,7 +197,8 @@ Result<void> movePath(const std::string& from, const std::string& to) {
   if (renamed || renamed.error().code != EXDEV) return renamed;
   return moveByCopy(
       folder, name, target.value().folder.get(), from,
-      [&](int inside, const std::string& made) { return renameOnto(inside, made, target.value(), from); });
+      [&](int inside, const std::string& made) { return renameOnto(inside, made, target.value(), from); }, {},
+      endingWhenAsked(optionsForMoving()));
 }
 
 Result<void> copyPath(const std::string& from, const std::string& to) {

@@ -9,15 +9,19 @@
 ///
 /// The way to an item is opened as GuardedFolders.h says: root follows a link only where root alone can have
 /// put it (ELOOP for any other), and works by descriptors from there. What is exchanged meanwhile is met as
-/// what it is, never followed.
+/// what it is, never followed. Folders of any size, for rm of any depth too, take little memory and few
+/// descriptors; cp and mv to another file system refuse folders deeper than 256 (ENAMETOOLONG), and where
+/// descriptors are too few for a depth (EMFILE), and leave nothing of the copy then. A process that is asked
+/// to stop (IndependentProcess.h) ends between two entries: ECANCELED.
 namespace platform {
 
-/// rm -R -f: removes an item and all below it. What is not there is removed already. EINVAL for "/", "." and
-/// "..".
+/// rm -R -f: removes an item and all below it, except for what is mounted there (EXDEV). What is not there is
+/// removed already. EINVAL for "/", "." and "..".
 [[nodiscard]] foundation::Result<void> removePath(const std::string& path);
 
-/// mkdir -p: makes a folder, and those above it that are missing, with mode 0777 less the umask. They are
-/// this process's user's, whoever owns the folder they are made in.
+/// mkdir -p: makes a folder, and those above it that are missing, with mode 0755 less the umask. They are
+/// this process's user's, whoever owns the folder they are made in. "." and ".." on the way are what they are
+/// when the folder before them has been made.
 [[nodiscard]] foundation::Result<void> makePath(const std::string& path);
 
 /// mv -f: moves an item into `to` where that is a folder, else to `to` itself, in place of what is there; of

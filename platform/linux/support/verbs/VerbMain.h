@@ -1,52 +1,63 @@
 #pragma once
 
-#include <cstdio>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/foundation/Result.h"
+#include "platform/posix/ToolMain.h"
 
 namespace platform {
 
-/// A command line of one-letter options, each by itself or several in one argument, and paths after them.
+/// The one form of a verb's command line: one-letter options, each by itself or several in one argument, and
+/// paths after them, which may begin in the current folder.
+struct VerbForm {
+  const char* name;
+  const char* usage;
+  std::string_view options;  ///< those that are taken
+  std::string_view needed;   ///< and those that must be there
+  std::size_t paths;
+};
+
 struct VerbArguments {
   std::string options;
   std::vector<std::string> paths;
 };
 
 /// "--" ends the options.
-inline VerbArguments verbArguments(int count, char** values) {
+inline VerbArguments verbArguments(const std::vector<std::string>& values) {
   VerbArguments arguments;
-  int next = 1;
-  for (; next < count && values[next][0] == '-' && values[next][1] != '\0'; ++next) {
-    if (std::string_view(values[next]) == "--") {
+  auto next = values.begin();
+  for (; next != values.end() && next->size() > 1 && next->front() == '-'; ++next) {
+    if (*next == "--") {
       ++next;
       break;
     }
-    arguments.options += values[next] + 1;
+    arguments.options += next->substr(1);
   }
-  if (next < count) arguments.paths.assign(values + next, values + count);
+  arguments.paths.assign(next, values.end());
   return arguments;
 }
 
-/// Whether the options are among `allowed`, with all of `needed`.
-inline bool areOptions(const std::string& options, std::string_view allowed, std::string_view needed) {
-  return options.find_first_not_of(allowed) == std::string::npos &&
-         needed.find_first_not_of(options) == std::string_view::npos;
+inline bool isOfForm(const VerbArguments& arguments, const VerbForm& form) {
+  return arguments.options.find_first_not_of(form.options) == std::string::npos &&
+         form.needed.find_first_not_of(arguments.options) == std::string_view::npos &&
+         arguments.paths.size() == form.paths;
 }
 
-/// The exit status for a result: 0, or 1 after a line on standard error.
-inline int verbStatus(const char* name, const foundation::Result<void>& result) {
-  if (result) return 0;
-  std::fprintf(stderr, "%s: %s\n", name, result.error().description.c_str());
-  return 1;
-}
-
-/// 64 after the usage.
-inline int verbUsage(const char* usage) {
-  std::fprintf(stderr, "usage: %s\n", usage);
-  return 64;
+/// The main function of a verb, of which `run` does the work on the paths.
+template <typename Run>
+int verbMain(int count, char** values, const VerbForm& form, const Run& run) {
+  const auto work = [&](const std::vector<std::string>& given, Report& report) {
+    const VerbArguments arguments = verbArguments(given);
+    if (!isOfForm(arguments, form)) {
+      return report.stop(ExitStatus::usage, std::string("usage: ") + form.usage);
+    }
+    const foundation::Result<void> done = run(arguments.paths);
+    if (!done) report.failure(done.error());
+    return report.status();
+  };
+  return toolMain(count, values, form.name, work, WorkingFolder::keep);
 }
 
 }  // namespace platform

@@ -5,9 +5,7 @@
 #include "platform/linux/support/verbs/VerbMain.h"
 
 int main(int argc, char** argv) {
-  const platform::VerbArguments arguments = platform::verbArguments(argc, argv);
-  if (!platform::areOptions(arguments.options, "fpR", "fpR") || arguments.paths.size() != 2) {
-    return platform::verbUsage("cp -f -p -R source destination");
-  }
-  return platform::verbStatus("cp", platform::copyPath(arguments.paths[0], arguments.paths[1]));
+  constexpr platform::VerbForm kForm{"cp", "cp -f -p -R source destination", "fpR", "fpR", 2};
+  return platform::verbMain(argc, argv, kForm,
+                            [](const auto& paths) { return platform::copyPath(paths[0], paths[1]); });
 }

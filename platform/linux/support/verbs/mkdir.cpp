@@ -5,9 +5,7 @@
 #include "platform/linux/support/verbs/VerbMain.h"
 
 int main(int argc, char** argv) {
-  const platform::VerbArguments arguments = platform::verbArguments(argc, argv);
-  if (!platform::areOptions(arguments.options, "p", "p") || arguments.paths.size() != 1) {
-    return platform::verbUsage("mkdir -p path");
-  }
-  return platform::verbStatus("mkdir", platform::makePath(arguments.paths[0]));
+  constexpr platform::VerbForm kForm{"mkdir", "mkdir -p path", "p", "p", 1};
+  return platform::verbMain(argc, argv, kForm,
+                            [](const auto& paths) { return platform::makePath(paths[0]); });
 }

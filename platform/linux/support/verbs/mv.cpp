@@ -5,9 +5,7 @@
 #include "platform/linux/support/verbs/VerbMain.h"
 
 int main(int argc, char** argv) {
-  const platform::VerbArguments arguments = platform::verbArguments(argc, argv);
-  if (!platform::areOptions(arguments.options, "f", "f") || arguments.paths.size() != 2) {
-    return platform::verbUsage("mv -f source destination");
-  }
-  return platform::verbStatus("mv", platform::movePath(arguments.paths[0], arguments.paths[1]));
+  constexpr platform::VerbForm kForm{"mv", "mv -f source destination", "f", "f", 2};
+  return platform::verbMain(argc, argv, kForm,
+                            [](const auto& paths) { return platform::movePath(paths[0], paths[1]); });
 }

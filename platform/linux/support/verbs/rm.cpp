@@ -5,9 +5,7 @@
 #include "platform/linux/support/verbs/VerbMain.h"
 
 int main(int argc, char** argv) {
-  const platform::VerbArguments arguments = platform::verbArguments(argc, argv);
-  if (!platform::areOptions(arguments.options, "Rdf", "Rf") || arguments.paths.size() != 1) {
-    return platform::verbUsage("rm -R -f [-d] path");
-  }
-  return platform::verbStatus("rm", platform::removePath(arguments.paths[0]));
+  constexpr platform::VerbForm kForm{"rm", "rm -R -f [-d] path", "Rdf", "Rf", 1};
+  return platform::verbMain(argc, argv, kForm,
+                            [](const auto& paths) { return platform::removePath(paths[0]); });
 }

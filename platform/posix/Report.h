@@ -8,9 +8,7 @@
 
 #include "platform/foundation/Result.h"
 
-namespace helpers {
-
-using foundation::errorWithReason;
+namespace platform {
 
 /// What the tools exit with. The numbers above 63 are those of sysexits.h.
 enum class ExitStatus {
@@ -75,4 +73,4 @@ class Report {
   bool isStuck_ = false;  ///< nobody reads: the next line does not wait
 };
 
-}  // namespace helpers
+}  // namespace platform

@@ -1,4 +1,4 @@
-#include "helpers/HelperProcess.h"
+#include "platform/posix/IndependentProcess.h"
 
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -12,11 +12,12 @@
 #include "platform/posix/InheritedState.h"
 #include "platform/posix/StandardStreams.h"
 
-namespace helpers {
+namespace platform {
 namespace {
 
 constexpr int kOsError = 71;           // EX_OSERR
 constexpr rlim_t kDescriptors = 2048;  // folders of a deep tree, and files with several names
+constexpr rlim_t kStack = 8UL << 20;   // a copy of folders in each other
 
 volatile std::sig_atomic_t stopWish = 0;
 
@@ -55,28 +56,24 @@ void setLimit(auto what, rlim_t least) {
 void liftLimits() {
   setLimit(RLIMIT_NOFILE, kDescriptors);
   setLimit(RLIMIT_FSIZE, RLIM_INFINITY);
+  setLimit(RLIMIT_STACK, kStack);
   setLimit(RLIMIT_CPU, RLIM_INFINITY);
 }
 
 }  // namespace
 
-void prepareHelperProcess() {
-  if (!platform::openStandardStreams()) _exit(kOsError);
-  platform::closeDescriptorsFrom(3);
-  platform::forgetEnvironment();
+void becomeIndependent(WorkingFolder folder) {
+  if (!openStandardStreams()) _exit(kOsError);
+  closeDescriptorsFrom(3);
+  forgetEnvironment();
   umask(0);
-  if (chdir("/") != 0) _exit(kOsError);
+  if (folder == WorkingFolder::leave && chdir("/") != 0) _exit(kOsError);
   resetSignals();
   liftLimits();
-}
-
-std::size_t mostDescriptors() {
-  rlimit limit{};
-  return getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : 0;
 }
 
 bool stopRequested() {
   return stopWish != 0;
 }
 
-}  // namespace helpers
+}  // namespace platform

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace helpers {
+namespace platform {
 
 /// The most bytes of one line in the system log; what is longer is cut.
 inline constexpr std::size_t kLongestLogLine = 8192;
@@ -18,4 +18,4 @@ enum class LogLevel { warning = 4, info = 6 };
 void writeToSystemLog(const std::string& socket, LogLevel level, std::string_view tool,
                       std::string_view line);
 
-}  // namespace helpers
+}  // namespace platform

@@ -1,4 +1,4 @@
-#include "helpers/Report.h"
+#include "platform/posix/Report.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -11,12 +11,12 @@
 #include <cstdint>
 #include <system_error>
 
-#include "helpers/SystemLog.h"
 #include "platform/foundation/Text.h"
 #include "platform/posix/HeldEntries.h"
+#include "platform/posix/SystemLog.h"
 #include "platform/posix/UniqueDescriptor.h"
 
-namespace helpers {
+namespace platform {
 namespace {
 
 std::string octal(unsigned char byte) {
@@ -48,12 +48,12 @@ bool changesTheLine(char32_t code) {
 
 /// A pipe or terminal opened once more, without blocking: O_NONBLOCK set on the descriptor itself would be
 /// set for all that share it. Nothing else is: opening a device can do something.
-platform::UniqueDescriptor openedWithoutBlocking(int descriptor) {
+UniqueDescriptor openedWithoutBlocking(int descriptor) {
   struct stat status {};
   const bool writable = (fcntl(descriptor, F_GETFL) & O_ACCMODE) != O_RDONLY;
   if (!writable || fstat(descriptor, &status) != 0) return {};
   if (!S_ISFIFO(status.st_mode) && isatty(descriptor) == 0) return {};
-  return platform::openHeld(descriptor, O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+  return openHeld(descriptor, O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
 }
 
 }  // namespace
@@ -130,7 +130,7 @@ void Report::writeLine(const std::string& message) {
   using std::chrono::milliseconds;
   using std::chrono::steady_clock;
   const auto deadline = steady_clock::now() + (isStuck_ ? milliseconds(0) : patience_);
-  const platform::UniqueDescriptor reopened = openedWithoutBlocking(descriptor_);
+  const UniqueDescriptor reopened = openedWithoutBlocking(descriptor_);
   const std::string line = toolName_ + ": " + message + "\n";
   std::string_view rest = line;
   isStuck_ = false;
@@ -145,4 +145,4 @@ void Report::writeLine(const std::string& message) {
   }
 }
 
-}  // namespace helpers
+}  // namespace platform

@@ -5,18 +5,21 @@
 #include <string>
 #include <vector>
 
-#include "helpers/HelperProcess.h"
-#include "helpers/Report.h"
+#include "platform/posix/IndependentProcess.h"
+#include "platform/posix/InheritedState.h"
+#include "platform/posix/Report.h"
 #include "platform/posix/SystemLogSocket.h"
 
-namespace helpers {
+namespace platform {
 
 /// The main function of a tool: prepares the process, then runs the tool's object on its arguments, which
 /// come without the program's name (there may not even be one). Nothing is thrown out of it.
 template <typename Run>
-int toolMain(int count, char** values, const char* name, const Run& run) {
-  prepareHelperProcess();
-  Report report(name, STDERR_FILENO, Report::kPatience, platform::kSystemLogSocket);
+int toolMain(int count, char** values, const char* name, const Run& run,
+             WorkingFolder folder = WorkingFolder::leave) {
+  forgetPlacesOfLibraries(values);
+  becomeIndependent(folder);
+  Report report(name, STDERR_FILENO, Report::kPatience, kSystemLogSocket);
   try {
     const std::vector<std::string> arguments(values + (count > 0 ? 1 : 0), values + count);
     return static_cast<int>(run(arguments, report));
@@ -25,4 +28,4 @@ int toolMain(int count, char** values, const char* name, const Run& run) {
   }
 }
 
-}  // namespace helpers
+}  // namespace platform

@@ -1,4 +1,4 @@
-#include "helpers/SystemLog.h"
+#include "platform/posix/SystemLog.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -11,18 +11,18 @@
 
 #include "platform/posix/UniqueDescriptor.h"
 
-namespace helpers {
+namespace platform {
 namespace {
 
 /// syslog(3): LOG_USER.
 constexpr int kFacility = 8;
 
-platform::UniqueDescriptor connectTo(const std::string& path) {
+UniqueDescriptor connectTo(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   if (path.empty() || path.size() >= sizeof(address.sun_path)) return {};
   path.copy(address.sun_path, path.size());
-  platform::UniqueDescriptor log(socket(AF_UNIX, SOCK_DGRAM, 0));
+  UniqueDescriptor log(socket(AF_UNIX, SOCK_DGRAM, 0));
   if (!log || fcntl(log.get(), F_SETFD, FD_CLOEXEC) != 0 || fcntl(log.get(), F_SETFL, O_NONBLOCK) != 0)
     return {};
   if (connect(log.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) return {};
@@ -42,7 +42,7 @@ std::string stamp() {
 
 void writeToSystemLog(const std::string& socket, LogLevel level, std::string_view tool,
                       std::string_view line) {
-  const platform::UniqueDescriptor log = connectTo(socket);
+  const UniqueDescriptor log = connectTo(socket);
   if (!log) return;
   std::string text = "<" + std::to_string(kFacility | static_cast<int>(level)) + ">" + stamp() + " ";
   text.append(tool).append("[" + std::to_string(getpid()) + "]: ").append(line);
@@ -50,4 +50,4 @@ void writeToSystemLog(const std::string& socket, LogLevel level, std::string_vie
   send(log.get(), text.data(), text.size(), 0);
 }
 
-}  // namespace helpers
+}  // namespace platform
