@@ -224,6 +224,12 @@ const std::vector<Form>& verbForms() {
   return forms;
 }
 
+std::vector<Form> formsOfAll() {
+  std::vector<Form> forms = allForms();
+  forms.insert(forms.end(), verbForms().begin(), verbForms().end());
+  return forms;
+}
+
 bool Form::usesTrash() const {
   return name.starts_with("Trash") || command.back().starts_with("/Users/alice/.Trash");
 }

@@ -54,6 +54,9 @@ class AttackedComputer {
   /// not got its place yet holds does not count.
   [[nodiscard]] Snapshot files() const;
 
+  /// All of /Users, folders by what they are and not by when they changed.
+  [[nodiscard]] Snapshot homes() const { return snapshotOf(path("/Users"), Changed::ignored); }
+
   /// Runs a command there, as root; `inChild` prepares the process further.
   [[nodiscard]] Finished run(const std::vector<std::string>& command, const OnCall& onCall = nullptr,
                              const std::function<void()>& inChild = nullptr,
@@ -76,11 +79,19 @@ struct Form {
   std::string tree;  ///< what it works on
 
   [[nodiscard]] bool usesTrash() const;
+  [[nodiscard]] bool isVerb() const { return command.front().starts_with("/verbs/"); }
+  [[nodiscard]] bool runs(const std::string& tool) const { return command.front().ends_with("/" + tool); }
+  /// What a verb takes, copies or moves; what it makes, too.
+  [[nodiscard]] const std::string& source() const {
+    return runs("cp") || runs("mv") ? command[command.size() - 2] : command.back();
+  }
 };
 
 [[nodiscard]] const std::vector<Form>& allForms();
 /// The tools that root runs for the privileged verbs.
 [[nodiscard]] const std::vector<Form>& verbForms();
+/// The helpers' and theirs.
+[[nodiscard]] std::vector<Form> formsOfAll();
 /// Those of trashtool among them.
 [[nodiscard]] std::vector<Form> trashForms();
 inline void PrintTo(const Form& form, std::ostream* stream) {

@@ -112,6 +112,63 @@ std::vector<Form> formsForTrees() {
 
 INSTANTIATE_TEST_SUITE_P(Forms, LevelsTest, ::testing::ValuesIn(formsForTrees()), nameOfForm);
 
+/// Removed at any depth; what would have to be copied is refused beyond 256 levels.
+class VerbLevelsTest : public LimitsTest {
+ protected:
+  void expectNoCopy() { EXPECT_TRUE(std::filesystem::is_empty(computer_.path("/Users/alice/.Trash"))); }
+};
+
+TEST_P(VerbLevelsTest, AreDoneOrRefusedWithoutLossWithFewDescriptors) {
+  const std::string source = computer_.path(GetParam().source());
+  makeDeep(source, kLevels);
+  const Finished finished = computer_.run(GetParam().command, nullptr, limitDescriptors);
+  const bool refuses = GetParam().name != "Remove" && GetParam().name != "Move";
+  EXPECT_EQ(finished.exitStatus, refuses ? 1 : 0) << finished.errors.substr(0, 500);
+  if (!refuses) {
+    EXPECT_FALSE(std::filesystem::exists(source));
+    return;
+  }
+  EXPECT_THAT(finished.errors, HasSubstr("Too many open files"));
+  EXPECT_EQ(statusOfDeepest(source, kLevels).st_size, 0);
+  expectNoCopy();
+}
+
+TEST_P(VerbLevelsTest, AreDoneOrRefusedWithoutLossWithManyDescriptors) {
+  const std::string source = computer_.path(GetParam().source());
+  makeDeep(source, kLevels);
+  const bool refuses = GetParam().name != "Remove" && GetParam().name != "Move";
+  EXPECT_LT(memoryOf(GetParam(), refuses ? 1 : 0), 32L << 10);
+  EXPECT_EQ(std::filesystem::exists(source), refuses);
+  if (refuses) expectNoCopy();
+}
+
+/// As deep as it goes, from a caller that grants little of all.
+TEST_P(VerbLevelsTest, ThatAreTakenAreDoneFromASmallStackAndFewDescriptors) {
+  constexpr int kTaken = 250;
+  makeDeep(computer_.path(GetParam().source()), kTaken);
+  const auto grantLittle = [] {
+    rlimit stack{};
+    rlimit descriptors{};
+    ::getrlimit(RLIMIT_STACK, &stack);
+    ::getrlimit(RLIMIT_NOFILE, &descriptors);
+    stack.rlim_cur = 256UL << 10U;
+    descriptors.rlim_cur = 32;
+    if (::setrlimit(RLIMIT_STACK, &stack) != 0 || ::setrlimit(RLIMIT_NOFILE, &descriptors) != 0) ::_exit(124);
+  };
+  const Finished finished = computer_.run(GetParam().command, nullptr, grantLittle);
+  EXPECT_EQ(finished.exitStatus, 0) << finished.errors.substr(0, 500);
+}
+
+std::vector<Form> verbsForTrees() {
+  std::vector<Form> forms = verbForms();
+  std::erase_if(forms, [](const Form& form) {
+    return form.name != "Remove" && form.name != "Move" && form.name != "MoveByCopy" && form.name != "Copy";
+  });
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Verbs, VerbLevelsTest, ::testing::ValuesIn(verbsForTrees()), nameOfForm);
+
 using EntriesTest = LimitsTest;
 
 void makeMany(const std::string& place, int entries) {
@@ -122,12 +179,18 @@ void makeMany(const std::string& place, int entries) {
   }
 }
 
+/// What is added to a folder grows in a folder of its own, entry by entry: that takes its time.
+int entriesFor(const Form& form) {
+  return form.name == "CopyFromOnto" ? manyEntries() / 10 : manyEntries();
+}
+
 TEST_P(EntriesTest, OfOneFolderTakeLittleMemory) {
-  makeMany(computer_.path(GetParam().tree), manyEntries());
+  const Form& form = GetParam();
+  makeMany(computer_.path(form.isVerb() ? form.source() : form.tree), entriesFor(form));
   const long memory = memoryOf(GetParam());
   std::printf("%ld KiB\n", memory);
   EXPECT_GT(memory, 0);
-  EXPECT_LT(memory, allowedFor(manyEntries()));
+  EXPECT_LT(memory, allowedFor(entriesFor(form)));
 }
 
 /// A copy remembers each file that it compares.
@@ -138,6 +201,17 @@ std::vector<Form> formsThatDoNotCopy() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, EntriesTest, ::testing::ValuesIn(formsThatDoNotCopy()), nameOfForm);
+
+/// cp compares nothing.
+std::vector<Form> verbsForFolders() {
+  std::vector<Form> forms = verbForms();
+  std::erase_if(forms, [](const Form& form) {
+    return form.name != "Remove" && form.name != "CopyInto" && form.name != "CopyFromOnto";
+  });
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Verbs, EntriesTest, ::testing::ValuesIn(verbsForFolders()), nameOfForm);
 
 using LinksTest = LimitsTest;
 

@@ -103,5 +103,77 @@ TEST_P(OddEntriesTest, FifosSocketsAndSetIdFilesAreNeitherOpenedNorArmed) {
 
 INSTANTIATE_TEST_SUITE_P(Forms, OddEntriesTest, ::testing::ValuesIn(allForms()), nameOfForm);
 
+class OddEntriesOfVerbsTest : public OddEntriesTest {
+ protected:
+  /// In what a verb removes, copies or moves.
+  [[nodiscard]] std::string at(const std::string& place) const {
+    return (GetParam().name == "RemoveFolder" ? tree("") : GetParam().source()) + place;
+  }
+  [[nodiscard]] bool isMovedByCopy() const { return GetParam().name == "MoveByCopy"; }
+
+  Finished runWithoutHarm() {
+    const Snapshot outside = computer_.outside();
+    Finished finished = computer_.run(GetParam().command);
+    EXPECT_THAT(differences(outside, computer_.outside()), IsEmpty());
+    return finished;
+  }
+};
+
+TEST_P(OddEntriesOfVerbsTest, AVolumeThatIsMountedInTheTreeIsNeitherEmptiedNorMovedApart) {
+  ASSERT_EQ(::mount("nested", computer_.path(at("/sub")).c_str(), "tmpfs", 0, nullptr), 0);
+  computer_.makeFile(at("/sub/mounted"));
+  const std::string mounted = contentOf(at("/sub/mounted"));
+  const std::string words = wordsOf(computer_.files().at(mounted));
+  const bool isInTheWay = GetParam().runs("rm") || isMovedByCopy();
+  EXPECT_EQ(runWithoutHarm().exitStatus, isInTheWay ? 1 : 0);
+  const std::string now = computer_.files().at(mounted);
+  EXPECT_THAT(now, HasSubstr(words));
+  EXPECT_EQ(now.find(" and ") != std::string::npos, GetParam().runs("cp")) << "a copy beside it, or none";
+  if (GetParam().name == "Remove") {
+    EXPECT_FALSE(computer_.files().contains(contentOf(at("/file"))));
+  }
+}
+
+TEST_P(OddEntriesOfVerbsTest, FifosSocketsAndDevicesAreNotOpened) {
+  for (const auto type :
+       {static_cast<mode_t>(S_IFIFO), static_cast<mode_t>(S_IFSOCK), static_cast<mode_t>(S_IFCHR)}) {
+    const std::string place = at("/odd" + std::to_string(type));
+    ASSERT_EQ(::mknod(computer_.path(place).c_str(), type | 0600U, makedev(1, 3)), 0);
+  }
+  const Finished finished = runWithoutHarm();
+  EXPECT_EQ(finished.exitStatus, isMovedByCopy() ? 1 : 0) << finished.errors;
+  if (!isMovedByCopy()) return;
+  EXPECT_THAT(finished.errors, HasSubstr("a device is not copied to another volume"));
+  EXPECT_TRUE(computer_.files().at(contentOf(at("/file"))).starts_with("left: ")) << "all stays";
+}
+
+TEST_P(OddEntriesOfVerbsTest, SetIdBitsComeAlongWithTheirOwnerWithinACopyAndNotToAnotherVolume) {
+  computer_.makeFile(at("/tool"), 06755);
+  const std::string words = wordsOf(computer_.files().at(contentOf(at("/tool"))));
+  EXPECT_EQ(runWithoutHarm().exitStatus, 0);
+  const Snapshot now = computer_.files();
+  EXPECT_EQ(now.contains(contentOf(at("/tool"))), GetParam().name != "Remove");
+  if (GetParam().name == "Remove") return;
+  const std::string tool = now.at(contentOf(at("/tool")));
+  EXPECT_EQ(tool.find(words) == std::string::npos, isMovedByCopy());
+  EXPECT_EQ(tool.find(" 100755 ") != std::string::npos, isMovedByCopy());
+}
+
+TEST_P(OddEntriesOfVerbsTest, AnImmutableFileStaysAsItIs) {
+  if (!makeImmutable(computer_.path(at("/file"))))
+    GTEST_SKIP() << "this kernel's tmpfs has no immutable files";
+  const std::string words = wordsOf(computer_.files().at(contentOf(at("/file"))));
+  static_cast<void>(runWithoutHarm());
+  EXPECT_THAT(computer_.files().at(contentOf(at("/file"))), HasSubstr(words));
+}
+
+std::vector<Form> verbsForTrees() {
+  std::vector<Form> forms = verbForms();
+  std::erase_if(forms, [](const Form& form) { return form.runs("mkdir") || form.name == "MoveOntoAFile"; });
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Verbs, OddEntriesOfVerbsTest, ::testing::ValuesIn(verbsForTrees()), nameOfForm);
+
 }  // namespace
 }  // namespace hardening

@@ -1,11 +1,14 @@
-// Whoever starts a helper chooses its arguments, environment, descriptors, signals and limits.
+// Whoever starts a program of root's chooses its arguments, environment, descriptors, signals and limits.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 
 #include "tests/hardening/AttackedComputer.h"
 
@@ -73,25 +76,87 @@ std::vector<Surrounding> surroundings() {
 class SurroundingsTest : public ::testing::TestWithParam<Form> {
  protected:
   void SetUp() override { QUILLMEND_NEEDS_ROOT_HERE(); }
+
+  /// What a form has left: of a helper's the files, because names in a trash tell the time.
+  static Snapshot stateOf(const AttackedComputer& computer) {
+    return GetParam().isVerb() ? computer.homes() : computer.files();
+  }
 };
 
 TEST_P(SurroundingsTest, MakeNoDifferenceToWhatAToolDoes) {
   const AttackedComputer computer;
   EXPECT_EQ(computer.run(GetParam().command).exitStatus, 0);
-  const Snapshot expected = computer.files();
+  const Snapshot expected = stateOf(computer);
   const Snapshot outside = computer.outside();
   for (const Surrounding& surrounding : surroundings()) {
     SCOPED_TRACE(surrounding.name);
     computer.restore();
-    ASSERT_NE(computer.files(), expected);
+    ASSERT_NE(stateOf(computer), expected);
     const Finished finished = computer.run(GetParam().command, nullptr, surrounding.inChild);
     EXPECT_EQ(finished.exitStatus, 0) << finished.errors;
-    EXPECT_THAT(differences(expected, computer.files()), IsEmpty());
+    EXPECT_THAT(differences(expected, stateOf(computer)), IsEmpty());
     EXPECT_THAT(differences(outside, computer.outside()), IsEmpty());
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Forms, SurroundingsTest, ::testing::ValuesIn(allForms()), nameOfForm);
+INSTANTIATE_TEST_SUITE_P(Forms, SurroundingsTest, ::testing::ValuesIn(formsOfAll()), nameOfForm);
+
+/// A library that leaves a mark where it is loaded, under the names of those that the programs stand on or
+/// load, and of one that the system has not.
+class LibrariesTest : public ::testing::TestWithParam<Form> {
+ protected:
+  void SetUp() override { QUILLMEND_NEEDS_ROOT_HERE(); }
+
+  static constexpr std::array kNames = {"libc.so.6", "libsystemd.so.0", "libnss_files.so.2", "libcap.so.2",
+                                        "libnss_absent.so.2"};
+
+  static void look(const char* where) { ::setenv("LD_LIBRARY_PATH", where, 1); }
+
+  void plant(const char* name) const {
+    std::filesystem::copy_file(PLANTED_LIBRARY, computer_.path(std::string("/Users/alice/planted/") + name));
+  }
+  [[nodiscard]] bool isMarked() const {
+    return std::filesystem::exists(computer_.path("/planted-was-loaded"));
+  }
+
+  AttackedComputer computer_;
+};
+
+TEST_P(LibrariesTest, OfAUsersAreNotLoadedWhereTheEnvironmentPointsToThem) {
+  std::ofstream(computer_.path("/etc/nsswitch.conf")) << "passwd: absent files\ngroup: absent files\n";
+  for (const char* name : kNames) {
+    SCOPED_TRACE(name);
+    computer_.restore();
+    computer_.makeFolder("/Users/alice/planted");
+    plant(name);
+    const Finished finished =
+        computer_.run(GetParam().command, nullptr, [] { look("/Users/alice/planted"); });
+    EXPECT_EQ(finished.exitStatus, 0) << finished.errors;
+    EXPECT_FALSE(isMarked());
+  }
+}
+
+/// Else nothing above could fail.
+TEST_P(LibrariesTest, ThatArePlantedLeaveTheirMark) {
+  computer_.makeFolder("/Users/alice/planted");
+  plant("libcap.so.2");
+  const auto preload = [] { ::setenv("LD_PRELOAD", "/Users/alice/planted/libcap.so.2", 1); };
+  EXPECT_EQ(computer_.run(GetParam().command, nullptr, preload).exitStatus, 0);
+  EXPECT_TRUE(isMarked());
+}
+
+std::vector<Form> formsThatLoad() {
+  std::vector<Form> forms = verbForms();
+  std::erase_if(forms, [](const Form& form) { return form.name != "Remove" && form.name != "CopyInto"; });
+  const std::string tree = "/Users/alice/jobs/tree";
+  forms.push_back({"Kill", {"/helpers/killtool"}, tree});
+  forms.push_back({"ChownTree", {"/helpers/chowntool", "-R", "alice", tree}, tree});
+  forms.push_back({"Chown", {"/verbs/chown", "-R", "alice", tree}, tree});
+  forms.push_back({"TrashOfNobodys", {"/helpers/trashtool", "/outside/trash"}, tree});
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, LibrariesTest, ::testing::ValuesIn(formsThatLoad()), nameOfForm);
 
 using Arguments = std::vector<std::string>;
 
@@ -142,11 +207,57 @@ TEST_F(ArgumentsTest, ThatAreEmptyMissingOrTooManyTouchNothing) {
   EXPECT_THAT(differences(before, snapshotOf(computer.path("/Users"))), IsEmpty());
 }
 
+TEST_F(ArgumentsTest, ThatAVerbDoesNotTakeTouchNothing) {
+  const AttackedComputer computer;
+  const std::string tree = "/Users/alice/jobs/tree";
+  const std::vector<Arguments> wrong = {{},
+                                        {""},
+                                        {"-"},
+                                        {"--"},
+                                        {"-Rdf"},
+                                        {"-p"},
+                                        {"-f"},
+                                        {tree},
+                                        {"", ""},
+                                        {"", tree},
+                                        {"-z", tree},
+                                        {"--", tree},
+                                        {"-R", "--", tree},
+                                        {"-Rdf", tree, tree},
+                                        {"-p", tree, tree},
+                                        {"-fpR", tree, tree, tree},
+                                        {std::string(100'000, 'f'), tree}};
+  const Snapshot before = snapshotOf(computer.path("/Users"));
+  for (const char* verb : {"cp", "mv", "rm", "mkdir"}) {
+    for (Arguments command : wrong) {
+      command.insert(command.begin(), std::string("/verbs/") + verb);
+      const Finished finished = computer.run(command);
+      EXPECT_EQ(finished.exitStatus, 64) << ::testing::PrintToString(command).substr(0, 200);
+      EXPECT_THAT(finished.errors, HasSubstr(verb));
+    }
+  }
+  for (const Arguments& command :
+       {Arguments{"/verbs/rm", "-Rdf", ""}, Arguments{"/verbs/mkdir", "-p", ""},
+        Arguments{"/verbs/mv", "-f", "", tree}, Arguments{"/verbs/cp", "-fpR", tree + "/file", ""}}) {
+    EXPECT_EQ(computer.run(command).exitStatus, 1) << "an empty path: " << command.front();
+  }
+  EXPECT_THAT(differences(before, snapshotOf(computer.path("/Users"))), IsEmpty());
+}
+
+TEST_F(ArgumentsTest, NamesOfAVerbsCannotLookLikeLinesOfTheirOwn) {
+  const AttackedComputer computer;
+  const Finished finished =
+      computer.run({"/verbs/mv", "-f", "/Users/alice/a\nrm: b\x1b[2J", "/Users/alice/c"});
+  EXPECT_EQ(finished.exitStatus, 1);
+  EXPECT_THAT(finished.errors, HasSubstr("mv: /Users/alice/a\\nrm: b\\033[2J: "));
+}
+
 TEST_F(ArgumentsTest, NoneAtAllNotEvenANameTouchNothing) {
   const AttackedComputer computer;
   const Snapshot before = snapshotOf(computer.path("/Users"));
   for (const char* tool :
-       {"/helpers/chowntool", "/helpers/chmodtool", "/helpers/trashtool", "/helpers/killtool"}) {
+       {"/helpers/chowntool", "/helpers/chmodtool", "/helpers/trashtool", "/helpers/killtool", "/verbs/cp",
+        "/verbs/mv", "/verbs/rm", "/verbs/mkdir", "/verbs/chown"}) {
     const auto becomeNameless = [tool] {
       char* const none[] = {nullptr};
       ::execv(tool, none);

@@ -1,0 +1,236 @@
+// Whatever happens while a verb of root's works, nothing is lost, what is there is whole, and the next run
+// finishes the work.
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <set>
+
+#include "tests/hardening/AttackedComputer.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace hardening {
+namespace {
+
+using ::testing::IsEmpty;
+
+std::string wordsAt(const Snapshot& all, const std::string& path) {
+  const auto found = all.find(path);
+  return found == all.end() ? "" : found->second;
+}
+
+class VerbFaultsTest : public ::testing::TestWithParam<Form> {
+ protected:
+  void SetUp() override {
+    QUILLMEND_NEEDS_ROOT_HERE();
+    before_ = state();
+    EXPECT_EQ(computer_.run(GetParam().command).exitStatus, 0);
+    after_ = state();
+    ASSERT_NE(before_, after_);
+  }
+
+  /// All of /Users, but for what grows in a folder that a killed program leaves.
+  [[nodiscard]] Snapshot state() const {
+    Snapshot all = computer_.homes();
+    std::erase_if(all, [](const auto& entry) { return entry.first.find(".copying-") != std::string::npos; });
+    return all;
+  }
+
+  [[nodiscard]] bool isSourceThere() const {
+    return std::filesystem::exists(std::filesystem::symlink_status(computer_.path(GetParam().source())));
+  }
+
+  /// Every entry is what it was, or what it is when all has been done.
+  void expectEachWhole(const Snapshot& now) const {
+    std::set<std::string> paths;
+    for (const Snapshot* all : {&before_, &after_, &now}) {
+      for (const auto& entry : *all) paths.insert(entry.first);
+    }
+    for (const std::string& path : paths) {
+      const std::string words = wordsAt(now, path);
+      EXPECT_TRUE(words == wordsAt(before_, path) || words == wordsAt(after_, path)) << path << ": " << words;
+    }
+  }
+
+  /// Every file that is still to be found when all has been done is to be found at any time.
+  void expectNothingLost() const {
+    const Snapshot now = computer_.files();
+    for (const auto& [content, words] : filesAfter_) EXPECT_TRUE(now.contains(content)) << content;
+  }
+
+  /// What has been done before, the verb does a second time into the folder that is there now.
+  void expectDone() const {
+    Snapshot now = state();
+    std::erase_if(now, [](const auto& entry) { return entry.first.find("/tree/tree") != std::string::npos; });
+    EXPECT_THAT(differences(after_, now), IsEmpty());
+  }
+
+  int runTwice(const OnCall& onCall, const std::function<void()>& inChild = nullptr) {
+    computer_.restore();
+    const Finished first = computer_.run(GetParam().command, onCall, inChild);
+    expectEachWhole(state());
+    expectNothingLost();
+    if (first.exitStatus == 0) expectDone();
+    const bool isDone = !isSourceThere();
+    const Finished second = computer_.run(GetParam().command);
+    EXPECT_TRUE(second.exitStatus == 0 || (isDone && GetParam().runs("mv"))) << second.errors;
+    expectDone();
+    expectNothingLost();
+    return first.calls;
+  }
+
+  std::vector<int> calls() {
+    std::vector<int> numbers;
+    computer_.restore();
+    const auto note = [&numbers](const Call& call) {
+      numbers.push_back(call.number);
+      return kProceed;
+    };
+    EXPECT_EQ(computer_.run(GetParam().command, note).exitStatus, 0);
+    filesAfter_ = computer_.files();
+    return numbers;
+  }
+
+  void failEach(int reason, bool (*concerns)(int call)) {
+    const std::vector<int> numbers = calls();
+    int failed = 0;
+    for (std::size_t i = 0; i < numbers.size() && !HasFailure(); ++i) {
+      if (!concerns(numbers[i])) continue;
+      const int call = static_cast<int>(i) + 1;
+      SCOPED_TRACE("call " + std::to_string(call) + ", number " + std::to_string(numbers[i]));
+      runTwice([&](const Call& now) { return now.index == call ? reason : kProceed; });
+      ++failed;
+    }
+    EXPECT_GT(failed, 0);
+  }
+
+  AttackedComputer computer_;
+  Snapshot before_;
+  Snapshot after_;
+  Snapshot filesAfter_;
+};
+
+TEST_P(VerbFaultsTest, KilledBeforeAnyCallNothingIsLostAndTheNextRunFinishes) {
+  const int most = static_cast<int>(calls().size());
+  EXPECT_GT(most, 5);
+  for (int call = 1; call <= most && !HasFailure(); ++call) {
+    SCOPED_TRACE("call " + std::to_string(call));
+    runTwice([&](const Call& now) { return now.index == call ? kKill : kProceed; });
+  }
+}
+
+bool mayFail(int call) {
+  return call != SYS_close_range && call != SYS_exit_group && call != SYS_exit;
+}
+
+/// What needs room on the disk.
+bool changes(int call) {
+  constexpr auto kChanging =
+      std::to_array<int>({SYS_mkdirat, SYS_renameat, SYS_renameat2, SYS_linkat, SYS_pwrite64,
+                          SYS_copy_file_range, SYS_ftruncate, SYS_fsync, SYS_syncfs, SYS_fsetxattr,
+                          SYS_fchmod, SYS_fchown, SYS_fchownat, SYS_unlinkat, SYS_utimensat});
+  return std::find(kChanging.begin(), kChanging.end(), call) != kChanging.end();
+}
+
+TEST_P(VerbFaultsTest, WhicheverCallFailsForTheDiskNothingIsLostAndTheNextRunFinishes) {
+  failEach(EIO, mayFail);
+}
+
+TEST_P(VerbFaultsTest, WhereverTheDiskIsFullNothingIsLostAndTheNextRunFinishes) {
+  failEach(ENOSPC, changes);
+}
+
+TEST_P(VerbFaultsTest, WhereverTheQuotaIsUsedUpNothingIsLostAndTheNextRunFinishes) {
+  failEach(EDQUOT, changes);
+}
+
+TEST_P(VerbFaultsTest, AskedToEndBeforeAnyCallNothingIsLostAndTheNextRunFinishes) {
+  const int most = static_cast<int>(calls().size());
+  for (int call = 1; call <= most && !HasFailure(); call += 3) {
+    SCOPED_TRACE("call " + std::to_string(call));
+    runTwice([&](const Call& now) {
+      if (now.index == call) ::kill(now.process, SIGTERM);
+      return kProceed;
+    });
+  }
+}
+
+TEST_P(VerbFaultsTest, UnderLimitsThatCannotBeLiftedNothingIsLostAndTheNextRunFinishes) {
+  calls();
+  for (const auto what : {RLIMIT_FSIZE, RLIMIT_NOFILE}) {
+    for (rlim_t most = 3; most < 24; most += 2) {
+      SCOPED_TRACE("at most " + std::to_string(most));
+      runTwice(nullptr, [&] {
+        const rlimit both{most, most};
+        if (::setrlimit(what, &both) != 0) ::_exit(124);
+      });
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, VerbFaultsTest, ::testing::ValuesIn(verbForms()), nameOfForm);
+
+class EndedVerbTest : public VerbFaultsTest {};
+
+TEST_P(EndedVerbTest, SaysSoStopsAndLeavesNothingHalf) {
+  computer_.restore();
+  bool isAsked = false;
+  const auto ask = [&isAsked](const Call& call) {
+    if (!isAsked && changes(call.number)) isAsked = ::kill(call.process, SIGTERM) == 0;
+    return kProceed;
+  };
+  const Finished finished = computer_.run(GetParam().command, ask);
+  EXPECT_EQ(finished.exitStatus, 1) << finished.signal;
+  EXPECT_THAT(finished.errors, ::testing::HasSubstr("Operation canceled"));
+  EXPECT_THAT(differences(before_, computer_.homes()), IsEmpty());
+}
+
+std::vector<Form> formsThatTakeLong() {
+  std::vector<Form> forms = verbForms();
+  std::erase_if(forms, [](const Form& form) {
+    return form.name != "Remove" && form.name != "MoveByCopy" && form.name != "Copy" &&
+           form.name != "CopyOnto";
+  });
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, EndedVerbTest, ::testing::ValuesIn(formsThatTakeLong()), nameOfForm);
+
+/// Root's copies where a file system lets nobody change hands.
+class KeptOwnerTest : public ::testing::TestWithParam<Form> {
+ protected:
+  void SetUp() override { QUILLMEND_NEEDS_ROOT_HERE(); }
+
+  AttackedComputer computer_;
+};
+
+TEST_P(KeptOwnerTest, WhereItCannotBeKeptSetIdBitsAreNot) {
+  computer_.makeFile(GetParam().source() + "/tool", 06755);
+  const auto refuse = [](const Call& call) {
+    return call.number == SYS_fchown || call.number == SYS_fchownat ? EPERM : kProceed;
+  };
+  EXPECT_EQ(computer_.run(GetParam().command, refuse).exitStatus, 0);
+  std::string copy = "/Users/alice/.Trash/tree/tool";
+  if (GetParam().name == "CopyOnto") copy = "/Users/alice/jobs/tree/tool";
+  struct stat status {};
+  ASSERT_EQ(::stat(computer_.path(copy).c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, 0U);
+  EXPECT_EQ(status.st_mode & 07777U, 0755U);
+}
+
+std::vector<Form> formsThatCopy() {
+  std::vector<Form> forms = verbForms();
+  std::erase_if(forms, [](const Form& form) { return !form.runs("cp") || form.name == "CopyFromOnto"; });
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, KeptOwnerTest, ::testing::ValuesIn(formsThatCopy()), nameOfForm);
+
+}  // namespace
+}  // namespace hardening
