@@ -14,7 +14,7 @@ namespace platform {
 enum class ExitStatus {
   done = 0,     ///< everything asked for is done, or there was nothing to do
   failed = 1,   ///< something could not be done; each such entry has its line on standard error
-  usage = 64,   ///< wrong arguments, among them a relative path; nothing was touched
+  usage = 64,   ///< wrong arguments, of a helper a relative path too; nothing was touched
   refused = 77  ///< what is asked for is never done, for example to a protected folder; nothing was touched
 };
 
