@@ -4,7 +4,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <array>
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <sstream>
@@ -58,6 +58,7 @@ class Home {
 struct Call {
   std::string name;
   int number = 0;
+  bool isInjected = false;  ///< strace has seen to its result
 };
 
 support::ProgramRun run(const Home& home, const Lines& strace, const Lines& what) {
@@ -78,7 +79,8 @@ std::vector<Call> callsBetweenMarks(const std::string& trace) {
     const std::string name = line.substr(0, line.find('('));
     if (name == "getppid") ++marks;
     const int number = ++counts[name];
-    if (marks == 1 && name != "getppid") calls.push_back({name, number});
+    const bool isInjected = line.ends_with(" (INJECTED)");
+    if (marks == 1 && name != "getppid") calls.push_back({name, number, isInjected});
   }
   return calls;
 }
@@ -96,12 +98,32 @@ const std::vector<Call>& callsOfRotation() {
   return calls;
 }
 
-/// What strace does to that call of the program's main thread.
-Lines injection(const Call& call, const std::string& what) {
-  return {"-o", "/dev/null",
-          "-e", "trace=" + call.name,
-          "-e", "inject=" + call.name + ":" + what + ":when=" + std::to_string(call.number)};
-}
+/// Something that strace does to a call of the program's main thread, and where it writes what it has seen.
+class Injection {
+ public:
+  Injection(Call call, const std::string& what) : call_(std::move(call)), what_(what) {}
+
+  [[nodiscard]] Lines options() const {
+    return {"-o", trace(),
+            "-e", "trace=getppid," + call_.name,
+            "-e", "inject=" + call_.name + ":" + what_ + ":when=" + std::to_string(call_.number)};
+  }
+  /// Whether it has befallen that very call, within the rotation.
+  [[nodiscard]] bool wasMade() const {
+    const auto calls = callsBetweenMarks(support::contentOf(trace()));
+    return std::any_of(calls.begin(), calls.end(), [this](const Call& call) {
+      return call.name == call_.name && call.number == call_.number && call.isInjected;
+    });
+  }
+  [[nodiscard]] std::string seen() const { return support::contentOf(trace()); }
+
+ private:
+  [[nodiscard]] std::string trace() const { return folder_ / "trace"; }
+
+  Call call_;
+  std::string what_;
+  TemporaryFolder folder_;
+};
 
 class LogFaultsTest : public testing::TestWithParam<const char*> {
  protected:
@@ -128,8 +150,10 @@ TEST_P(LogFaultsTest, AFailingCallOfARotationLosesNothingAndTheLogGoesOn) {
     if (!isApt(fault, call.name)) continue;
     SCOPED_TRACE(call.name + " number " + std::to_string(call.number) + " fails with " + fault);
     const Home home;
-    const auto faulty = run(home, injection(call, "error=" + fault), {"new", "append"});
+    const Injection injection(call, "error=" + fault);
+    const auto faulty = run(home, injection.options(), {"new", "append"});
     EXPECT_EQ(faulty.status, 0) << faulty.output;
+    EXPECT_TRUE(injection.wasMade()) << injection.seen();
     expectNothingLost(home);
     EXPECT_THAT(home.content(1), HasSubstr(" - first line 0\n")) << faulty.output;
   }
@@ -149,8 +173,9 @@ TEST_F(LogFaultsTest, AProcessKilledBeforeAnyCallOfARotationLosesNothingAndTheNe
   for (const Call& call : callsOfRotation()) {
     SCOPED_TRACE("killed before " + call.name + " number " + std::to_string(call.number));
     const Home home;
-    const auto killed = run(home, injection(call, "signal=KILL"), {"new", "append"});
-    EXPECT_EQ(killed.status, 128 + SIGKILL) << killed.output;
+    const Injection injection(call, "signal=KILL");
+    const auto killed = run(home, injection.options(), {"new", "append"});
+    EXPECT_EQ(killed.status, 128 + SIGKILL) << killed.output << injection.seen();
     expectNothingLost(home);
     const auto next = support::runProgram({LOG_PROGRAM, home.path(), "second", "1", "new", "append"});
     EXPECT_EQ(next.status, 0) << next.output;

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -21,6 +22,7 @@
 #include "services/TGTask.h"
 #include "tests/hardening/services/HomePlatform.h"
 #include "tests/support/FailingCall.h"
+#include "tests/support/Sanitizers.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -92,16 +94,19 @@ struct Refusal {
   std::vector<int> reasons;
 };
 
-/// The first means a tool to be there that nobody can run; the others, that there is not enough of something.
+/// Every reason that the calls' manual pages give, but for a kernel without them. The first means a tool to
+/// be there that nobody can run; the others, that there is not enough of something.
 const std::vector<Refusal>& refusals() {
   static const std::vector<Refusal> all = {
       {"Exec",
        SYS_execve,
-       {E2BIG, EACCES, EINVAL, EIO, EISDIR, ELIBBAD, ELOOP, EMFILE, ENAMETOOLONG, ENFILE, ENOENT, ENOEXEC,
-        ENOMEM, ENOTDIR, EPERM, ETXTBSY}},
-      {"Fork", SYS_clone3, {EAGAIN, ENOMEM, EPERM}},
-      {"Pipe", SYS_pipe2, {EMFILE, ENFILE, ENOMEM}},
-      {"Watch", SYS_pidfd_open, {EMFILE, ENFILE, ENOMEM, ENODEV, EINVAL}}};
+       {E2BIG, EACCES, EAGAIN, EFAULT, EINVAL, EIO, EISDIR, ELIBBAD, ELOOP, EMFILE, ENAMETOOLONG, ENFILE,
+        ENOENT, ENOEXEC, ENOMEM, ENOTDIR, EPERM, ETXTBSY}},
+      {"Fork",
+       SYS_clone3,
+       {EACCES, EAGAIN, EBUSY, EEXIST, EINVAL, ENOMEM, ENOSPC, EOPNOTSUPP, EPERM, EUSERS}},
+      {"Pipe", SYS_pipe2, {EFAULT, EINVAL, EMFILE, ENFILE, ENOMEM, ENOPKG}},
+      {"Watch", SYS_pidfd_open, {EINVAL, EMFILE, ENFILE, ENODEV, ENOMEM, ESRCH}}};
   return all;
 }
 
@@ -198,23 +203,71 @@ TEST_F(TaskRunnerTest, EightThreadsEachGetTheirOwn) {
   EXPECT_TRUE(eventually(&hasNoChild));
 }
 
-/// As a time-out does, from another thread, over and over until it is gone.
-TEST_F(TaskRunnerTest, ATerminationAtTheMomentOfTheExitIsEither) {
+namespace {
+
+/// Runs a tool that ends by itself after a while, and terminates it from another thread, as a time-out does,
+/// from a while after its launch on, over and over until it is gone. Answers its termination code.
+int codeOfRace(std::chrono::microseconds lifetime, std::chrono::microseconds patience) {
+  TGTaskSlot slot;
+  std::atomic<bool> hasEnded = false;
+  std::thread ender([&] {
+    std::optional<std::chrono::steady_clock::time_point> start;
+    while (!hasEnded) {
+      const auto task = slot.load();
+      if (!task || !task->isRunning()) continue;
+      const auto now = std::chrono::steady_clock::now();
+      if (!start) start = now;
+      if (now - *start >= patience) task->terminate();
+    }
+  });
+  const std::string seconds =
+      foundation::stringWithFormat("%0.6f", std::chrono::duration<double>(lifetime).count());
+  const int code = TGTask::terminationCodeFromTask("/bin/sleep", {{seconds}}, &slot);
+  hasEnded = true;
+  ender.join();
+  slot.load()->terminate();  // when it has long ended
+  return code;
+}
+
+}  // namespace
+
+/// A tool that was terminated is given less to live the next time, or the other more patience, and the other
+/// way round, the more so the longer it comes out the same: the rounds gather where both meet.
+TEST_F(TaskRunnerTest, ATerminationAboutTheMomentOfTheExitIsEither) {
   std::vector<int> codes;
-  for (int round = 0; round < 200; ++round) {
-    TGTaskSlot slot;
-    std::atomic<bool> hasEnded = false;
-    std::thread ender([&] {
-      while (!hasEnded) {
-        const auto task = slot.load();
-        if (task && task->isRunning()) task->terminate();
-      }
-    });
-    codes.push_back(TGTask::terminationCodeFromTask("/bin/true", std::nullopt, &slot));
-    hasEnded = true;
-    ender.join();
-    slot.load()->terminate();  // when it has long ended
+  std::chrono::microseconds lead = 0us;  // that the tool has; if negative, the other's
+  std::chrono::microseconds step = 0us;
+  for (int round = 0; round < (support::kIsSanitized ? 40 : 150); ++round) {
+    const int code = codeOfRace(std::max(lead, 0us), std::max(-lead, 0us));
+    step = codes.empty() || codes.back() != code ? 50us : step * 5 / 4;
+    lead += code == SIGTERM ? -step : step;
+    codes.push_back(code);
   }
   EXPECT_THAT(codes, testing::Each(testing::AnyOf(0, SIGTERM)));
+  EXPECT_THAT(codes, testing::Contains(0));
+  EXPECT_THAT(codes, testing::Contains(SIGTERM));
   EXPECT_TRUE(eventually(&hasNoChild));
+}
+
+TEST_F(TaskRunnerTest, ATerminationBetweenTheExitAndItsNoticeChangesNothing) {
+  const auto task =
+      platform::current().subprocesses.create({.launchPath = kShell, .arguments = {"-c", "exit 5"}});
+  task->launch();
+  siginfo_t ended{};
+  ASSERT_EQ(::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT), 0);
+  task->terminate();
+  task->waitUntilExit();
+  EXPECT_EQ(task->terminationStatus(), 5);
+  task->terminate();
+  EXPECT_EQ(task->terminationStatus(), 5);
+  EXPECT_TRUE(hasNoChild());
+}
+
+TEST_F(TaskRunnerTest, ATerminationRightAfterTheLaunchIsTheEnd) {
+  const auto task =
+      platform::current().subprocesses.create({.launchPath = "/bin/sleep", .arguments = {"600"}});
+  task->launch();
+  task->terminate();
+  task->waitUntilExit();
+  EXPECT_EQ(task->terminationStatus(), SIGTERM);
 }
