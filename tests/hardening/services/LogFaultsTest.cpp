@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tests/support/ProgramRun.h"
+#include "tests/support/Sanitizers.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -62,7 +63,8 @@ struct Call {
 };
 
 support::ProgramRun run(const Home& home, const Lines& strace, const Lines& what) {
-  Lines command = {kStrace, "-qq"};
+  // A leak checker cannot look at a process that is being traced.
+  Lines command = {kStrace, "-qq", "-E", "ASAN_OPTIONS=detect_leaks=0"};
   command.insert(command.end(), strace.begin(), strace.end());
   command.insert(command.end(), {LOG_PROGRAM, home.path(), "first", "1"});
   command.insert(command.end(), what.begin(), what.end());
@@ -137,7 +139,9 @@ class LogFaultsTest : public testing::TestWithParam<const char*> {
   static bool isApt(const std::string& fault, const std::string& call) {
     const bool onlyLooks = call == "newfstatat" || call == "fstat" || call == "statx" || call == "lseek" ||
                            call == "read" || call == "close" || call == "fcntl" || call == "getdents64";
-    return fault == "EIO" || !onlyLooks;
+    // A sanitizer finds out by write(2) to a pipe whether there is memory, and gives up where that fails.
+    const bool isSanitizers = support::kIsSanitized && (call == "write" || call == "close");
+    return !isSanitizers && (fault == "EIO" || !onlyLooks);
   }
 };
 
@@ -165,12 +169,24 @@ TEST_F(LogFaultsTest, ARotationDoesNotWaitForTheDisk) {
   for (const Call& call : callsOfRotation()) EXPECT_NE(call.name, "fsync");
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, LogFaultsTest, testing::Values("ENOSPC", "EIO", "EROFS"),
+namespace {
+
+/// Under sanitizers, where each run takes many times as long, that which can befall any call.
+std::vector<const char*> faults() {
+  if (support::kIsSanitized) return {"EIO"};
+  return {"ENOSPC", "EIO", "EROFS"};
+}
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Faults, LogFaultsTest, testing::ValuesIn(faults()),
                          [](const auto& fault) { return std::string(fault.param); });
 
 TEST_F(LogFaultsTest, AProcessKilledBeforeAnyCallOfARotationLosesNothingAndTheNextGoesOn) {
-  ASSERT_GE(callsOfRotation().size(), 15U) << "the rotation was not seen";
-  for (const Call& call : callsOfRotation()) {
+  const std::vector<Call>& calls = callsOfRotation();
+  ASSERT_GE(calls.size(), 15U) << "the rotation was not seen";
+  for (std::size_t at = 0; at < calls.size(); at += support::kIsSanitized ? 5 : 1) {
+    const Call& call = calls[at];
     SCOPED_TRACE("killed before " + call.name + " number " + std::to_string(call.number));
     const Home home;
     const Injection injection(call, "signal=KILL");
@@ -179,6 +195,7 @@ TEST_F(LogFaultsTest, AProcessKilledBeforeAnyCallOfARotationLosesNothingAndTheNe
     expectNothingLost(home);
     const auto next = support::runProgram({LOG_PROGRAM, home.path(), "second", "1", "new", "append"});
     EXPECT_EQ(next.status, 0) << next.output;
+    EXPECT_THAT(home.content(1), testing::StartsWith("Log started: "));
     EXPECT_THAT(home.content(1), HasSubstr(" - second line 0\n"));
     // A second rotation may drop the one that had become the fifth.
     for (int number = 1; number <= 3; ++number) {
@@ -205,7 +222,8 @@ TEST_F(LogFaultsTest, ALineThatOnlyHalfFitsIsTakenBackAndTheLogGoesOnWhenThereIs
   int number = 0;
   for (; line.find(" - a line " + std::to_string(number)) == 25; std::getline(lines, line)) ++number;
   EXPECT_GT(number, 20);
-  EXPECT_THAT(line, testing::EndsWith(" - a has room")) << "behind the last whole line";
+  EXPECT_THAT(line, testing::MatchesRegex("[-0-9]+ [0-9:]+ [+]0000 - a has room"))
+      << "and no half one before it";
 }
 
 TEST_F(LogFaultsTest, ANewLogThatFoundNoRoomIsBegunByTheFirstEntryThatDoes) {

@@ -17,6 +17,7 @@
 #include "tests/diagnostics/LogFixture.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/ProgramRun.h"
+#include "tests/support/Sanitizers.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -195,7 +196,8 @@ class ManyLinesTest : public LogFixture {
   }
   /// A million in all with QUILLMEND_LONG_TESTS.
   [[nodiscard]] static int linesOfEach() {
-    return (std::getenv("QUILLMEND_LONG_TESTS") != nullptr ? 1'000'000 : 100'000) / kThreads;
+    const int usual = support::kIsSanitized ? 40'000 : 100'000;
+    return (std::getenv("QUILLMEND_LONG_TESTS") != nullptr ? 1'000'000 : usual) / kThreads;
   }
   [[nodiscard]] std::string everything() {
     std::string all = collected_;

@@ -96,8 +96,8 @@ struct Refusal {
 
 /// Every reason that the calls' manual pages give, but for a kernel without them. The first means a tool to
 /// be there that nobody can run; the others, that there is not enough of something.
-const std::vector<Refusal>& refusals() {
-  static const std::vector<Refusal> all = {
+std::vector<Refusal> refusals() {
+  std::vector<Refusal> all = {
       {"Exec",
        SYS_execve,
        {E2BIG, EACCES, EAGAIN, EFAULT, EINVAL, EIO, EISDIR, ELIBBAD, ELOOP, EMFILE, ENAMETOOLONG, ENFILE,
@@ -105,8 +105,11 @@ const std::vector<Refusal>& refusals() {
       {"Fork",
        SYS_clone3,
        {EACCES, EAGAIN, EBUSY, EEXIST, EINVAL, ENOMEM, ENOSPC, EOPNOTSUPP, EPERM, EUSERS}},
-      {"Pipe", SYS_pipe2, {EFAULT, EINVAL, EMFILE, ENFILE, ENOMEM, ENOPKG}},
       {"Watch", SYS_pidfd_open, {EINVAL, EMFILE, ENFILE, ENODEV, ENOMEM, ESRCH}}};
+  // A sanitizer writes what it wants to look at into a pipe of its own, and takes it for no memory then.
+  if (!support::kIsSanitized) {
+    all.push_back({"Pipe", SYS_pipe2, {EFAULT, EINVAL, EMFILE, ENFILE, ENOMEM, ENOPKG}});
+  }
   return all;
 }
 
@@ -239,7 +242,8 @@ TEST_F(TaskRunnerTest, ATerminationAboutTheMomentOfTheExitIsEither) {
   std::chrono::microseconds step = 0us;
   for (int round = 0; round < (support::kIsSanitized ? 40 : 150); ++round) {
     const int code = codeOfRace(std::max(lead, 0us), std::max(-lead, 0us));
-    step = codes.empty() || codes.back() != code ? 50us : step * 5 / 4;
+    step =
+        codes.empty() || codes.back() != code ? 50us : std::min<std::chrono::microseconds>(step * 5 / 4, 5ms);
     lead += code == SIGTERM ? -step : step;
     codes.push_back(code);
   }
@@ -265,7 +269,7 @@ TEST_F(TaskRunnerTest, ATerminationBetweenTheExitAndItsNoticeChangesNothing) {
 
 TEST_F(TaskRunnerTest, ATerminationRightAfterTheLaunchIsTheEnd) {
   const auto task =
-      platform::current().subprocesses.create({.launchPath = "/bin/sleep", .arguments = {"600"}});
+      platform::current().subprocesses.create({.launchPath = "/bin/sleep", .arguments = {"20"}});
   task->launch();
   task->terminate();
   task->waitUntilExit();

@@ -14,8 +14,9 @@ constexpr std::time_t kFortyYears = 40L * 31'557'600;
 std::atomic<bool> isUnsteady = false;
 std::atomic<unsigned> looks = 0;
 
+/// Ahead once in three times: what looks twice a turn must not find the same each turn.
 void setAheadOrBack(std::time_t& seconds) {
-  if (isUnsteady) seconds += ++looks % 2 == 0 ? kFortyYears : -kFortyYears;
+  if (isUnsteady) seconds += ++looks % 3 == 0 ? kFortyYears : -kFortyYears;
 }
 
 bool isWallClock(clockid_t clock) {
