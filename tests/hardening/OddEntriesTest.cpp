@@ -7,6 +7,9 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include <array>
+#include <filesystem>
+
 #include "platform/posix/UniqueDescriptor.h"
 #include "tests/hardening/AttackedComputer.h"
 
@@ -46,6 +49,26 @@ class OddEntriesTest : public ::testing::TestWithParam<Form> {
   [[nodiscard]] std::string tree(const std::string& place) const { return GetParam().tree + place; }
   static std::string contentOf(const std::string& place) { return "the content of " + place; }
 
+  /// What an entry of that name is, wherever in alice's home it is by now.
+  [[nodiscard]] std::vector<struct stat> entriesNamed(const std::string& name) const {
+    std::vector<struct stat> found;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(computer_.path("/Users/alice"))) {
+      struct stat status {};
+      if (entry.path().filename() != name) continue;
+      EXPECT_EQ(::lstat(entry.path().c_str(), &status), 0);
+      found.push_back(status);
+    }
+    return found;
+  }
+
+  /// There is one, with the owner and the mode that the form gives.
+  void expectDone(const std::string& name, mode_t type) const {
+    const std::vector<struct stat> found = entriesNamed(name);
+    ASSERT_EQ(found.size(), 1U) << name;
+    EXPECT_EQ(found.front().st_mode, type | (GetParam().name == "ChmodTree" ? 0777U : 0600U)) << name;
+    EXPECT_EQ(found.front().st_uid, GetParam().name == "ChownTree" ? 4300 : AttackedComputer::kAlice) << name;
+  }
+
   /// Runs the form; a file that is in nobody's way is done.
   void run(int exitStatus, const std::string& done) {
     const Snapshot before = computer_.files();
@@ -84,7 +107,8 @@ TEST_P(OddEntriesTest, AVolumeThatIsMountedInTheTreeKeepsItsFilesAsTheyAre) {
 }
 
 TEST_P(OddEntriesTest, FifosSocketsAndSetIdFilesAreNeitherOpenedNorArmed) {
-  for (const auto type : {static_cast<mode_t>(S_IFIFO), static_cast<mode_t>(S_IFSOCK)}) {
+  constexpr std::array kOdd = {static_cast<mode_t>(S_IFIFO), static_cast<mode_t>(S_IFSOCK)};
+  for (const mode_t type : kOdd) {
     const std::string place = tree("/odd" + std::to_string(type));
     ASSERT_EQ(::mknod(computer_.path(place).c_str(), type | 0600U, 0), 0);
     computer_.own(place);
@@ -93,6 +117,7 @@ TEST_P(OddEntriesTest, FifosSocketsAndSetIdFilesAreNeitherOpenedNorArmed) {
   const Snapshot before = computer_.files();
   const bool widens = GetParam().name == "ChmodTree";  // set-ID files are not made writable: that is told
   run(widens ? 1 : 0, GetParam().name == "ChmodOne" ? "/file" : "/sub/inner");
+  for (const mode_t type : kOdd) expectDone("odd" + std::to_string(type), type);
   const std::string tool = computer_.files().at(contentOf(tree("/tool")));
   if (GetParam().name == "ChownTree" || GetParam().name.ends_with("ByCopy")) {
     EXPECT_THAT(tool, HasSubstr(" 100755 ")) << "no set-ID bits for another owner or in a copy";
