@@ -1,6 +1,7 @@
 #include "tests/hardening/SupervisedRun.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <poll.h>
@@ -198,6 +199,8 @@ Finished run(std::vector<std::string> command, const std::function<void()>& inCh
   if (WIFEXITED(status)) finished.exitStatus = WEXITSTATUS(status);
   if (WIFSIGNALED(status)) finished.signal = WTERMSIG(status);
   finished.errors = textOf(errors.get());
+  // Its exit status may be that of a failure which the test allows.
+  if (finished.errors.find("Sanitizer: ") != std::string::npos) ADD_FAILURE() << finished.errors;
   return finished;
 }
 

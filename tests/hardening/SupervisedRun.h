@@ -43,7 +43,7 @@ struct Finished {
 
 /// `command` begins with the program's path. `inChild` prepares the process that becomes it. Needs root for
 /// `onCall`. Where `only` names calls, no others are told, which costs the program nothing; close_range(2)
-/// must be among them.
+/// must be among them. What a sanitizer has found in a program is a failure of the test.
 [[nodiscard]] Finished run(std::vector<std::string> command, const std::function<void()>& inChild = nullptr,
                            const OnCall& onCall = nullptr, const std::vector<unsigned>& only = {});
 
