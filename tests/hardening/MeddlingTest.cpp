@@ -70,8 +70,9 @@ TEST_P(MeddlingTest, AtAnyCallDoesNoHarmAndEndsWithAnAnswer) {
   const AttackedComputer computer;
   const Snapshot outside = computer.outside();
   for (const Meddling& meddling : kMeddlings) {
-    int calls = 1;
-    for (int call = 1; call <= calls && !HasFailure(); ++call) {
+    int calls = 0;
+    // Until a run has no such call: one that is meddled with makes fewer than the next may.
+    for (int call = 1; call <= calls + 1 && !HasFailure(); ++call) {
       SCOPED_TRACE(std::string(meddling.name) + " at call " + std::to_string(call));
       computer.restore();
       calls = 0;
@@ -127,8 +128,8 @@ TEST_P(SecondNameTest, OfRootsFileGivenAtAnyCallAndTakenAtAnyLaterOneIsNotChange
   const AttackedComputer computer;
   const std::string secret = computer.path("/outside/secret");
   const std::string before = described(secret, Changed::ignored);
-  int calls = 1;
-  for (int give = 1; give <= calls && !HasFailure(); ++give) {
+  int calls = 0;
+  for (int give = 1; give <= calls + 1 && !HasFailure(); ++give) {
     for (int take = give + 1; take <= give + kPatience && !HasFailure(); ++take) {
       SCOPED_TRACE("given at call " + std::to_string(give) + ", taken at " + std::to_string(take));
       calls = giveAndTake(computer, give, take);
