@@ -14,9 +14,10 @@ constexpr std::time_t kFortyYears = 40L * 31'557'600;
 std::atomic<bool> isUnsteady = false;
 std::atomic<unsigned> looks = 0;
 
-/// Ahead once in three times: what looks twice a turn must not find the same each turn.
+/// Without a period: what looks several times a turn must not find the same each turn.
 void setAheadOrBack(std::time_t& seconds) {
-  if (isUnsteady) seconds += ++looks % 3 == 0 ? kFortyYears : -kFortyYears;
+  constexpr unsigned kGoldenRatio = 0x9E3779B9U;
+  if (isUnsteady) seconds += (++looks * kGoldenRatio) >> 31U == 0 ? kFortyYears : -kFortyYears;
 }
 
 bool isWallClock(clockid_t clock) {

@@ -35,7 +35,7 @@ TEST_F(WallClockTest, IsSetAheadAndBack) {
   bool wasAhead = false;
   bool wasBack = false;
   auto last = platform::current().clock.now().moment();
-  for (int look = 0; look < 3; ++look) {
+  for (int look = 0; look < 8; ++look) {
     const auto now = platform::current().clock.now().moment();
     wasAhead = wasAhead || now - last > kYear;
     wasBack = wasBack || last - now > kYear;
@@ -56,15 +56,13 @@ TEST_F(WallClockTest, AToolThatEndsInTimeIsNotTerminated) {
   EXPECT_LT(passed(), 30s);
 }
 
-/// Begun at a clock that has just been set ahead, and at one that has been set back.
 TEST_F(WallClockTest, PausesAreNeitherShorterNorLonger) {
   platform::Platform& platform = platform::current();
   steady_clock::duration least = 0ms;
-  for (int look = 0; look < 3; ++look) {
-    static_cast<void>(platform.clock.now());
-    platform.clock.sleep(10ms);
-    EXPECT_FALSE(platform.mainThread.serveUntilReadable(-1, 10ms));
-    least += 20ms;
+  for (int pause = 0; pause < 10; ++pause) {
+    platform.clock.sleep(2ms);
+    EXPECT_FALSE(platform.mainThread.serveUntilReadable(-1, 2ms));
+    least += 4ms;
     EXPECT_GE(passed(), least);
   }
   EXPECT_LT(passed(), 30s);
