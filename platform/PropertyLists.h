@@ -17,6 +17,9 @@ enum class PropertyListFormat { xml, binary };
 /// up.
 inline constexpr std::uint64_t kLargestPropertyList = 1ULL << 20;
 
+/// Deeper nesting than any application writes; what is deeper is taken for an attack.
+inline constexpr std::size_t kGreatestNesting = 512;
+
 /// More than a reader is willing to take.
 struct PropertyListLimits {
   std::uint64_t bytes = kLargestPropertyList;

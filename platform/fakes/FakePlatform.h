@@ -15,7 +15,7 @@
 
 #include "platform/Platform.h"
 #include "platform/foundation/Exception.h"
-#include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxPropertyLists.h"
 #include "platform/posix/GuardedFileLocks.h"
 #include "platform/posix/GuardedFiles.h"
 #include "platform/posix/GuardedGathering.h"
@@ -678,7 +678,7 @@ class FakePlatform {
   FakeKeyboardLayout keyboardLayout;
   FakeInterruption interruption{recorder};
   FakeDesktopApplication desktopApplication{recorder};
-  platform::LibplistPropertyLists propertyLists;
+  platform::LinuxPropertyLists propertyLists;
 
  private:
   platform::Platform platform_;

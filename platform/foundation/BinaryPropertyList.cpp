@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
-#include <unordered_map>
+#include <cmath>
+#include <map>
 #include <utility>
 
 #include "platform/foundation/Text.h"
@@ -35,6 +36,7 @@ constexpr std::size_t kCountFollows = 0xF;
 /// Seconds from 1970 to 2001, where property-list dates begin.
 constexpr double kReferenceDate = 978307200;
 
+constexpr std::size_t kNull = 0x0;
 constexpr std::size_t kFalse = 0x8;
 constexpr std::size_t kTrue = 0x9;
 
@@ -234,6 +236,9 @@ class BinaryPropertyList::Walk {
         mostBytes_(static_cast<std::uint32_t>(
             std::min(std::max(kAlwaysTakenBytes, 8 * list.bytes_.size()), kMostCounted))) {}
 
+  /// Whether a PropertyList can hold all that was met.
+  [[nodiscard]] bool isExpressible() const { return isExpressible_; }
+
   /// Answers 0 or an errno value.
   int fault() {
     if (list_.count_ > mostValues_) return EFBIG;  // before there is a note of each
@@ -307,6 +312,7 @@ class BinaryPropertyList::Walk {
       const bool isText = isTextKind(content->kind);
       const std::size_t bytes = isCounted(content->kind) ? *list_.payloadSize(*content) : 0;
       if (bytes > mostBytes_) return isTooMuch();
+      isExpressible_ = isExpressible_ && (isText || list_.isExpressible(*content));
       known_[object] = {1, static_cast<std::uint32_t>(bytes), 1, false, isText ? Use::text : Use::value};
       return true;
     }
@@ -352,7 +358,84 @@ class BinaryPropertyList::Walk {
   std::vector<Known> known_;
   std::vector<Visit> path_;
   Content content_;  ///< of the last on the path
+  bool isExpressible_ = true;
   int fault_ = EINVAL;
+};
+
+/// Makes values of a list's objects.
+class BinaryPropertyList::Values {
+ public:
+  explicit Values(const BinaryPropertyList& list) : list_(list) {}
+
+  // NOLINTNEXTLINE(misc-no-recursion): the walk has seen how deep it is
+  [[nodiscard]] PropertyList of(Object object) const {
+    const Content content = list_.contentOf(object);
+    switch (content.kind) {
+      case kSimple:
+        return content.count == kTrue;
+      case kInteger:
+        return integer(content);
+      case kReal:
+        return real(content);
+      case kDate:
+        return Date::fromUnixTime(kReferenceDate + std::bit_cast<double>(lastEight(content)));
+      case kData:
+        return PropertyList::Data{list_.bytes_.substr(content.at, content.count)};
+      case kUid:
+        return PropertyList::Uid{lastEight(content)};
+      case kArray:
+      case kSet:
+        return array(content);
+      case kDictionary:
+        return dictionary(content);
+      default:
+        return *list_.text(object);
+    }
+  }
+
+ private:
+  /// The last eight bytes of a number, which are all of most.
+  [[nodiscard]] std::uint64_t lastEight(const Content& content) const {
+    const std::size_t size = *list_.payloadSize(content);
+    const std::size_t length = std::min<std::size_t>(size, 8);
+    return *list_.number(content.at + size - length, length);
+  }
+
+  /// One of eight bytes has a sign, shorter ones have none; one of sixteen has either.
+  [[nodiscard]] PropertyList integer(const Content& content) const {
+    const std::uint64_t number = lastEight(content);
+    const bool isLong = *list_.payloadSize(content) == 16;
+    const bool isLarge = number > static_cast<std::uint64_t>(INT64_MAX);
+    if (isLong && isLarge && *list_.number(content.at, 8) == 0) return number;
+    return static_cast<std::int64_t>(number);
+  }
+
+  [[nodiscard]] PropertyList real(const Content& content) const {
+    const std::uint64_t bits = lastEight(content);
+    if (*list_.payloadSize(content) == 8) return std::bit_cast<double>(bits);
+    return static_cast<double>(std::bit_cast<float>(static_cast<std::uint32_t>(bits)));
+  }
+
+  // NOLINTNEXTLINE(misc-no-recursion)
+  [[nodiscard]] PropertyList array(const Content& content) const {
+    PropertyList::Array array;
+    array.reserve(content.count);
+    for (std::size_t at = 0; at < content.count; ++at) array.push_back(of(list_.reference(content, at)));
+    return array;
+  }
+
+  // NOLINTNEXTLINE(misc-no-recursion)
+  [[nodiscard]] PropertyList dictionary(const Content& content) const {
+    PropertyList::Dictionary dictionary;
+    dictionary.reserve(content.count);
+    for (std::size_t at = 0; at < content.count; ++at) {
+      dictionary.emplace_back(*list_.text(list_.reference(content, at)),
+                              of(list_.reference(content, content.count + at)));
+    }
+    return PropertyList::withoutRepeats(std::move(dictionary));
+  }
+
+  const BinaryPropertyList& list_;
 };
 
 /// A list that is written, object by object: the old ones that are still referred to, then
@@ -589,7 +672,8 @@ class BinaryPropertyList::Copy {
   std::vector<Content> pending_;
   std::size_t kept_ = 0;
   std::vector<NewObject> new_;
-  std::unordered_map<std::string, std::size_t> texts_;
+  /// The values' own, which outlive this. In an order, because a table could be made slow by who chose them.
+  std::map<std::string_view, std::size_t> texts_;
   std::size_t referenceSize_ = 1;
   std::vector<std::size_t> offsets_;
   std::string output_;
@@ -598,8 +682,15 @@ class BinaryPropertyList::Copy {
 Result<BinaryPropertyList> BinaryPropertyList::open(std::string bytes, std::size_t mostValues) {
   BinaryPropertyList list(std::move(bytes));
   if (!list.readTrailer()) return systemError(EINVAL, "");
-  if (const int fault = Walk(list, mostValues).fault(); fault != 0) return systemError(fault, "");
+  Walk walk(list, mostValues);
+  if (const int fault = walk.fault(); fault != 0) return systemError(fault, "");
+  list.isExpressible_ = walk.isExpressible();
   return list;
+}
+
+Result<PropertyList> BinaryPropertyList::value() const {
+  if (!isExpressible_) return systemError(EINVAL, "");
+  return Values(*this).of(root_);
 }
 
 BinaryPropertyList BinaryPropertyList::emptyDictionary() {
@@ -659,7 +750,7 @@ std::optional<std::size_t> BinaryPropertyList::payloadSize(const Content& conten
   const std::size_t count = content.count;
   switch (content.kind) {
     case kSimple:
-      return onlyIf(count == 0 || count == kFalse || count == kTrue, 0);
+      return onlyIf(count == kNull || count == kFalse || count == kTrue, 0);
     case kInteger:
       return onlyIf(count <= 4, std::size_t{1} << (count & 7U));
     case kReal:
@@ -680,6 +771,25 @@ std::optional<std::size_t> BinaryPropertyList::payloadSize(const Content& conten
       return elementCount(content.kind, count) * referenceSize_;
     default:
       return std::nullopt;
+  }
+}
+
+bool BinaryPropertyList::isExpressible(const Content& content) const {
+  const std::size_t size = payloadSize(content).value_or(0);
+  switch (content.kind) {
+    case kSimple:
+      return content.count != kNull;
+    case kDate:
+      return std::isfinite(std::bit_cast<double>(std::uint64_t{*number(content.at, size)}));
+    case kInteger:
+    case kUid: {
+      if (size <= 8) return true;
+      const std::uint64_t upper = *number(content.at, size - 8);
+      const bool isNegative = *number(content.at + size - 8, 1) >= 0x80;
+      return upper == 0 || (content.kind == kInteger && upper == UINT64_MAX && isNegative);
+    }
+    default:
+      return true;
   }
 }
 

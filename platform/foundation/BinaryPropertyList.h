@@ -32,6 +32,11 @@ class BinaryPropertyList {
   /// A value as a binary property list; each text is written once. EINVAL for text that is not UTF-8.
   [[nodiscard]] static Result<std::string> serialize(const PropertyList& value);
 
+  /// All of it as a value, in time in proportion to what it stands for; a set as an array, and of a key that
+  /// stands twice the last value, in the first's place. EINVAL where it holds what no PropertyList can: a
+  /// null, a date that is no moment, a whole number or a reference (Uid) beyond 64 bits.
+  [[nodiscard]] Result<PropertyList> value() const;
+
   /// The list of an empty dictionary.
   [[nodiscard]] static BinaryPropertyList emptyDictionary();
 
@@ -69,6 +74,7 @@ class BinaryPropertyList {
   };
   class Walk;
   class Copy;
+  class Values;
 
   explicit BinaryPropertyList(std::string bytes) : bytes_(std::move(bytes)) {}
   [[nodiscard]] bool readTrailer();
@@ -78,6 +84,8 @@ class BinaryPropertyList {
   [[nodiscard]] Content markedContent(Object object) const;
   [[nodiscard]] std::optional<Content> readContent(Object object) const;
   [[nodiscard]] std::optional<std::size_t> payloadSize(const Content& content) const;
+  /// Whether a PropertyList can hold what is no text, data or container.
+  [[nodiscard]] bool isExpressible(const Content& content) const;
   /// REQUIRES an object that the walk has seen.
   [[nodiscard]] Content contentOf(Object object) const;
   [[nodiscard]] Object reference(const Content& container, std::size_t index) const;
@@ -89,6 +97,7 @@ class BinaryPropertyList {
   std::size_t count_ = 0;
   std::size_t table_ = 0;
   Object root_ = 0;
+  bool isExpressible_ = true;  ///< all that the root stands for
 };
 
 /// Looks the same keys up in many dictionaries, one after the other. In a list of like entries most have the

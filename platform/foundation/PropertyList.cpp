@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
+#include <numeric>
 
 #include "platform/foundation/Text.h"
 
@@ -121,6 +122,33 @@ std::string PropertyList::stringFor(std::string_view key) const {
   const PropertyList* const value = find(key);
   const auto* const text = value == nullptr ? nullptr : value->as<std::string>();
   return text == nullptr ? "" : *text;
+}
+
+PropertyList::Dictionary PropertyList::withoutRepeats(Dictionary entries) {
+  std::vector<std::size_t> places(entries.size());
+  std::iota(places.begin(), places.end(), std::size_t{0});
+  // By comparison and not by a table: nobody can choose keys that such an order is slow with.
+  std::sort(places.begin(), places.end(), [&entries](std::size_t a, std::size_t b) {
+    const int order = entries[a].first.compare(entries[b].first);
+    return order == 0 ? a < b : order < 0;
+  });
+  std::vector<bool> isRepeat(entries.size());
+  for (std::size_t at = 1, first = 0; at < places.size(); ++at) {
+    if (entries[places[at]].first != entries[places[first]].first) {
+      first = at;
+    } else {
+      entries[places[first]].second = std::move(entries[places[at]].second);
+      isRepeat[places[at]] = true;
+    }
+  }
+  std::size_t kept = 0;
+  for (std::size_t at = 0; at < entries.size(); ++at) {
+    if (isRepeat[at]) continue;
+    if (kept != at) entries[kept] = std::move(entries[at]);
+    ++kept;
+  }
+  entries.resize(kept);
+  return entries;
 }
 
 void PropertyList::set(std::string_view key, PropertyList value) {

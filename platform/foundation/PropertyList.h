@@ -63,6 +63,10 @@ class PropertyList {
   /// The string of a dictionary's key; "" when there is none or it is of another kind.
   [[nodiscard]] std::string stringFor(std::string_view key) const;
 
+  /// The entries with unique keys: of one that stands there more than once the last value, in the first's
+  /// place. Takes little more time than a look at each, whoever has chosen the keys.
+  [[nodiscard]] static Dictionary withoutRepeats(Dictionary entries);
+
   /// Sets a key; a value that is no dictionary becomes one first.
   void set(std::string_view key, PropertyList value);
 

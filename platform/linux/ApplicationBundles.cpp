@@ -14,7 +14,7 @@
 #include "platform/Platform.h"
 #include "platform/foundation/Paths.h"
 #include "platform/foundation/Text.h"
-#include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxPropertyLists.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 namespace platform {
@@ -55,7 +55,7 @@ PropertyList dictionaryInFile(const std::string& path, Trust trust) {
   if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
   std::string bytes;
   if (!isTrusted(status, trust) || !readAll(file.get(), kLargestInfoPlist, bytes)) return {};
-  auto value = LibplistPropertyLists().parse(bytes);
+  auto value = LinuxPropertyLists().parse(bytes);
   if (!value || value.value().as<PropertyList::Dictionary>() == nullptr) return {};
   return std::move(value).value();
 }

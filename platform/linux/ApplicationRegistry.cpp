@@ -13,7 +13,7 @@
 #include "platform/foundation/Paths.h"
 #include "platform/foundation/Text.h"
 #include "platform/linux/ApplicationBundles.h"
-#include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxPropertyLists.h"
 #include "platform/posix/GuardedFolders.h"
 #include "platform/posix/PrivateFolder.h"
 #include "platform/posix/UniqueDescriptor.h"
@@ -60,7 +60,7 @@ Result<UniqueDescriptor> lockRegistry(int folder, const std::string& registry) {
 Result<std::string> serialized(const std::vector<std::string>& paths) {
   PropertyList::Array entries(paths.begin(), paths.end());
   const PropertyList registry = PropertyList::Dictionary{{"Applications", std::move(entries)}};
-  return LibplistPropertyLists().serialize(registry, PropertyListFormat::xml);
+  return LinuxPropertyLists().serialize(registry, PropertyListFormat::xml);
 }
 
 /// Writes and closes a new file, readable by everybody whatever the umask; 0 or an errno value.

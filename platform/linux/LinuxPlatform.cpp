@@ -4,7 +4,6 @@
 #include "platform/linux/BusClientConnections.h"
 #include "platform/linux/BusDesktopNotifications.h"
 #include "platform/linux/BusDistributedNotifications.h"
-#include "platform/linux/LibplistPropertyLists.h"
 #include "platform/linux/LinuxApplications.h"
 #include "platform/linux/LinuxDesktopApplication.h"
 #include "platform/linux/LinuxFileAttributes.h"
@@ -13,6 +12,7 @@
 #include "platform/linux/LinuxMainBundle.h"
 #include "platform/linux/LinuxPreferences.h"
 #include "platform/linux/LinuxProcessInformation.h"
+#include "platform/linux/LinuxPropertyLists.h"
 #include "platform/linux/LinuxSubprocesses.h"
 #include "platform/linux/LinuxUsersAndFolders.h"
 #include "platform/linux/LinuxWorkspace.h"
@@ -50,7 +50,7 @@ struct LinuxPlatform {
   LinuxFileReferences fileReferences;
   PosixFileOperations fileOperations{mainThread, clock};
   LinuxFileBrowser fileBrowser;
-  LibplistPropertyLists propertyLists;
+  LinuxPropertyLists propertyLists;
   LinuxMainBundle mainBundle{fileQueries, propertyLists};
   LinuxProcessInformation processInformation{fileQueries, propertyLists};
   PosixSystemConsole systemConsole{clock, processInformation};

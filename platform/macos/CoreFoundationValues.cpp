@@ -6,7 +6,7 @@
 #include <climits>
 #include <vector>
 
-#include "platform/PropertyListNesting.h"
+#include "platform/PropertyLists.h"
 
 namespace platform {
 namespace {

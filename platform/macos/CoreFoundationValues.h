@@ -22,7 +22,7 @@ using CoreFoundationURL = CoreFoundationReference<CFURLRef>;
 
 /// A property-list object. Null for what Core Foundation's public functions cannot make: text that is not
 /// UTF-8 or holds a zero byte, whole numbers above 2^63-1, references of keyed archives; and for what is
-/// nested deeper than kGreatestNesting (PropertyListNesting.h).
+/// nested deeper than kGreatestNesting (PropertyLists.h).
 [[nodiscard]] CoreFoundationValue coreFoundationValue(const foundation::PropertyList& value);
 
 /// A dictionary's entries, without those that propertyListOf cannot tell: the system adds objects of its own

@@ -2,8 +2,8 @@
 
 #include <cerrno>
 
-#include "platform/PropertyListNesting.h"
 #include "platform/macos/CoreFoundationValues.h"
+#include "platform/macos/PropertyListNesting.h"
 
 namespace platform {
 

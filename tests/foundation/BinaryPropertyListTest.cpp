@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <random>
 
-#include "platform/linux/LibplistPropertyLists.h"
+#include "tests/support/LibplistPropertyLists.h"
 
 namespace foundation {
 namespace {
@@ -58,7 +58,7 @@ class BinaryPropertyListTest : public testing::Test {
         {"nested", PropertyList::Dictionary{{"a", PropertyList::Dictionary{{"b", "c"}}}}}};
   }
 
-  platform::LibplistPropertyLists lists;
+  support::LibplistPropertyLists lists;
 };
 
 TEST_F(BinaryPropertyListTest, AValueIsWrittenAsOthersReadIt) {
@@ -146,6 +146,7 @@ std::string keyTwice() {
 TEST_F(BinaryPropertyListTest, OfAKeyThatStandsTwiceTheLastValueCounts) {
   EXPECT_EQ(read(keyTwice()), PropertyList(PropertyList::Dictionary{{"x", PropertyList::Array{"y"}}}));
   const auto list = BinaryPropertyList::open(keyTwice(), kMany).value();
+  EXPECT_EQ(list.value().value(), PropertyList(PropertyList::Dictionary{{"x", PropertyList::Array{"y"}}}));
   const auto array = list.find(list.root(), "x");
   ASSERT_TRUE(array);
   const auto elements = list.elements(*array);
@@ -206,6 +207,8 @@ TEST_F(BinaryPropertyListTest, NumbersOfEverySizeAreReadAndReplaced) {
     for (std::size_t offsetSize = 1; offsetSize <= 8; ++offsetSize) {
       const auto list = BinaryPropertyList::open(withNumbersOf(referenceSize, offsetSize), kMany);
       ASSERT_TRUE(list) << referenceSize << ' ' << offsetSize;
+      EXPECT_EQ(list.value().value().value(),
+                PropertyList(PropertyList::Dictionary{{"x", PropertyList::Array{"y"}}}));
       const auto elements = list.value().elements(*list.value().find(list.value().root(), "x"));
       const auto changed = list.value().replacingArray("x", elements, {"z"});
       ASSERT_TRUE(changed);
@@ -215,6 +218,59 @@ TEST_F(BinaryPropertyListTest, NumbersOfEverySizeAreReadAndReplaced) {
   }
   EXPECT_EQ(fault(withNumbersOf(9, 1)), EINVAL);
   EXPECT_EQ(fault(withNumbersOf(1, 9)), EINVAL);
+}
+
+/// A list of one object, which is written out by hand.
+std::string onlyObject(const std::string& object) {
+  const std::size_t table = 8 + object.size();
+  return "bplist00" + object + "\x08" + std::string(6, '\0') + "\x01\x01" + std::string(7, '\0') + '\x01' +
+         std::string(15, '\0') + static_cast<char>(table);
+}
+
+Result<PropertyList> valueOf(const std::string& object) {
+  return BinaryPropertyList::open(onlyObject(object), kMany).value().value();
+}
+
+TEST_F(BinaryPropertyListTest, AllOfItIsReadAsOthersWriteIt) {
+  EXPECT_EQ(opened(everyKind()).value().value(), everyKind());
+  EXPECT_EQ(opened(PropertyList::Array{}).value().value(), PropertyList::Array{});
+  EXPECT_EQ(opened("text").value().value(), PropertyList("text"));
+}
+
+TEST_F(BinaryPropertyListTest, AllOfItIsReadAsOthersReadIt) {
+  using namespace std::string_literals;
+  for (const std::string& object :
+       {"\x10\xFF"s, "\x11\x80\x00"s, "\x12\xFF\xFF\xFF\xFF"s, "\x13"s + std::string(8, '\xFF'),
+        "\x14"s + std::string(8, '\0') + std::string(8, '\xFF'), "\x14"s + std::string(15, '\0') + "\x05",
+        "\x22\x3F\x80\x00\x00"s, "\x23\x3F\xB9\x99\x99\x99\x99\x99\x9A"s,
+        "\x33\xC1\xD0\x00\x00\x00\x00\x00\x00"s, "\x40"s, "\x41\x00"s, "\x51x"s, "\x62\xD8\x3C\xDF\xAC"s,
+        "\x80\x05"s, "\x82\x01\x02\x03"s, "\x8F"s + std::string(15, '\0') + "\x07", "\xC0"s, "\xD0"s}) {
+    EXPECT_EQ(valueOf(object).value(), read(onlyObject(object)));
+  }
+}
+
+/// Where the other reader cuts, changes or leaves out.
+TEST_F(BinaryPropertyListTest, NothingOfAValueIsLost) {
+  using namespace std::string_literals;
+  EXPECT_EQ(valueOf("\x53"
+                    "a\0b"s)
+                .value(),
+            PropertyList("a\0b"s));
+  EXPECT_EQ(valueOf("\x72\xC3\xBC").value(), PropertyList("\xC3\xBC"));
+  EXPECT_EQ(valueOf("\x61\xD8\0"s).value(), PropertyList("\xEF\xBF\xBD")) << "half a pair";
+  EXPECT_EQ(valueOf("\x14" + std::string(16, '\xFF')).value(), PropertyList(-1));
+}
+
+TEST_F(BinaryPropertyListTest, WhatNoPropertyListCanHoldIsNotRead) {
+  using namespace std::string_literals;
+  for (const std::string& object :
+       {"\0"s, "\x33\x7F\xF8\0\0\0\0\0\0"s, "\x33\xFF\xF0\0\0\0\0\0\0"s,
+        "\x14"s + std::string(7, '\0') + '\x01' + std::string(8, '\0'),
+        "\x14"s + std::string(8, '\xFF') + std::string(8, '\0'), "\x8F\x01"s + std::string(15, '\0')}) {
+    const auto value = valueOf(object);
+    ASSERT_FALSE(value.ok());
+    EXPECT_EQ(value.error().code, EINVAL);
+  }
 }
 
 TEST_F(BinaryPropertyListTest, AnArrayThatIsMissingIsAdded) {
@@ -306,6 +362,7 @@ TEST_F(BinaryPropertyListTest, DamagedBytesAreRefusedOrReadWithinTheirBounds) {
   const std::string sound = written(root);
   std::mt19937 random(4711);  // NOLINT(cert-msc51-cpp): the same damage each time
   int taken = 0;
+  int readable = 0;
   for (int round = 0; round < 20000; ++round) {
     std::string bytes = sound;
     const auto changes = 1 + random() % 3;
@@ -314,6 +371,7 @@ TEST_F(BinaryPropertyListTest, DamagedBytesAreRefusedOrReadWithinTheirBounds) {
     const auto list = BinaryPropertyList::open(bytes, kMany);
     if (!list || !list.value().isDictionary(list.value().root())) continue;
     ++taken;
+    readable += list.value().value() ? 1 : 0;
     const auto array = list.value().find(list.value().root(), "list");
     const auto elements = array ? list.value().elements(*array) : std::vector<Object>();
     for (const Object element : elements) static_cast<void>(list.value().text(element));
@@ -322,6 +380,8 @@ TEST_F(BinaryPropertyListTest, DamagedBytesAreRefusedOrReadWithinTheirBounds) {
     EXPECT_EQ(fault(again.value()), 0);
   }
   EXPECT_GT(taken, 1000);
+  EXPECT_GT(readable, 1000);
+  EXPECT_LT(readable, taken);
 }
 
 }  // namespace

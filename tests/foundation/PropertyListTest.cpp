@@ -28,6 +28,15 @@ TEST(PropertyList, IsOfOneKindOnly) {
   EXPECT_NE(PropertyList("text").as<std::string>(), nullptr) << "a literal is text, no boolean";
 }
 
+TEST(PropertyList, OfRepeatedKeysTheLastValueCountsInTheFirstsPlace) {
+  EXPECT_EQ(PropertyList::withoutRepeats({}), Dictionary());
+  EXPECT_EQ(PropertyList::withoutRepeats({{"b", 1}, {"a", 2}}), (Dictionary{{"b", 1}, {"a", 2}}));
+  EXPECT_EQ(PropertyList::withoutRepeats({{"b", 1}, {"a", 2}, {"b", 3}, {"c", 4}, {"a", 5}, {"b", 6}}),
+            (Dictionary{{"b", 6}, {"a", 5}, {"c", 4}}));
+  EXPECT_EQ(PropertyList::withoutRepeats({{"", 1}, {"", Dictionary{{"x", 1}}}}),
+            (Dictionary{{"", Dictionary{{"x", 1}}}}));
+}
+
 TEST(PropertyList, FindsTheValueOfAKey) {
   const PropertyList list = Dictionary{{"a", 1}, {"b", "two"}};
   ASSERT_NE(list.find("b"), nullptr);

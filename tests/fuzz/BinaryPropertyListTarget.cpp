@@ -33,6 +33,10 @@ void changeBinaryPropertyList(std::string_view input) {
   if (!opened) return;
   const BinaryPropertyList& list = opened.value();
   lookAt(list, list.root());
+  const auto value = list.value();
+  require(!value || (value.value().as<foundation::PropertyList::Dictionary>() != nullptr) ==
+                        list.isDictionary(list.root()),
+          "the value is of the root's kind");
   const Objects elements = elementsOf(list);
   for (const auto element : elements) lookAt(list, element);
   const auto bytes = list.replacingArray(kKey, elements, {"appended"});

@@ -9,8 +9,8 @@
 /// (require()); so do the sanitizers that it is built with. Targets keep nothing from one input to the next.
 namespace fuzz {
 
-/// A property list, XML or binary, through the reader that the program uses. What is read can be written in
-/// the binary format, and reads again as the same.
+/// A property list, XML or binary, through the reader that the program uses. What is read and can be
+/// written reads again as the same, in XML as what is written the same.
 void readPropertyList(std::string_view input);
 
 /// A binary property list, changed in place. The changed one is sound and holds what it should.

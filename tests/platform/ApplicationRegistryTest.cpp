@@ -38,7 +38,7 @@ class ApplicationRegistryTest : public ::testing::Test {
   std::string bundle(const std::string& path, const std::string& identifier) const {
     const PropertyList information = PropertyList::Dictionary{{"CFBundleIdentifier", identifier}};
     computer.file(path.substr(1) + "/Contents/Info.plist",
-                  LibplistPropertyLists().serialize(information, PropertyListFormat::xml).value());
+                  LinuxPropertyLists().serialize(information, PropertyListFormat::xml).value());
     return path;
   }
   [[nodiscard]] std::optional<std::string> found(const std::string& identifier) const {
@@ -109,7 +109,7 @@ TEST_F(ApplicationRegistryTest, AFullRegistryMakesRoomByDroppingWhatIsGone) {
   for (std::size_t number = 0; number < kMostBundles; ++number)
     gone.emplace_back("/gone/" + std::to_string(number));
   computer.file("Users/alice/Library/Preferences/com.vordenworks.applications.plist",
-                LibplistPropertyLists()
+                LinuxPropertyLists()
                     .serialize(PropertyList::Dictionary{{"Applications", gone}}, PropertyListFormat::xml)
                     .value());
   bundle("/opt/X.app", "com.example.x");

@@ -46,7 +46,7 @@ class LinuxApplicationsTest : public ::testing::Test {
     return bundlePath + "/Contents/MacOS/" + name;
   }
   static std::string xmlOf(const PropertyList& value) {
-    return LibplistPropertyLists().serialize(value, PropertyListFormat::xml).value();
+    return LinuxPropertyLists().serialize(value, PropertyListFormat::xml).value();
   }
   void registerApplications(const std::string& file, const PropertyList::Array& paths) const {
     computer.file(file, xmlOf(PropertyList::Dictionary{{"Applications", paths}}));

@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxPropertyLists.h"
 #include "platform/posix/PosixFiles.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
@@ -19,7 +19,7 @@ class LinuxMainBundleTest : public ::testing::Test {
  protected:
   support::TemporaryFolder folder;
   PosixFileQueries files;
-  LibplistPropertyLists lists;
+  LinuxPropertyLists lists;
 
   LinuxMainBundle bundleOf(const std::string& executable) { return {files, lists, folder / executable}; }
 };

@@ -17,7 +17,7 @@ namespace {
 class LinuxProcessInformationTest : public ::testing::Test {
  protected:
   fakes::RootedFiles files;
-  LibplistPropertyLists lists;
+  LinuxPropertyLists lists;
   LinuxProcessInformation information{files, lists};
 
   static std::string kernel() {

@@ -4,15 +4,16 @@
 
 namespace hardening {
 
-/// How many bytes more than at its beginning have been held at any moment since, by C++'s own allocations:
-/// the program that links AllocationCount.cpp has its operator new and delete count.
+/// How many bytes more than at its beginning have been held at any moment since, whoever asked for them, C++
+/// or a library in C: the program that links AllocationCount.cpp has malloc() and its kind count, with a
+/// sanitizer the sanitizer's.
 class AllocationPeak {
  public:
   AllocationPeak();
   [[nodiscard]] std::size_t bytes() const;
 
  private:
-  std::size_t before_;
+  std::ptrdiff_t before_;
 };
 
 }  // namespace hardening

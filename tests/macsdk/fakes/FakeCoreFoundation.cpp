@@ -14,7 +14,7 @@
 #include <variant>
 
 #include "platform/foundation/Text.h"
-#include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxPropertyLists.h"
 
 namespace {
 
@@ -465,7 +465,7 @@ void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys,
 
 CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data, CFOptionFlags,
                                                CFPropertyListFormat*, CFErrorRef*) {
-  platform::LibplistPropertyLists reader;
+  platform::LinuxPropertyLists reader;
   // With no limits of its own.
   const std::string& bytes = contentOf<Bytes>(data).bytes;
   const auto value = reader.parse(bytes, {.bytes = bytes.size(), .values = 10'000'000});
@@ -474,7 +474,7 @@ CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data, C
 
 CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef value, CFPropertyListFormat format,
                                    CFOptionFlags, CFErrorRef*) {
-  platform::LibplistPropertyLists writer;
+  platform::LinuxPropertyLists writer;
   const auto bytes = writer.serialize(valueOf(value), format == kCFPropertyListXMLFormat_v1_0
                                                           ? platform::PropertyListFormat::xml
                                                           : platform::PropertyListFormat::binary);

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/PropertyListNesting.h"
+#include "platform/PropertyLists.h"
 #include "tests/macsdk/fakes/FakeCoreFoundation.h"
 
 namespace platform {

@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/linux/LibplistPropertyLists.h"
 #include "platform/linux/LinuxMainBundle.h"
+#include "platform/linux/LinuxPropertyLists.h"
 #include "platform/posix/PosixFiles.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
@@ -14,7 +14,7 @@ namespace {
 /// What the editor reads of the bundle as it was built.
 class ShortcutKeyBundleTest : public testing::Test {
  protected:
-  platform::LibplistPropertyLists lists;
+  platform::LinuxPropertyLists lists;
 };
 
 TEST_F(ShortcutKeyBundleTest, TheCommandsAreThoseOfThisApplication) {

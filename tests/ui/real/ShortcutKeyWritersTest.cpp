@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxPropertyLists.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -47,7 +47,7 @@ TEST_F(ShortcutKeyWritersTest, ProgramsThatAssignAtTheSameTimeLoseNothing) {
   for (const char* name : {"a", "b", "c"}) writers.push_back(writer(name));
   for (const auto& one : writers) EXPECT_EQ(one->line(60s), std::to_string(kChanges));
 
-  platform::LibplistPropertyLists lists;
+  platform::LinuxPropertyLists lists;
   const auto list = lists.parse(home.content("Library/Preferences/com.vordenworks.shortcutkeys.plist"));
   ASSERT_TRUE(list);
   const auto* const entries = list.value().find("watchlist")->as<PropertyList::Array>();

@@ -9,7 +9,7 @@
 #include <optional>
 #include <thread>
 
-#include "platform/linux/LibplistPropertyLists.h"
+#include "platform/linux/LinuxPropertyLists.h"
 #include "platform/posix/UniqueDescriptor.h"
 #include "tests/ui/window/DesktopSession.h"
 #include "tests/ui/window/LoopWatch.h"
@@ -38,7 +38,7 @@ using ::testing::IsEmpty;
 constexpr const char* assignments = "/Users/alice/Library/Preferences/com.vordenworks.shortcutkeys.plist";
 
 PropertyList dictionaryIn(const fs::path& file) {
-  const auto parsed = platform::LibplistPropertyLists().parse(contentsOf(file.string()).value_or(""));
+  const auto parsed = platform::LinuxPropertyLists().parse(contentsOf(file.string()).value_or(""));
   return parsed ? parsed.value() : PropertyList();
 }
 

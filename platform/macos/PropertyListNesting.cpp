@@ -1,4 +1,4 @@
-#include "platform/PropertyListNesting.h"
+#include "platform/macos/PropertyListNesting.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -22,18 +22,14 @@ class XmlWalk {
     while (skipText()) {
       if (const int fault = faultOfMarkUp(); fault != 0) return fault;
     }
-    if (bytesMoved_ > kMostBytesMoved) return EFBIG;
     return depth_ == 0 ? 0 : EINVAL;
   }
 
  private:
   /// Moves to the next mark-up; answers whether there is one.
   bool skipText() {
-    const std::string_view skipped = text_.substr(0, text_.find('<'));
-    const auto references = static_cast<std::size_t>(std::count(skipped.begin(), skipped.end(), '&'));
-    bytesMoved_ += references * skipped.size() / 2;
-    text_.remove_prefix(skipped.size());
-    return !text_.empty() && bytesMoved_ <= kMostBytesMoved;
+    text_.remove_prefix(std::min(text_.find('<'), text_.size()));
+    return !text_.empty();
   }
 
   int faultOfMarkUp() {
@@ -86,7 +82,6 @@ class XmlWalk {
   std::string_view skipped_;
   std::size_t mostValues_;
   std::size_t values_ = 0;
-  std::size_t bytesMoved_ = 0;
   int depth_ = 0;
 };
 

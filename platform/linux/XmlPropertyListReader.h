@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+#include "platform/foundation/PropertyList.h"
+#include "platform/foundation/Result.h"
+
+namespace platform {
+
+/// An XML property list (Apple's PropertyList-1.0 DTD), read by expat, which is loaded on first use; ENOSYS
+/// where it is not installed. In time in proportion to the bytes, whatever they are, and with no more stack
+/// for one than for another. It is gone through twice: what is refused is refused before any of it is held.
+///
+/// EINVAL for what is no well-formed XML, is nested deeper than kGreatestNesting, or has another structure
+/// than the DTD's, values that are none, a document type with declarations of its own, or a reference to an
+/// entity that is not one of XML's five; no file is ever fetched. A list whose root is not within <plist> is
+/// taken. Attributes count for nothing; whole numbers are decimal, or hexadecimal behind "0x".
+/// EFBIG for more than that many values (keys count), or where the parser would need more memory than six
+/// times the bytes, as for the attributes of one tag by the thousand.
+[[nodiscard]] foundation::Result<foundation::PropertyList> readXmlPropertyList(std::string_view bytes,
+                                                                               std::size_t mostValues);
+
+}  // namespace platform
