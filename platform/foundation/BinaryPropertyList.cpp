@@ -214,6 +214,12 @@ struct ScalarObject {
 
 }  // namespace
 
+/// Whether its marker tells that a PropertyList can hold it, as of nearly all of a list.
+inline bool BinaryPropertyList::isPlain(const Content& content) {
+  if (content.kind == kInteger) return content.count <= 3;
+  return content.kind != kSimple && content.kind != kDate && content.kind != kUid;
+}
+
 /// Within the bytes, because the table is.
 inline std::size_t BinaryPropertyList::beginOf(Object object) const {
   return loadNumber(bytes_.data() + table_ + object * offsetSize_, offsetSize_);
@@ -312,7 +318,7 @@ class BinaryPropertyList::Walk {
       const bool isText = isTextKind(content->kind);
       const std::size_t bytes = isCounted(content->kind) ? *list_.payloadSize(*content) : 0;
       if (bytes > mostBytes_) return isTooMuch();
-      isExpressible_ = isExpressible_ && (isText || list_.isExpressible(*content));
+      if (isExpressible_ && !isPlain(*content)) isExpressible_ = list_.isExpressible(*content);
       known_[object] = {1, static_cast<std::uint32_t>(bytes), 1, false, isText ? Use::text : Use::value};
       return true;
     }

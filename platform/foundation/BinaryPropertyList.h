@@ -84,7 +84,8 @@ class BinaryPropertyList {
   [[nodiscard]] Content markedContent(Object object) const;
   [[nodiscard]] std::optional<Content> readContent(Object object) const;
   [[nodiscard]] std::optional<std::size_t> payloadSize(const Content& content) const;
-  /// Whether a PropertyList can hold what is no text, data or container.
+  /// Whether a PropertyList can hold what has no elements.
+  [[nodiscard]] static bool isPlain(const Content& content);
   [[nodiscard]] bool isExpressible(const Content& content) const;
   /// REQUIRES an object that the walk has seen.
   [[nodiscard]] Content contentOf(Object object) const;
