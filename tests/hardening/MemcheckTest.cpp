@@ -16,10 +16,16 @@ using ::testing::HasSubstr;
 
 constexpr int kFound = 99;  // an exit status that no tool has
 
+/// Debian's valgrind is a script that sets LD_LIBRARY_PATH, with which the programs would start once more.
+const char* valgrind() {
+  constexpr const char* kBehindTheScript = "/usr/bin/valgrind.bin";
+  return std::filesystem::exists(kBehindTheScript) ? kBehindTheScript : "/usr/bin/valgrind";
+}
+
 /// What is still reachable at the end is the C and the C++ library's own: the loader's lists of libraries
 /// that were loaded for the account database, and the memory that exceptions would be made in.
 const std::vector<std::string> kMemcheck = {
-    "/usr/bin/valgrind", "--error-exitcode=" + std::to_string(kFound),
+    valgrind(),          "--error-exitcode=" + std::to_string(kFound),
     "--leak-check=full", "--errors-for-leak-kinds=definite,indirect,possible",
     "--track-fds=yes",   "--vgdb=no"};
 
