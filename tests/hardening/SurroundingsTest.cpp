@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/sysmacros.h>
 
 #include <array>
 #include <csignal>
@@ -97,6 +99,27 @@ TEST_P(SurroundingsTest, MakeNoDifferenceToWhatAToolDoes) {
     EXPECT_THAT(differences(expected, stateOf(computer)), IsEmpty());
     EXPECT_THAT(differences(outside, computer.outside()), IsEmpty());
   }
+}
+
+/// Else a file that it opens would get its messages.
+TEST_P(SurroundingsTest, StreamsThatWereClosedLeadToTheNullDevice) {
+  const AttackedComputer computer;
+  int streams = 0;
+  const auto look = [&streams](const Call& call) {
+    if (call.number != SYS_exit_group) return kProceed;
+    for (const char* stream : {"0", "1", "2"}) {
+      struct stat status {};
+      const std::string file = "/proc/" + std::to_string(call.process) + "/fd/" + stream;
+      const bool isNull =
+          ::stat(file.c_str(), &status) == 0 && S_ISCHR(status.st_mode) && status.st_rdev == ::makedev(1, 3);
+      streams += isNull ? 1 : 0;
+    }
+    return kProceed;
+  };
+  const auto closeAll = [] { closeStreams({0, 1, 2}); };
+  EXPECT_EQ(computer.run(GetParam().command, look, closeAll, {SYS_close_range, SYS_exit_group}).exitStatus,
+            0);
+  EXPECT_EQ(streams, 3);
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, SurroundingsTest, ::testing::ValuesIn(formsOfAll()), nameOfForm);
