@@ -11,9 +11,9 @@
 
 #include "platform/Platform.h"
 #include "platform/foundation/Paths.h"
-#include "platform/foundation/Text.h"
 #include "platform/linux/ApplicationBundles.h"
 #include "platform/linux/LinuxPropertyLists.h"
+#include "platform/linux/XmlPropertyListWriter.h"
 #include "platform/posix/GuardedFolders.h"
 #include "platform/posix/PrivateFolder.h"
 #include "platform/posix/UniqueDescriptor.h"
@@ -103,7 +103,7 @@ Result<void> registerApplicationBundle(const std::string& root, const std::strin
   std::error_code none;
   std::string bundle = foundation::appendingPathComponent(std::filesystem::absolute(path, none).string(), "");
   if (readBundle(root + bundle).identifier().empty()) return systemError(EINVAL, path);
-  if (!foundation::isUtf8(bundle)) return systemError(ENOTSUP, path);
+  if (!isXmlText(bundle)) return systemError(ENOTSUP, path);
   const std::string registry = registryPath(root);
   const auto folder = openRegistryFolder(registry);
   if (!folder) return folder.error();

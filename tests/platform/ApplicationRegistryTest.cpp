@@ -86,8 +86,13 @@ TEST_F(ApplicationRegistryTest, WhatIsNoApplicationIsNotRegistered) {
 }
 
 TEST_F(ApplicationRegistryTest, APathThatNoPropertyListCanHoldIsNotRegistered) {
-  bundle("/opt/X\xff.app", "com.example.x");
-  EXPECT_NE(add("/opt/X\xff.app"), noErr);
+  for (const std::string path : {"/opt/X\xff.app", "/opt/X\x01.app", "/opt/X\xEF\xBF\xBF.app"}) {
+    bundle(path, "com.example.x");
+    const auto registered = registerApplicationBundle(computer.path(), path);
+    ASSERT_FALSE(registered);
+    EXPECT_EQ(registered.error().code, ENOTSUP) << testing::PrintToString(path);
+    EXPECT_NE(add(path), noErr);
+  }
   EXPECT_FALSE(fs::exists(usersRegistry()));
 }
 
