@@ -1,3 +1,4 @@
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -17,10 +18,12 @@ void forgetEnvironment() {
 }
 
 /// What the program is linked with comes from the system's folders all the same (cmake/Bundle.cmake).
-void forgetPlacesOfLibraries(char** arguments) {
-  if (std::getenv("LD_LIBRARY_PATH") == nullptr) return;  // NOLINT(concurrency-mt-unsafe): one thread
-  std::array<char*, 1> none = {nullptr};
-  ::execve("/proc/self/exe", arguments, none.data());
+void forgetPlacesOfLibraries(char** arguments, const char* name) {
+  if (std::getenv("LD_LIBRARY_PATH") != nullptr) {  // NOLINT(concurrency-mt-unsafe): one thread
+    std::array<char*, 1> none = {nullptr};
+    ::execve("/proc/self/exe", arguments, none.data());
+  }
+  ::prctl(PR_SET_NAME, name);  // NOLINT: variadic by nature
 }
 
 }  // namespace platform

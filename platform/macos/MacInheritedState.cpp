@@ -29,7 +29,8 @@ void forgetEnvironment() {
   *_NSGetEnviron() = none.data();
 }
 
-void forgetPlacesOfLibraries(char** arguments) {
+/// A process has the name of its file here, after a restart too.
+void forgetPlacesOfLibraries(char** arguments, const char* /*name*/) {
   constexpr std::array kPlaces = {"DYLD_LIBRARY_PATH", "DYLD_FRAMEWORK_PATH", "DYLD_FALLBACK_LIBRARY_PATH",
                                   "DYLD_FALLBACK_FRAMEWORK_PATH"};
   const auto isSet = [](const char* name) { return std::getenv(name) != nullptr; };

@@ -12,7 +12,8 @@ void forgetEnvironment();
 /// Starts this program once more, without an environment, where the one that it has tells the loader of
 /// libraries other places to look in: the loader has read that already, and heeds it for whatever is loaded
 /// later. `arguments` are main's. To be called before anything is loaded; goes on as it is where the program
-/// cannot be started again.
-void forgetPlacesOfLibraries(char** arguments);
+/// cannot be started again. On Linux the process is called `name` afterwards, whatever it was started by: one
+/// that is started again had the name of the way to itself. (It shows the first 15 bytes.)
+void forgetPlacesOfLibraries(char** arguments, const char* name);
 
 }  // namespace platform

@@ -13,11 +13,12 @@
 namespace platform {
 
 /// The main function of a tool: prepares the process, then runs the tool's object on its arguments, which
-/// come without the program's name (there may not even be one). Nothing is thrown out of it.
+/// come without the program's name (there may not even be one). `name` is in what it reports, and on Linux is
+/// what the process is called. Nothing is thrown out of it.
 template <typename Run>
 int toolMain(int count, char** values, const char* name, const Run& run,
              WorkingFolder folder = WorkingFolder::leave) {
-  forgetPlacesOfLibraries(values);
+  forgetPlacesOfLibraries(values, name);
   becomeIndependent(folder);
   Report report(name, STDERR_FILENO, Report::kPatience, kSystemLogSocket);
   try {

@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <stdexcept>
+#include <string>
 
 #include "tests/helpers/ToolProcess.h"
 
@@ -42,6 +44,20 @@ TEST(ToolMain, ArgumentsComeWithoutTheProgramsNameWhichMayBeMissing) {
     EXPECT_THAT(seen, ::testing::ElementsAre("-x"));
     EXPECT_EQ(toolMain(0, values + 2, "tool", notes), 0);
     EXPECT_THAT(seen, ::testing::IsEmpty());
+  });
+}
+
+TEST(ToolMain, TheProcessIsCalledByTheToolsNameWhateverItIsStartedBy) {
+  ToolProcess::run([] {
+    std::string lie = "/home/alice/lie";
+    char* values[] = {lie.data(), nullptr};
+    std::string name;
+    const auto notes = [&name](const auto&, Report&) {
+      std::getline(std::ifstream("/proc/self/comm"), name);
+      return ExitStatus::done;
+    };
+    EXPECT_EQ(toolMain(1, values, "tool", notes), 0);
+    EXPECT_EQ(name, "tool");
   });
 }
 
