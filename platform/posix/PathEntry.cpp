@@ -1,6 +1,7 @@
 #include "platform/posix/PathEntry.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -37,9 +38,10 @@ bool onlyRootCanWrite(const UniqueDescriptor& held, const FileStatus& folder) {
 
 class PathWalk {
  public:
-  PathWalk(std::string_view path, LastLink lastLink)
-      : asked_(path), lastLink_(lastLink), isAbsolute_(path.starts_with('/')) {
+  PathWalk(std::string_view path, LastLink lastLink, const NewFolders* newFolders = nullptr)
+      : asked_(path), lastLink_(lastLink), newFolders_(newFolders), isAbsolute_(path.starts_with('/')) {
     prepend(path);
+    leftOfPath_ = pending_.size();
   }
 
   Result<void> walk(int root) {
@@ -47,6 +49,8 @@ class PathWalk {
     while (!pending_.empty()) {
       const std::string component = std::move(pending_.front());
       pending_.pop_front();
+      isOfPath_ = pending_.size() < leftOfPath_;
+      leftOfPath_ = std::min(leftOfPath_, pending_.size());
       if (auto stepped = step(component); !stepped) return stepped;
     }
     return {};
@@ -85,7 +89,7 @@ class PathWalk {
       if (levels_.size() > 1) levels_.pop_back();
       return {};
     }
-    auto opened = openEntry(levels_.back().descriptor.get(), component, asked_);
+    auto opened = openOrMake(component);
     if (!opened) return opened.error();
     auto status = statusOf(opened.value().get(), asked_);
     if (!status) return status.error();
@@ -98,8 +102,26 @@ class PathWalk {
     return {};
   }
 
+  Result<UniqueDescriptor> openOrMake(const std::string& component) {
+    const int folder = levels_.back().descriptor.get();
+    auto opened = openEntry(folder, component, asked_);
+    if (opened || newFolders_ == nullptr || opened.error().code != ENOENT) return opened;
+    if (!isOfPath_) return systemError(EEXIST, asked_);
+    if (!newFolders_->goesOn()) return systemError(ECANCELED, asked_);
+    if (::mkdirat(folder, component.c_str(), newFolders_->mode) != 0 && errno != EEXIST) {
+      return systemError(errno, asked_);
+    }
+    return openEntry(folder, component, asked_);
+  }
+
+  [[nodiscard]] bool mayFollow(const FileStatus& link) const {
+    if (newFolders_ != nullptr && ::geteuid() != 0) return true;
+    return levels_.back().onlyRootCanChange && isTrustedOwner(link.owner);
+  }
+
   Result<void> followLink(int link, const FileStatus& status) {
-    if (!levels_.back().onlyRootCanChange || !isTrustedOwner(status.owner)) {
+    if (!mayFollow(status)) {
+      if (newFolders_ != nullptr) return systemError(ELOOP, asked_);
       return errorWithReason(EPERM, asked_, "refused: it leads through a symbolic link that is not root's");
     }
     if (++followed_ > kMostLinks) return systemError(ELOOP, asked_);
@@ -126,12 +148,24 @@ class PathWalk {
 
   std::string asked_;
   LastLink lastLink_;
+  const NewFolders* newFolders_;
   bool isAbsolute_;
   std::deque<std::string> pending_;
+  std::size_t leftOfPath_ = 0;  ///< how many of those are the path's own, not a link's on it
+  bool isOfPath_ = true;        ///< whether this step's is
   std::vector<PathLevel> levels_;
   int root_ = -1;
   int followed_ = 0;
 };
+
+Result<UniqueDescriptor> folderAtEndOf(PathWalk walk, const std::string& path) {
+  if (path.empty()) return systemError(ENOENT, path);
+  if (path.find('\0') != std::string::npos) return systemError(EINVAL, path);
+  const UniqueDescriptor root = holdFolder(AT_FDCWD, "/");
+  if (!root) return systemError(errno, path);
+  if (auto walked = walk.walk(root.get()); !walked) return walked.error();
+  return walk.folder();
+}
 
 }  // namespace
 
@@ -210,13 +244,11 @@ Result<PathEntry> locate(int root, std::string_view path, LastLink lastLink) {
 }
 
 Result<UniqueDescriptor> locateFolder(const std::string& path) {
-  if (path.empty()) return systemError(ENOENT, path);
-  if (path.find('\0') != std::string::npos) return systemError(EINVAL, path);
-  const UniqueDescriptor root = holdFolder(AT_FDCWD, "/");
-  if (!root) return systemError(errno, path);
-  PathWalk walk(path, LastLink::follow);
-  if (auto walked = walk.walk(root.get()); !walked) return walked.error();
-  return walk.folder();
+  return folderAtEndOf(PathWalk(path, LastLink::follow), path);
+}
+
+Result<UniqueDescriptor> makeFolderPath(const std::string& path, const NewFolders& newFolders) {
+  return folderAtEndOf(PathWalk(path, LastLink::follow, &newFolders), path);
 }
 
 bool isTrustedOwner(uid_t user) {

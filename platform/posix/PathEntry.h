@@ -136,6 +136,19 @@ enum class LastLink { keep, follow };
 /// holds it. ENOTDIR for what is no folder.
 [[nodiscard]] foundation::Result<UniqueDescriptor> locateFolder(const std::string& path);
 
+/// How folders are made.
+struct NewFolders {
+  mode_t mode = 0755;            ///< less the umask
+  std::function<bool()> goesOn;  ///< asked before each
+};
+
+/// The same where each folder that is missing on the path is made, by one walk: what is made is held, ".."
+/// leads out of it again, and what somebody else makes at that moment is taken as what it is. Nothing is made
+/// where a link leads to nothing (EEXIST). A link on the way is followed by root as locate() says, by others
+/// always. Errors: ELOOP where it is refused; ECANCELED where it does not go on; what has been made stays.
+[[nodiscard]] foundation::Result<UniqueDescriptor> makeFolderPath(const std::string& path,
+                                                                  const NewFolders& newFolders);
+
 /// Whether an error of locate() means that there is no such entry.
 [[nodiscard]] bool isMissing(const foundation::Error& error);
 

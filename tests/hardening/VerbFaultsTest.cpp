@@ -18,6 +18,8 @@
 namespace hardening {
 namespace {
 
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 std::string wordsAt(const Snapshot& all, const std::string& path) {
@@ -187,7 +189,7 @@ TEST_P(EndedVerbTest, SaysSoStopsAndLeavesNothingHalf) {
   };
   const Finished finished = computer_.run(GetParam().command, ask);
   EXPECT_EQ(finished.exitStatus, 1) << finished.signal;
-  EXPECT_THAT(finished.errors, ::testing::HasSubstr("Operation canceled"));
+  EXPECT_THAT(finished.errors, HasSubstr("Operation canceled"));
   EXPECT_THAT(differences(before_, computer_.homes()), IsEmpty());
 }
 
@@ -231,6 +233,75 @@ std::vector<Form> formsThatCopy() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, KeptOwnerTest, ::testing::ValuesIn(formsThatCopy()), nameOfForm);
+
+/// Asked to end before the first call of a kind: that one is made, and no other.
+class EndedAfterOneTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    QUILLMEND_NEEDS_ROOT_HERE();
+    computer_.restore();
+  }
+
+  Finished runAskedAt(int number, const std::vector<std::string>& command) {
+    before_ = computer_.homes();
+    bool isAsked = false;
+    return computer_.run(command, [&isAsked, number](const Call& call) {
+      if (!isAsked && call.number == number) isAsked = ::kill(call.process, SIGTERM) == 0;
+      return kProceed;
+    });
+  }
+
+  /// What is there now and was not, or was something else.
+  [[nodiscard]] std::vector<std::string> changed() const {
+    std::vector<std::string> all = differences(before_, computer_.homes());
+    std::erase_if(all, [](const std::string& line) { return !line.starts_with('+'); });
+    return all;
+  }
+
+  AttackedComputer computer_;
+  Snapshot before_;
+};
+
+TEST_F(EndedAfterOneTest, ChownGivesAwayNeitherTheFoldersOnTheWayOutNorWhatFollows) {
+  const Finished finished = runAskedAt(
+      SYS_fchownat, {"/verbs/chown", "-R", "4300:4300", "/Users/alice/jobs/tree", "/Users/alice/media/tree"});
+  EXPECT_EQ(finished.exitStatus, 1) << finished.signal;
+  EXPECT_THAT(finished.errors, HasSubstr("not finished: asked to stop"));
+  EXPECT_THAT(changed(), ElementsAre(HasSubstr(" 4300:4300 ")));
+}
+
+TEST_F(EndedAfterOneTest, ChownLeavesAFolderWhoseLastEntryItHasJustGivenAway) {
+  computer_.makeFolder("/Users/alice/only");
+  computer_.makeFile("/Users/alice/only/entry");
+  EXPECT_EQ(runAskedAt(SYS_fchownat, {"/verbs/chown", "-R", "4300:4300", "/Users/alice/only"}).exitStatus, 1);
+  EXPECT_THAT(changed(), ElementsAre(HasSubstr("alice/only/entry ")));
+}
+
+TEST_F(EndedAfterOneTest, ChownBeginsNoFurtherArgument) {
+  const Finished finished = runAskedAt(
+      SYS_fchownat, {"/verbs/chown", "4300", "/Users/alice/jobs/tree/file", "/Users/alice/media/tree/file"});
+  EXPECT_EQ(finished.exitStatus, 1) << finished.signal;
+  EXPECT_THAT(finished.errors, HasSubstr("/Users/alice/media/tree/file"));
+  EXPECT_THAT(changed(), ElementsAre(HasSubstr("alice/jobs/tree/file ")));
+}
+
+TEST_F(EndedAfterOneTest, ChownThatHasDoneAllIsDone) {
+  EXPECT_EQ(runAskedAt(SYS_fchownat, {"/verbs/chown", "4300", "/Users/alice/jobs/tree/file"}).exitStatus, 0);
+  EXPECT_THAT(changed(), ElementsAre(HasSubstr("alice/jobs/tree/file ")));
+}
+
+TEST_F(EndedAfterOneTest, MkdirMakesNoFolderMore) {
+  const Finished finished =
+      runAskedAt(SYS_mkdirat, {"/verbs/mkdir", "-p", "/Users/alice/jobs/tree/new/newer/newest"});
+  EXPECT_EQ(finished.exitStatus, 1) << finished.signal;
+  EXPECT_THAT(finished.errors, HasSubstr("Operation canceled"));
+  EXPECT_THAT(changed(), ElementsAre(HasSubstr("alice/jobs/tree/new ")));
+}
+
+TEST_F(EndedAfterOneTest, MkdirThatHasMadeAllIsDone) {
+  EXPECT_EQ(runAskedAt(SYS_mkdirat, {"/verbs/mkdir", "-p", "/Users/alice/jobs/tree/new"}).exitStatus, 0);
+  EXPECT_THAT(changed(), ElementsAre(HasSubstr("alice/jobs/tree/new ")));
+}
 
 }  // namespace
 }  // namespace hardening

@@ -3,7 +3,9 @@
 // Safe when root runs it on paths in folders that a user controls: a path is opened as PathEntry.h says,
 // which follows no link that anybody but root can have planted. Only regular files and folders change hands,
 // never links or devices, and never a file that has further names, because one of them may be a file that the
-// user must not get. Exits 0 when all was done, 1 when something was not, 64 for wrong arguments.
+// user must not get. Exits 0 when all was done, 1 when something was not, 64 for wrong arguments. Asked to
+// stop (IndependentProcess.h) it gives nothing more away, neither a further argument nor a folder whose
+// entries it is in.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -32,16 +34,27 @@ class OwnerChange {
   OwnerChange(int root, Ownership ownership, bool isRecursive, Report& report)
       : root_(root), ownership_(ownership), isRecursive_(isRecursive), report_(report) {}
 
-  void apply(const std::string& path) const {
-    std::error_code failure;
-    const auto item = platform::locate(root_, std::filesystem::absolute(path, failure).string());
-    if (!item) return report_.failure(item.error());
-    change(item.value().self().descriptor.get(), path, 0);
+  void apply(const std::vector<std::string>& paths) {
+    for (const std::string& path : paths) {
+      if (!goesOn(path)) return;
+      std::error_code failure;
+      const auto item = platform::locate(root_, std::filesystem::absolute(path, failure).string());
+      if (!item) report_.failure(item.error());
+      if (item) change(item.value().self().descriptor.get(), path, 0);
+    }
   }
 
  private:
+  /// Whether more is to be begun; where not, says so once.
+  bool goesOn(const std::string& path) {
+    if (hasEnded_ || !platform::stopRequested()) return !hasEnded_;
+    hasEnded_ = true;
+    report_.failure(path, "not finished: asked to stop");
+    return false;
+  }
+
   /// Entries first, so that a folder given away is not walked any more.
-  void change(int item, const std::string& path, int depth) const {
+  void change(int item, const std::string& path, int depth) {
     const auto status = platform::statusOf(item, path);
     if (!status) return report_.failure(status.error());
     const bool isFolder = status.value().isFolder();
@@ -50,6 +63,7 @@ class OwnerChange {
     if (!isFolder && !keptNames_.has(item, -1, ""))  // neither is needed here
       return report_.failure(path, "exchanged while it was looked at");
     if (isFolder && isRecursive_) changeEntries(item, path, depth);
+    if (isFolder && !goesOn(path)) return;
     constexpr auto kLeave = static_cast<uid_t>(-1);
     if (::fchownat(item, "", ownership_.owner.value_or(kLeave), ownership_.group.value_or(kLeave),
                    AT_EMPTY_PATH) != 0) {
@@ -57,12 +71,12 @@ class OwnerChange {
     }
   }
 
-  void changeEntries(int folder, const std::string& path, int depth) const {
+  void changeEntries(int folder, const std::string& path, int depth) {
     if (depth == kMostNesting) return report_.failure(path, "nested too deeply");
     auto names = platform::listedNames(folder, path);
     if (!names) return report_.failure(names.error());
     while (!names.value().empty()) {
-      if (platform::stopRequested()) return report_.failure(path, "not finished: asked to stop");
+      if (!goesOn(path)) return;
       const std::string name = names.value().next();
       const std::string below = foundation::appendingPathComponent(path, name);
       const auto item = platform::openEntry(folder, name, below);
@@ -75,6 +89,7 @@ class OwnerChange {
   Ownership ownership_;
   bool isRecursive_;
   Report& report_;
+  bool hasEnded_ = false;
   platform::KeptNames keptNames_ = {};
 };
 
@@ -91,8 +106,7 @@ ExitStatus run(std::vector<std::string> arguments, Report& report) {
   }
   arguments.erase(arguments.begin());
   const platform::UniqueDescriptor root(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-  const OwnerChange change(root.get(), *ownership, isRecursive, report);
-  for (const std::string& path : arguments) change.apply(path);
+  OwnerChange(root.get(), *ownership, isRecursive, report).apply(arguments);
   return report.status();
 }
 

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <iterator>
 
+#include "tests/helpers/SystemCallCount.h"
 #include "tests/support/PathStatus.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/TemporaryFolder.h"
@@ -100,6 +101,33 @@ TEST_F(MakePathTest, DoesNotReplaceAFile) {
   EXPECT_EQ(codeOf(makePath(at("file"))), ENOTDIR);
   EXPECT_EQ(codeOf(makePath(at("file/below"))), ENOTDIR);
   EXPECT_EQ(read("file"), "content");
+}
+
+TEST_F(MakePathTest, TakesALinkToNothingForWhatItIs) {
+  fs::create_symlink("missing", at("link"));
+  EXPECT_THAT(codeOf(makePath(at("link"))), AnyOf(EEXIST, ELOOP));
+  EXPECT_THAT(codeOf(makePath(at("link/below"))), AnyOf(EEXIST, ELOOP));
+  EXPECT_FALSE(fs::exists(at("missing")));
+}
+
+TEST_F(MakePathTest, TakesManyPointsForTheFoldersThatTheyLeadTo) {
+  const std::string here = "../" + fs::path(folder_.path()).filename().string();
+  EXPECT_EQ(codeOf(makePath(at("new/../" + here + "/a/../b/../" + here + "/c"))), 0);
+  for (const char* name : {"new", "a", "b", "c"}) EXPECT_TRUE(fs::is_directory(at(name))) << name;
+}
+
+TEST_F(MakePathTest, BeginsAPathWithoutASlashInTheCurrentFolder) {
+  const fs::path before = fs::current_path();
+  fs::create_directory(at("here"));
+  fs::current_path(at("here"));
+  EXPECT_EQ(codeOf(makePath("a/b")), 0);
+  EXPECT_EQ(codeOf(makePath("../beside/./c")), 0);
+  EXPECT_EQ(codeOf(makePath(".")), 0);
+  EXPECT_EQ(codeOf(makePath("..")), 0);
+  EXPECT_NE(codeOf(makePath("")), 0);
+  fs::current_path(before);
+  EXPECT_TRUE(fs::is_directory(at("here/a/b")));
+  EXPECT_TRUE(fs::is_directory(at("beside/c")));
 }
 
 using MovePathTest = FileVerbsTest;
@@ -254,6 +282,31 @@ TEST_F(RootsFileVerbsTest, MakeFoldersOfRootsEvenWhereTheOwnerMayNot) {
   EXPECT_EQ(status("home/new").st_uid, 0U);
 }
 
+TEST_F(RootsFileVerbsTest, MakeFoldersThroughALinkThatRootAloneCanHaveMade) {
+  ASSERT_EQ(::unshare(CLONE_NEWNS), 0);
+  ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+  ASSERT_EQ(::mount("none", "/mnt", "tmpfs", 0, "mode=0755"), 0);
+  ASSERT_EQ(::mkdir("/mnt/folder", 0755), 0);
+  ASSERT_EQ(::symlink("folder", "/mnt/link"), 0);
+  ASSERT_EQ(::symlink("missing/deep", "/mnt/dangling"), 0);
+  EXPECT_EQ(codeOf(makePath("/mnt/link/a/../b")), 0);
+  EXPECT_EQ(codeOf(makePath("/mnt/dangling")), EEXIST);
+  EXPECT_EQ(codeOf(makePath("/mnt/dangling/a")), EEXIST);
+  EXPECT_TRUE(fs::is_directory("/mnt/folder/a") && fs::is_directory("/mnt/folder/b"));
+  EXPECT_FALSE(fs::exists("/mnt/missing"));
+  ::umount2("/mnt", MNT_DETACH);
+}
+
+TEST_F(RootsFileVerbsTest, MakeFoldersOfMode0755LessTheMask) {
+  const mode_t before = ::umask(0);
+  EXPECT_EQ(codeOf(makePath(at("home/a/b"))), 0);
+  ::umask(027);
+  EXPECT_EQ(codeOf(makePath(at("home/c/d"))), 0);
+  ::umask(before);
+  for (const char* place : {"home/a", "home/a/b"}) EXPECT_EQ(status(place).st_mode & 07777U, 0755U) << place;
+  for (const char* place : {"home/c", "home/c/d"}) EXPECT_EQ(status(place).st_mode & 07777U, 0750U) << place;
+}
+
 TEST_F(RootsFileVerbsTest, MoveToAnotherVolumeAndReplaceAFileThere) {
   ASSERT_EQ(::unshare(CLONE_NEWNS), 0);
   ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
@@ -309,6 +362,19 @@ TEST_F(FileVerbProgramsTest, TakeAPathThatLooksLikeAnOptionAfterTwoDashes) {
   EXPECT_EQ(run("rm", {"-Rf", "--", "-f"}), 0);
   fs::current_path(before);
   EXPECT_FALSE(fs::exists(at("-f")));
+}
+
+TEST_F(FileVerbProgramsTest, MakeFoldersInTimeInProportionToTheirNumber) {
+  const auto callsFor = [this](const std::string& name, int levels) {
+    std::string path = at(name);
+    for (int level = 1; level < levels; ++level) path += "/a";
+    const auto counted = helpers::countSystemCalls({std::string(SHARED_SUPPORT) + "/mkdir", "-p", path});
+    EXPECT_EQ(counted.exitStatus, 0);
+    EXPECT_TRUE(fs::is_directory(path));
+    return counted.systemCalls;
+  };
+  const long once = callsFor("once", 200);
+  EXPECT_LE(callsFor("twice", 400), 2 * once);
 }
 
 TEST_F(FileVerbProgramsTest, SayWhatCouldNotBeDone) {

@@ -169,21 +169,8 @@ Result<void> removePath(const std::string& path) {
 
 Result<void> makePath(const std::string& path) {
   if (path.size() >= PATH_MAX) return systemError(ENAMETOOLONG, path);
-  const auto there = openGuardedFolder(path);
-  if (there) return {};
-  if (there.error().code != ENOENT) return there.error();
-  const std::string parent = foundation::deletingLastPathComponent(path);
-  if (!parent.empty() && parent != path) {
-    if (auto made = makePath(parent); !made) return made;
-    // "." and ".." are there with the folder before them.
-    if (openGuardedFolder(path)) return {};
-  }
-  const auto place = placeOfItem(path);
-  if (!place) return place.error();
-  if (::mkdirat(place.value().folder.get(), place.value().name.c_str(), kModeOfNew) == 0) return {};
-  const int reason = errno;
-  if (reason == EEXIST && openGuardedFolder(path)) return {};
-  return systemError(reason, path);
+  const auto made = makeFolderPath(path, {.mode = kModeOfNew, .goesOn = goesOn});
+  return made ? Result<void>() : made.error();
 }
 
 Result<void> movePath(const std::string& from, const std::string& to) {

@@ -1,5 +1,6 @@
-// mkdir -p path, for root in folders that a user controls: FileVerbs.h.
-// Exits 0 when all was done, 1 when something was not, 64 for wrong arguments.
+// mkdir -p path, for root in folders that a user controls: FileVerbs.h. What it makes has mode 0755 whatever
+// the caller's umask: a program of root's has none (IndependentProcess.h). Exits 0 when all was done, 1 when
+// something was not, 64 for wrong arguments.
 
 #include "platform/linux/support/verbs/FileVerbs.h"
 #include "platform/linux/support/verbs/VerbMain.h"
