@@ -32,8 +32,9 @@ class PropertyLists {
  public:
   virtual ~PropertyLists() = default;
 
-  /// EINVAL for anything that is not a whole, sound property list; EFBIG beyond the limits, by default
-  /// more than any application writes.
+  /// EINVAL for anything that is not a whole, sound property list; ENOTSUP, where the two can be told apart,
+  /// for one that holds what no PropertyList can, so that nobody takes it for worthless; EFBIG beyond the
+  /// limits, by default more than any application writes. What was read can be written in the binary format.
   [[nodiscard]] virtual foundation::Result<foundation::PropertyList> parse(
       std::string_view bytes, const PropertyListLimits& limits = {}) = 0;
 

@@ -39,10 +39,10 @@ bool isBinary(std::string_view bytes) {
   return bytes.starts_with("bplist00");
 }
 
-/// The same list in the binary format.
+/// The same list in the binary format. One that cannot be told is as good as none: it is kept aside.
 Result<std::string> inBinary(const std::string& bytes) {
   const auto value = platform::current().propertyLists.parse(bytes, {kLargestFile, kMostValues});
-  if (!value) return value.error();
+  if (!value) return value.error().code == ENOTSUP ? systemError(EINVAL, "") : value.error();
   return BinaryPropertyList::serialize(value.value());
 }
 

@@ -65,6 +65,34 @@ bool hasZeroCharacter(std::string_view text, std::size_t size) {
   return false;
 }
 
+/// What stands for each thing in a text that is no character.
+constexpr char32_t kReplacement = 0xFFFD;
+constexpr std::string_view kReplacementText = "\xEF\xBF\xBD";
+
+/// Whether bytes can be taken as the text that they are.
+bool isSoundText(std::string_view bytes) {
+  return !hasZeroCharacter(bytes, 1) && isUtf8(bytes);
+}
+
+std::string soundText(std::string_view bytes) {
+  if (isSoundText(bytes)) return std::string(bytes);
+  std::string text;
+  while (!bytes.empty()) {
+    const Utf8Character character = firstCharacter(bytes);
+    appendUtf8(text, character.code == 0 ? kReplacement : character.code);
+    bytes.remove_prefix(std::max<std::size_t>(character.length, 1));
+  }
+  return text;
+}
+
+/// Whether the sound text of the bytes is that one, for most without making it.
+bool isSoundTextOf(std::string_view bytes, std::string_view text) {
+  if (bytes.size() == text.size()) return bytes == text && isSoundText(text);
+  // What is replaced grows, each byte to three.
+  if (bytes.size() > text.size() || 3 * bytes.size() < text.size()) return false;
+  return text.find(kReplacementText) != std::string_view::npos && soundText(bytes) == text;
+}
+
 std::string utf8FromUtf16(std::string_view bytes) {
   const auto unit = [bytes](std::size_t at) {
     return char32_t{static_cast<unsigned char>(bytes[at])} << 8U | static_cast<unsigned char>(bytes[at + 1]);
@@ -78,7 +106,8 @@ std::string utf8FromUtf16(std::string_view bytes) {
       appendUtf8(text, 0x10000 + ((code - 0xD800) << 10U) + (unit(at + 2) - 0xDC00));
       at += 2;
     } else {
-      appendUtf8(text, isIn(code, 0xD800) || isIn(code, 0xDC00) ? 0xFFFD : code);
+      const bool isNone = code == 0 || isIn(code, 0xD800) || isIn(code, 0xDC00);
+      appendUtf8(text, isNone ? kReplacement : code);
     }
   }
   return text;
@@ -155,6 +184,7 @@ std::string header(unsigned kind, std::size_t count) {
 }
 
 std::optional<std::string> textObject(const std::string& text) {
+  if (hasZeroCharacter(text, 1)) return std::nullopt;
   const bool isAscii = std::all_of(text.begin(), text.end(),
                                    [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
   if (isAscii) return header(kAscii, text.size()) + text;
@@ -453,7 +483,7 @@ class BinaryPropertyList::Copy {
   Result<std::string> make(std::string_view key, const std::vector<Object>& objects,
                            const PropertyList::Array& appended) {
     const Content root = list_.contentOf(list_.root_);
-    if (root.kind != kDictionary) return systemError(EINVAL, "");
+    if (root.kind != kDictionary || !isSoundText(key)) return systemError(EINVAL, "");
     const auto index = list_.indexOfKey(root, key);
     keep(root, index, objects);
     countKept();
@@ -695,7 +725,7 @@ Result<BinaryPropertyList> BinaryPropertyList::open(std::string bytes, std::size
 }
 
 Result<PropertyList> BinaryPropertyList::value() const {
-  if (!isExpressible_) return systemError(EINVAL, "");
+  if (!isExpressible_) return systemError(ENOTSUP, "");
   return Values(*this).of(root_);
 }
 
@@ -858,7 +888,7 @@ bool BinaryPropertyList::isText(Object object, std::string_view text) const {
   const Content content = contentOf(object);
   if (!isTextKind(content.kind)) return false;
   const std::string_view payload = std::string_view(bytes_).substr(content.at, *payloadSize(content));
-  if (content.kind != kUtf16) return payload == text;
+  if (content.kind != kUtf16) return isSoundTextOf(payload, text);
   // A unit stands for one to three bytes: a text that cannot be equal, however long, is not converted.
   if (content.count > text.size() || content.count * 3 < text.size()) return false;
   return utf8FromUtf16(payload) == text;
@@ -868,7 +898,7 @@ std::optional<std::string> BinaryPropertyList::text(Object object) const {
   const Content content = contentOf(object);
   if (!isTextKind(content.kind)) return std::nullopt;
   const std::string_view payload = std::string_view(bytes_).substr(content.at, *payloadSize(content));
-  return content.kind == kUtf16 ? utf8FromUtf16(payload) : std::string(payload);
+  return content.kind == kUtf16 ? utf8FromUtf16(payload) : soundText(payload);
 }
 
 std::optional<std::int64_t> BinaryPropertyList::integer(Object object) const {

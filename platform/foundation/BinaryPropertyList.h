@@ -29,12 +29,14 @@ class BinaryPropertyList {
   /// eight times the list. Uses a constant amount of stack.
   [[nodiscard]] static Result<BinaryPropertyList> open(std::string bytes, std::size_t mostValues);
 
-  /// A value as a binary property list; each text is written once. EINVAL for text that is not UTF-8.
+  /// A value as a binary property list; each text is written once. EINVAL for text that is not UTF-8 or has a
+  /// zero character.
   [[nodiscard]] static Result<std::string> serialize(const PropertyList& value);
 
   /// All of it as a value, in time in proportion to what it stands for; a set as an array, and of a key that
-  /// stands twice the last value, in the first's place. EINVAL where it holds what no PropertyList can: a
-  /// null, a date that is no moment, a whole number or a reference (Uid) beyond 64 bits.
+  /// stands twice the last value, in the first's place. Texts are as text() answers them, so that the value
+  /// can be written again. ENOTSUP where it holds what no PropertyList can: a null, a date that is no moment,
+  /// a whole number or a reference (Uid) beyond 64 bits.
   [[nodiscard]] Result<PropertyList> value() const;
 
   /// The list of an empty dictionary.
@@ -52,15 +54,18 @@ class BinaryPropertyList {
   /// The elements of an array; none when the object is no array.
   [[nodiscard]] std::vector<Object> elements(Object array) const;
 
+  /// Whether text() answers that one.
   [[nodiscard]] bool isText(Object object, std::string_view text) const;
+  /// UTF-8 without zero characters, at which readers in C would end it. U+FFFD stands for each of them, for
+  /// each half of a pair and for each byte that is no UTF-8, so that a text may become three times as long.
   /// nullopt for an object of another kind.
   [[nodiscard]] std::optional<std::string> text(Object object) const;
   /// A whole number, as much of it as fits; nullopt for an object of another kind.
   [[nodiscard]] std::optional<std::int64_t> integer(Object object) const;
 
   /// The bytes of the same list in which the root's key holds an array of the objects, then of the values
-  /// appended. EINVAL for text that is not UTF-8, and where the root is no dictionary. All other values stay
-  /// as they are, and in their order; what nothing refers to any more is left out.
+  /// appended. EINVAL for text that serialize() refuses, and where the root is no dictionary. All other
+  /// values stay as they are, and in their order; what nothing refers to any more is left out.
   [[nodiscard]] Result<std::string> replacingArray(std::string_view key, const std::vector<Object>& objects,
                                                    const PropertyList::Array& appended) const;
 

@@ -57,15 +57,23 @@ std::optional<std::string> fromBase64(std::string_view text) {
   std::size_t filling = 0;
   for (const char letter : text) {
     if (isWhiteSpace(letter)) continue;
-    const std::uint8_t value = letter == '=' ? 0 : kValues[static_cast<unsigned char>(letter)];
-    if (value == kNone || (letter != '=' && filling > 0)) return std::nullopt;
-    if (letter == '=' && ++filling > 2) return std::nullopt;
+    if (letter == '=') {
+      ++filling;
+      continue;
+    }
+    const std::uint8_t value = kValues[static_cast<unsigned char>(letter)];
+    if (value == kNone || filling > 0) return std::nullopt;
     group = group << 6U | value;
     if (++characters % 4 != 0) continue;
     for (unsigned shift = 24; shift > 0; shift -= 8) bytes += static_cast<char>(group >> (shift - 8) & 0xFFU);
   }
-  if (characters % 4 != 0) return std::nullopt;
-  bytes.resize(bytes.size() - filling);
+  const std::size_t left = characters % 4;
+  const std::size_t missing = (4 - left) % 4;
+  if (missing == 3 || filling > missing) return std::nullopt;
+  group <<= 6 * missing;
+  for (unsigned shift = 24; left > 0 && shift > 8 * missing; shift -= 8) {
+    bytes += static_cast<char>(group >> (shift - 8) & 0xFFU);
+  }
   return bytes;
 }
 

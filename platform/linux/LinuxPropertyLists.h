@@ -8,8 +8,10 @@ namespace platform {
 /// written in time in proportion to their bytes. ENOSYS for XML where expat is not installed.
 ///
 /// Of a key that stands twice in a dictionary the last value counts, at the place of the first. Dates keep
-/// their fraction of a second in the binary format; XML has whole seconds, so it is cut there. A binary list
-/// that holds what no PropertyList can (BinaryPropertyList::value) is not read; a set is read as an array.
+/// their fraction of a second in the binary format; XML has whole seconds, so it is cut there. A list that
+/// holds what no PropertyList can (BinaryPropertyList::value, XmlPropertyListReader.h) is ENOTSUP; a set is
+/// read as an array. In the texts of a binary list U+FFFD stands for what is no character
+/// (BinaryPropertyList::text).
 ///
 /// EINVAL, and nothing is written, for texts and keys that are not UTF-8 or have a zero character, in XML
 /// also for those that XML cannot hold (isXmlText), and for what is nested deeper than kGreatestNesting.

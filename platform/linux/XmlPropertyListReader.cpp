@@ -1,5 +1,6 @@
 #include "platform/linux/XmlPropertyListReader.h"
 
+#include <locale.h>  // NOLINT(modernize-deprecated-headers): newlocale is POSIX
 #include <malloc.h>
 
 #include <algorithm>
@@ -9,8 +10,10 @@
 #include <chrono>
 #include <climits>
 #include <cstdlib>
+#include <exception>
 #include <memory>
 #include <optional>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -103,58 +106,79 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(0, text.find_last_not_of(kWhiteSpace) + 1);
 }
 
-/// The whole text as a number of that kind.
-template <typename Number, typename... Form>
-std::optional<Number> numberOf(std::string_view text, Form... form) {
-  Number number{};
-  const char* const end = text.data() + text.size();
-  const auto [rest, fault] = std::from_chars(text.data(), end, number, form...);
-  return fault == std::errc() && rest == end ? std::optional(number) : std::nullopt;
+/// The value that a text means: EINVAL for none, ENOTSUP for one that no PropertyList can hold.
+using Meaning = Result<PropertyList>;
+
+Meaning nothing() {
+  return systemError(EINVAL, "");
 }
 
-std::optional<PropertyList> integerIn(std::string_view text) {
+Meaning beyondAll() {
+  return systemError(ENOTSUP, "");
+}
+
+/// The whole text as a number of that kind; no fault, or why it is none.
+template <typename Number, typename... Form>
+std::errc readNumber(std::string_view text, Number& number, Form... form) {
+  const char* const end = text.data() + text.size();
+  const auto [rest, fault] = std::from_chars(text.data(), end, number, form...);
+  return rest == end ? fault : std::errc::invalid_argument;
+}
+
+Meaning integerIn(std::string_view text) {
   const bool isNegative = text.starts_with('-');
   if (isNegative || text.starts_with('+')) text.remove_prefix(1);
   const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
   if (isHexadecimal) text.remove_prefix(2);
-  const auto number = numberOf<std::uint64_t>(text, isHexadecimal ? 16 : 10);
-  if (!number) return std::nullopt;
+  std::uint64_t number = 0;
+  const std::errc fault = readNumber(text, number, isHexadecimal ? 16 : 10);
+  if (fault == std::errc::invalid_argument) return nothing();
   constexpr std::uint64_t kSmallest = std::uint64_t{1} << 63U;
-  if (isNegative && *number > kSmallest) return std::nullopt;
-  if (isNegative) return PropertyList(static_cast<std::int64_t>(0 - *number));
-  if (*number >= kSmallest) return PropertyList(*number);
-  return PropertyList(static_cast<std::int64_t>(*number));
+  if (fault != std::errc() || (isNegative && number > kSmallest)) return beyondAll();
+  if (isNegative) return PropertyList(static_cast<std::int64_t>(0 - number));
+  if (number >= kSmallest) return PropertyList(number);
+  return PropertyList(static_cast<std::int64_t>(number));
 }
 
-std::optional<PropertyList> realIn(std::string_view text) {
+/// What is too large for a number is infinite, and what is too small is zero, as for strtod(3).
+double nearest(std::string_view text) {
+  static const locale_t everywhere = ::newlocale(LC_ALL_MASK, "C", nullptr);
+  return ::strtod_l(std::string(text).c_str(), nullptr, everywhere);
+}
+
+Meaning realIn(std::string_view text) {
   if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
-  const auto number = numberOf<double>(text);
-  return number ? std::optional<PropertyList>(*number) : std::nullopt;
+  double number = 0;
+  const std::errc fault = readNumber(text, number);
+  if (fault == std::errc::invalid_argument) return nothing();
+  return PropertyList(fault == std::errc() ? number : nearest(text));
 }
 
 /// "2011-01-01T10:00:00Z".
-std::optional<PropertyList> dateIn(std::string_view text) {
+Meaning dateIn(std::string_view text) {
   constexpr std::string_view kForm = "0000-00-00T00:00:00Z";
   const auto isDigit = [](char letter) { return letter >= '0' && letter <= '9'; };
   const auto fits = [&](char letter, char form) { return form == '0' ? isDigit(letter) : letter == form; };
-  if (!std::equal(text.begin(), text.end(), kForm.begin(), kForm.end(), fits)) return std::nullopt;
+  if (!std::equal(text.begin(), text.end(), kForm.begin(), kForm.end(), fits)) return nothing();
   const auto part = [text](std::size_t at, std::size_t length) {
-    return *numberOf<unsigned>(text.substr(at, length));
+    unsigned number = 0;
+    readNumber(text.substr(at, length), number);
+    return number;
   };
   const std::chrono::year_month_day day(std::chrono::year(static_cast<int>(part(0, 4))),
                                         std::chrono::month(part(5, 2)), std::chrono::day(part(8, 2)));
   const unsigned hours = part(11, 2);
   const unsigned minutes = part(14, 2);
   const unsigned seconds = part(17, 2);
-  if (!day.ok() || hours > 23 || minutes > 59 || seconds > 59) return std::nullopt;
+  if (!day.ok() || hours > 23 || minutes > 59 || seconds > 59) return beyondAll();
   const auto moment = std::chrono::sys_days(day) + std::chrono::hours(hours) + std::chrono::minutes(minutes) +
                       std::chrono::seconds(seconds);
   return PropertyList(Date::fromUnixTime(static_cast<double>(moment.time_since_epoch().count())));
 }
 
-std::optional<PropertyList> dataIn(std::string_view text) {
+Meaning dataIn(std::string_view text) {
   auto bytes = fromBase64(text);
-  if (!bytes) return std::nullopt;
+  if (!bytes) return nothing();
   return PropertyList(PropertyList::Data{std::move(*bytes)});
 }
 
@@ -204,6 +228,8 @@ class Passage {
 
   /// 0 or an errno value.
   [[nodiscard]] int fault() const { return fault_; }
+  /// Whether a PropertyList can hold all that was met.
+  [[nodiscard]] bool isExpressible() const { return isExpressible_; }
   [[nodiscard]] PropertyList takeValue() { return std::move(value_); }
 
  private:
@@ -239,10 +265,14 @@ class Passage {
       return true;
     }
     auto value = valueOf(element);
-    return value ? add(std::move(*value)) : refuse(EINVAL);
+    if (value) return add(std::move(value).value());
+    if (value.error().code != ENOTSUP) return refuse(value.error().code);
+    // What follows may be a fault of more weight.
+    isExpressible_ = false;
+    return add({});
   }
 
-  std::optional<PropertyList> valueOf(Element element) {
+  Meaning valueOf(Element element) {
     if (element == Element::yes || element == Element::no) return PropertyList(element == Element::yes);
     if (element == Element::string) return PropertyList(std::exchange(text_, {}));
     if (element == Element::integer) return integerIn(trimmed(text_));
@@ -276,6 +306,7 @@ class Passage {
   std::optional<Element> leaf_;  ///< the element that is open and holds no others
   std::string text_;             ///< of the leaf, so far
   PropertyList value_;
+  bool isExpressible_ = true;
   int fault_ = 0;
 };
 
@@ -295,12 +326,14 @@ class Parser {
     expat_.SetSkippedEntityHandler(parser_.get(), &Parser::onUnknownEntity);
   }
 
-  /// Answers 0 or an errno value.
+  /// Answers 0 or an errno value. What is thrown while an event is handled does not pass through the parser,
+  /// which is no C++; it is thrown again behind it.
   int parse(std::string_view bytes) {
     const bool isParsed = parser_ && expat_.Parse(parser_.get(), bytes.data(), static_cast<int>(bytes.size()),
                                                   XML_TRUE) == XML_STATUS_OK;
+    if (thrown_) std::rethrow_exception(thrown_);
     if (passage_.fault() != 0) return passage_.fault();
-    if (isParsed) return 0;
+    if (isParsed) return passage_.isExpressible() ? 0 : ENOTSUP;
     if (memory_.isExhausted()) return EFBIG;
     return !parser_ || expat_.GetErrorCode(parser_.get()) == XML_ERROR_NO_MEMORY ? ENOMEM : EINVAL;
   }
@@ -308,9 +341,14 @@ class Parser {
  private:
   /// Some events come even after the parser was told to stop.
   template <typename Event>
-  static void hand(void* self, Event event) {
+  static void hand(void* self, Event event) noexcept {
     auto& parser = *static_cast<Parser*>(self);
-    if (parser.passage_.fault() != 0 || event(parser.passage_)) return;
+    if (parser.thrown_ || parser.passage_.fault() != 0) return;
+    try {
+      if (event(parser.passage_)) return;
+    } catch (...) {
+      parser.thrown_ = std::current_exception();
+    }
     parser.expat_.StopParser(parser.parser_.get(), XML_FALSE);
   }
   static void onBegin(void* self, const XML_Char* name, const XML_Char**) {
@@ -335,6 +373,7 @@ class Parser {
   ParserMemory memory_;
   std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser_;
   Passage& passage_;
+  std::exception_ptr thrown_;
 };
 
 }  // namespace

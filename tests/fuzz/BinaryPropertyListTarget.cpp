@@ -19,7 +19,8 @@ Objects elementsOf(const BinaryPropertyList& list) {
 
 void lookAt(const BinaryPropertyList& list, BinaryPropertyList::Object object) {
   const auto text = list.text(object);
-  require(!text || list.isText(object, *text) || !foundation::isUtf8(*text), "a text is itself");
+  require(!text || list.isText(object, *text), "a text is itself");
+  require(!text || foundation::isUtf8(*text), "a text is made of characters");
   static_cast<void>(list.integer(object));
   const auto value = list.find(object, "a");
   require(!value || list.isDictionary(object), "only dictionaries have keys");
@@ -37,6 +38,7 @@ void changeBinaryPropertyList(std::string_view input) {
   require(!value || (value.value().as<foundation::PropertyList::Dictionary>() != nullptr) ==
                         list.isDictionary(list.root()),
           "the value is of the root's kind");
+  require(!value || BinaryPropertyList::serialize(value.value()).ok(), "what is read can be written");
   const Objects elements = elementsOf(list);
   for (const auto element : elements) lookAt(list, element);
   const auto bytes = list.replacingArray(kKey, elements, {"appended"});

@@ -9,7 +9,7 @@ namespace {
 
 using foundation::PropertyList;
 
-/// Whether a value can be equal to itself, and be written at all: text that is read may be no UTF-8.
+/// Whether a value can be equal to itself.
 bool isComparable(const PropertyList& value) {
   if (const auto* number = value.as<double>()) return !std::isnan(*number);
   if (const auto* array = value.as<PropertyList::Array>()) {
@@ -25,17 +25,19 @@ bool isComparable(const PropertyList& value) {
   return true;
 }
 
+/// What a short input stands for may be long.
+constexpr platform::PropertyListLimits kAny{256U << 20U, 10'000'000};
+
 void writeAndRead(platform::PropertyLists& lists, const PropertyList& value) {
   const auto bytes = lists.serialize(value, platform::PropertyListFormat::binary);
-  if (!bytes) return;
-  const auto again = lists.parse(bytes.value());
+  require(bytes.ok(), "what is read can be written");
+  const auto again = lists.parse(bytes.value(), kAny);
   require(again.ok(), "what is written can be read");
   require(!isComparable(value) || again.value() == value, "it is the same when it is read");
 }
 
 /// XML has no fractions of seconds and no references of archives; what it has comes back.
 void writeAndReadXml(platform::PropertyLists& lists, const PropertyList& value) {
-  constexpr platform::PropertyListLimits kAny{64U << 20U, 10'000'000};
   const auto bytes = lists.serialize(value, platform::PropertyListFormat::xml);
   if (!bytes) return;
   const auto again = lists.parse(bytes.value(), kAny);

@@ -36,9 +36,17 @@ TEST(Base64, WhiteSpaceCountsForNothing) {
   EXPECT_EQ(fromBase64(" \n"), "");
 }
 
+TEST(Base64, TheFillingAtTheEndMayBeMissing) {
+  for (const char* const text : {"Zm9vYg==", "Zm9vYg=", "Zm9vYg", "Zm9vYg \n="}) {
+    EXPECT_EQ(fromBase64(text), "foob") << text;
+  }
+  EXPECT_EQ(fromBase64("Zm9vYmE"), "fooba");
+  EXPECT_EQ(fromBase64("Zg"), "f");
+}
+
 TEST(Base64, WhatIsNotWholeOrHasOtherCharactersIsNone) {
-  for (const char* const text : {"Z", "Zg", "Zg=", "Zm9vY", "Z===", "====", "Zg==Zg==", "=Zg=", "Zm9-",
-                                 "Zm9_", "Zm9\x7F", "Zm9\xFF"}) {
+  for (const char* const text : {"Z", "Zm9vY", "Z=", "Z===", "Zg===", "Zm8==", "Zm9v=", "=",
+                                 "====", "Zg==Zg==", "Zg=Zg", "=Zg=", "Zm9-", "Zm9_", "Zm9\x7F", "Zm9\xFF"}) {
     EXPECT_EQ(fromBase64(text), std::nullopt) << text;
   }
 }

@@ -174,6 +174,55 @@ TEST_F(LinuxPreferencesTest, FileThatHoldsMoreThanIsReadIsNotReplaced) {
   }
 }
 
+/// A binary list {"other": 1, "odd": the object}; the object takes less than 100 bytes.
+std::string listWith(const std::string& object) {
+  const std::string front = "bplist00\xD2\x01\x03\x02\x04\x55other\x10\x01\x53odd";
+  std::string table = "\x08\x0D\x13\x15\x19";
+  return front + object + table + std::string(6, '\0') + "\x01\x01" + std::string(7, '\0') + '\x05' +
+         std::string(15, '\0') + static_cast<char>(front.size() + object.size());
+}
+
+TEST_F(LinuxPreferencesTest, FileThatHoldsWhatCannotBeToldIsNotReplaced) {
+  const std::string noMoment = "\x33\x7F\xF8" + std::string(6, '\0');
+  for (const std::string& content :
+       {listWith(std::string(1, '\0')), listWith(noMoment),
+        std::string("<plist><dict><key>other</key><integer>18446744073709551616</integer></dict></plist>"),
+        std::string("<plist><dict><key>other</key><date>2011-02-29T00:00:00Z</date></dict></plist>")}) {
+    fake.files.makeFile(kUsers, content);
+    fake.files.makeFile(kEverybodys, content);
+    preferences.setValue("key", 1);
+    EXPECT_FALSE(preferences.synchronize());
+    EXPECT_EQ(preferences.storeForAnyUserOnCurrentHost("key", 1).error().code, ENOTSUP);
+    EXPECT_EQ(bytes(kUsers), content);
+    EXPECT_EQ(bytes(kEverybodys), content);
+    EXPECT_EQ(preferences.value("key"), PropertyList(1)) << "it is kept for the next try";
+  }
+}
+
+TEST_F(LinuxPreferencesTest, OddTextsOfOthersKeepNothingFromBeingReadAndStored) {
+  using namespace std::string_literals;
+  for (const std::string& text : {"\x53\x61\0\x62"s, "\x53\xFF\xFE\xFD"s, "\x72\xC3z"s, "\x61\xDC\0"s}) {
+    fake.files.makeFile(kUsers, listWith(text));
+    EXPECT_EQ(preferences.value("other"), PropertyList(1));
+    preferences.setValue("key", 1);
+    EXPECT_TRUE(preferences.synchronize());
+    EXPECT_EQ(readDictionary(kUsers).value().as<Dictionary>()->size(), 3U);
+    EXPECT_EQ(preferences.value("other"), PropertyList(1));
+    EXPECT_EQ(preferences.value("key"), PropertyList(1));
+  }
+}
+
+TEST_F(LinuxPreferencesTest, OddValuesOfOthersKeepNothingFromBeingReadAndStored) {
+  for (const std::string odd : {"<real>1e999</real>", "<real>1e-400</real>", "<data>QQ</data>"}) {
+    fake.files.makeFile(kUsers,
+                        "<plist><dict><key>other</key><true/><key>odd</key>" + odd + "</dict></plist>");
+    preferences.setValue("key", 1);
+    EXPECT_TRUE(preferences.synchronize());
+    EXPECT_EQ(readDictionary(kUsers).value().as<Dictionary>()->size(), 3U) << odd;
+    EXPECT_EQ(preferences.value("other"), PropertyList(true));
+  }
+}
+
 TEST_F(LinuxPreferencesTest, WhatCouldNotBeReadAgainIsNotWritten) {
   store(kUsers, {{"other", 1}}, PropertyListFormat::xml);
   preferences.setValue("key", std::string(kLargestPropertyList, 'x'));

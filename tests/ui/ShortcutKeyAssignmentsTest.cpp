@@ -259,6 +259,7 @@ INSTANTIATE_TEST_SUITE_P(
     All, MalformedAssignmentsTest,
     testing::Values(
         Malformed{"Empty", ""}, Malformed{"Garbage", "garbage"},
+        Malformed{"Untold", listOfXml("<dict><key>a</key><integer>18446744073709551616</integer></dict>")},
         Malformed{"CutXml", "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>watchl"},
         Malformed{"CutBinary", std::string("bplist00\xD1\x01", 10)},
         Malformed{"ZeroBytes", std::string(4096, '\0')}, Malformed{"ListInItself", listInItself()},
