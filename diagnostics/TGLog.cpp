@@ -70,14 +70,29 @@ const std::string& dateNow() {
   return date;
 }
 
-/// Puts a file with nothing but the header in the place of whatever file is there. Entries are not synced
+bool isThere(const std::string& path) {
+  return platform::current().fileQueries.exists(path);
+}
+
+/// What no rotation moves away and no program has open as its log.
+bool isLinkToNothing(const std::string& path) {
+  return !isThere(path) && platform::current().fileAttributes.isSymbolicLink(path);
+}
+
+enum class Existing { replaced, kept };
+
+/// Makes a file with nothing but the header; EEXIST where what is there is kept. Entries are not synced
 /// either; a rotation that waited for the disk would have every entry behind it wait as well.
-bool writeHeader(const std::optional<std::string>& path) {
-  const foundation::Result<void> written =
-      path ? platform::current().fileChanges.writeAtomicallyUnsynced(*path, header())
-           : foundation::Result<void>(foundation::systemError(ENOENT, ""));
-  if (!written) NSLog("Unable to create log file %@ - %@", path, written.error().localizedDescription());
-  return written.ok();
+foundation::Result<void> writeHeader(const std::optional<std::string>& path, Existing existing) {
+  if (!path) return foundation::systemError(ENOENT, "");
+  platform::FileChanges& changes = platform::current().fileChanges;
+  const bool isReplaced = existing == Existing::replaced || isLinkToNothing(*path);
+  return isReplaced ? changes.writeAtomicallyUnsynced(*path, header())
+                    : changes.createFileUnsynced(*path, header());
+}
+
+bool isTaken(const foundation::Result<void>& written) {
+  return !written && written.error().code == EEXIST;
 }
 
 }  // namespace
@@ -148,8 +163,8 @@ void TGLog::appendLogOnThread(const std::string& message, std::uint64_t length) 
 
 void TGLog::writeEntry(const std::string& message) {
   FileHandle handle = fileHandle();
-  if (!handle) beginOwedFile();
   if (!handle) handle = openCurrentLog();
+  if (!handle) handle = beginOwedFile();
   if (!handle) {
     NSLog("Unable to log the following information: %@", message);
     NSLog("Unable to open log for output");
@@ -178,30 +193,45 @@ void TGLog::beginNewFile() {
   const auto folder = logFolder();
   const auto path = currentLogPath();
   if (!prepareFolder(folder)) return;
-  // As root the two are about different folders: the local log is looked for, the user's are moved.
-  if (path && platform::current().fileQueries.exists(*path) && !rotate(*folder)) return;
-  isOwed_ = !writeHeader(path);
-  if (!isOwed_) setFileHandle(openCurrentLog());
+  isOwed_ = true;
+  // As root the two are about different folders: the local log is looked for and replaced, the user's are
+  // moved.
+  const bool isOld = path && isThere(*path);
+  if (isOld && !rotate(*folder)) return;
+  const bool isLeft = isOld && path != generationPath(*folder, 1);
+  auto written = writeHeader(path, isLeft ? Existing::replaced : Existing::kept);
+  // Another program has begun it since: moved on like any log that is there, but not after a rotation. Each
+  // beginning is to drop no more than one generation.
+  if (isTaken(written) && !isOld) {
+    if (!rotate(*folder)) return;
+    written = writeHeader(path, Existing::kept);
+  }
+  if (written || isTaken(written)) {
+    static_cast<void>(openCurrentLog());
+  } else {
+    NSLog("Unable to create log file %@ - %@", path, written.error().localizedDescription());
+  }
 }
 
-/// A volume that was full when a new log was to begin has room again at some time. Said once was enough.
-void TGLog::beginOwedFile() {
-  const auto path = isOwed_ ? currentLogPath() : std::nullopt;
-  if (!path) return;
-  platform::Platform& platform = platform::current();
-  isOwed_ =
-      !platform.fileQueries.exists(*path) && !platform.fileChanges.writeAtomicallyUnsynced(*path, header());
+/// A volume that was full when a new log was to begin has room again at some time, and what another program
+/// had moved on before it was opened is begun anew. Said once was enough.
+TGLog::FileHandle TGLog::beginOwedFile() {
+  if (!isOwed_) return nullptr;
+  const auto written = writeHeader(currentLogPath(), Existing::kept);
+  return written || isTaken(written) ? openCurrentLog() : nullptr;
 }
 
+/// What another program moves on at the same moment counts as moved. Nothing is lost by two that rotate at
+/// once: no move replaces anything, and each of them drops one file at most.
 bool TGLog::rotate(const std::string& folder) const {
-  platform::Platform& platform = platform::current();
+  platform::FileChanges& changes = platform::current().fileChanges;
   const std::string oldest = generationPath(folder, kOldestGeneration);
   // A failure shows when the next generation is moved there.
-  if (platform.fileQueries.exists(oldest)) static_cast<void>(platform.fileChanges.remove(oldest));
+  if (isThere(oldest)) static_cast<void>(changes.remove(oldest));
   for (int generation = kOldestGeneration - 1; generation >= 1; --generation) {
     const std::string from = generationPath(folder, generation);
     const std::string to = generationPath(folder, generation + 1);
-    if (!platform.fileQueries.exists(from) || platform.fileChanges.move(from, to)) continue;
+    if (!isThere(from) || changes.move(from, to) || !isThere(from)) continue;
     NSLog("Unable to move file %@ to %@", from, to);
     return false;
   }
@@ -221,7 +251,8 @@ std::optional<std::string> TGLog::currentLogPath() const {
   return *library + foundation::stringWithFormat("/Logs/Vordenworks/%@.1.log", appName());
 }
 
-/// Never creates the file. A handle that cannot be put at the file's end is as good as none.
+/// Never creates the file. A handle that cannot be put at the file's end is as good as none; with one no log
+/// is owed any more.
 TGLog::FileHandle TGLog::openCurrentLog() {
   const auto path = currentLogPath();
   if (!path) return nullptr;
@@ -229,6 +260,7 @@ TGLog::FileHandle TGLog::openCurrentLog() {
   if (!file || !file.value()->seekToEnd()) return nullptr;
   FileHandle handle = std::move(file).value();
   setFileHandle(handle);
+  isOwed_ = false;
   return handle;
 }
 

@@ -31,7 +31,10 @@
 /// that can; those before it are lost and said so. No entry begins a log that nothing has asked for.
 ///
 /// Two programs of one name may append to the same file. Each moves the other's generations on when it
-/// begins: what has a file open goes on in it under its new name.
+/// begins: what has a file open goes on in it under its new name. Neither ever replaces what the other has
+/// begun: where both begin at the same moment, the later one moves the other's file on or appends to it, and
+/// each drops one generation, as after each other. Root's log in the local Library is not rotated: as root a
+/// program replaces the one that is there when it begins.
 ///
 /// Entries are written on a queue of their own; any thread may append. The object is never freed and the
 /// process's exit does not wait for the queue: the entry point calls finishWriting() before it returns.
@@ -111,7 +114,7 @@ class TGLog : public foundation::ImmortalSingleton<TGLog> {
 
   void adoptName(const std::string& name);
   void beginNewFile();
-  void beginOwedFile();
+  [[nodiscard]] FileHandle beginOwedFile();
   [[nodiscard]] bool rotate(const std::string& folder) const;
   [[nodiscard]] std::string generationPath(const std::string& folder, int generation) const;
   [[nodiscard]] std::optional<std::string> currentLogPath() const;
@@ -124,7 +127,7 @@ class TGLog : public foundation::ImmortalSingleton<TGLog> {
   std::atomic<std::uint64_t> bytesWritten_ = 0;
   std::atomic<std::uint64_t> bytesInQueue_ = 0;
   std::atomic<bool> loggingDisabled_ = false;
-  std::atomic<bool> isOwed_ = false;  ///< a new log that could not be begun
+  std::atomic<bool> isOwed_ = false;  ///< a new log that could not be begun, or not be opened
   std::atomic<bool> hasWriteQueue_ = false;
   WriteQueue writeQueue_;  ///< last, so that it is drained before what its operations use is gone
 };

@@ -124,10 +124,15 @@ class FileChanges {
     return writeAtomically(path, bytes);
   }
 
-  /// The same, but only in the place of what was seen there (nullopt: of nothing): EAGAIN where something
-  /// else is there just before the renaming. Between that look and the renaming is no more than a system
-  /// call, but it is: who is to be kept out wholly must ask for the same lock (FileLocks.h). Answers the
-  /// state of the file that it wrote, whatever has taken its place since.
+  /// Makes a file where nothing is (EEXIST otherwise, also for a link that leads nowhere), whole or not at
+  /// all: of two that make it at the same moment one does, and the other learns of it. The disk is not waited
+  /// for here either. Fails without a trace.
+  virtual foundation::Result<void> createFileUnsynced(const std::string& path, std::string_view bytes) = 0;
+
+  /// Writes atomically, but only in the place of what was seen there (nullopt: of nothing): EAGAIN where
+  /// something else is there just before the renaming. Between that look and the renaming is no more than a
+  /// system call, but it is: who is to be kept out wholly must ask for the same lock (FileLocks.h). Answers
+  /// the state of the file that it wrote, whatever has taken its place since.
   virtual foundation::Result<FileState> replaceUnchanged(const std::string& path,
                                                          const std::optional<FileState>& seen,
                                                          std::string_view bytes) = 0;

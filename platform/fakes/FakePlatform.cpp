@@ -370,6 +370,11 @@ Result<void> RootedFiles::writeAtomically(const std::string& path, std::string_v
   return changes_.writeAtomically(real(path), bytes);
 }
 
+Result<void> RootedFiles::createFileUnsynced(const std::string& path, std::string_view bytes) {
+  if (auto error = refusal("createFile", path)) return *error;
+  return changes_.createFileUnsynced(real(path), bytes);
+}
+
 Result<platform::FileState> RootedFiles::replaceUnchanged(const std::string& path,
                                                           const std::optional<platform::FileState>& seen,
                                                           std::string_view bytes) {

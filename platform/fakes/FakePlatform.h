@@ -184,6 +184,7 @@ class RootedFiles : public platform::FileQueries, public platform::FileChanges {
   foundation::Result<void> copyForOwnUse(const std::string& from, const std::string& to) override;
   foundation::Result<void> remove(const std::string& path) override;
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) override;
+  foundation::Result<void> createFileUnsynced(const std::string& path, std::string_view bytes) override;
   foundation::Result<platform::FileState> replaceUnchanged(const std::string& path,
                                                            const std::optional<platform::FileState>& seen,
                                                            std::string_view bytes) override;

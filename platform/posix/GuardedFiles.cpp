@@ -88,7 +88,10 @@ std::string temporaryName() {
   return name;
 }
 
-/// A temporary file beside the one that it will replace; gone with the object unless it was renamed.
+/// What becomes of a file that lies where another is put.
+enum class Existing { replaced, kept };
+
+/// A temporary file beside the one that it will be; gone with the object unless it was renamed.
 class ReplacementFile {
  public:
   ReplacementFile(const GuardedPlace& target, mode_t mode)
@@ -104,13 +107,24 @@ class ReplacementFile {
 
   [[nodiscard]] bool isOpen() const { return static_cast<bool>(descriptor_); }
   [[nodiscard]] int descriptor() const { return descriptor_.get(); }
-  [[nodiscard]] bool replaceTarget() {
-    const int folder = target_.folder.get();
-    renamed_ = ::renameat(folder, name_.c_str(), folder, target_.name.c_str()) == 0;
-    return renamed_;
+  /// Answers 0 or an errno value.
+  [[nodiscard]] int takePlace(Existing existing) {
+    const int error = existing == Existing::replaced ? replaceTarget() : takeFreePlace();
+    renamed_ = error == 0;
+    return error;
   }
 
  private:
+  [[nodiscard]] int replaceTarget() const {
+    const int folder = target_.folder.get();
+    return ::renameat(folder, name_.c_str(), folder, target_.name.c_str()) == 0 ? 0 : errno;
+  }
+  [[nodiscard]] int takeFreePlace() const {
+    const int folder = target_.folder.get();
+    const auto renamed = renameWithoutReplacing(folder, name_, folder, target_.name, name_);
+    return renamed ? 0 : renamed.error().code;
+  }
+
   const GuardedPlace& target_;
   std::string name_;
   UniqueDescriptor descriptor_;
@@ -184,13 +198,17 @@ Result<UniqueDescriptor> openFileItself(const std::string& path, int flags) {
 /// Whether a file is to outlast a power cut from the moment on that it is written.
 enum class Sync { yes, no };
 
-/// Asked just before a file is replaced: 0, or why it is not to be, as an errno value.
-using Refusal = std::function<int()>;
+struct Replacement {
+  Sync sync = Sync::yes;
+  Existing existing = Existing::replaced;
+  /// Asked just before the file takes its place: 0, or why it is not to, as an errno value.
+  std::function<int()> refusal = {};
+};
 
 /// Puts a file in the place of what lies there, `old` where that is a file. What replaces a file may be as
 /// confidential as that: nobody else reads it before it has its mode. Answers the file that it wrote.
 Result<FileState> writeReplacement(const GuardedPlace& target, const struct stat* old, std::string_view bytes,
-                                   const std::string& path, Sync sync, const Refusal& refusal = {}) {
+                                   const std::string& path, const Replacement& how) {
   ReplacementFile file(target, old != nullptr ? 0600 : 0644);
   if (!file.isOpen()) return systemError(errno, path);
   const bool isNew = old == nullptr;
@@ -199,11 +217,12 @@ Result<FileState> writeReplacement(const GuardedPlace& target, const struct stat
   if (!isNew && !takeOverAttributes(file.descriptor(), *old)) return systemError(errno, path);
   struct stat status {};
   const bool isLasting =
-      (sync == Sync::no || ::fsync(file.descriptor()) == 0) && ::fstat(file.descriptor(), &status) == 0;
+      (how.sync == Sync::no || ::fsync(file.descriptor()) == 0) && ::fstat(file.descriptor(), &status) == 0;
   if (!isLasting) return systemError(errno, path);
-  if (const int reason = refusal ? refusal() : 0; reason != 0) return systemError(reason, path);
-  if (!file.replaceTarget()) return systemError(errno, path);
-  if (sync == Sync::yes) ::fsync(target.folder.get());  // makes the renaming itself last through a power cut
+  if (const int reason = how.refusal ? how.refusal() : 0; reason != 0) return systemError(reason, path);
+  if (const int reason = file.takePlace(how.existing); reason != 0) return systemError(reason, path);
+  if (how.sync == Sync::yes)
+    ::fsync(target.folder.get());  // makes the renaming itself last through a power cut
   return stateOf(status);
 }
 
@@ -295,7 +314,7 @@ Result<void> replaceFile(const std::string& path, std::string_view bytes, Sync s
   const bool isThere = ::fstatat(target.folder.get(), target.name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
   if (isThere && S_ISDIR(old.st_mode)) return systemError(EISDIR, path);
   const auto written =
-      writeReplacement(target, isThere && S_ISREG(old.st_mode) ? &old : nullptr, bytes, path, sync);
+      writeReplacement(target, isThere && S_ISREG(old.st_mode) ? &old : nullptr, bytes, path, {.sync = sync});
   return written ? Result<void>() : written.error();
 }
 
@@ -309,6 +328,14 @@ Result<void> GuardedFileChanges::writeAtomicallyUnsynced(const std::string& path
   return replaceFile(path, bytes, Sync::no);
 }
 
+Result<void> GuardedFileChanges::createFileUnsynced(const std::string& path, std::string_view bytes) {
+  const auto place = openGuardedPlace(path);
+  if (!place) return place.error();
+  const auto written =
+      writeReplacement(place.value(), nullptr, bytes, path, {.sync = Sync::no, .existing = Existing::kept});
+  return written ? Result<void>() : written.error();
+}
+
 Result<FileState> GuardedFileChanges::replaceUnchanged(const std::string& path,
                                                        const std::optional<FileState>& seen,
                                                        std::string_view bytes) {
@@ -318,8 +345,8 @@ Result<FileState> GuardedFileChanges::replaceUnchanged(const std::string& path,
   const auto refusal = [&] { return isStill(target, seen) ? 0 : EAGAIN; };
   struct stat old {};
   const bool isThere = ::fstatat(target.folder.get(), target.name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
-  return writeReplacement(target, isThere && S_ISREG(old.st_mode) ? &old : nullptr, bytes, path, Sync::yes,
-                          refusal);
+  return writeReplacement(target, isThere && S_ISREG(old.st_mode) ? &old : nullptr, bytes, path,
+                          {.refusal = refusal});
 }
 
 Result<std::unique_ptr<WritableFile>> GuardedFileChanges::openForWriting(const std::string& path) {

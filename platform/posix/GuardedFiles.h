@@ -39,6 +39,7 @@ class GuardedFileChanges : public FileChanges {
   foundation::Result<void> remove(const std::string& path) override;
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view bytes) override;
   foundation::Result<void> writeAtomicallyUnsynced(const std::string& path, std::string_view bytes) override;
+  foundation::Result<void> createFileUnsynced(const std::string& path, std::string_view bytes) override;
   foundation::Result<FileState> replaceUnchanged(const std::string& path,
                                                  const std::optional<FileState>& seen,
                                                  std::string_view bytes) override;

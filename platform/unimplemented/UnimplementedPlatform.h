@@ -86,6 +86,9 @@ class UnimplementedFileChanges : public FileChanges {
   foundation::Result<void> writeAtomically(const std::string& path, std::string_view) override {
     return notImplemented(path);
   }
+  foundation::Result<void> createFileUnsynced(const std::string& path, std::string_view) override {
+    return notImplemented(path);
+  }
   foundation::Result<FileState> replaceUnchanged(const std::string& path, const std::optional<FileState>&,
                                                  std::string_view) override {
     return notImplemented(path);

@@ -190,6 +190,18 @@ TEST_F(TGLogTest, NastyMessagesReachTheFileByteForByte) {
   EXPECT_EQ(entries(generation(1)), entry(nasty) + entry(nasty));
 }
 
+TEST_F(TGLogTest, ControlCharactersReachTheFileAsTheyAre) {
+  TGLog::createNewLog("Quillmend");
+  std::string controls = "<";
+  for (char control = 1; control < ' '; ++control) controls += control;
+  controls +=
+      "\x7F\xC2\x80\xC2\x85\xC2\x9B"
+      "31m\xE2\x80\xA8\xE2\x80\xAE";
+  controls += std::string("\0\x1B]0;title\a\x1B[2J\r\n\b>", 19);
+  TGLog::appendLog("%@", controls);
+  EXPECT_EQ(entries(generation(1)), entry(controls));
+}
+
 TEST_F(TGLogTest, AppendLogAndPrintFormatsItsResultASecondTimeForTheLogOnly) {
   TGLog::createNewLog("Quillmend");
   TGLog::appendLogAndPrint("%@ %d", "50%% done, %@ left", 7);
@@ -582,7 +594,7 @@ TEST_F(TGLogTest, AnOldestGenerationThatCannotBeDeletedStopsTheRotation) {
 
 TEST_F(TGLogTest, AHeaderThatCannotBeWrittenIsReportedWithTheReason) {
   fake.files.makeFile(generation(1), "old");
-  failChange("writeAtomically");
+  failChange("createFile");
   TGLog::createNewLog("Quillmend");
   EXPECT_THAT(messages(), ElementsAre("Unable to create log file " + generation(1) + " - " +
                                       foundation::systemError(EACCES, generation(1)).description));
@@ -648,6 +660,99 @@ TEST_F(TGLogTest, ARotationThatFailsInTheMiddleGoesOnInTheFullFile) {
   EXPECT_THAT(messages(), ElementsAre("Unable to move file " + generation(1) + " to " + generation(2)));
   EXPECT_EQ(entries(generation(1)), entry(last) + entry("Log truncated at 500KB"));
   EXPECT_EQ(shared().bytesWritten(), entry("Log truncated at 500KB").size());
+}
+
+// --- two programs of one name ---
+
+/// Something that another program does just before a change of this one's.
+class TGLogBesideAnotherTest : public TGLogTest {
+ protected:
+  /// Once, before that change of that generation.
+  void before(const std::string& change, int number, const std::function<void()>& action) {
+    fake.files.beforeChange = [=, this, path = generation(number)](const std::string& name,
+                                                                   const std::string& at) {
+      if (name == change && at == path) {
+        const auto act = action;
+        fake.files.beforeChange = nullptr;
+        act();
+      }
+      return std::optional<foundation::Error>();
+    };
+  }
+  void begin() { fake.files.makeFile(generation(1), "other's\n"); }
+  void moveOn(int number) {
+    std::filesystem::rename(fake.files.real(generation(number)), fake.files.real(generation(number + 1)));
+  }
+};
+
+TEST_F(TGLogBesideAnotherTest, WhatItHasBegunIsMovedOn) {
+  before("createFile", 1, [this] { begin(); });
+  TGLog::createNewLog("Quillmend");
+  TGLog::appendLog("ours");
+  EXPECT_EQ(content(generation(2)), "other's\n");
+  EXPECT_EQ(entries(generation(1)), entry("ours"));
+  EXPECT_THAT(messages(), IsEmpty());
+}
+
+TEST_F(TGLogBesideAnotherTest, WhatItHasBegunBehindARotationIsAppendedTo) {
+  for (int number = 1; number <= 5; ++number) {
+    fake.files.makeFile(generation(number), "was " + std::to_string(number) + "\n");
+  }
+  before("createFile", 1, [this] { begin(); });
+  TGLog::createNewLog("Quillmend");
+  TGLog::appendLog("ours");
+  EXPECT_EQ(content(generation(1)), "other's\n" + entry("ours"));
+  EXPECT_EQ(content(generation(2)), "was 1\n");
+  EXPECT_EQ(content(generation(5)), "was 4\n") << "no second one is dropped";
+  EXPECT_THAT(messages(), IsEmpty());
+}
+
+TEST_F(TGLogBesideAnotherTest, WhatItHasMovedOnCountsAsMoved) {
+  fake.files.makeFile(generation(1), "was 1\n");
+  before("move", 1, [this] { moveOn(1); });
+  TGLog::createNewLog("Quillmend");
+  TGLog::appendLog("ours");
+  EXPECT_EQ(content(generation(2)), "was 1\n");
+  EXPECT_EQ(entries(generation(1)), entry("ours"));
+  EXPECT_THAT(messages(), IsEmpty());
+}
+
+TEST_F(TGLogBesideAnotherTest, ALogThatItMovesOnBeforeItIsOpenedIsBegunAgain) {
+  before("openForWriting", 1, [this] { moveOn(1); });
+  TGLog::createNewLog("Quillmend");
+  TGLog::appendLog("ours");
+  EXPECT_EQ(content(generation(2)), kHeader);
+  EXPECT_EQ(entries(generation(1)), entry("ours"));
+  EXPECT_THAT(messages(), IsEmpty());
+}
+
+TEST_F(TGLogBesideAnotherTest, ARotationInItsWayStillBeginsALog) {
+  fake.files.makeFile(generation(1), "was 1\n");
+  before("move", 1, [this] { fake.files.makeFile(generation(2), "other's\n"); });
+  TGLog::createNewLog("Quillmend");
+  EXPECT_THAT(messages(), ElementsAre("Unable to move file " + generation(1) + " to " + generation(2)));
+  moveOn(2);
+  moveOn(1);
+  TGLog::appendLog("ours");
+  EXPECT_EQ(content(generation(2)), "was 1\n");
+  EXPECT_EQ(entries(generation(1)), entry("ours"));
+}
+
+TEST_F(TGLogBesideAnotherTest, AnOwedLogThatItHasBegunIsAppendedTo) {
+  failChange("createFile");
+  TGLog::createNewLog("Quillmend");
+  before("createFile", 1, [this] { begin(); });
+  TGLog::appendLog("ours");
+  EXPECT_EQ(content(generation(1)), "other's\n" + entry("ours"));
+}
+
+TEST_F(TGLogTest, ALinkThatLeadsNowhereIsReplaced) {
+  fake.files.makeFolder(kFolder);
+  std::filesystem::create_symlink("nothing", fake.files.real(generation(1)));
+  TGLog::createNewLog("Quillmend");
+  TGLog::appendLog("ours");
+  EXPECT_EQ(entries(generation(1)), entry("ours"));
+  EXPECT_THAT(fake.files.contentsOfDirectory(kFolder).value(), SizeIs(1));
 }
 
 // --- the end of the process ---

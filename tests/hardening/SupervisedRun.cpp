@@ -132,7 +132,7 @@ class Supervision {
   }
 
   int decide(pid_t process, int number) {
-    if (number == SYS_close_range || number == SYS_statx) isPrepared_ = true;
+    if (number == SYS_close_range || number == SYS_statx || number == SYS_getppid) isPrepared_ = true;
     return isPrepared_ ? onCall_(Call{process, number, ++index_}) : kProceed;
   }
 

@@ -12,10 +12,10 @@
 namespace hardening {
 
 /// A system call that is about to be made. Told are those that look at files or change anything, from when a
-/// helper has prepared its process (its close_range(2)), or a program first looks at a file (statx(2)), on.
-/// What only a process itself can see (memory, signals, its own descriptors) is not, because nobody outside
-/// can tell whether it has been made; nor is newfstatat(2), by which the helpers look at the system's own
-/// folders alone.
+/// helper has prepared its process (its close_range(2)), a program first looks at a file (statx(2)), or a
+/// test's own program marks a part of its run (getppid(2)), on. What only a process itself can see (memory,
+/// signals, its own descriptors) is not, because nobody outside can tell whether it has been made; nor is
+/// newfstatat(2), by which the helpers look at the system's own folders alone.
 struct Call {
   pid_t process = 0;
   int number = 0;  ///< SYS_...
@@ -42,8 +42,8 @@ struct Finished {
 [[nodiscard]] std::string processFile(pid_t process, const std::string& name);
 
 /// `command` begins with the program's path. `inChild` prepares the process that becomes it. Needs root for
-/// `onCall`. Where `only` names calls, no others are told, which costs the program nothing; close_range(2)
-/// must be among them. What a sanitizer has found in a program is a failure of the test.
+/// `onCall`. Where `only` names calls, no others are told, which costs the program nothing; one of those
+/// three must be among them. What a sanitizer has found in a program is a failure of the test.
 [[nodiscard]] Finished run(std::vector<std::string> command, const std::function<void()>& inChild = nullptr,
                            const OnCall& onCall = nullptr, const std::vector<unsigned>& only = {});
 

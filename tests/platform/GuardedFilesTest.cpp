@@ -8,6 +8,8 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <thread>
@@ -228,6 +230,41 @@ TEST_F(GuardedFilesTest, AFolderIsNotReplacedByAFile) {
   EXPECT_EQ(changes.writeAtomically("/", "x").error().code, EISDIR);
   EXPECT_EQ(changes.writeAtomically("", "x").error().code, ENOENT);
   EXPECT_THAT(namesIn(folder.path()), ElementsAre("sub"));
+}
+
+TEST_F(GuardedFilesTest, AFileIsMadeOnlyWhereNothingIs) {
+  EXPECT_TRUE(changes.createFileUnsynced(folder / "new", "whole").ok());
+  EXPECT_EQ(folder.content("new"), "whole");
+  EXPECT_EQ(modeAt(folder / "new"), 0644U);
+  fs::create_directory(folder / "sub");
+  fs::create_symlink("nothing", folder / "dangling");
+  for (const char* const taken : {"new", "sub", "dangling"}) {
+    EXPECT_EQ(changes.createFileUnsynced(folder / taken, "x").error().code, EEXIST) << taken;
+  }
+  EXPECT_EQ(changes.createFileUnsynced(folder / "absent/file", "x").error().code, ENOENT);
+  EXPECT_EQ(folder.content("new"), "whole");
+  EXPECT_TRUE(fs::is_symlink(folder / "dangling"));
+  EXPECT_THAT(namesIn(folder.path()), UnorderedElementsAre("new", "sub", "dangling"));
+}
+
+TEST_F(GuardedFilesTest, OfManyThatMakeAFileAtOnceOneDoes) {
+  for (int time = 0; time < 50; ++time) {
+    std::array<int, 4> reasons{};
+    std::vector<std::thread> threads;
+    for (std::size_t at = 0; at < reasons.size(); ++at) {
+      threads.emplace_back([&, at] {
+        const auto made =
+            changes.createFileUnsynced(folder / "file", std::string(100000, static_cast<char>('a' + at)));
+        reasons.at(at) = made ? 0 : made.error().code;
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    ASSERT_THAT(reasons, UnorderedElementsAre(0, EEXIST, EEXIST, EEXIST));
+    const auto winner = std::find(reasons.begin(), reasons.end(), 0) - reasons.begin();
+    EXPECT_EQ(folder.content("file"), std::string(100000, static_cast<char>('a' + winner)));
+    fs::remove(folder / "file");
+  }
+  EXPECT_THAT(namesIn(folder.path()), IsEmpty());
 }
 
 TEST_F(GuardedFilesTest, OnlyWhatWasSeenIsReplaced) {
@@ -570,6 +607,7 @@ TEST_F(GuardedFilesAsRootTest, NothingIsWrittenThroughALinkOnTheWay) {
   std::ofstream(elsewhere + "/shadow") << "precious";
   EXPECT_EQ(reasonOf(changes.writeAtomically(home + "/Library/Logs/shadow", "x")), ELOOP);
   EXPECT_EQ(reasonOf(changes.writeAtomically(home + "/Library/Logs/new", "x")), ELOOP);
+  EXPECT_EQ(reasonOf(changes.createFileUnsynced(home + "/Library/Logs/new", "x")), ELOOP);
   EXPECT_EQ(changes.openForWriting(home + "/Library/Logs/shadow").error().code, ELOOP);
   EXPECT_EQ(support::contentOf(elsewhere + "/shadow"), "precious");
   EXPECT_THAT(namesIn(elsewhere), ElementsAre("shadow"));
@@ -608,9 +646,12 @@ TEST_F(GuardedFilesAsRootTest, NewFoldersInSomebodysHomeAreTheirs) {
 
 TEST_F(GuardedFilesAsRootTest, NewFilesInSomebodysHomeAreTheirs) {
   ASSERT_TRUE(changes.writeAtomically(home + "/Library/new.plist", "x").ok());
-  EXPECT_EQ(statusAt(home + "/Library/new.plist").st_uid, kNobody);
-  EXPECT_EQ(statusAt(home + "/Library/new.plist").st_gid, 4321U);
-  EXPECT_EQ(modeAt(home + "/Library/new.plist"), 0644U);
+  ASSERT_TRUE(changes.createFileUnsynced(home + "/Library/new.log", "x").ok());
+  for (const char* const made : {"/Library/new.plist", "/Library/new.log"}) {
+    EXPECT_EQ(statusAt(home + made).st_uid, kNobody);
+    EXPECT_EQ(statusAt(home + made).st_gid, 4321U);
+    EXPECT_EQ(modeAt(home + made), 0644U);
+  }
   ASSERT_TRUE(changes.writeAtomically(elsewhere + "/new.plist", "x").ok());
   EXPECT_EQ(statusAt(elsewhere + "/new.plist").st_uid, 0U);
 }

@@ -31,9 +31,8 @@ class TGFileManagerVerbsTest : public ServicesTest {
   /// Every change of the file system fails from now on.
   void refuseChanges() {
     fakes_.files.beforeChange = [](const std::string& change, const std::string& path) {
-      return change == "openForWriting" || change == "writeAtomically"
-                 ? std::nullopt
-                 : std::optional(systemError(EACCES, path));
+      return change == "openForWriting" || change == "createFile" ? std::nullopt
+                                                                  : std::optional(systemError(EACCES, path));
     };
   }
   [[nodiscard]] bool exists(const std::string& path) { return fakes_.files.exists(path); }

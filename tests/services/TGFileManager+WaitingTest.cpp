@@ -23,7 +23,7 @@ class TGFileManagerWaitingTest : public ServicesTest {
     fakes_.files.makeFile("/a");
     refusing_ = true;
     fakes_.files.beforeChange = [this](const std::string& change, const std::string& path) {
-      const bool isLogs = change == "openForWriting" || change == "writeAtomically";
+      const bool isLogs = change == "openForWriting" || change == "createFile";
       return refusing_ && !isLogs ? std::optional(systemError(EACCES, path)) : std::nullopt;
     };
     fakes_.recorder.clear();

@@ -11,12 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "tests/hardening/services/LogHome.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
 
+using hardening::Home;
 using support::TemporaryFolder;
 using testing::HasSubstr;
 using Lines = std::vector<std::string>;
@@ -26,34 +28,6 @@ constexpr const char* kStrace = "/usr/bin/strace";
 constexpr const char* kFileCalls =
     "openat,newfstatat,fstat,statx,read,write,lseek,fcntl,ftruncate,fsync,fchmod,fchown,close,mkdirat,"
     "renameat,renameat2,linkat,unlinkat,getdents64,readlinkat,faccessat2,openat2,getrandom";
-
-/// A home with a full set of generations; each line of theirs says which it was.
-class Home {
- public:
-  Home() {
-    for (int number = 1; number <= 5; ++number) {
-      static_cast<void>(folder_.file(relative(number), "was generation " + std::to_string(number) + "\n"));
-    }
-  }
-
-  [[nodiscard]] const std::string& path() const { return folder_.path(); }
-  [[nodiscard]] static std::string relative(int number) {
-    return "Library/Logs/Vordenworks/Quillmend." + std::to_string(number) + ".log";
-  }
-  [[nodiscard]] std::string content(int number) const { return folder_.content(relative(number)); }
-  /// All the generations, the oldest first.
-  [[nodiscard]] std::string everything() const {
-    std::string all;
-    for (int number = 5; number >= 1; --number) all += content(number);
-    return all;
-  }
-  [[nodiscard]] bool has(const std::string& line) const {
-    return everything().find(line + "\n") != std::string::npos;
-  }
-
- private:
-  TemporaryFolder folder_;
-};
 
 /// A system call of the rotation: which of its name it is in the whole run.
 struct Call {

@@ -1,6 +1,8 @@
 // log_program HOME NAME LINES WHAT...: takes part in a log as tests want it. Says on standard output what the
 // system console is told. Each WHAT in its order:
 //   new     begins a new log, between two calls of getppid(2), by which a tracer knows that part of the run
+//   full    lets the log be full with one more line, "NAME fills it", so that the writes' own thread begins a
+//           new one, between two such calls
 //   append  appends that many lines, "NAME line 0" and so on
 //   room    takes the limit off the size of files, then says "room" and appends one line, "NAME has room"
 //   wait    says "ready", waits for a byte from the FIFO HOME/go
@@ -31,6 +33,14 @@ void begin() {
   static_cast<void>(::getppid());
 }
 
+void fill(const Part& part) {
+  static_cast<void>(::getppid());
+  TGLog::sharedController()->setBytesWritten(500'000);
+  TGLog::appendLog("%@ fills it", part.name);
+  TGLog::finishWriting();
+  static_cast<void>(::getppid());
+}
+
 void append(const Part& part) {
   for (int line = 0; line < part.lines; ++line) TGLog::appendLog("%@ line %i", part.name, line);
   TGLog::finishWriting();
@@ -53,6 +63,7 @@ void wait(const Part& part) {
 
 void perform(std::string_view what, const Part& part) {
   if (what == "new") return begin();
+  if (what == "full") return fill(part);
   if (what == "append") return append(part);
   if (what == "room") return makeRoom(part);
   if (what == "wait") return wait(part);
