@@ -221,8 +221,8 @@ Result<FileState> writeReplacement(const GuardedPlace& target, const struct stat
   if (!isLasting) return systemError(errno, path);
   if (const int reason = how.refusal ? how.refusal() : 0; reason != 0) return systemError(reason, path);
   if (const int reason = file.takePlace(how.existing); reason != 0) return systemError(reason, path);
-  if (how.sync == Sync::yes)
-    ::fsync(target.folder.get());  // makes the renaming itself last through a power cut
+  // Makes the renaming itself last through a power cut.
+  if (how.sync == Sync::yes) ::fsync(target.folder.get());
   return stateOf(status);
 }
 

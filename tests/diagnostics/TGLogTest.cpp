@@ -471,6 +471,18 @@ TEST_F(TGLogAsRootTest, ALocalLogMakesTheUsersGenerationsRotateAndIsReplaced) {
   EXPECT_THAT(fake.files.contentsOfDirectory(kLocalFolder).value(), SizeIs(1));
 }
 
+TEST_F(TGLogAsRootTest, ALocalLogThatAnotherProgramBeginsMeanwhileIsAppendedTo) {
+  fake.files.makeFolder(kLocalFolder);
+  fake.files.beforeChange = [this](const std::string& change, const std::string& path) {
+    if (change == "createFile" && !fake.files.exists(path)) fake.files.makeFile(path, "other's\n");
+    return std::optional<foundation::Error>();
+  };
+  TGLog::createNewLog("Quillmend.task");
+  TGLog::appendLog("by root");
+  EXPECT_EQ(content(kLocalLog), "other's\n" + entry("by root"));
+  EXPECT_THAT(messages(), IsEmpty());
+}
+
 TEST_F(TGLogAsRootTest, TheUsersLogAloneIsNotRotated) {
   fake.files.makeFolder(kLocalFolder);
   fake.files.makeFile(generation(1, "Quillmend.task"), "user's");
