@@ -8,12 +8,14 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
 
 #include "tests/hardening/AttackedComputer.h"
+#include "tests/hardening/Surroundings.h"
 #include "tests/support/RunningProgram.h"
 #include "tests/support/Sanitizers.h"
 
@@ -183,6 +185,28 @@ TEST_F(KillRaceTest, AProgramOfQmastersEndsWhoeverRunsItAndWhateverStateItIsIn) 
     EXPECT_EQ(computer.run(kKill).exitStatus, 0);
     EXPECT_TRUE(ofAlice.hasEnded());
     EXPECT_EQ(stoppedAndDeaf.waitForSignal(), SIGKILL);
+  });
+}
+
+/// More daemons than a small limit leaves descriptors.
+TEST_F(KillRaceTest, AllDaemonsEndInWhateverSurroundings) {
+  amongOwnProcesses([](const AttackedComputer& computer) {
+    constexpr int kDaemons = 40;
+    const std::string program = install(computer, kQmaster);
+    for (const Surrounding& surrounding : surroundings()) {
+      SCOPED_TRACE(surrounding.name);
+      std::vector<std::unique_ptr<RunningProgram>> daemons;
+      for (int i = 0; i < kDaemons; ++i) {
+        daemons.push_back(std::make_unique<RunningProgram>(program, std::vector<std::string>{"polite"}));
+      }
+      const Snapshot outside = computer.outside();
+      const Finished finished = computer.run(kKill, nullptr, surrounding.inChild);
+      EXPECT_EQ(finished.exitStatus, 0) << finished.errors;
+      const auto ended = std::count_if(daemons.begin(), daemons.end(),
+                                       [](const auto& daemon) { return daemon->hasEnded(); });
+      EXPECT_EQ(ended, kDaemons);
+      EXPECT_THAT(differences(outside, computer.outside()), ::testing::IsEmpty());
+    }
   });
 }
 

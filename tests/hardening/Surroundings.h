@@ -1,0 +1,22 @@
+#pragma once
+
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+/// What the one who starts a program chooses for it beside its arguments.
+namespace hardening {
+
+struct Surrounding {
+  std::string name;
+  std::function<void()> inChild;  ///< for hardening::run()
+};
+
+/// Closed streams, environments, masks, signals and limits, each by itself; none may make a difference to
+/// what a program of root's does.
+[[nodiscard]] std::vector<Surrounding> surroundings();
+
+void closeStreams(std::initializer_list<int> streams);
+
+}  // namespace hardening
