@@ -239,6 +239,27 @@ std::vector<Form> formsThatDoNotCopy() {
 
 INSTANTIATE_TEST_SUITE_P(Forms, EntriesTest, ::testing::ValuesIn(formsThatDoNotCopy()), nameOfForm);
 
+/// So its memory grows with the files, by this much for each and no more.
+constexpr long kRemembered = 400;
+
+class ComparedCopyTest : public LimitsTest {};
+
+TEST_P(ComparedCopyTest, RemembersLittleOfEachFile) {
+  constexpr int kFiles = 20'000;
+  makeMany(computer_.path(GetParam().isVerb() ? GetParam().source() : GetParam().tree), kFiles);
+  const long memory = memoryOf(GetParam());
+  std::printf("%ld KiB\n", memory);
+  EXPECT_LT(memory, kProgram + kFiles * kRemembered / 1024);
+}
+
+std::vector<Form> formsThatCompare() {
+  std::vector<Form> forms = formsOfAll();
+  std::erase_if(forms, [](const Form& form) { return !form.name.ends_with("ByCopy"); });
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, ComparedCopyTest, ::testing::ValuesIn(formsThatCompare()), nameOfForm);
+
 /// cp compares nothing.
 std::vector<Form> verbsForFolders() {
   std::vector<Form> forms = verbForms();
