@@ -94,7 +94,8 @@ void AttackedComputer::makeSystem() const {
   ::chmod(path("/var/root").c_str(), 0700);
   ::mknod(path("/dev/null").c_str(), S_IFCHR | 0666, makedev(1, 3));
   std::ofstream(path("/etc/passwd"))
-      << "root:x:0:0::/var/root:/bin/sh\nalice:x:4201:4201::/Users/alice:/bin/sh\n";
+      << "root:x:0:0::/var/root:/bin/sh\nalice:x:4201:4201::/Users/alice:/bin/sh\n"
+         "bob:x:4300:4300::/Users/bob:/bin/sh\n";
   std::ofstream(path("/etc/group")) << "wheel:x:0:\nalice:x:4201:\n";
 }
 
@@ -219,6 +220,7 @@ const std::vector<Form>& verbForms() {
         {"CopyInto", {"/verbs/cp", "-f", "-p", "-R", tree, trash}, tree},
         {"CopyOnto", {"/verbs/cp", "-f", "-p", "-R", media, jobs}, tree},
         {"CopyFromOnto", {"/verbs/cp", "-f", "-p", "-R", media, jobs}, media},
+        {"ChangeOwner", {"/verbs/chown", "-R", "bob", tree}, tree},
     };
   }();
   return forms;

@@ -15,7 +15,7 @@ namespace hardening {
 
 /// A computer of the test's own that the helpers' programs run on: a folder that is "/" to them, in memory,
 /// with this computer's /usr and /proc, root, and a user alice, who does what she can to turn root's work
-/// elsewhere.
+/// elsewhere. Another user, bob, is a name in the account database.
 ///
 ///   /Users/alice/jobs/tree      file, sub/inner, sub/second: what a tool is told to work on
 ///   /Users/alice/disk           the same again, at the top of a volume of its own
