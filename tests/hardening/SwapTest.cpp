@@ -1,26 +1,17 @@
 // A user exchanges what lies on the way of a tool of root's, at each of its system calls in turn.
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 
 #include "tests/hardening/AttackedComputer.h"
+#include "tests/hardening/Swap.h"
 
 namespace hardening {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// One entry that is exchanged for a symbolic link; "*" as name for everything in the folder.
-struct Target {
-  std::string folder;
-  std::string name;
-  std::string leadsTo;
-};
 
 std::vector<Target> targetsOf(const Form& form) {
   const std::string outside = "/outside/alice/jobs/tree";
@@ -44,59 +35,12 @@ std::vector<Target> targetsOf(const Form& form) {
   return targets;
 }
 
-/// Exchanges on asking, and back again.
-class Swap {
- public:
-  Swap(const AttackedComputer& computer, const Target& target) : computer_(computer), target_(target) {}
-  ~Swap() { undo(); }
-  Swap(const Swap&) = delete;
-  Swap& operator=(const Swap&) = delete;
-
-  void make() {
-    if (target_.name != "*") return exchange(computer_.path(target_.folder) + "/" + target_.name);
-    std::error_code missing;
-    for (const auto& entry : fs::directory_iterator(computer_.path(target_.folder), missing)) {
-      exchange(entry.path());
-    }
-  }
-
-  void undo() {
-    for (const std::string& path : made_) {
-      if (::renameat2(AT_FDCWD, away(path).c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE) == 0) {
-        ::unlink(away(path).c_str());
-      } else if (fs::is_symlink(fs::symlink_status(path))) {
-        ::unlink(path.c_str());
-      }
-    }
-    made_.clear();
-  }
-
- private:
-  static std::string away(const std::string& path) { return path + ".away"; }
-
-  void exchange(const std::string& path) {
-    const std::string link = away(path);
-    if (::symlink(target_.leadsTo.c_str(), link.c_str()) != 0) return;
-    static_cast<void>(::lchown(link.c_str(), AttackedComputer::kAlice, AttackedComputer::kAlice));
-    const bool done = ::renameat2(AT_FDCWD, link.c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE) == 0 ||
-                      ::rename(link.c_str(), path.c_str()) == 0;
-    if (done) made_.push_back(path);
-    if (!done) ::unlink(link.c_str());
-  }
-
-  const AttackedComputer& computer_;
-  const Target& target_;
-  std::vector<std::string> made_;
-};
-
 /// Whether something was read there for alice.
 bool hasContentFromOutside(const AttackedComputer& computer) {
   const Snapshot files = computer.files();
   return std::any_of(files.begin(), files.end(),
                      [](const auto& file) { return file.first.starts_with("the content of /outside"); });
 }
-
-enum class Stays { yes, no };
 
 class SwapTest : public ::testing::TestWithParam<Form> {
  protected:
