@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -55,7 +56,6 @@ constexpr auto kUntold = std::to_array<unsigned>({SYS_read,
                                                   SYS_clock_nanosleep,
                                                   SYS_setitimer,
                                                   SYS_restart_syscall,
-                                                  SYS_newfstatat,
                                                   SYS_fstatfs,
                                                   SYS_socket,
                                                   SYS_connect,
@@ -68,6 +68,16 @@ sock_filter step(unsigned code, unsigned value, unsigned char ifSo = 0, unsigned
   return {static_cast<unsigned short>(code), ifSo, ifNot, value};
 }
 
+/// newfstatat(2) is told by its flags.
+void addLooks(std::vector<sock_filter>& steps) {
+  constexpr unsigned kFlags = offsetof(seccomp_data, args) + 3 * sizeof(std::uint64_t);  // the lower half
+  steps.push_back(step(BPF_JMP | BPF_JEQ | BPF_K, SYS_newfstatat, 0, 4));
+  steps.push_back(step(BPF_LD | BPF_W | BPF_ABS, kFlags));
+  steps.push_back(step(BPF_JMP | BPF_JSET | BPF_K, AT_SYMLINK_NOFOLLOW, 0, 1));
+  steps.push_back(step(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
+  steps.push_back(step(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+}
+
 /// A descriptor that tells this process's system calls from here on: seccomp_unotify(2).
 int tellCalls(const std::vector<unsigned>& only) {
   std::vector<unsigned> named = only;
@@ -77,6 +87,7 @@ int tellCalls(const std::vector<unsigned>& only) {
   const unsigned ifNamed = only.empty() ? SECCOMP_RET_ALLOW : SECCOMP_RET_USER_NOTIF;
   const unsigned otherwise = only.empty() ? SECCOMP_RET_USER_NOTIF : SECCOMP_RET_ALLOW;
   std::vector<sock_filter> steps = {step(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+  if (only.empty()) addLooks(steps);
   for (const unsigned call : named) {
     steps.push_back(step(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1));
     steps.push_back(step(BPF_RET | BPF_K, ifNamed));

@@ -14,8 +14,9 @@ namespace hardening {
 /// A system call that is about to be made. Told are those that look at files or change anything, from when a
 /// helper has prepared its process (its close_range(2)), a program first looks at a file (statx(2)), or a
 /// test's own program marks a part of its run (getppid(2)), on. What only a process itself can see (memory,
-/// signals, its own descriptors) is not, because nobody outside can tell whether it has been made; nor is
-/// newfstatat(2), by which the helpers look at the system's own folders alone.
+/// signals, its own descriptors) is not, because nobody outside can tell whether it has been made; nor is a
+/// newfstatat(2) that follows links, by which the helpers look at the system's own folders and fstat(3) at
+/// what is open.
 struct Call {
   pid_t process = 0;
   int number = 0;  ///< SYS_...

@@ -178,6 +178,20 @@ TEST_P(VerbFaultsTest, UnderLimitsThatCannotBeLiftedNothingIsLostAndTheNextRunFi
 
 INSTANTIATE_TEST_SUITE_P(Forms, VerbFaultsTest, ::testing::ValuesIn(verbForms()), nameOfForm);
 
+class LooksTest : public VerbFaultsTest {};
+
+TEST_P(LooksTest, AtAnEntryAreAmongTheCallsThatFail) {
+  EXPECT_THAT(calls(), ::testing::Contains(SYS_newfstatat));
+}
+
+std::vector<Form> formsThatLook() {
+  std::vector<Form> forms = verbForms();
+  std::erase_if(forms, [](const Form& form) { return form.name != "Remove" && form.name != "MoveByCopy"; });
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, LooksTest, ::testing::ValuesIn(formsThatLook()), nameOfForm);
+
 class EndedVerbTest : public VerbFaultsTest {};
 
 TEST_P(EndedVerbTest, SaysSoStopsAndLeavesNothingHalf) {
