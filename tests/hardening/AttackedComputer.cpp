@@ -44,15 +44,25 @@ std::string makeTop() {
   return std::filesystem::canonical(top);
 }
 
+/// Nothing for what does not count as a file.
+std::string keyOf(const std::filesystem::directory_entry& entry) {
+  std::error_code ignored;
+  const auto status = entry.symlink_status(ignored);
+  if (std::filesystem::is_regular_file(status)) return support::contentOf(entry.path());
+  if (std::filesystem::is_symlink(status))
+    return "link to " + std::filesystem::read_symlink(entry, ignored).string();
+  return std::filesystem::is_fifo(status) ? "FIFO " + entry.path().filename().string() : "";
+}
+
 void addFiles(const std::string& folder, Snapshot& found) {
   std::error_code ignored;
   for (auto entry = std::filesystem::recursive_directory_iterator(folder, ignored); entry != end(entry);
        entry.increment(ignored)) {
     const std::string place = entry->path().string();
-    if (!std::filesystem::is_regular_file(entry->symlink_status(ignored))) continue;
-    if (place.find("/.copying-") != std::string::npos) continue;
+    const std::string key = keyOf(*entry);
+    if (key.empty() || place.find("/.copying-") != std::string::npos) continue;
     const bool isTrashed = place.find("/.Trash") != std::string::npos;
-    std::string& words = found[support::contentOf(place)];
+    std::string& words = found[key];
     words += (words.empty() ? "" : " and ") + std::string(isTrashed ? "in the trash: " : "left: ");
     words += described(place, Changed::ignored);
   }

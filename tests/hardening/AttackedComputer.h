@@ -49,9 +49,10 @@ class AttackedComputer {
   void makeFolder(const std::string& place, mode_t mode = 0755) const;
   void own(const std::string& place, uid_t user = kAlice) const;
 
-  /// Every file of her home, and of the trashes of root and of the volume, by its content: "left: " or "in
-  /// the trash: " and what described() says, and all of them where there are several. What a copy that has
-  /// not got its place yet holds does not count.
+  /// Every file of her home, and of the trashes of root and of the volume, by its content, a link by "link to
+  /// " and its target, a FIFO by "FIFO " and its name: "left: " or "in the trash: " and what described()
+  /// says, and all of them where there are several. What a copy that has not got its place yet holds does not
+  /// count.
   [[nodiscard]] Snapshot files() const;
 
   /// All of /Users, folders by what they are and not by when they changed.

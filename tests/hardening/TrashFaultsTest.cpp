@@ -24,11 +24,14 @@ std::string trashed(const std::string& words) {
   return "in the trash: " + words.substr(sizeof "left: " - 1);
 }
 
+const std::string kFifo = "FIFO fifo";
+
 /// The files that a form works on, each with its words while it is where it was.
 Snapshot filesOf(const AttackedComputer& computer, const Form& form) {
   Snapshot files = computer.files();
   std::erase_if(files, [&](const auto& file) {
-    return file.first.find(form.tree + "/") == std::string::npos || file.second.starts_with("in the trash: ");
+    const bool isOfForm = file.first.find(form.tree + "/") != std::string::npos || file.first == kFifo;
+    return !isOfForm || file.second.starts_with("in the trash: ");
   });
   return files;
 }
@@ -72,13 +75,23 @@ class TrashFaultsTest : public ::testing::TestWithParam<Form> {
     });
   }
 
+  /// The tree as ever, with a link and a FIFO.
+  void restore() const {
+    computer_.restore();
+    const std::string link = GetParam().tree + "/sub/link";
+    const std::string fifo = GetParam().tree + "/sub/fifo";
+    ASSERT_EQ(::symlink((GetParam().tree + "/nowhere").c_str(), computer_.path(link).c_str()), 0);
+    ASSERT_EQ(::mkfifo(computer_.path(fifo).c_str(), 0640), 0);
+    for (const std::string& place : {link, fifo}) computer_.own(place);
+  }
+
   /// One run that something happens to, and one that nothing happens to. Answers how many calls the first
   /// made.
   int runTwice(const OnCall& onCall, const std::function<void()>& inChild = nullptr) {
-    computer_.restore();
+    restore();
     const Snapshot before = computer_.files();
     const Snapshot mine = filesOf(computer_, GetParam());
-    EXPECT_EQ(mine.size(), 3U);
+    EXPECT_EQ(mine.size(), 5U);
     const Finished first = computer_.run(GetParam().command, onCall, inChild);
     expectNothingLost(before, mine);
     EXPECT_TRUE(first.exitStatus != 0 || isAllTrashed(mine)) << "claims to be done";
@@ -92,7 +105,7 @@ class TrashFaultsTest : public ::testing::TestWithParam<Form> {
   /// The numbers of the calls that a run makes.
   std::vector<int> calls() {
     std::vector<int> numbers;
-    computer_.restore();
+    restore();
     const auto note = [&numbers](const Call& call) {
       numbers.push_back(call.number);
       return kProceed;
