@@ -33,7 +33,8 @@ namespace platform {
 /// `to` itself. A folder that is there already is added to, and keeps what the copy has no name for; one of
 /// another owner's keeps its attributes, too. A file that is there is replaced, not written to, so that its
 /// further names keep the old content. A folder never replaces anything else (ENOTDIR), nor anything else a
-/// folder (EISDIR). What cannot be copied is passed over; the first failure is the answer.
+/// folder (EISDIR). Where the copy is added to a folder, what cannot be copied is passed over; what is not
+/// there yet comes whole or not at all. The first failure is the answer.
 [[nodiscard]] foundation::Result<void> copyPath(const std::string& from, const std::string& to);
 
 }  // namespace platform
