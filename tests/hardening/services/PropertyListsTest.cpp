@@ -332,7 +332,7 @@ TEST(HostilePropertyLists, ManyTinyValuesOfABinaryOneAreRefusedBeforeTheyAreHeld
     const hardening::AllocationPeak peak;
     const auto value = lists.parse(bytes);
     ASSERT_FALSE(value.ok());
-    EXPECT_EQ(value.error().code, EINVAL);
+    EXPECT_EQ(value.error().code, ENOTSUP) << "sound, but of what no value can hold";
     EXPECT_LE(peak.bytes(), 8 * bytes.size() + kAlways);
   }
 }
@@ -353,7 +353,7 @@ TEST(HostilePropertyLists, LongMarkUpIsRefused) {
   expectRefusal(xml(unknown), EINVAL);
   expectRefusal(xml("<array " + name + "='" + name + "'/><odd/>"), EINVAL);
   expectRefusal(xml("<?" + name + " x?><!--" + name + "--><odd/>"), EINVAL);
-  expectRefusal(xml("<integer>" + repeated("1", 500'000) + "</integer>"), EINVAL);
+  expectRefusal(xml("<integer>" + repeated("1", 500'000) + "</integer>"), ENOTSUP);
   expectRefusal(xml("<real>" + repeated("1", 500'000) + "x</real>"), EINVAL);
   expectRefusal(xml("<data>" + repeated("A", 500'001) + "</data>"), EINVAL);
   expectRefusal(xml("<string>" + repeated("x", 500'000) + "</string><odd/>"), EINVAL);
@@ -457,7 +457,8 @@ TEST(HostilePropertyLists, ATextOfNothingButReferencesTakesTimeInProportion) {
             PropertyList(std::string(200'000, '&')));
 }
 
-TEST(HostilePropertyLists, ATextWithAZeroCharacterIsReadWhole) {
+/// A reader in C would end it there.
+TEST(HostilePropertyLists, ATextWithAZeroCharacterIsReadWholeWithAnotherInItsPlace) {
   using namespace std::string_literals;
   const std::string array = "\xA2" + bigEndian(1, 4) + bigEndian(2, 4);
   const std::string bytes = Binary{
@@ -467,7 +468,7 @@ TEST(HostilePropertyLists, ATextWithAZeroCharacterIsReadWhole) {
           "a\0b"s,
           "\x63\0a\0\0\0b"s}}.bytes();
   EXPECT_EQ(platform::LinuxPropertyLists().parse(bytes).value(),
-            PropertyList(PropertyList::Array{"a\0b"s, "a\0b"s}));
+            PropertyList(PropertyList::Array{"a\uFFFDb", "a\uFFFDb"}));
 }
 
 /// What one reader takes for the end of something may be none to another, and hide how deep it goes.
