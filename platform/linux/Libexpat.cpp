@@ -1,31 +1,13 @@
 #include "platform/linux/Libexpat.h"
 
-#include <dlfcn.h>
+#include "platform/linux/LoadedLibrary.h"
 
 namespace platform {
 namespace {
 
-/// Looks functions up; one that is missing spoils the whole.
-class Lookup {
- public:
-  explicit Lookup(const char* library) : library_(::dlopen(library, RTLD_NOW | RTLD_LOCAL)) {}
-
-  template <typename Function>
-  Function find(const char* name) {
-    void* const address = library_ == nullptr ? nullptr : ::dlsym(library_, name);
-    isComplete_ = isComplete_ && address != nullptr;
-    return reinterpret_cast<Function>(address);
-  }
-  [[nodiscard]] bool isComplete() const { return isComplete_; }
-
- private:
-  void* library_;
-  bool isComplete_ = true;
-};
-
 bool load(Libexpat& expat) {
-  Lookup library("libexpat.so.1");
-#define FIND(function) expat.function = library.find<decltype(expat.function)>("XML_" #function)
+  LoadedLibrary library("libexpat.so.1");
+#define FIND(function) library.find(expat.function, "XML_" #function)
   FIND(ParserCreate_MM);
   FIND(ParserFree);
   FIND(SetUserData);

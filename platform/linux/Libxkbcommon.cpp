@@ -1,29 +1,12 @@
 #include "platform/linux/Libxkbcommon.h"
 
-#include <dlfcn.h>
+#include "platform/linux/LoadedLibrary.h"
 
 namespace platform {
 namespace {
 
-/// Looks functions up; one that is missing spoils the whole.
-class Lookup {
- public:
-  explicit Lookup(const char* library) : library_(::dlopen(library, RTLD_NOW | RTLD_LOCAL)) {}
-
-  template <typename Function>
-  void find(Function& function, const char* name) {
-    function = library_ == nullptr ? nullptr : reinterpret_cast<Function>(::dlsym(library_, name));
-    isComplete_ = isComplete_ && function != nullptr;
-  }
-  [[nodiscard]] bool isComplete() const { return isComplete_; }
-
- private:
-  void* library_;
-  bool isComplete_ = true;
-};
-
 bool load(Libxkbcommon& xkb) {
-  Lookup library("libxkbcommon.so.0");
+  LoadedLibrary library("libxkbcommon.so.0");
   library.find(xkb.context_new, "xkb_context_new");
   library.find(xkb.context_unref, "xkb_context_unref");
   library.find(xkb.context_set_log_level, "xkb_context_set_log_level");
@@ -39,11 +22,11 @@ bool load(Libxkbcommon& xkb) {
 }
 
 bool load(LibxkbcommonX11& x11) {
-  Lookup xcb("libxcb.so.1");
+  LoadedLibrary xcb("libxcb.so.1");
   xcb.find(x11.connect, "xcb_connect");
   xcb.find(x11.connection_has_error, "xcb_connection_has_error");
   xcb.find(x11.disconnect, "xcb_disconnect");
-  Lookup library("libxkbcommon-x11.so.0");
+  LoadedLibrary library("libxkbcommon-x11.so.0");
   library.find(x11.setup_xkb_extension, "xkb_x11_setup_xkb_extension");
   library.find(x11.get_core_keyboard_device_id, "xkb_x11_get_core_keyboard_device_id");
   library.find(x11.keymap_new_from_device, "xkb_x11_keymap_new_from_device");

@@ -189,6 +189,18 @@ bool resolvesNames(int call) {
   return std::find(kOthers.begin(), kOthers.end(), call) == kOthers.end();
 }
 
+bool mayFail(int call) {
+  return call != SYS_close_range && call != SYS_exit_group && call != SYS_exit;
+}
+
+bool changes(int call) {
+  constexpr auto kChanging =
+      std::to_array<int>({SYS_mkdirat, SYS_renameat, SYS_renameat2, SYS_linkat, SYS_pwrite64,
+                          SYS_copy_file_range, SYS_ftruncate, SYS_fsync, SYS_syncfs, SYS_fsetxattr,
+                          SYS_fchmod, SYS_fchown, SYS_fchownat, SYS_unlinkat, SYS_utimensat});
+  return std::find(kChanging.begin(), kChanging.end(), call) != kChanging.end();
+}
+
 Finished run(std::vector<std::string> command, const std::function<void()>& inChild, const OnCall& onCall,
              const std::vector<unsigned>& only) {
   const UniqueDescriptor errors(::memfd_create("errors", MFD_CLOEXEC));

@@ -39,6 +39,12 @@ struct Finished {
   std::string errors;
 };
 
+/// Whether a call can fail at all.
+[[nodiscard]] bool mayFail(int call);
+
+/// Whether a call changes something, for most of which a disk needs room.
+[[nodiscard]] bool changes(int call);
+
 /// The text of a descriptor's file of /proc, for example "VmHWM:	 1234 kB" in "status".
 [[nodiscard]] std::string processFile(pid_t process, const std::string& name);
 

@@ -127,19 +127,6 @@ TEST_P(VerbFaultsTest, KilledBeforeAnyCallNothingIsLostAndTheNextRunFinishes) {
   }
 }
 
-bool mayFail(int call) {
-  return call != SYS_close_range && call != SYS_exit_group && call != SYS_exit;
-}
-
-/// What needs room on the disk.
-bool changes(int call) {
-  constexpr auto kChanging =
-      std::to_array<int>({SYS_mkdirat, SYS_renameat, SYS_renameat2, SYS_linkat, SYS_pwrite64,
-                          SYS_copy_file_range, SYS_ftruncate, SYS_fsync, SYS_syncfs, SYS_fsetxattr,
-                          SYS_fchmod, SYS_fchown, SYS_fchownat, SYS_unlinkat, SYS_utimensat});
-  return std::find(kChanging.begin(), kChanging.end(), call) != kChanging.end();
-}
-
 TEST_P(VerbFaultsTest, WhicheverCallFailsForTheDiskNothingIsLostAndTheNextRunFinishes) {
   failEach(EIO, mayFail);
 }
