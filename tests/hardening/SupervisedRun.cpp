@@ -227,4 +227,17 @@ Finished run(std::vector<std::string> command, const std::function<void()>& inCh
   return finished;
 }
 
+int failEach(const std::vector<int>& calls, bool (*concerns)(int call), int reason,
+             const std::function<void(const OnCall&)>& attempt) {
+  int failed = 0;
+  for (std::size_t i = 0; i < calls.size() && !::testing::Test::HasFailure(); ++i) {
+    if (!concerns(calls[i])) continue;
+    const int index = static_cast<int>(i) + 1;
+    SCOPED_TRACE("call " + std::to_string(index) + ", number " + std::to_string(calls[i]));
+    attempt([&](const Call& now) { return now.index == index ? reason : kProceed; });
+    ++failed;
+  }
+  return failed;
+}
+
 }  // namespace hardening

@@ -54,4 +54,9 @@ struct Finished {
 [[nodiscard]] Finished run(std::vector<std::string> command, const std::function<void()>& inChild = nullptr,
                            const OnCall& onCall = nullptr, const std::vector<unsigned>& only = {});
 
+/// Has each of a run's calls that concern somebody fail in turn, for one `attempt` each, until a test fails.
+/// Answers how many there were.
+[[nodiscard]] int failEach(const std::vector<int>& calls, bool (*concerns)(int call), int reason,
+                           const std::function<void(const OnCall&)>& attempt);
+
 }  // namespace hardening

@@ -100,16 +100,8 @@ class VerbFaultsTest : public ::testing::TestWithParam<Form> {
   }
 
   void failEach(int reason, bool (*concerns)(int call)) {
-    const std::vector<int> numbers = calls();
-    int failed = 0;
-    for (std::size_t i = 0; i < numbers.size() && !HasFailure(); ++i) {
-      if (!concerns(numbers[i])) continue;
-      const int call = static_cast<int>(i) + 1;
-      SCOPED_TRACE("call " + std::to_string(call) + ", number " + std::to_string(numbers[i]));
-      runTwice([&](const Call& now) { return now.index == call ? reason : kProceed; });
-      ++failed;
-    }
-    EXPECT_GT(failed, 0);
+    const auto attempt = [this](const OnCall& onCall) { runTwice(onCall); };
+    EXPECT_GT(hardening::failEach(calls(), concerns, reason, attempt), 0);
   }
 
   AttackedComputer computer_;
