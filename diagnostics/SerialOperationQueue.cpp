@@ -29,8 +29,8 @@ SerialOperationQueue::~SerialOperationQueue() {
 void SerialOperationQueue::add(QueuedOperation operation) {
   Lock lock(mutex_);
   if (performer_ == std::this_thread::get_id()) {
-    const auto place = static_cast<std::ptrdiff_t>(next_ + addedByOperation_++);
-    taken_.insert(taken_.begin() + place, std::move(operation));
+    const auto place = static_cast<std::ptrdiff_t>(addedByOperation_++);
+    ahead_.insert(ahead_.begin() + place, std::move(operation));
     return;  // whoever performs this one goes on to it
   }
   const bool isFirst = waiting_.empty();
@@ -69,9 +69,16 @@ void SerialOperationQueue::runThread() {
 }
 
 /// Those that an operation adds come before the next one.
+QueuedOperation SerialOperationQueue::takeNext() {
+  if (ahead_.empty()) return std::move(taken_[next_++]);
+  QueuedOperation operation = std::move(ahead_.front());
+  ahead_.pop_front();
+  return operation;
+}
+
 void SerialOperationQueue::performTaken() {
-  for (next_ = 0; next_ < taken_.size();) {
-    QueuedOperation operation = std::move(taken_[next_++]);
+  for (next_ = 0; !ahead_.empty() || next_ < taken_.size();) {
+    QueuedOperation operation = takeNext();
     addedByOperation_ = 0;
     operation.perform();
   }

@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -50,6 +51,7 @@ class SerialOperationQueue {
   void runThread();
   void performWaiting(Lock& lock);
   void performTaken();
+  [[nodiscard]] QueuedOperation takeNext();
 
   const ThreadStarter startThread_;
   std::mutex mutex_;
@@ -60,8 +62,9 @@ class SerialOperationQueue {
   /// Taken from those that wait all at once, so that whoever adds seldom meets the performer at the lock.
   /// The performer's own, with what follows it.
   std::vector<QueuedOperation> taken_;
-  std::size_t next_ = 0;              ///< the first of them that is not performed yet
-  std::size_t addedByOperation_ = 0;  ///< how many the one under way has added; they begin there
+  std::size_t next_ = 0;               ///< the first of them that is not performed yet
+  std::deque<QueuedOperation> ahead_;  ///< what operations have added; performed before the next of them
+  std::size_t addedByOperation_ = 0;   ///< how many the one under way has added; they are the first of those
   bool ends_ = false;
   std::thread thread_;
 };

@@ -92,6 +92,56 @@ TEST(SerialOperationQueue, WhatAnOperationAddsComesNextInItsOrder) {
   EXPECT_THAT(performed, ElementsAre("first child", "second child", "child of the second", "third"));
 }
 
+TEST(SerialOperationQueue, WhatAnAddedOperationAddsComesBeforeTheOthersThatWereAddedWithIt) {
+  std::vector<std::string> performed;
+  SerialOperationQueue queue;
+  const auto note = [&](const char* name) { return [&performed, name] { performed.emplace_back(name); }; };
+  queue.addOperation([&] {
+    queue.addOperation([&] {
+      note("first child")();
+      queue.addOperation(note("grandchild"));
+    });
+    queue.addOperation(note("second child"));
+  });
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_THAT(performed, ElementsAre("first child", "grandchild", "second child"));
+}
+
+/// Work that counts how often it is moved.
+class Moved {
+ public:
+  explicit Moved(std::atomic<std::size_t>& moves) : moves_(moves) {}
+  Moved(Moved&& other) noexcept : moves_(other.moves_) { ++moves_; }
+  Moved(const Moved&) = delete;
+  Moved& operator=(const Moved&) = delete;
+  Moved& operator=(Moved&&) = delete;
+  ~Moved() = default;
+  void operator()() const {}
+
+ private:
+  std::atomic<std::size_t>& moves_;
+};
+
+TEST(SerialOperationQueue, WhatOperationsAddDoesNotMoveThoseThatWait) {
+  constexpr std::size_t kAdding = 500;
+  constexpr std::size_t kWaiting = 1000;
+  constexpr std::size_t kMovesOfEach = 10;  // into the queue, when it grows, and out
+  Gate gate;
+  std::atomic<std::size_t> moves = 0;
+  std::size_t added = 0;
+  SerialOperationQueue queue;
+  queue.addOperation(gate.wait());
+  for (std::size_t number = 0; number < kAdding; ++number) {
+    queue.addOperation([&] { queue.addOperation([&added] { ++added; }); });
+  }
+  for (std::size_t number = 0; number < kWaiting; ++number) queue.addOperation(Moved(moves));
+  gate.open();
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(added, kAdding);
+  EXPECT_GE(moves, kWaiting);
+  EXPECT_LE(moves, kWaiting * kMovesOfEach);
+}
+
 TEST(SerialOperationQueue, ManyThatAnOperationAddsDisturbNeitherItNorThoseThatWait) {
   constexpr int kMany = 10'000;
   Gate gate;
