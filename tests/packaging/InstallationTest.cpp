@@ -55,25 +55,6 @@ TEST_F(InstallationTest, AFolderThatIsThereKeepsItsMode) {
   EXPECT_EQ(modeAt(bin), 02775U);
 }
 
-TEST_F(InstallationTest, StrippedProgramsHaveNoSymbolsAndRun) {
-  ASSERT_EQ(install(BUILD_FOLDER, {"--prefix", folder.path(), "--strip"}).status, 0);
-  int programs = 0;
-  for (const char* place : {"MacOS", "Helpers", "SharedSupport", "Frameworks"}) {
-    const fs::path built = fs::path(QUILLMEND_BUNDLE) / "Contents" / place;
-    if (!fs::exists(built)) continue;
-    for (const auto& entry : fs::directory_iterator(built)) {
-      const auto copy = fs::path(folder / "lib/Quillmend.app/Contents") / place / entry.path().filename();
-      ASSERT_THAT(contentOf(entry.path()), HasSubstr(".symtab")) << entry.path();
-      EXPECT_THAT(contentOf(copy).find(".symtab"), std::string::npos) << copy;
-      ++programs;
-    }
-  }
-  EXPECT_GT(programs, 14);
-  const auto help = runProgram({folder / "bin/Quillmend", "-help"});
-  EXPECT_EQ(help.status, 0);
-  EXPECT_THAT(help.output, HasSubstr("-repair"));
-}
-
 /// A unit below a prefix with characters that mean something in it.
 class UnitTest : public InstallationTest {
  protected:
