@@ -68,7 +68,8 @@ void TrashTool::trashEntries(const PathEntry& folder, platform::NameList& names)
   auto trash = TrashCan::open(surroundings_, report_, folder.levels, folder.levels.size());
   if (!trash) return report_.failure(trash.error());
   if (liesIn(folder, trash.value().status())) return;
-  report_.moved(folder.path + "/*", trash.value().path());
+  // Before the first of them: nobody who kills the tool takes the knowledge along where they have gone.
+  report_.moving(folder.path + "/*", trash.value().path());
   while (!names.empty()) {
     const std::string name = names.next();
     const std::string path = folder.path + "/" + name;

@@ -52,6 +52,17 @@ foundation::Result<foundation::PropertyList> readDictionary(const std::string& p
   return value;
 }
 
+foundation::Result<std::string> keepUnreadableAside(const std::string& path) {
+  const std::string date = current().clock.now().formattedLocally("%Y-%m-%d %H.%M.%S");
+  const std::string name = foundation::deletingPathExtension(path) + " (unreadable " + date;
+  for (int number = 1;; ++number) {
+    std::string aside = name + (number == 1 ? "" : " " + std::to_string(number)) + ").plist";
+    const auto moved = current().fileChanges.move(path, aside);
+    if (moved) return aside;
+    if (moved.error().code != EEXIST) return moved.error();
+  }
+}
+
 foundation::Result<void> writePropertyList(const std::string& path, const foundation::PropertyList& value,
                                            PropertyListFormat format) {
   auto bytes = current().propertyLists.serialize(value, format);

@@ -48,6 +48,10 @@ class PropertyLists {
 /// Reads a property-list file whose root is a dictionary; EINVAL when it is anything else.
 [[nodiscard]] foundation::Result<foundation::PropertyList> readDictionary(const std::string& path);
 
+/// Moves a file that is no property list out of the way, so that nothing in it is lost: to
+/// "NAME (unreadable DATE).plist" beside it, where nothing is. Answers that path.
+[[nodiscard]] foundation::Result<std::string> keepUnreadableAside(const std::string& path);
+
 /// Writes a property list atomically, keeping the owner and mode of the file that was there. What could not
 /// be read again is not written (EFBIG): the file stays as it was.
 foundation::Result<void> writePropertyList(const std::string& path, const foundation::PropertyList& value,

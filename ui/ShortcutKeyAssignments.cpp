@@ -125,16 +125,11 @@ Result<std::unique_ptr<platform::FileLock>> waitForLock(const std::string& path)
   }
 }
 
-/// Moves what is no list out of the way, to a name where nothing is.
 Result<void> keepAside(const std::string& path) {
-  const std::string date = platform::current().clock.now().formattedLocally("%Y-%m-%d %H.%M.%S");
-  const std::string name = foundation::deletingPathExtension(path) + " (unreadable " + date;
-  for (int number = 1;; ++number) {
-    const std::string aside = name + (number == 1 ? "" : " " + std::to_string(number)) + ").plist";
-    auto moved = platform::current().fileChanges.move(path, aside);
-    if (moved) NSLog("The shortcut keys in %@ can't be read. The file is kept as %@.", path, aside);
-    if (moved || moved.error().code != EEXIST) return moved;
-  }
+  const auto aside = platform::keepUnreadableAside(path);
+  if (!aside) return aside.error();
+  NSLog("The shortcut keys in %@ can't be read. The file is kept as %@.", path, aside.value());
+  return {};
 }
 
 /// A list, as it was when the file was in that state.

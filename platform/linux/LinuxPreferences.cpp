@@ -53,6 +53,7 @@ bool isEmpty(const PropertyList& dictionary) {
 struct StoredFile {
   PropertyList content;
   PropertyListFormat format = PropertyListFormat::binary;
+  bool isUnreadable = false;  ///< holds something, and no dictionary
 };
 
 /// What is in the file now; an error when it is there and cannot be read, or holds more than is read. EISDIR
@@ -63,12 +64,19 @@ Result<StoredFile> storedFile(const std::string& path) {
   if (!bytes) return bytes.error().code == ENOENT ? Result<StoredFile>(StoredFile{}) : bytes.error();
   const bool isBinary = bytes.value().starts_with("bplist");
   StoredFile file{{}, isBinary ? PropertyListFormat::binary : PropertyListFormat::xml};
+  if (bytes.value().empty()) return file;
   auto content = current().propertyLists.parse(bytes.value());
   if (!content && content.error().code != EINVAL) return content.error();
-  if (content && content.value().as<PropertyList::Dictionary>() != nullptr) {
-    file.content = std::move(content).value();
-  }
+  file.isUnreadable = !content || content.value().as<PropertyList::Dictionary>() == nullptr;
+  if (!file.isUnreadable) file.content = std::move(content).value();
   return file;
+}
+
+Result<void> keepAside(const std::string& path) {
+  const auto aside = keepUnreadableAside(path);
+  if (!aside) return aside.error();
+  NSLog("The preferences in %@ can't be read. The file is kept as %@.", path, aside.value());
+  return {};
 }
 
 Result<void> store(const std::string& path, const PropertyList& changes) {
@@ -77,6 +85,7 @@ Result<void> store(const std::string& path, const PropertyList& changes) {
   PropertyList& content = file.value().content;
   for (const auto& [key, value] : *changes.as<PropertyList::Dictionary>()) content.set(key, value);
   auto made = current().fileChanges.createDirectory(foundation::deletingLastPathComponent(path));
+  if (made && file.value().isUnreadable) made = keepAside(path);
   return made ? writePropertyList(path, content, file.value().format) : made;
 }
 

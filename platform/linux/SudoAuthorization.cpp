@@ -19,6 +19,7 @@
 #include <string_view>
 
 #include "platform/Platform.h"
+#include "platform/foundation/Text.h"
 #include "platform/linux/ChildReaper.h"
 #include "platform/linux/ProcessDescriptor.h"
 #include "platform/posix/Pipe.h"
@@ -135,6 +136,14 @@ AuthorizationStatus statusOf(const SudoAnswer& answer) {
   const bool nothingGiven = answer.says("no password was provided");
   const bool wrongBefore = answer.says("incorrect password attempt");
   return nothingGiven && !wrongBefore ? errAuthorizationCanceled : errAuthorizationDenied;
+}
+
+/// The dialog tells of a password that was not accepted. Any other refusal would come to nobody's notice.
+void tellRefusal(const std::string& sudo, const SudoAnswer& answer) {
+  if (!answer.started) return NSLog("No administrator rights: %@ cannot be started", sudo);
+  const bool isOfPassword = answer.says("incorrect password attempt") ||
+                            answer.says("no password was provided") || answer.says("password is required");
+  if (!isOfPassword) NSLog("No administrator rights: %@", foundation::trimmed(answer.message));
 }
 
 bool isProgram(const std::string& path) {
@@ -304,15 +313,25 @@ bool SudoAuthorization::mayAskAgain(AuthorizationRef reference) {
 }
 
 AuthorizationStatus SudoAuthorization::validate() {
-  return statusOf(runSudo(sudo_, {"-n", "-v"}));
+  const SudoAnswer answer = runSudo(sudo_, {"-n", "-v"});
+  const AuthorizationStatus status = statusOf(answer);
+  if (status == errAuthorizationInternal) tellRefusal(sudo_, answer);
+  return status;
 }
 
 AuthorizationStatus SudoAuthorization::validateByDialog() {
   const std::string askpass = askpassProgram();
-  if (askpass.empty()) return errAuthorizationInteractionNotAllowed;
+  if (askpass.empty()) {
+    NSLog("No administrator rights: no program is there that asks for the password");
+    return errAuthorizationInteractionNotAllowed;
+  }
   if (isReadable(stop_.get())) return errAuthorizationCanceled;
-  const auto status = statusOf(runSudo(sudo_, {"-A", "-v"}, {.askpass = askpass, .stop = stop_.get()}));
-  return status != errAuthorizationSuccess && isReadable(stop_.get()) ? errAuthorizationCanceled : status;
+  const SudoAnswer answer = runSudo(sudo_, {"-A", "-v"}, {.askpass = askpass, .stop = stop_.get()});
+  const AuthorizationStatus status = statusOf(answer);
+  if (status == errAuthorizationSuccess) return status;
+  if (isReadable(stop_.get())) return errAuthorizationCanceled;
+  tellRefusal(sudo_, answer);
+  return status;
 }
 
 AuthorizationStatus SudoAuthorization::validateByPassword(const AuthorizationEnvironment& environment) {

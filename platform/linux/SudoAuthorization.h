@@ -34,7 +34,8 @@ class AuthorizationReference {};
 ///                          Contents/SharedSupport/askpass, else the one that $SUDO_ASKPASS names. Without
 ///                          one, and without the flag, errAuthorizationInteractionNotAllowed.
 /// A dialog that is cancelled is errAuthorizationCanceled, a wrong password and an account that sudoers does
-/// not list errAuthorizationDenied, a missing or broken sudo errAuthorizationInternal.
+/// not list errAuthorizationDenied, a missing or broken sudo errAuthorizationInternal. Of what no dialog has
+/// told already the system console gets the reason.
 /// The one right that exists is kAuthorizationRightAdmin; others are denied.
 ///
 /// executeWithPrivileges runs `sudo -n -b`, which returns once sudo has checked the rights and taken the

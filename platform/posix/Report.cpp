@@ -86,6 +86,10 @@ void Report::moved(std::string_view path, std::string_view place) const {
   writeToSystemLog(systemLog_, LogLevel::info, toolName_, escaped(path) + ": moved to " + escaped(place));
 }
 
+void Report::moving(std::string_view path, std::string_view place) const {
+  writeToSystemLog(systemLog_, LogLevel::info, toolName_, escaped(path) + ": moving to " + escaped(place));
+}
+
 ExitStatus Report::stop(ExitStatus status, std::string_view message) {
   if (status != ExitStatus::done) anyFailure_ = true;
   if (status == ExitStatus::usage) {

@@ -48,6 +48,9 @@ class Report {
 
   /// "path: moved to place", in the system log alone: whoever puts things back has to know where they were.
   void moved(std::string_view path, std::string_view place) const;
+  /// "path: moving to place", the same for several items before the first of them is moved: what stays after
+  /// all is a failure of its own.
+  void moving(std::string_view path, std::string_view place) const;
 
   /// "tool: message" for what is no failure.
   void warning(std::string_view message) { say(std::string(message)); }

@@ -44,8 +44,9 @@ void writeToSystemLog(const std::string& socket, LogLevel level, std::string_vie
                       std::string_view line) {
   const UniqueDescriptor log = connectTo(socket);
   if (!log) return;
-  std::string text = "<" + std::to_string(kFacility | static_cast<int>(level)) + ">" + stamp() + " ";
-  text.append(tool).append("[" + std::to_string(getpid()) + "]: ").append(line);
+  std::string text = "<";
+  text.append(std::to_string(kFacility | static_cast<int>(level))).append(">").append(stamp()).append(" ");
+  text.append(tool).append("[").append(std::to_string(getpid())).append("]: ").append(line);
   text.resize(std::min(text.size(), kLongestLogLine));
   send(log.get(), text.data(), text.size(), 0);
 }

@@ -166,7 +166,7 @@ TEST_F(ProgramsTest, TrashtoolTellsTheSystemLogWhereItMovedThingsTo) {
   EXPECT_THAT(log.receive(),
               ::testing::MatchesRegex(".*: " + path("file") + ": moved to " + path(".Trashes/[0-9]+/file")));
   EXPECT_EQ(run({TRASHTOOL, "-dircontents", path("history")}, logged).exitStatus, 0);
-  EXPECT_THAT(log.receive(), ::testing::MatchesRegex(".*: " + path("history") + "/[*]: moved to " +
+  EXPECT_THAT(log.receive(), ::testing::MatchesRegex(".*: " + path("history") + "/[*]: moving to " +
                                                      path(".Trashes/[0-9]+")));
   EXPECT_EQ(run({TRASHTOOL, "-spooldir", path(kSpool)}, logged).exitStatus, 0);
   EXPECT_THAT(log.receive(), ::testing::MatchesRegex(".*: " + path(kSpool) + ": moved to " +

@@ -182,6 +182,8 @@ TEST_F(LoggedReport, TellsTheSystemLogAloneWhatWasMovedWhere) {
   told.moved("/a\nb", "/trash/a\nb");
   EXPECT_THAT(log.receive(), ::testing::AllOf(::testing::StartsWith("<14>"),
                                               ::testing::EndsWith("]: /a\\nb: moved to /trash/a\\nb")));
+  told.moving("/folder/*", "/trash");
+  EXPECT_THAT(log.receive(), ::testing::EndsWith("]: /folder/*: moving to /trash"));
   EXPECT_EQ(told.status(), ExitStatus::done);
 }
 

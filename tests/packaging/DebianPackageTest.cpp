@@ -121,7 +121,7 @@ TEST_F(UnpackedTest, IsWhatCMakeInstallsWithWhatDebianAsksFor) {
 
 TEST_F(UnpackedTest, NamesTheProgramWhereItWillBe) {
   EXPECT_THAT(contentOf(root() + "/usr/lib/systemd/system/quillmend-repair.service"),
-              HasSubstr("\nExecStart=:\"/usr/bin/Quillmend\" -repair -silent\n"));
+              HasSubstr("\nExecStart=:\"/usr/bin/Quillmend\" -repair\n"));
   const auto help = runProgram({root() + "/usr/bin/Quillmend", "-help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_THAT(help.output, HasSubstr("-repair"));

@@ -19,7 +19,7 @@ TEST(LaunchdList, RepairsSilentlyEveryWeekAndLetsAStepEnd) {
       PropertyList(PropertyList::Dictionary{
           {"Label", "com.vordenworks.Quillmend.repair"},
           {"ProgramArguments",
-           PropertyList::Array{"/Applications/Quillmend.app/Contents/MacOS/Quillmend", "-repair", "-silent"}},
+           PropertyList::Array{"/Applications/Quillmend.app/Contents/MacOS/Quillmend", "-repair"}},
           {"StartCalendarInterval", PropertyList::Dictionary{{"Weekday", 0}, {"Hour", 3}, {"Minute", 30}}},
           {"ExitTimeOut", 300}}))
       << list.value().description();

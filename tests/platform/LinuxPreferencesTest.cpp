@@ -146,12 +146,41 @@ TEST_F(LinuxPreferencesTest, WhatIsStoredIsNotWrittenAgain) {
   EXPECT_EQ(preferences.value("key"), PropertyList(2));
 }
 
-TEST_F(LinuxPreferencesTest, MalformedFileCountsAsEmptyAndIsReplaced) {
+TEST_F(LinuxPreferencesTest, MalformedFileCountsAsEmptyAndIsKeptAsideWhenSomethingIsStored) {
+  const std::string list =
+      fake.propertyLists.serialize(PropertyList::Array{1}, PropertyListFormat::xml).value();
+  for (const std::string& content : {std::string("no property list"), list}) {
+    fake.files.makeFile(kUsers, content);
+    const std::string aside = "/Users/alice/Library/Preferences/com.vordenworks.Quillmend (unreadable " +
+                              fake.clock.now().formattedLocally("%Y-%m-%d %H.%M.%S") +
+                              (content == list ? " 2).plist" : ").plist");
+    EXPECT_EQ(preferences.value("key"), std::nullopt);
+    EXPECT_FALSE(fake.files.exists(aside)) << "reading changes nothing";
+    preferences.setValue("key", 1);
+    EXPECT_TRUE(preferences.synchronize());
+    EXPECT_EQ(readDictionary(kUsers).value(), PropertyList(Dictionary{{"key", 1}}));
+    ASSERT_TRUE(fake.files.exists(aside));
+    EXPECT_EQ(bytes(aside), content);
+    EXPECT_THAT(fake.systemConsole.messages(), ::testing::Contains(::testing::HasSubstr(aside)));
+    ASSERT_TRUE(fake.files.remove(kUsers));
+  }
+}
+
+TEST_F(LinuxPreferencesTest, MalformedFileThatCannotBeKeptAsideIsNotReplaced) {
   fake.files.makeFile(kUsers, "no property list");
-  EXPECT_EQ(preferences.value("key"), std::nullopt);
+  fake.files.beforeChange = [](const std::string& change, const std::string& path) {
+    return change == "move" ? std::optional(foundation::systemError(EACCES, path)) : std::nullopt;
+  };
+  preferences.setValue("key", 1);
+  EXPECT_FALSE(preferences.synchronize());
+  EXPECT_EQ(bytes(kUsers), "no property list");
+}
+
+TEST_F(LinuxPreferencesTest, EmptyFileIsReplaced) {
+  fake.files.makeFile(kUsers, "");
   preferences.setValue("key", 1);
   EXPECT_TRUE(preferences.synchronize());
-  EXPECT_EQ(readDictionary(kUsers).value(), PropertyList(Dictionary{{"key", 1}}));
+  EXPECT_EQ(fake.files.contentsOfDirectory("/Users/alice/Library/Preferences").value().size(), 1U);
 }
 
 TEST_F(LinuxPreferencesTest, FileThatCannotBeReadIsNotReplaced) {

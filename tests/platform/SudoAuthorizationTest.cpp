@@ -326,6 +326,16 @@ TEST_F(SudoAuthorizationTest, WrongPasswordInTheDialogIsDenied) {
   account->allow(kEverything);
   const EnvironmentVariable named("SUDO_ASKPASS", script("ask", "echo wrong"));
   asAccount([this] { EXPECT_EQ(ask(reference()), errAuthorizationDenied); });
+  EXPECT_THAT(fake.systemConsole.messages(), ::testing::IsEmpty()) << "the dialog has told it";
+}
+
+TEST_F(SudoAuthorizationTest, WhySudoRefusesAnAccountThatItDoesNotListIsTold) {
+  const EnvironmentVariable named("SUDO_ASKPASS", script("ask", "cat " + (folder / "password")));
+  folder.file("password", std::string(kPassword) + "\n");
+  asAccount([this] { EXPECT_EQ(ask(reference()), errAuthorizationDenied); });
+  EXPECT_THAT(fake.systemConsole.messages(),
+              ::testing::ElementsAre(::testing::AllOf(::testing::StartsWith("No administrator rights: "),
+                                                      ::testing::HasSubstr(account->name()))));
 }
 
 TEST_F(SudoAuthorizationTest, NothingIsAskedWithoutAnAskpassProgramOrTheFlag) {
@@ -333,6 +343,9 @@ TEST_F(SudoAuthorizationTest, NothingIsAskedWithoutAnAskpassProgramOrTheFlag) {
   {
     const EnvironmentVariable none("SUDO_ASKPASS", std::nullopt);
     asAccount([this] { EXPECT_EQ(ask(reference()), errAuthorizationInteractionNotAllowed); });
+    EXPECT_THAT(
+        fake.systemConsole.messages(),
+        ::testing::ElementsAre("No administrator rights: no program is there that asks for the password"));
   }
   const EnvironmentVariable named("SUDO_ASKPASS", script("ask", "cat " + (folder / "password")));
   folder.file("password", std::string(kPassword) + "\n");
@@ -513,6 +526,8 @@ TEST(SudoAuthorization, MissingSudoIsAnInternalError) {
   AuthorizationRef made = nullptr;
   ASSERT_EQ(sudo.create(std::nullopt, kAuthorizationFlagDefaults, &made), errAuthorizationSuccess);
   EXPECT_EQ(sudo.copyRights(made, administrator(), std::nullopt, kAsking), errAuthorizationInternal);
+  EXPECT_THAT(fake.systemConsole.messages(),
+              ::testing::ElementsAre("No administrator rights: /no/such/sudo cannot be started"));
   EXPECT_EQ(sudo.copyRights(made, administrator(), AuthorizationEnvironment{"alice", "x"}, kNotAsking),
             errAuthorizationInternal);
   EXPECT_EQ(sudo.executeWithPrivileges(made, "/bin/true", 0, {}, nullptr), errAuthorizationInternal);
