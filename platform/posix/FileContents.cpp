@@ -28,31 +28,6 @@ bool hasHoles(const FileStatus& file) {
   return file.blocks * 512 < file.size;
 }
 
-/// Less than asked for only at the file's end; -1 on failure.
-ssize_t readAt(int file, char* data, std::size_t length, off_t at) {
-  std::size_t filled = 0;
-  while (filled < length) {
-    const ssize_t count = ::pread(file, data + filled, length - filled, at + static_cast<off_t>(filled));
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return -1;
-    if (count == 0) break;
-    filled += static_cast<std::size_t>(count);
-  }
-  return static_cast<ssize_t>(filled);
-}
-
-bool writeAt(int file, const char* data, std::size_t length, off_t at) {
-  while (length > 0) {
-    const ssize_t count = ::pwrite(file, data, length, at);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    data += count;
-    at += count;
-    length -= static_cast<std::size_t>(count);
-  }
-  return true;
-}
-
 /// The copy of one file.
 class ContentsCopy {
  public:
@@ -162,6 +137,30 @@ Result<void> compareContents(int from, int to, CopyPace& pace, const std::string
     if (!pace.goOn()) return systemError(ECANCELED, path);
   }
   return {};
+}
+
+ssize_t readAt(int file, char* data, std::size_t length, off_t at) {
+  std::size_t filled = 0;
+  while (filled < length) {
+    const ssize_t count = ::pread(file, data + filled, length - filled, at + static_cast<off_t>(filled));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return -1;
+    if (count == 0) break;
+    filled += static_cast<std::size_t>(count);
+  }
+  return static_cast<ssize_t>(filled);
+}
+
+bool writeAt(int file, const char* data, std::size_t length, off_t at) {
+  while (length > 0) {
+    const ssize_t count = ::pwrite(file, data, length, at);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return false;
+    data += count;
+    at += count;
+    length -= static_cast<std::size_t>(count);
+  }
+  return true;
 }
 
 }  // namespace platform

@@ -1,10 +1,15 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+
 #include "platform/foundation/Result.h"
 #include "platform/posix/CopyProgress.h"
 #include "platform/posix/PathEntry.h"
 
-/// The contents of regular files, from descriptor to descriptor.
+/// The contents of regular files, by descriptors.
 namespace platform {
 
 /// Copies all of `from`, which has the status `original`, to the empty file `to`. By sharing the blocks where
@@ -17,5 +22,11 @@ namespace platform {
 /// in both is passed over.
 [[nodiscard]] foundation::Result<void> compareContents(int from, int to, CopyPace& pace,
                                                        const std::string& path);
+
+/// Reads less than asked for only at the file's end; -1 and errno where it cannot.
+[[nodiscard]] ssize_t readAt(int file, char* data, std::size_t length, off_t at);
+
+/// Writes all; errno says why it cannot.
+[[nodiscard]] bool writeAt(int file, const char* data, std::size_t length, off_t at);
 
 }  // namespace platform

@@ -145,9 +145,10 @@ class TreeCopy {
         options_(options),
         metadata_{options.privileges, options.fidelity},
         takesDevices_(options.privileges == Privileges::keep),
-        pace_(options.onProgress, options.progressInterval, path_) {}
+        pace_(options.onProgress, options.progressInterval, path_),
+        record_(toFolder, options.recordInMemory) {}
 
-  Result<CopiedItem> run(const Place& from, const Place& to) {
+  Result<CopyRecord> run(const Place& from, const Place& to) {
     const auto target = statusOf(toFolder_, path_);
     if (!target) return target.error();
     toStatus_ = target.value();
@@ -155,16 +156,16 @@ class TreeCopy {
     // Opened before anything is written, so that it tells of every failure to write.
     const UniqueDescriptor volume(::openat(toFolder_, ".", kFolder));
     if (!volume) return fail(errno);
-    CopiedItem item{from.name, {}};
-    Result<void> done = copyAny(from, DT_UNKNOWN, to, item, 0);
+    Result<void> done = copyAny(from, DT_UNKNOWN, to, 0);
+    CopyRecord record = record_.finish();
     if (done && options_.flush == Flush::sync) done = flush(volume);
-    if (done && options_.check == Check::compare) done = compare(from, to, item);
+    if (done && options_.check == Check::compare) done = compareAll(from, to, record);
     if (!done) {
       if (madeTop_) static_cast<void>(removeItem(to.folder, to.name));
       return done.error();
     }
     pace_.end();
-    return item;
+    return record;
   }
 
  private:
@@ -177,36 +178,44 @@ class TreeCopy {
     return {};
   }
 
-  Result<void> copyAny(const Place& from, unsigned char type, const Place& to, CopiedItem& item, int depth) {
-    auto copied = type == DT_REG ? copyFile(from, nullptr, to, item) : copyLookedAt(from, to, item, depth);
+  Result<void> copyAny(const Place& from, unsigned char type, const Place& to, int depth) {
+    auto copied = type == DT_REG ? copyFile(from, nullptr, to) : copyLookedAt(from, to, depth);
     if (!copied) return copied;
     return pace_.finishedObject() ? Result<void>() : fail(ECANCELED);
   }
 
   /// What may be something else than a regular file is looked at before it is opened: opening a device can do
   /// something, and looking at what is mounted can take for ever.
-  Result<void> copyLookedAt(const Place& from, const Place& to, CopiedItem& item, int depth) {
-    auto entry = openEntry(from.folder, from.name, path_);
+  Result<void> copyLookedAt(const Place& from, const Place& to, int depth) {
+    const auto entry = openEntry(from.folder, from.name, path_);
     if (!entry) return entry.error();
-    if (auto noted = note(entry.value().get(), item); !noted) return noted;
-    if (item.status.isRegular()) return copyFile(from, &item.status, to, item);
-    if (item.status.isFolder()) return copyFolder(entry.value().get(), to, item, depth);
-    return copyOther(entry.value().get(), to, item.status);
+    const auto looked = lookAt(entry.value().get());
+    if (!looked) return looked.error();
+    const FileStatus& status = looked.value();
+    if (status.isRegular()) return copyFile(from, &status, to);
+    if (status.isFolder()) return copyFolder(entry.value().get(), status, from.name, to, depth);
+    auto copied = copyOther(entry.value().get(), to, status);
+    return copied ? remember(Recorded::item, status, from.name) : copied;
   }
 
-  /// Takes down the status of what is copied.
-  Result<void> note(int entry, CopiedItem& item) {
+  /// What is copied, and whether it may be.
+  Result<FileStatus> lookAt(int entry) {
     auto status = statusOf(entry, path_);
-    if (!status) return status.error();
-    item.status = status.value();
-    if (!top_ || !item.status.isSameVolume(*top_)) {
-      if (auto heeded = heedMount(entry, item.status); !heeded) return heeded;
+    if (!status) return status;
+    if (!top_ || !status.value().isSameVolume(*top_)) {
+      if (auto heeded = heedMount(entry, status.value()); !heeded) return heeded.error();
     }
-    if (!top_) top_ = item.status;
-    if (options_.mounts == Mounts::refuse && !item.status.isSameVolume(*top_)) {
+    if (!top_) top_ = status.value();
+    if (options_.mounts == Mounts::refuse && !status.value().isSameVolume(*top_)) {
       return fail(EXDEV, "another volume is mounted there");
     }
-    return {};
+    return status;
+  }
+
+  Result<void> remember(Recorded what, const FileStatus& status, const std::string& name) {
+    if (options_.check == Check::none) return {};
+    const int reason = record_.add(what, status, name);
+    return reason == 0 ? Result<void>() : fail(reason);
   }
 
   /// What the mount it is read through does not let take effect is not to take effect because root copied it.
@@ -219,22 +228,27 @@ class TreeCopy {
     return {};
   }
 
-  Result<void> copyFile(const Place& from, const FileStatus* seen, const Place& to, CopiedItem& item) {
+  Result<void> copyFile(const Place& from, const FileStatus* seen, const Place& to) {
     const UniqueDescriptor source(::openat(from.folder, from.name.c_str(), kReading));
     if (!source) return fail(errno);
-    const FileStatus before = seen != nullptr ? *seen : FileStatus();
-    if (auto noted = note(source.get(), item); !noted) return noted;
-    if (!item.status.isRegular() || (seen != nullptr && !item.status.isSameFile(before))) return changed();
-    if (linkToFirstCopy(item.status, to)) return {};
-    const mode_t mode = modeOfCopy(item.status, metadata_.privileges) & 0777U;
+    const auto looked = lookAt(source.get());
+    if (!looked) return looked.error();
+    const FileStatus& status = looked.value();
+    if (!status.isRegular() || (seen != nullptr && !status.isSameFile(*seen))) return changed();
+    if (linkToFirstCopy(status, to)) return remember(Recorded::furtherName, status, from.name);
+    auto copied = copyFileAnew(source.get(), status, to);
+    return copied ? remember(Recorded::item, status, from.name) : copied;
+  }
+
+  Result<void> copyFileAnew(int source, const FileStatus& status, const Place& to) {
+    const mode_t mode = modeOfCopy(status, metadata_.privileges) & 0777U;
     // Ours to write while it is made, whatever it will be.
     UniqueDescriptor copy(::openat(to.folder, to.name.c_str(),
                                    O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode | 0600U));
     if (!copy) return fail(errno);
     madeTop_ = true;
-    if (auto copied = copyContents(source.get(), item.status, copy.get(), pace_, path_); !copied)
-      return copied;
-    if (auto finished = finish(source.get(), item.status, copy.get()); !finished) return finished;
+    if (auto copied = copyContents(source, status, copy.get(), pace_, path_); !copied) return copied;
+    if (auto finished = finish(source, status, copy.get()); !finished) return finished;
     return close(std::move(copy));
   }
 
@@ -254,38 +268,42 @@ class TreeCopy {
   /// or no more, it becomes a file of its own.
   bool linkToFirstCopy(const FileStatus& status, const Place& to) {
     if (status.links == 1) return false;
-    const std::string place = topName_ + path_.substr(topLength_);
-    const auto [first, isNew] = firstCopies_.try_emplace(keyOf(status), place);
-    return !isNew && ::linkat(toFolder_, first->second.c_str(), to.folder, to.name.c_str(), 0) == 0;
+    const auto first = firstCopies_.find(keyOf(status));
+    if (first == firstCopies_.end()) {
+      firstCopies_[keyOf(status)] = {topName_ + path_.substr(topLength_), status.links - 1};
+      return false;
+    }
+    if (::linkat(toFolder_, first->second.place.c_str(), to.folder, to.name.c_str(), 0) != 0) return false;
+    if (--first->second.namesToCome == 0) firstCopies_.erase(first);
+    return true;
   }
 
-  Result<void> copyFolder(int entry, const Place& to, CopiedItem& item, int depth) {
+  Result<void> copyFolder(int entry, const FileStatus& status, const std::string& name, const Place& to,
+                          int depth) {
     if (depth == kDeepest) return fail(ENAMETOOLONG, "too many folders in each other");
-    if (item.status.isSameFile(toStatus_)) return fail(EINVAL, "cannot be copied into itself");
+    if (status.isSameFile(toStatus_)) return fail(EINVAL, "cannot be copied into itself");
     const UniqueDescriptor source(::openat(entry, ".", kFolder));
     if (!source) return fail(errno);
     if (::mkdirat(to.folder, to.name.c_str(), 0700) != 0) return fail(errno);
     madeTop_ = true;
     const UniqueDescriptor copy(::openat(to.folder, to.name.c_str(), kFolder));
     if (!copy) return fail(errno);
-    if (auto ours = requireOurs(copy.get(), item.status); !ours) return ours;
-    if (auto copied = copyChildren(source.get(), copy.get(), item, depth); !copied) return copied;
-    return finish(source.get(), item.status, copy.get());
+    if (auto ours = requireOurs(copy.get(), status); !ours) return ours;
+    if (auto remembered = remember(Recorded::item, status, name); !remembered) return remembered;
+    if (auto copied = copyChildren(source.get(), copy.get(), depth); !copied) return copied;
+    if (auto remembered = remember(Recorded::end, {}, {}); !remembered) return remembered;
+    return finish(source.get(), status, copy.get());
   }
 
-  Result<void> copyChildren(int from, int to, CopiedItem& item, int depth) {
+  Result<void> copyChildren(int from, int to, int depth) {
     auto entries = entriesIn(from, path_, [this] { return pace_.goOn(); });
     if (!entries) return entries.error();
+    std::string name;
     while (!entries.value().empty()) {
-      CopiedItem child;
-      const unsigned char type = entries.value().takeNext(child.name);
-      const std::string name = child.name;
+      const unsigned char type = entries.value().takeNext(name);
       const Below below(path_, name);
-      if (auto copied = copyAny({from, name}, type, {to, name}, child, depth + 1); !copied) return copied;
-      if (options_.check == Check::compare) item.children.push_back(std::move(child));
+      if (auto copied = copyAny({from, name}, type, {to, name}, depth + 1); !copied) return copied;
     }
-    std::sort(item.children.begin(), item.children.end(),
-              [](const CopiedItem& a, const CopiedItem& b) { return a.name < b.name; });
     return {};
   }
 
@@ -330,15 +348,22 @@ class TreeCopy {
     return fail(EBUSY, "the copy was exchanged while it was made");
   }
 
-  Result<void> compare(const Place& from, const Place& to, const CopiedItem& item) {
-    if (item.status.isFolder()) return compareFolder(from, to, item);
+  Result<void> compareAll(const Place& from, const Place& to, const CopyRecord& record) {
+    CopyRecordReader reader(record);
+    RecordedItem item;
+    if (const int reason = reader.next(item); reason != 0) return fail(reason);
+    return compare(from, to, item, reader);
+  }
+
+  Result<void> compare(const Place& from, const Place& to, const RecordedItem& item,
+                       CopyRecordReader& reader) {
+    if (item.status.isFolder()) return compareFolder(from, to, reader);
     const auto original = openEntry(from.folder, from.name, path_);
     if (!original) return original.error();
     const auto now = statusOf(original.value().get(), path_);
     if (!now) return now.error();
     if (!isUnchanged(now.value(), item.status)) return changed();
-    if (!item.status.isRegular()) return {};
-    if (item.status.links > 1 && !compared_.insert(keyOf(item.status)).second) return {};
+    if (!item.status.isRegular() || item.what == Recorded::furtherName) return {};
     return compareFile(from, to, item.status);
   }
 
@@ -355,18 +380,26 @@ class TreeCopy {
     return isUnchanged(now.value(), status) ? Result<void>() : changed();
   }
 
-  Result<void> compareFolder(const Place& from, const Place& to, const CopiedItem& item) {
+  Result<void> compareFolder(const Place& from, const Place& to, CopyRecordReader& reader) {
     const UniqueDescriptor original(::openat(from.folder, from.name.c_str(), kFolder));
     if (!original) return fail(errno);
     const UniqueDescriptor copy(::openat(to.folder, to.name.c_str(), kFolder));
     if (!copy) return fail(errno);
-    for (const CopiedItem& child : item.children) {
+    RecordedItem child;
+    while (true) {
+      if (const int reason = reader.next(child); reason != 0) return fail(reason);
+      if (child.what == Recorded::end) return {};
       const Below below(path_, child.name);
-      auto same = compare({original.get(), child.name}, {copy.get(), child.name}, child);
+      auto same = compare({original.get(), child.name}, {copy.get(), child.name}, child, reader);
       if (!same) return same;
     }
-    return {};
   }
+
+  /// Of a file of which more names may come.
+  struct FirstCopy {
+    std::string place;  ///< below the destination
+    std::uint64_t namesToCome = 0;
+  };
 
   int toFolder_;
   std::string path_;       ///< of the item in hand
@@ -379,51 +412,133 @@ class TreeCopy {
   std::string topName_;
   std::optional<FileStatus> top_;
   bool madeTop_ = false;
-  std::map<FileKey, std::string> firstCopies_;  ///< where below the destination the first copy lies
-  std::set<FileKey> compared_;
+  std::map<FileKey, FirstCopy> firstCopies_;
+  CopyRecordWriter record_;
 };
 
-/// Removes what was copied.
-class OriginalsRemoval {
+/// Names in their own room and that of a number each, twice as much while it grows. Asked when all are in.
+class NameSet {
  public:
-  OriginalsRemoval(std::string path, const OnKept& onKept) : path_(std::move(path)), onKept_(onKept) {}
-
-  void remove(int folder, const std::string& name, const CopiedItem* item) {
-    const auto entry = openEntry(folder, name, path_);
-    if (!entry && entry.error().code == ENOENT) return;
-    const auto now = entry ? statusOf(entry.value().get(), path_) : entry.error();
-    if (!now || item == nullptr || !isUnchanged(now.value(), item->status)) {
-      return keep(EBUSY, "changed or added since, left in place");
-    }
-    if (item->status.isFolder()) removeChildren(entry.value().get(), *item);
-    if (::unlinkat(folder, name.c_str(), item->status.isFolder() ? AT_REMOVEDIR : 0) != 0) {
-      keep(errno, "cannot be removed, though there is a copy of it");
-    }
+  void add(const std::string& name) {
+    begins_.push_back(names_.size());
+    names_.append(name).push_back('\0');
   }
-
-  [[nodiscard]] Result<void> outcome() const { return outcome_; }
+  void sort() {
+    std::sort(begins_.begin(), begins_.end(),
+              [this](std::size_t a, std::size_t b) { return nameAt(a) < nameAt(b); });
+  }
+  /// REQUIRES that they are sorted.
+  [[nodiscard]] bool contains(std::string_view name) const {
+    const auto found = std::lower_bound(
+        begins_.begin(), begins_.end(), name,
+        [this](std::size_t begin, std::string_view wanted) { return nameAt(begin) < wanted; });
+    return found != begins_.end() && nameAt(*found) == name;
+  }
 
  private:
-  void removeChildren(int folder, const CopiedItem& item) {
-    const auto names = namesIn(folder, path_);
-    if (!names) return keep(names.error().code, "cannot be listed");
-    for (const std::string& name : names.value()) {
-      const Below below(path_, name);
-      const auto child =
-          std::lower_bound(item.children.begin(), item.children.end(), name,
-                           [](const CopiedItem& a, const std::string& b) { return a.name < b; });
-      const bool isCopied = child != item.children.end() && child->name == name;
-      remove(folder, name, isCopied ? &*child : nullptr);
+  [[nodiscard]] std::string_view nameAt(std::size_t begin) const { return names_.c_str() + begin; }
+
+  std::string names_;
+  std::vector<std::size_t> begins_;
+};
+
+/// Removes what was copied, in the order of the copy.
+class OriginalsRemoval {
+ public:
+  OriginalsRemoval(const CopyRecord& copied, std::string path, const OnKept& onKept)
+      : record_(copied), path_(std::move(path)), onKept_(onKept) {}
+
+  Result<void> run(int folder) {
+    RecordedItem item;
+    if (readNext(item)) static_cast<void>(remove(folder, item, 0));
+    if (lost_ != 0) static_cast<void>(keep(lost_, "what is left of it stays: what was copied is forgotten"));
+    return outcome_;
+  }
+
+ private:
+  /// The functions below answer whether it is gone; what is not, has been told. Where the record cannot be
+  /// read, all end, and run() tells.
+  bool remove(int folder, const RecordedItem& item, int depth) {
+    const auto entry = openEntry(folder, item.name, path_);
+    const bool isGone = !entry && entry.error().code == ENOENT;
+    const auto now = entry ? statusOf(entry.value().get(), path_) : entry.error();
+    if (!now || !isStillThat(now.value(), item)) {
+      if (item.status.isFolder()) passOver();
+      return isGone || keep(EBUSY, kChanged);
+    }
+    return item.status.isFolder() ? removeFolder(folder, item.name, entry.value().get(), depth)
+                                  : unlink(folder, item.name, 0);
+  }
+
+  bool isStillThat(const FileStatus& now, const RecordedItem& item) {
+    if (!top_) top_ = now;
+    return isUnchanged(now, item.status) && now.isSameVolume(*top_);
+  }
+
+  bool removeFolder(int parent, const std::string& name, int folder, int depth) {
+    NameSet kept;
+    if (depth == kDeepest) lost_ = EIO;  // that deep nothing was copied
+    if (!removeChildren(folder, depth, kept)) return false;
+    if (::unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0) return true;
+    kept.sort();
+    tellOthers(folder, kept);
+    return unlink(parent, name, AT_REMOVEDIR);
+  }
+
+  /// Answers whether the folder's end was reached.
+  bool removeChildren(int folder, int depth, NameSet& kept) {
+    RecordedItem child;
+    while (readNext(child)) {
+      if (child.what == Recorded::end) return true;
+      const Below below(path_, child.name);
+      if (!remove(folder, child, depth + 1) && lost_ == 0) kept.add(child.name);
+    }
+    return false;
+  }
+
+  /// What is in a folder that was not copied.
+  void tellOthers(int folder, const NameSet& told) {
+    const auto tell = [&](const dirent& entry) {
+      const Below below(path_, entry.d_name);
+      if (!told.contains(entry.d_name)) static_cast<void>(keep(EBUSY, kChanged));
+      return true;
+    };
+    const auto listed = listFolder(folder, path_, tell);
+    if (!listed) static_cast<void>(keep(listed.error().code, "cannot be listed"));
+  }
+
+  /// What was in a folder that is not there, or not that one.
+  void passOver() {
+    RecordedItem item;
+    for (int folders = 1; folders > 0 && readNext(item);) {
+      if (item.what == Recorded::end) --folders;
+      if (item.what != Recorded::end && item.status.isFolder()) ++folders;
     }
   }
 
-  void keep(int reason, const char* why) {
-    if (onKept_) onKept_(path_, why);
-    if (outcome_) outcome_ = errorWithReason(reason, path_, why);
+  bool unlink(int folder, const std::string& name, int flags) {
+    return ::unlinkat(folder, name.c_str(), flags) == 0 ||
+           keep(errno, "cannot be removed, though there is a copy of it");
   }
 
+  bool readNext(RecordedItem& item) {
+    if (lost_ == 0) lost_ = record_.next(item);
+    return lost_ == 0;
+  }
+
+  bool keep(int reason, const char* why) {
+    if (onKept_) onKept_(path_, why);
+    if (outcome_) outcome_ = errorWithReason(reason, path_, why);
+    return false;
+  }
+
+  static constexpr const char* kChanged = "changed or added since, left in place";
+
+  CopyRecordReader record_;
   std::string path_;
   const OnKept& onKept_;
+  std::optional<FileStatus> top_;
+  int lost_ = 0;  ///< why the record cannot be read further
   Result<void> outcome_;
 };
 
@@ -509,7 +624,7 @@ CopyOptions optionsForMoving() {
           .mounts = Mounts::refuse};
 }
 
-Result<CopiedItem> copyItem(int fromFolder, const std::string& fromName, int toFolder,
+Result<CopyRecord> copyItem(int fromFolder, const std::string& fromName, int toFolder,
                             const std::string& toName, const std::string& path, const CopyOptions& options) {
   return TreeCopy(toFolder, path, options).run({fromFolder, fromName}, {toFolder, toName});
 }
@@ -548,10 +663,9 @@ Result<void> moveByCopy(int fromFolder, const std::string& fromName, int toFolde
   return removeCopied(fromFolder, copied.value(), path, onKept);
 }
 
-Result<void> removeCopied(int folder, const CopiedItem& item, const std::string& path, const OnKept& onKept) {
-  OriginalsRemoval removal(path, onKept);
-  removal.remove(folder, item.name, &item);
-  return removal.outcome();
+Result<void> removeCopied(int folder, const CopyRecord& copied, const std::string& path,
+                          const OnKept& onKept) {
+  return OriginalsRemoval(copied, path, onKept).run(folder);
 }
 
 Result<TreeSize> sizeOfTree(const std::string& path, const std::function<bool()>& goesOn) {

@@ -7,6 +7,7 @@
 
 #include "platform/foundation/Result.h"
 #include "platform/posix/CopyProgress.h"
+#include "platform/posix/CopyRecord.h"
 #include "platform/posix/FileMetadata.h"
 #include "platform/posix/PathEntry.h"
 #include "platform/posix/TreeRemoval.h"
@@ -26,13 +27,6 @@
 ///
 /// When an error comes (ECANCELED for a cancelled copy) nothing of the copy is left.
 namespace platform {
-
-/// An item that has been copied, as it was when it was read.
-struct CopiedItem {
-  std::string name;
-  FileStatus status;
-  std::vector<CopiedItem> children = {};  ///< by name; none where the copy was not compared
-};
 
 enum class Check {
   none,
@@ -59,6 +53,7 @@ struct CopyOptions {
   std::optional<mode_t> topMode = std::nullopt;
   OnProgress onProgress = {};
   std::chrono::milliseconds progressInterval = kProgressInterval;
+  std::size_t recordInMemory = kRecordInMemory;  ///< of what is compared; the rest lies beside the copy
 };
 
 /// What a copy must be before its original is removed. A device, which the source's mount may have disarmed,
@@ -66,8 +61,9 @@ struct CopyOptions {
 [[nodiscard]] CopyOptions optionsForMoving();
 
 /// Copies an item under a name that is not taken (EEXIST). `path` is the item's path for errors and progress.
+/// Answers what removeCopied() needs to know; nothing is in it where the copy was not compared.
 /// REQUIRES that `toFolder` is open for reading and is a folder that nobody else can enter (PrivateFolder).
-[[nodiscard]] foundation::Result<CopiedItem> copyItem(int fromFolder, const std::string& fromName,
+[[nodiscard]] foundation::Result<CopyRecord> copyItem(int fromFolder, const std::string& fromName,
                                                       int toFolder, const std::string& toName,
                                                       const std::string& path, const CopyOptions& options);
 
@@ -102,8 +98,9 @@ using OnKept = std::function<void(const std::string& path, const std::string& re
                                                   const OnKept& onKept = {},
                                                   const CopyOptions& options = optionsForMoving());
 
-/// Removes what was copied and compared, and only that, as moveByCopy() does it.
-foundation::Result<void> removeCopied(int folder, const CopiedItem& item, const std::string& path,
+/// Removes what was copied and compared, and only that, as moveByCopy() does it. Where the record cannot be
+/// read further, what is left stays, which is told of the item itself.
+foundation::Result<void> removeCopied(int folder, const CopyRecord& copied, const std::string& path,
                                       const OnKept& onKept = {});
 
 /// How much a copy will have to do, in the terms of CopyProgress.

@@ -48,7 +48,7 @@ class MovingCopyTest : public ::testing::Test {
   Surroundings surroundings_;
   UniqueDescriptor target_;
   CopyOptions options_ = optionsForMoving();
-  CopiedItem copied_;
+  CopyRecord copied_;
   std::vector<std::string> kept_;
   RecordedReport report_;
 };

@@ -14,7 +14,6 @@
 #include "platform/posix/IndependentProcess.h"
 #include "platform/posix/PathEntry.h"
 #include "platform/posix/PrivateFolder.h"
-#include "platform/posix/TreeCopy.h"
 #include "platform/posix/TreeRemoval.h"
 #include "platform/posix/UniqueDescriptor.h"
 
@@ -173,7 +172,7 @@ Result<void> makePath(const std::string& path) {
   return made ? Result<void>() : made.error();
 }
 
-Result<void> movePath(const std::string& from, const std::string& to) {
+Result<void> movePath(const std::string& from, const std::string& to, const CopyOptions& options) {
   const auto source = placeOfItem(from);
   if (!source) return source.error();
   const auto target = targetOf(source.value(), to);
@@ -185,7 +184,7 @@ Result<void> movePath(const std::string& from, const std::string& to) {
   return moveByCopy(
       folder, name, target.value().folder.get(), from,
       [&](int inside, const std::string& made) { return renameOnto(inside, made, target.value(), from); }, {},
-      endingWhenAsked(optionsForMoving()));
+      endingWhenAsked(options));
 }
 
 Result<void> copyPath(const std::string& from, const std::string& to) {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "platform/foundation/Result.h"
+#include "platform/posix/TreeCopy.h"
 
 /// What cp, mv, rm and mkdir do, in the one form each in which the program calls them, for paths in folders
 /// that a user controls.
@@ -27,7 +28,8 @@ namespace platform {
 /// mv -f: moves an item into `to` where that is a folder, else to `to` itself, in place of what is there; of
 /// folders only an empty one is replaced (ENOTEMPTY). On another file system it becomes a copy that is
 /// compared before the original goes (TreeCopy.h): without set-ID bits, and no device moves.
-[[nodiscard]] foundation::Result<void> movePath(const std::string& from, const std::string& to);
+[[nodiscard]] foundation::Result<void> movePath(const std::string& from, const std::string& to,
+                                                const CopyOptions& options = optionsForMoving());
 
 /// cp -f -p -R: copies an item with its attributes, links as links, into `to` where that is a folder, else to
 /// `to` itself. A folder that is there already is added to, and keeps what the copy has no name for; one of

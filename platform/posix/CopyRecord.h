@@ -1,0 +1,95 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/posix/PathEntry.h"
+#include "platform/posix/UniqueDescriptor.h"
+
+/// What is remembered of what was copied until the originals are removed: every item in the order of the
+/// copy, each folder with an end behind what is in it.
+///
+///   folder "tree", file "a", folder "sub", file "b", end, link "c", end
+///
+/// A small record is memory only. A larger one lies, but for its end, in a file without a name on the volume
+/// that is copied to, and takes some 64 bytes and the name for each item there. It is read from its beginning
+/// as often as is needed.
+///
+/// Whether the volume gives back what was written to it is checked as far as that keeps a reader to what it
+/// reads for: it gets names of items, of which no path leads elsewhere.
+namespace platform {
+
+/// How much of a record is kept in memory.
+inline constexpr std::size_t kRecordInMemory = 64UL << 10;
+
+enum class Recorded : std::uint8_t {
+  item,         ///< what follows is in it where it is a folder
+  furtherName,  ///< of a file that was copied before; so is its copy of that one's
+  end           ///< of a folder; has neither status nor name
+};
+
+struct RecordedItem {
+  Recorded what = Recorded::end;
+  std::string name;
+  FileStatus status;  ///< of it device, inode, mode, links, size, and when it was modified and changed
+};
+
+/// A whole record, which readers read.
+class CopyRecord {
+ public:
+  CopyRecord() = default;
+
+ private:
+  friend class CopyRecordReader;
+  friend class CopyRecordWriter;
+
+  UniqueDescriptor file_;              ///< none while all is in memory
+  std::vector<std::uint32_t> blocks_;  ///< how long each is that lies in the file, one behind the other
+  std::string rest_;                   ///< the block that follows these
+};
+
+class CopyRecordWriter {
+ public:
+  /// REQUIRES that the folder stays open, and that nobody else can enter it (PrivateFolder): that is where
+  /// the file is made, when more than so many bytes are to be remembered.
+  explicit CopyRecordWriter(int folder, std::size_t inMemory = kRecordInMemory)
+      : folder_(folder), inMemory_(inMemory) {}
+
+  /// Answers 0 or an errno value, after which the record is of no use.
+  [[nodiscard]] int add(Recorded what, const FileStatus& status, std::string_view name);
+  [[nodiscard]] int addEnd() { return add(Recorded::end, {}, {}); }
+  /// What was added. The writer is not used afterwards.
+  [[nodiscard]] CopyRecord finish() { return std::move(record_); }
+
+ private:
+  [[nodiscard]] int writeBlock();
+
+  int folder_;
+  std::size_t inMemory_;
+  off_t length_ = 0;  ///< of the file
+  CopyRecord record_;
+};
+
+class CopyRecordReader {
+ public:
+  /// REQUIRES that the record outlives it.
+  explicit CopyRecordReader(const CopyRecord& record) : record_(record) {}
+
+  /// Answers 0 or an errno value: EIO too for what was not written, and where nothing follows.
+  [[nodiscard]] int next(RecordedItem& item);
+
+ private:
+  [[nodiscard]] int readBlock();
+
+  const CopyRecord& record_;
+  std::size_t blocksRead_ = 0;
+  off_t fileAt_ = 0;
+  std::string block_;      ///< read from the file
+  std::string_view left_;  ///< of the block in hand
+};
+
+}  // namespace platform
