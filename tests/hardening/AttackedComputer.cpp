@@ -18,6 +18,7 @@ namespace {
 
 constexpr const char* kHelpers = "/helpers";
 constexpr const char* kVerbs = "/verbs";
+constexpr const char* kRecording = "/recording";
 constexpr time_t kLongAgo = 1'000'000'000;
 
 void require(bool done, const std::string& what) {
@@ -94,6 +95,7 @@ void AttackedComputer::makeSystem() const {
   mountAt("/proc", path("/proc"), nullptr, MS_BIND | MS_REC);
   mountAt(HELPERS_FOLDER, path(kHelpers), nullptr, MS_BIND);
   mountAt(VERBS_FOLDER, path(kVerbs), nullptr, MS_BIND);
+  mountAt(RECORDING_FOLDER, path(kRecording), nullptr, MS_BIND);
   for (const char* folder : {"/bin", "/lib", "/lib64"}) {
     if (std::filesystem::exists(folder))
       std::filesystem::create_symlink(std::string("usr") + folder, path(folder));
@@ -234,6 +236,17 @@ const std::vector<Form>& verbForms() {
     };
   }();
   return forms;
+}
+
+Form formThatRecords() {
+  for (const Form& form : verbForms()) {
+    if (form.name != "MoveByCopy") continue;
+    Form recording = form;
+    recording.name = "MoveByCopyWithARecordInAFile";
+    recording.command.front() = "/recording/mv";
+    return recording;
+  }
+  throw std::logic_error("no such form");
 }
 
 std::vector<Form> formsOfAll() {

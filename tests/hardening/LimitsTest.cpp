@@ -217,9 +217,10 @@ void makeMany(const std::string& place, int entries) {
   }
 }
 
-/// What is added to a folder grows in a folder of its own, entry by entry: that takes its time.
+/// What is added to a folder, or moved entry by entry, grows in a folder of its own: that takes its time.
 int entriesFor(const Form& form) {
-  return form.name == "CopyFromOnto" ? manyEntries() / 10 : manyEntries();
+  const bool isOneByOne = form.name == "CopyFromOnto" || form.name == "TrashContentsByCopy";
+  return isOneByOne ? manyEntries() / 10 : manyEntries();
 }
 
 TEST_P(EntriesTest, OfOneFolderTakeLittleMemory) {
@@ -230,41 +231,13 @@ TEST_P(EntriesTest, OfOneFolderTakeLittleMemory) {
   EXPECT_LT(memory, allowedFor(entriesFor(form)));
 }
 
-/// A copy remembers each file that it compares.
-std::vector<Form> formsThatDoNotCopy() {
-  std::vector<Form> forms = allForms();
-  std::erase_if(forms, [](const Form& form) { return form.name.ends_with("ByCopy"); });
-  return forms;
-}
+INSTANTIATE_TEST_SUITE_P(Forms, EntriesTest, ::testing::ValuesIn(allForms()), nameOfForm);
 
-INSTANTIATE_TEST_SUITE_P(Forms, EntriesTest, ::testing::ValuesIn(formsThatDoNotCopy()), nameOfForm);
-
-/// So its memory grows with the files, by this much for each and no more.
-constexpr long kRemembered = 400;
-
-class ComparedCopyTest : public LimitsTest {};
-
-TEST_P(ComparedCopyTest, RemembersLittleOfEachFile) {
-  constexpr int kFiles = 20'000;
-  makeMany(computer_.path(GetParam().isVerb() ? GetParam().source() : GetParam().tree), kFiles);
-  const long memory = memoryOf(GetParam());
-  std::printf("%ld KiB\n", memory);
-  EXPECT_LT(memory, kProgram + kFiles * kRemembered / 1024);
-}
-
-std::vector<Form> formsThatCompare() {
-  std::vector<Form> forms = formsOfAll();
-  std::erase_if(forms, [](const Form& form) { return !form.name.ends_with("ByCopy"); });
-  return forms;
-}
-
-INSTANTIATE_TEST_SUITE_P(Forms, ComparedCopyTest, ::testing::ValuesIn(formsThatCompare()), nameOfForm);
-
-/// cp compares nothing.
 std::vector<Form> verbsForFolders() {
   std::vector<Form> forms = verbForms();
   std::erase_if(forms, [](const Form& form) {
-    return form.name != "Remove" && form.name != "CopyInto" && form.name != "CopyFromOnto";
+    return form.name != "Remove" && form.name != "CopyInto" && form.name != "CopyFromOnto" &&
+           form.name != "MoveByCopy";
   });
   return forms;
 }

@@ -157,6 +157,36 @@ TEST_P(VerbFaultsTest, UnderLimitsThatCannotBeLiftedNothingIsLostAndTheNextRunFi
 
 INSTANTIATE_TEST_SUITE_P(Forms, VerbFaultsTest, ::testing::ValuesIn(verbForms()), nameOfForm);
 
+INSTANTIATE_TEST_SUITE_P(Recording, VerbFaultsTest, ::testing::Values(formThatRecords()), nameOfForm);
+
+class RecordTest : public VerbFaultsTest {};
+
+TEST_P(RecordTest, IsWrittenAndReadAmongTheCallsThatFail) {
+  const std::vector<int> recorded = calls();
+  std::vector<int> plain;
+  computer_.restore();
+  std::vector<std::string> command = GetParam().command;
+  command.front() = "/verbs/mv";
+  const auto note = [&plain](const Call& call) {
+    plain.push_back(call.number);
+    return kProceed;
+  };
+  EXPECT_EQ(computer_.run(command, note).exitStatus, 0);
+  const auto further = [&](int number) {
+    return std::count(recorded.begin(), recorded.end(), number) -
+           std::count(plain.begin(), plain.end(), number);
+  };
+  // The tree, three files and a folder, and two ends, of which the last stays in memory.
+  constexpr int kBlocks = 6;
+  EXPECT_EQ(further(SYS_openat), 1);
+  EXPECT_EQ(further(SYS_unlinkat), 1);
+  EXPECT_EQ(further(SYS_pwrite64), kBlocks);
+  EXPECT_EQ(further(SYS_pread64), 2 * kBlocks);
+  EXPECT_EQ(recorded.size() - plain.size(), 2U + 3 * kBlocks);
+}
+
+INSTANTIATE_TEST_SUITE_P(Recording, RecordTest, ::testing::Values(formThatRecords()), nameOfForm);
+
 class LooksTest : public VerbFaultsTest {};
 
 TEST_P(LooksTest, AtAnEntryAreAmongTheCallsThatFail) {

@@ -474,48 +474,6 @@ TEST_F(CopyItemAcrossABindMountTest, WhatIsMountedInAFolderIsCopiedWithIt) {
   EXPECT_EQ(ground_.content("copy/mounted/sub/file"), "text");
 }
 
-/// What happens to an original between its copy and its removal.
-class RemoveCopiedTest : public CopyItemTest {
- protected:
-  /// Copies, lets `change` happen, and answers what removing the original says.
-  int removeAfter(const std::function<void()>& change) {
-    const UniqueDescriptor folder(::open(ground_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const auto copied = copyItem(folder.get(), "file", folder.get(), "copy", "file", optionsForMoving());
-    if (!copied) return copied.error().code;
-    change();
-    const auto removed = removeCopied(folder.get(), copied.value(), "file");
-    return removed ? 0 : removed.error().code;
-  }
-};
-
-TEST_F(RemoveCopiedTest, AnUnchangedFileGoes) {
-  ground_.file("file", "text");
-  EXPECT_EQ(removeAfter([] {}), 0);
-  EXPECT_THAT(names(), UnorderedElementsAre("copy"));
-}
-
-TEST_F(RemoveCopiedTest, AFileWhoseTimeWasPutBackAfterAChangeStays) {
-  const std::string file = ground_.file("file", "text");
-  EXPECT_EQ(removeAfter([&] {
-              const struct stat before = statusAt(file);
-              ground_.file("file", "TEXT");
-              const timespec times[] = {before.st_atim, before.st_mtim};
-              ::utimensat(AT_FDCWD, file.c_str(), times, 0);
-            }),
-            EBUSY);
-  EXPECT_EQ(ground_.content("file"), "TEXT");
-}
-
-TEST_F(RemoveCopiedTest, AnotherFileOfTheNameStays) {
-  ground_.file("file", "text");
-  EXPECT_EQ(removeAfter([&] {
-              ground_.file("other", "text");
-              fs::rename(ground_ / "other", ground_ / "file");
-            }),
-            EBUSY);
-  EXPECT_TRUE(fs::exists(ground_ / "file"));
-}
-
 /// A move as to another file system, of "tree".
 class MoveByCopyTest : public CopyItemTest {
  protected:
@@ -592,6 +550,22 @@ TEST_F(MoveByCopyTest, AnOriginalThatChangesWhileItIsComparedStays) {
             EBUSY);
   EXPECT_THAT(error_, HasSubstr("tree/sub/b: changed while it was copied"));
   expectNothingHasHappened();
+}
+
+/// Where a second name cannot become a link, its copy is one by itself.
+TEST_F(MoveByCopyTest, EachNameThatBecameAFileOfItsOwnIsCompared) {
+  fs::create_hard_link(ground_ / "tree/a", ground_ / "tree/second");
+  for (const char* const name : {"/a", "/second"}) {
+    support::FailingCall::run(SYS_linkat, EPERM, [&] {
+      EXPECT_EQ(move([&](const CopyProgress& progress) {
+                  if (progress.objectsDone == 6) std::ofstream(copyInHand() + name) << "TEXT";
+                  return true;
+                }),
+                EIO)
+          << name;
+    });
+    EXPECT_EQ(ground_.content("tree/second"), "text");
+  }
 }
 
 /// The disk is written (syncfs) and read back (pread64) before the name is given (renameat2).
