@@ -416,14 +416,16 @@ class TreeCopy {
   CopyRecordWriter record_;
 };
 
-/// Names in their own room and that of a number each, twice as much while it grows. Asked when all are in.
+/// Names in their own room and that of a number each. Asked when all are in.
 class NameSet {
  public:
   void add(const std::string& name) {
-    begins_.push_back(names_.size());
     names_.append(name).push_back('\0');
+    ++count_;
   }
   void sort() {
+    begins_.reserve(count_);
+    for (std::size_t at = 0; at < names_.size(); at += nameAt(at).size() + 1) begins_.push_back(at);
     std::sort(begins_.begin(), begins_.end(),
               [this](std::size_t a, std::size_t b) { return nameAt(a) < nameAt(b); });
   }
@@ -439,6 +441,7 @@ class NameSet {
   [[nodiscard]] std::string_view nameAt(std::size_t begin) const { return names_.c_str() + begin; }
 
   std::string names_;
+  std::size_t count_ = 0;
   std::vector<std::size_t> begins_;
 };
 
