@@ -221,7 +221,8 @@ TEST_F(CopyRecordTest, WhateverByteIsAnotherNothingIsReadBeyondWhatWasWritten) {
       ASSERT_EQ(::pwrite(file.get(), &changed, 1, at), 1);
       std::vector<std::string> read;
       EXPECT_EQ(readAll(record, &read), EIO);
-      for (const std::string& name : read) EXPECT_LE(name.size(), 5U);
+      // A name that would be longer than what is there is none; one that is shorter leaves a rest that is.
+      EXPECT_TRUE(read.empty() || read.front().size() == (read.size() == 1 ? 1 : 5)) << at << ": " << other;
     }
     ASSERT_EQ(::pwrite(file.get(), &byte, 1, at), 1);
   }
