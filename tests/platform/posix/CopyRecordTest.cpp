@@ -84,6 +84,7 @@ TEST_F(CopyRecordTest, WhatWasAddedComesBackInItsOrder) {
 
 TEST_F(CopyRecordTest, ThousandsComeBackThatMemoryDoesNotHold) {
   std::vector<std::string> names;
+  names.reserve(5'000);
   for (int i = 0; i < 5'000; ++i) names.push_back("segment-" + std::to_string(i));
   const CopyRecord record = recordOf(names, kRecordInMemory);
   EXPECT_TRUE(fileOfRecord());
