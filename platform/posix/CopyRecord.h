@@ -19,17 +19,17 @@
 /// that is copied to, and takes some 64 bytes and the name for each item there. It is read from its beginning
 /// as often as is needed.
 ///
-/// Whether the volume gives back what was written to it is checked as far as that keeps a reader to what it
-/// reads for: it gets names of items, of which no path leads elsewhere.
+/// A volume may give back something else than was written to it. A reader gets as much as was written at
+/// most, and no name that would lead out of a folder; whether a status is true it cannot know.
 namespace platform {
 
-/// How much of a record is kept in memory.
+/// How much of a record is kept in memory, in bytes.
 inline constexpr std::size_t kRecordInMemory = 64UL << 10;
 
 enum class Recorded : std::uint8_t {
-  item,         ///< what follows is in it where it is a folder
-  furtherName,  ///< of a file that was copied before; so is its copy of that one's
-  end           ///< of a folder; has neither status nor name
+  item,         ///< where it is a folder, what is in it follows, and an end
+  furtherName,  ///< of a file that was copied before; its copy is a further name of that one's
+  end           ///< of a folder; without status and name
 };
 
 struct RecordedItem {

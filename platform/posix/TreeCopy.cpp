@@ -499,7 +499,7 @@ class OriginalsRemoval {
     return false;
   }
 
-  /// What is in a folder that was not copied.
+  /// What else is in a folder.
   void tellOthers(int folder, const NameSet& told) {
     const auto tell = [&](const dirent& entry) {
       const Below below(path_, entry.d_name);
