@@ -38,16 +38,18 @@ class PrintedConsole : public platform::SystemConsole {
   void write(const std::string& message) override { std::printf("%s\n", message.c_str()); }
 };
 
-/// This computer with another home folder and console.
+/// This computer with another home folder and console, and another clock if one is given.
 class HomePlatform {
  public:
-  explicit HomePlatform(std::string home) : users_(std::move(home)) {}
+  explicit HomePlatform(std::string home, platform::Clock& clock = platform::current().clock)
+      : clock_(clock), users_(std::move(home)) {}
 
  private:
+  platform::Clock& clock_;
   HomeFolder users_;
   PrintedConsole console_;
   platform::Platform& own_ = platform::current();
-  platform::Platform platform_{own_.clock,
+  platform::Platform platform_{clock_,
                                own_.mainThread,
                                own_.userInterfaceEvents,
                                users_,

@@ -12,17 +12,23 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "diagnostics/TGLog.h"
 #include "platform/foundation/Exception.h"
 #include "platform/foundation/Text.h"
 #include "services/TGTask.h"
 #include "tests/hardening/services/HomePlatform.h"
 #include "tests/support/FailingCall.h"
 #include "tests/support/Sanitizers.h"
+#include "tests/support/SingletonScope.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -72,10 +78,37 @@ bool eventually(const std::function<bool()>& condition) {
   return true;
 }
 
+/// This computer's clock; whoever sleeps for a second of it is woken when the test says.
+class HurriedClock : public platform::Clock {
+ public:
+  foundation::Date now() override { return own_.now(); }
+  std::chrono::nanoseconds uptime() override { return own_.uptime(); }
+  void sleep(std::chrono::nanoseconds duration) override {
+    own_.sleep(duration == 1s ? second.load() : duration);
+  }
+
+  std::atomic<std::chrono::nanoseconds> second{1s};
+
+ private:
+  platform::Clock& own_ = platform::current().clock;
+};
+
 class TaskRunnerTest : public testing::Test {
+ protected:
+  /// The lines of the log that tell of a time-out.
+  [[nodiscard]] int timeouts() const {
+    TGLog::finishWriting();
+    int count = 0;
+    std::ifstream log(home_ / "Library/Logs/Vordenworks/Quillmend.1.log");
+    for (std::string line; std::getline(log, line);) count += line.find(" timed out. ") != line.npos ? 1 : 0;
+    return count;
+  }
+
+  HurriedClock clock_;
+
  private:
   support::TemporaryFolder home_;
-  hardening::HomePlatform platform_{home_.path()};
+  hardening::HomePlatform platform_{home_.path(), clock_};
 };
 
 /// What the run of a tool throws.
@@ -208,9 +241,16 @@ TEST_F(TaskRunnerTest, EightThreadsEachGetTheirOwn) {
 
 namespace {
 
-/// Runs a tool that ends by itself after a while, and terminates it from another thread, as a time-out does,
-/// from a while after its launch on, over and over until it is gone. Answers its termination code.
-int codeOfRace(std::chrono::microseconds lifetime, std::chrono::microseconds patience) {
+using std::chrono::microseconds;
+
+/// A tool that ends by itself after a while, with 0.
+TGTask::Arguments sleepFor(microseconds lifetime) {
+  return {{foundation::stringWithFormat("%0.6f", std::chrono::duration<double>(lifetime).count())}};
+}
+
+/// Runs such a tool and terminates it from another thread, from a while after its launch on, over and over
+/// until it is gone. Answers its termination code.
+int codeOfRace(microseconds lifetime, microseconds patience) {
   TGTaskSlot slot;
   std::atomic<bool> hasEnded = false;
   std::thread ender([&] {
@@ -223,27 +263,24 @@ int codeOfRace(std::chrono::microseconds lifetime, std::chrono::microseconds pat
       if (now - *start >= patience) task->terminate();
     }
   });
-  const std::string seconds =
-      foundation::stringWithFormat("%0.6f", std::chrono::duration<double>(lifetime).count());
-  const int code = TGTask::terminationCodeFromTask("/bin/sleep", {{seconds}}, &slot);
+  const int code = TGTask::terminationCodeFromTask("/bin/sleep", sleepFor(lifetime), &slot);
   hasEnded = true;
   ender.join();
   slot.load()->terminate();  // when it has long ended
   return code;
 }
 
-}  // namespace
-
-/// A tool that was terminated is given less to live the next time, or the other more patience, and the other
-/// way round, the more so the longer it comes out the same: the rounds gather where both meet.
-TEST_F(TaskRunnerTest, ATerminationAboutTheMomentOfTheExitIsEither) {
+/// Races of a tool's own end with its termination. A tool that was terminated is given less to live the next
+/// time, or the other more patience, and the other way round, the more so the longer it comes out the same:
+/// the rounds gather where both meet. Both outcomes come, and no other.
+void expectEitherAboutTheMoment(
+    const std::function<int(microseconds lifetime, microseconds patience)>& race) {
   std::vector<int> codes;
-  std::chrono::microseconds lead = 0us;  // that the tool has; if negative, the other's
-  std::chrono::microseconds step = 0us;
+  microseconds lead{0};  // that the tool has; if negative, the other's
+  microseconds step{0};
   for (int round = 0; round < (support::kIsSanitized ? 40 : 150); ++round) {
-    const int code = codeOfRace(std::max(lead, 0us), std::max(-lead, 0us));
-    step =
-        codes.empty() || codes.back() != code ? 50us : std::min<std::chrono::microseconds>(step * 5 / 4, 5ms);
+    const int code = race(std::max(lead, 0us), std::max(-lead, 0us));
+    step = codes.empty() || codes.back() != code ? 50us : std::min<microseconds>(step * 5 / 4, 5ms);
     lead += code == SIGTERM ? -step : step;
     codes.push_back(code);
   }
@@ -251,6 +288,33 @@ TEST_F(TaskRunnerTest, ATerminationAboutTheMomentOfTheExitIsEither) {
   EXPECT_THAT(codes, testing::Contains(0));
   EXPECT_THAT(codes, testing::Contains(SIGTERM));
   EXPECT_TRUE(eventually(&hasNoChild));
+}
+
+}  // namespace
+
+TEST_F(TaskRunnerTest, ATerminationAboutTheMomentOfTheExitIsEither) {
+  expectEitherAboutTheMoment(&codeOfRace);
+}
+
+/// The log tells of it once where it ended the tool. Where the tool was quicker it may too: the tool ran when
+/// it was looked at, and ended before the signal came.
+TEST_F(TaskRunnerTest, ATimeoutAboutTheMomentOfTheExitIsEither) {
+  const foundation::SingletonScope<TGLog> log;
+  TGLog::createNewLog("Quillmend");
+  int before = 0;
+  expectEitherAboutTheMoment([&](microseconds lifetime, microseconds patience) {
+    clock_.second = patience;
+    auto task = TGTask::create();
+    const int code = task->terminationCodeFromTimedTask("/bin/sleep", sleepFor(lifetime), 1s);
+    EXPECT_TRUE(hasNoChild());
+    const std::weak_ptr<TGTask> heldByTimer = std::exchange(task, nullptr);
+    EXPECT_TRUE(eventually([&] { return heldByTimer.expired(); }));
+    const int after = timeouts();
+    EXPECT_LE(after, before + 1);
+    EXPECT_TRUE(after > before || code == 0);
+    before = after;
+    return code;
+  });
 }
 
 TEST_F(TaskRunnerTest, ATerminationBetweenTheExitAndItsNoticeChangesNothing) {
@@ -264,6 +328,21 @@ TEST_F(TaskRunnerTest, ATerminationBetweenTheExitAndItsNoticeChangesNothing) {
   EXPECT_EQ(task->terminationStatus(), 5);
   task->terminate();
   EXPECT_EQ(task->terminationStatus(), 5);
+  EXPECT_TRUE(hasNoChild());
+}
+
+TEST_F(TaskRunnerTest, ATimeoutBetweenTheExitAndItsNoticeChangesNothing) {
+  const foundation::SingletonScope<TGLog> log;
+  TGLog::createNewLog("Quillmend");
+  const auto task = TGTask::create();
+  task->setTheTask(
+      platform::current().subprocesses.create({.launchPath = kShell, .arguments = {"-c", "exit 5"}}));
+  task->theTask()->launch();
+  siginfo_t ended{};
+  ASSERT_EQ(::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT), 0);
+  task->timeout();
+  EXPECT_EQ(task->theTask()->terminationStatus(), 5);
+  EXPECT_EQ(timeouts(), 0);
   EXPECT_TRUE(hasNoChild());
 }
 
