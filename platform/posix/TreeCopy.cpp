@@ -545,12 +545,19 @@ class OriginalsRemoval {
   Result<void> outcome_;
 };
 
-/// The renaming lasts through a power cut before an original is removed. EINVAL is said by file systems that
-/// sync no folders.
-Result<void> syncFolder(int folder, const std::string& path) {
+/// Answers 0 or an errno value.
+int syncFolder(int folder) {
   const UniqueDescriptor readable(::openat(folder, ".", kFolder));
-  if (!readable || ::fsync(readable.get()) == 0 || errno == EINVAL) return {};
-  return systemError(errno, path);
+  return readable && ::fsync(readable.get()) == 0 ? 0 : errno;
+}
+
+/// A renaming lasts through a power cut before an original is removed. A user may lack the right to read the
+/// folder (EACCES), and some file systems sync no folders (EINVAL): the volume is synced instead, by the
+/// folder that the copy grew in, as when the copy was whole.
+Result<void> syncRenaming(int toFolder, int staging, const std::string& path) {
+  int reason = syncFolder(toFolder);
+  if (reason == EACCES || reason == EINVAL) reason = flushVolume(staging);
+  return reason == 0 ? Result<void>() : systemError(reason, path);
 }
 
 bool isTaken(const ItemPlace& place) {
@@ -662,7 +669,7 @@ Result<void> moveByCopy(int fromFolder, const std::string& fromName, int toFolde
   const auto copied = copyItem(fromFolder, fromName, inside, fromName, path, options);
   if (!copied) return copied.error();
   if (auto placed = givePlace(inside, fromName); !placed) return placed;
-  if (auto synced = syncFolder(toFolder, path); !synced) return synced;
+  if (auto synced = syncRenaming(toFolder, inside, path); !synced) return synced;
   return removeCopied(fromFolder, copied.value(), path, onKept);
 }
 

@@ -34,8 +34,24 @@ struct FailingCall {
     EXPECT_EQ(status, 0) << "the part in which system call " << call << " fails";
   }
 
+  /// From here on another call fails as well. REQUIRES that this is in a part that run() runs.
+  static void also(long call, int reason) {
+    EXPECT_TRUE(forbid(static_cast<unsigned>(call), static_cast<unsigned>(reason)));
+  }
+  /// The same, only where the call is made with that descriptor as its first argument.
+  static void alsoOf(int descriptor, long call, int reason) {
+    sock_filter steps[] = {
+        {BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)},
+        {BPF_JMP | BPF_JEQ | BPF_K, 0, 3, static_cast<unsigned>(call)},
+        {BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, args)},  // the lower half
+        {BPF_JMP | BPF_JEQ | BPF_K, 0, 1, static_cast<unsigned>(descriptor)},
+        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ERRNO | static_cast<unsigned>(reason)},
+        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW},
+    };
+    EXPECT_TRUE(install({6, steps}));
+  }
+
  private:
-  /// Once and for all in this process: seccomp(2).
   static bool forbid(unsigned call, unsigned reason) {
     sock_filter steps[] = {
         {BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)},
@@ -43,7 +59,11 @@ struct FailingCall {
         {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ERRNO | reason},
         {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW},
     };
-    const sock_fprog program{4, steps};
+    return install({4, steps});
+  }
+
+  /// Once and for all in this process: seccomp(2).
+  static bool install(const sock_fprog& program) {
     return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
            ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0) == 0;
   }

@@ -23,6 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using support::AsUser;
+using support::FailingCall;
 using support::kNobody;
 using support::modeAt;
 using support::statusAt;
@@ -188,7 +189,7 @@ TEST_F(CopyItemTest, AFileOfHolesIsCopiedByItsDataAlone) {
 TEST_F(CopyItemTest, AFileThatTheFastWayFindsEmptyIsReadToItsEnd) {
   const std::string text(200'000, 'x');
   ground_.file("file", text);
-  support::FailingCall::run(SYS_copy_file_range, 0, [this] { EXPECT_EQ(copy("file", "copy"), 0) << error_; });
+  FailingCall::run(SYS_copy_file_range, 0, [this] { EXPECT_EQ(copy("file", "copy"), 0) << error_; });
   EXPECT_TRUE(ground_.content("copy") == text);
 }
 
@@ -383,7 +384,7 @@ TEST_F(CopyItemAsRootTest, AFileThatTheUserCannotReadIsNamedAndNothingIsLeft) {
 TEST_F(CopyItemTest, AModeThatCannotBeKeptStaysBehindWhereOnlyWhatIsPossibleIsAskedFor) {
   ASSERT_EQ(::chmod(ground_.file("tree/file", "text").c_str(), 0666), 0);
   for (const Fidelity fidelity : {Fidelity::possible, Fidelity::exact}) {
-    support::FailingCall::run(SYS_fchmod, EPERM, [&] {
+    FailingCall::run(SYS_fchmod, EPERM, [&] {
       const int expected = fidelity == Fidelity::possible ? 0 : EPERM;
       EXPECT_EQ(copy("tree", "copy", {.fidelity = fidelity}), expected) << error_;
     });
@@ -394,7 +395,7 @@ TEST_F(CopyItemTest, AModeThatCannotBeKeptStaysBehindWhereOnlyWhatIsPossibleIsAs
 /// What a network volume could not store shows when a file is closed.
 TEST_F(CopyItemTest, AFileThatCannotBeClosedIsNoCopy) {
   ground_.file("file", "text");
-  support::FailingCall::run(SYS_close, EDQUOT, [this] {
+  FailingCall::run(SYS_close, EDQUOT, [this] {
     EXPECT_EQ(copy("file", "copy"), EDQUOT);
     EXPECT_THAT(error_, HasSubstr("file: "));
     EXPECT_FALSE(fs::exists(ground_ / "copy"));
@@ -406,7 +407,7 @@ TEST_F(CopyItemAsRootTest, AFolderThatSomebodyPutInPlaceOfTheCopyIsNotFilled) {
   ground_.file("tree/a");
   ASSERT_EQ(::chown(ground_.folder("copy").c_str(), kNobody, kNobody), 0);
   const UniqueDescriptor folder(::open(ground_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  support::FailingCall::run(SYS_mkdirat, 0, [&] {
+  FailingCall::run(SYS_mkdirat, 0, [&] {
     const auto copied = copyItem(folder.get(), "tree", folder.get(), "copy", "tree", {});
     ASSERT_FALSE(copied);
     EXPECT_EQ(copied.error().code, EBUSY);
@@ -482,16 +483,21 @@ class MoveByCopyTest : public CopyItemTest {
     ground_.file("tree/sub/b", std::string(100'000, 'b'));
     fs::create_symlink("a", ground_ / "tree/link");
   }
-  /// Answers 0 or the reason; it arrives as "moved".
-  int move(const OnProgress& onProgress = {}) {
+  using OnPlaced = std::function<void(int toFolder)>;
+
+  /// Answers 0 or the reason; it arrives as "moved". `onPlaced` is called once it has that name.
+  int move(const OnProgress& onProgress = {}, const OnPlaced& onPlaced = {}) {
     CopyOptions options = optionsForMoving();
     options.onProgress = onProgress;
     options.progressInterval = std::chrono::milliseconds(0);
-    const UniqueDescriptor folder(::open(ground_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const UniqueDescriptor folder(::open(ground_.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const UniqueDescriptor target(::open(ground_.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     const auto moved = moveByCopy(
-        folder.get(), "tree", folder.get(), "tree",
+        folder.get(), "tree", target.get(), "tree",
         [&](int from, const std::string& name) {
-          return renameWithoutReplacing(from, name, folder.get(), "moved", name);
+          auto placed = renameWithoutReplacing(from, name, target.get(), "moved", name);
+          if (onPlaced) onPlaced(target.get());
+          return placed;
         },
         {}, options);
     error_ = moved ? "" : moved.error().description;
@@ -508,6 +514,19 @@ class MoveByCopyTest : public CopyItemTest {
     EXPECT_THAT(names("tree"), UnorderedElementsAre("a", "sub", "link"));
     EXPECT_EQ(ground_.content("tree/a"), "text");
     EXPECT_EQ(ground_.content("tree/sub/b"), std::string(100'000, 'b'));
+  }
+  void expectBothAreThere() const {
+    EXPECT_THAT(names(), UnorderedElementsAre("tree", "moved"));
+    EXPECT_TRUE(fs::exists(ground_ / "tree/a"));
+    EXPECT_TRUE(fs::exists(ground_ / "tree/sub/b"));
+  }
+  /// For any user, in the folder that both lie in: it may be written and not read.
+  void makeItsFolderWriteOnly() const {
+    if (::geteuid() == 0) {
+      for (const char* const owned : {"", "tree", "tree/a", "tree/link", "tree/sub", "tree/sub/b"})
+        ASSERT_EQ(::lchown((ground_ / owned).c_str(), kNobody, kNobody), 0) << owned;
+    }
+    ASSERT_EQ(::chmod(ground_.path().c_str(), 0300), 0);
   }
 };
 
@@ -556,7 +575,7 @@ TEST_F(MoveByCopyTest, AnOriginalThatChangesWhileItIsComparedStays) {
 TEST_F(MoveByCopyTest, EachNameThatBecameAFileOfItsOwnIsCompared) {
   fs::create_hard_link(ground_ / "tree/a", ground_ / "tree/second");
   for (const char* const name : {"/a", "/second"}) {
-    support::FailingCall::run(SYS_linkat, EPERM, [&] {
+    FailingCall::run(SYS_linkat, EPERM, [&] {
       EXPECT_EQ(move([&](const CopyProgress& progress) {
                   if (progress.objectsDone == 6) std::ofstream(copyInHand() + name) << "TEXT";
                   return true;
@@ -572,20 +591,54 @@ TEST_F(MoveByCopyTest, EachNameThatBecameAFileOfItsOwnIsCompared) {
 TEST_F(MoveByCopyTest, WhateverFailsTheOriginalIsWholeAndNoHalfCopyIsThere) {
   for (const long call : {SYS_mkdirat, SYS_symlinkat, SYS_pwrite64, SYS_pread64, SYS_utimensat, SYS_syncfs,
                           SYS_lseek, SYS_renameat2}) {
-    support::FailingCall::run(call, EIO, [&] { EXPECT_EQ(move(), EIO) << call; });
+    FailingCall::run(call, EIO, [&] { EXPECT_EQ(move(), EIO) << call; });
     expectNothingHasHappened();
   }
 }
 
 TEST_F(MoveByCopyTest, NoOriginalIsRemovedBeforeItsNewNameIsOnTheDisk) {
-  support::FailingCall::run(SYS_fsync, EIO, [&] { EXPECT_EQ(move(), EIO); });
-  EXPECT_THAT(names(), UnorderedElementsAre("tree", "moved"));
-  EXPECT_TRUE(fs::exists(ground_ / "tree/sub/b"));
+  FailingCall::run(SYS_fsync, EIO, [&] { EXPECT_EQ(move(), EIO); });
+  expectBothAreThere();
+}
+
+TEST_F(MoveByCopyTest, NoOriginalIsRemovedWhereTheFolderOfItsNewNameCannotBeOpened) {
+  const auto closeFolder = [](int toFolder) { FailingCall::alsoOf(toFolder, SYS_openat, EMFILE); };
+  FailingCall::run(SYS_fsync, EIO, [&] { EXPECT_EQ(move({}, closeFolder), EMFILE) << "not synced"; });
+  expectBothAreThere();
 }
 
 TEST_F(MoveByCopyTest, AFolderThatIsNeverSyncedByItselfIsMovedTo) {
-  support::FailingCall::run(SYS_fsync, EINVAL, [&] { EXPECT_EQ(move(), 0) << error_; });
+  FailingCall::run(SYS_fsync, EINVAL, [&] { EXPECT_EQ(move(), 0) << error_; });
   EXPECT_THAT(names(), UnorderedElementsAre("moved"));
+}
+
+TEST_F(MoveByCopyTest, AFolderThatMayNotBeReadIsMovedTo) {
+  makeItsFolderWriteOnly();
+  AsUser::run(kNobody, [&] { EXPECT_EQ(move(), 0) << error_; });
+  ASSERT_EQ(::chmod(ground_.path().c_str(), 0700), 0);
+  EXPECT_THAT(names(), UnorderedElementsAre("moved"));
+}
+
+/// For those two the volume as a whole is synced: not before the new name is there.
+class MoveByVolumeTest : public MoveByCopyTest {
+ protected:
+  /// Answers as move() does; once the new name is there, the volume fails.
+  int moveOnFailingVolume() {
+    return move({}, [](int /*toFolder*/) { FailingCall::also(SYS_syncfs, EIO); });
+  }
+};
+
+TEST_F(MoveByVolumeTest, NoOriginalIsRemovedWhereThatFailsForAFolderThatIsNeverSyncedByItself) {
+  FailingCall::run(SYS_fsync, EINVAL, [&] { EXPECT_EQ(moveOnFailingVolume(), EIO); });
+  expectBothAreThere();
+}
+
+TEST_F(MoveByVolumeTest, NoOriginalIsRemovedWhereThatFailsForAFolderThatMayNotBeRead) {
+  makeItsFolderWriteOnly();
+  const auto asUser = [&] { AsUser::run(kNobody, [&] { EXPECT_EQ(moveOnFailingVolume(), EIO); }); };
+  FailingCall::run(SYS_fsync, ENOTSUP, asUser);
+  ASSERT_EQ(::chmod(ground_.path().c_str(), 0700), 0);
+  expectBothAreThere();
 }
 
 TEST(PrivateFolder, ItIsHiddenClosedToOthersAndGoneWithWhatIsInIt) {
