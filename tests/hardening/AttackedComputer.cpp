@@ -179,6 +179,21 @@ Snapshot AttackedComputer::files() const {
   return found;
 }
 
+std::vector<std::string> AttackedComputer::mixedFiles() const {
+  std::vector<std::string> mixed;
+  std::error_code ignored;
+  for (auto entry = std::filesystem::recursive_directory_iterator(path("/Users/alice"), ignored);
+       entry != end(entry); entry.increment(ignored)) {
+    const std::string place = entry->path().string();
+    struct stat status {};
+    if (::lstat(place.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
+    if (place.find("/.copying-") != std::string::npos) continue;
+    const bool isOfRoot = support::contentOf(place).starts_with("the content of /outside/");
+    if (isOfRoot != (status.st_uid == 0)) mixed.push_back(place + ": " + described(place, Changed::ignored));
+  }
+  return mixed;
+}
+
 void AttackedComputer::enter() const {
   if (::chroot(top_.c_str()) != 0 || ::chdir("/") != 0) ::_exit(125);
 }

@@ -55,6 +55,10 @@ class AttackedComputer {
   /// count.
   [[nodiscard]] Snapshot files() const;
 
+  /// Files of her home that have one's content and another's owner: of root's files outside what is not
+  /// root's, and what is root's of others. A line each; what grows in a folder of root's does not count.
+  [[nodiscard]] std::vector<std::string> mixedFiles() const;
+
   /// All of /Users, folders by what they are and not by when they changed.
   [[nodiscard]] Snapshot homes() const { return snapshotOf(path("/Users"), Changed::ignored); }
 

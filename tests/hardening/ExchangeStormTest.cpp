@@ -189,6 +189,7 @@ TEST_P(ExchangeStormTest, LeadsNothingOutsideTheTree) {
     attacker.end();
     EXPECT_THAT(finished.exitStatus, ::testing::AnyOf(0, 1, 77)) << finished.errors;
     EXPECT_THAT(differences(before, outside()), IsEmpty()) << finished.errors;
+    EXPECT_THAT(computer_.mixedFiles(), IsEmpty()) << finished.errors;
     begun += finished.exitStatus != 77 ? 1 : 0;
     ++runs;
   }

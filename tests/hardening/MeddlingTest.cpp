@@ -13,6 +13,7 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 
 #include "tests/hardening/AttackedComputer.h"
 
@@ -148,6 +149,76 @@ std::vector<Form> formsThatChange() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, SecondNameTest, ::testing::ValuesIn(formsThatChange()), nameOfForm);
+
+/// What moves compares, and takes no set-ID bits along.
+std::vector<Form> formsThatKeepOwners() {
+  std::vector<Form> forms = verbForms();
+  std::erase_if(forms, [](const Form& form) { return !form.runs("cp") || form.name == "CopyOnto"; });
+  return forms;
+}
+
+class SecondNameOfASetIdFileTest : public MeddlingTest {
+ protected:
+  static constexpr int kPatience = 4;  // more names than a tool follows for one file until it reads it
+
+  void SetUp() override {
+    MeddlingTest::SetUp();
+    if (IsSkipped()) return;
+    const std::filesystem::path source = GetParam().source();
+    file_ = computer_.path(source / "file");
+    second_ = computer_.path(source.parent_path() / "second");
+  }
+
+  /// A second name of root's file comes in place of alice's, and hers comes back a little later: whoever
+  /// looks at the one and reads the other makes what is neither. Answers how many calls followed names.
+  int exchangeAndBack(int give, int take) {
+    computer_.restore();
+    makeSecondName();
+    int calls = 0;
+    const Finished finished = computer_.run(GetParam().command, [&](const Call& now) {
+      if (!resolvesNames(now.number)) return kProceed;
+      if (++calls == give || calls == take) exchange();
+      return kProceed;
+    });
+    EXPECT_THAT(finished.exitStatus, AnyOf(0, 1)) << finished.errors;
+    return calls;
+  }
+
+  AttackedComputer computer_;
+  int exchanges_ = 0;
+
+ private:
+  /// Of a file on the volume that is copied from.
+  void makeSecondName() const {
+    std::ofstream(second_) << "the content of /outside/tool";
+    ASSERT_EQ(::chmod(second_.c_str(), 04755), 0);
+    ASSERT_EQ(::link(second_.c_str(), (second_ + ".roots").c_str()), 0);
+  }
+
+  void exchange() {
+    if (::renameat2(AT_FDCWD, second_.c_str(), AT_FDCWD, file_.c_str(), RENAME_EXCHANGE) == 0) ++exchanges_;
+  }
+
+  std::string file_;
+  std::string second_;
+};
+
+TEST_P(SecondNameOfASetIdFileTest, ThatComesAtAnyCallAndGoesAtAnyLaterOneLendsItsOwnerToNoOtherContent) {
+  int calls = 0;
+  int runs = 0;
+  for (int give = 1; give <= calls + 1 && !HasFailure(); ++give) {
+    for (int take = give + 1; take <= give + kPatience && !HasFailure(); ++take) {
+      SCOPED_TRACE("at call " + std::to_string(give) + ", back at " + std::to_string(take));
+      calls = exchangeAndBack(give, take);
+      EXPECT_THAT(computer_.mixedFiles(), IsEmpty());
+      ++runs;
+    }
+  }
+  EXPECT_GT(2 * exchanges_, runs);
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, SecondNameOfASetIdFileTest, ::testing::ValuesIn(formsThatKeepOwners()),
+                         nameOfForm);
 
 }  // namespace
 }  // namespace hardening

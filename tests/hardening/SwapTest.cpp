@@ -63,6 +63,7 @@ class SwapTest : public ::testing::TestWithParam<Form> {
     EXPECT_THAT(finished.exitStatus, ::testing::AnyOf(0, 1, 77)) << finished.errors;
     EXPECT_THAT(differences(before, computer.outside()), ::testing::IsEmpty()) << finished.errors;
     EXPECT_FALSE(hasContentFromOutside(computer)) << finished.errors;
+    EXPECT_THAT(computer.mixedFiles(), ::testing::IsEmpty()) << finished.errors;
     return calls >= call;
   }
 
