@@ -220,5 +220,80 @@ std::vector<Form> verbsForTrees() {
 
 INSTANTIATE_TEST_SUITE_P(Verbs, OddEntriesOfVerbsTest, ::testing::ValuesIn(verbsForTrees()), nameOfForm);
 
+/// What changes hands, and what does not.
+class OddEntriesOfChownTest : public OddEntriesTest {
+ protected:
+  /// Runs it. The one is told and stays as it is, a file that is in nobody's way is given away.
+  void expectKept(const std::string& name, const std::string& why) {
+    const std::vector<struct stat> before = entriesNamed(name);
+    const Snapshot outside = computer_.outside();
+    const Finished finished = computer_.run(GetParam().command);
+    EXPECT_EQ(finished.exitStatus, 1);
+    EXPECT_THAT(finished.errors, HasSubstr("/" + name + ": " + why));
+    EXPECT_THAT(differences(outside, computer_.outside()), IsEmpty());
+    const std::vector<struct stat> now = entriesNamed(name);
+    ASSERT_EQ(now.size(), 1U);
+    EXPECT_EQ(now.front().st_ctim.tv_nsec, before.at(0).st_ctim.tv_nsec);
+    EXPECT_EQ(now.front().st_ctim.tv_sec, before.at(0).st_ctim.tv_sec);
+    EXPECT_EQ(ownerOf("/file"), 4300);
+  }
+
+  [[nodiscard]] int ownerOf(const std::string& place) const {
+    struct stat status {};
+    return ::lstat(computer_.path(tree(place)).c_str(), &status) == 0 ? static_cast<int>(status.st_uid) : -1;
+  }
+};
+
+TEST_P(OddEntriesOfChownTest, FifosSocketsDevicesAndLinksStayWhoseTheyAre) {
+  constexpr auto kOdd = std::to_array<mode_t>({S_IFIFO, S_IFSOCK, S_IFCHR, S_IFLNK});
+  for (const mode_t type : kOdd) {
+    SCOPED_TRACE(type);
+    computer_.restore();
+    const std::string odd = computer_.path(tree("/sub/odd"));
+    const bool isMade = type == S_IFLNK ? ::symlink("inner", odd.c_str()) == 0
+                                        : ::mknod(odd.c_str(), type | 0600U, kTape) == 0;
+    ASSERT_TRUE(isMade);
+    computer_.own(tree("/sub/odd"));
+    expectKept("odd", "neither a file nor a folder");
+    EXPECT_EQ(ownerOf("/sub"), 4300);
+  }
+}
+
+TEST_P(OddEntriesOfChownTest, AFileWithFurtherNamesStaysWhoseItIs) {
+  computer_.makeFile(tree("/sub/named"));
+  ASSERT_EQ(::link(computer_.path(tree("/sub/named")).c_str(), computer_.path("/Users/alice/again").c_str()),
+            0);
+  expectKept("named", "has further names");
+}
+
+TEST_P(OddEntriesOfChownTest, AnImmutableFileStaysAsItIsAndTheRestIsDone) {
+  computer_.makeFile(tree("/sub/locked"));
+  if (!makeImmutable(computer_.path(tree("/sub/locked"))))
+    GTEST_SKIP() << "this kernel's tmpfs has no immutable files";
+  expectKept("locked", "Operation not permitted");
+}
+
+TEST_P(OddEntriesOfChownTest, AVolumeThatIsMountedInTheTreeKeepsItsFilesAsTheyAre) {
+  computer_.makeFolder(tree("/sub/volume"));
+  ASSERT_EQ(::mount("nested", computer_.path(tree("/sub/volume")).c_str(), "tmpfs", 0, nullptr), 0);
+  computer_.makeFile(tree("/sub/volume/mounted"));
+  expectKept("volume", "on another volume, left as it is");
+  EXPECT_EQ(ownerOf("/sub/volume/mounted"), static_cast<int>(AttackedComputer::kAlice));
+}
+
+TEST_P(OddEntriesOfChownTest, ASetIdFileIsGivenAwayWithoutItsBits) {
+  computer_.makeFile(tree("/tool"), 06755);
+  run(0, "/sub/inner");
+  EXPECT_THAT(computer_.files().at(contentOf(tree("/tool"))), HasSubstr(" 100755 4300:"));
+}
+
+std::vector<Form> verbsThatGive() {
+  std::vector<Form> forms = verbForms();
+  std::erase_if(forms, [](const Form& form) { return !form.runs("chown"); });
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Verbs, OddEntriesOfChownTest, ::testing::ValuesIn(verbsThatGive()), nameOfForm);
+
 }  // namespace
 }  // namespace hardening

@@ -2,10 +2,10 @@
 //
 // Safe when root runs it on paths in folders that a user controls: a path is opened as PathEntry.h says,
 // which follows no link that anybody but root can have planted. Only regular files and folders change hands,
-// never links or devices, and never a file that has further names, because one of them may be a file that the
-// user must not get. Exits 0 when all was done, 1 when something was not, 64 for wrong arguments. Asked to
-// stop (IndependentProcess.h) it gives nothing more away, neither a further argument nor a folder whose
-// entries it is in.
+// never links or devices, never what another volume has that is mounted below a path, and never a file that
+// has further names, because one of them may be a file that the user must not get. Exits 0 when all was done,
+// 1 when something was not, 64 for wrong arguments. Asked to stop (IndependentProcess.h) it gives nothing
+// more away, neither a further argument nor a folder whose entries it is in.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -39,8 +39,12 @@ class OwnerChange {
       if (!goesOn(path)) return;
       std::error_code failure;
       const auto item = platform::locate(root_, std::filesystem::absolute(path, failure).string());
-      if (!item) report_.failure(item.error());
-      if (item) change(item.value().self().descriptor.get(), path, 0);
+      if (!item) {
+        report_.failure(item.error());
+        continue;
+      }
+      top_ = item.value().status();
+      change(item.value().self().descriptor.get(), path, 0);
     }
   }
 
@@ -57,6 +61,7 @@ class OwnerChange {
   void change(int item, const std::string& path, int depth) {
     const auto status = platform::statusOf(item, path);
     if (!status) return report_.failure(status.error());
+    if (!status.value().isSameVolume(top_)) return report_.failure(path, "on another volume, left as it is");
     const bool isFolder = status.value().isFolder();
     if (!isFolder && !status.value().isRegular()) return report_.failure(path, "neither a file nor a folder");
     if (!isFolder && status.value().links > 1) return report_.failure(path, "has further names");
@@ -89,6 +94,7 @@ class OwnerChange {
   Ownership ownership_;
   bool isRecursive_;
   Report& report_;
+  platform::FileStatus top_ = {};  ///< of the argument in hand
   bool hasEnded_ = false;
   platform::KeptNames keptNames_ = {};
 };
