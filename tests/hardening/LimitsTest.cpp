@@ -45,6 +45,7 @@ void makeDeep(const std::string& top, int levels) {
 
 bool isChanged(const Form& form, const struct stat& status) {
   if (form.name == "ChownTree") return status.st_uid == 4300 && status.st_gid == 4300;
+  if (form.name == "ChangeOwner") return status.st_uid == 4300;
   return (status.st_mode & 0777U) == 0777U;
 }
 
@@ -148,42 +149,70 @@ std::vector<Form> formsForTrees() {
 
 INSTANTIATE_TEST_SUITE_P(Forms, LevelsTest, ::testing::ValuesIn(formsForTrees()), nameOfForm);
 
-/// Removed at any depth; what would have to be copied is refused beyond 256 levels.
-class VerbLevelsTest : public LimitsTest {
+/// What is changed, removed, copied or moved.
+const std::string& sourceOf(const Form& form) {
+  return form.isVerb() ? form.source() : form.tree;
+}
+
+/// Removed or moved whole at any depth; what would have to be copied is refused beyond 256 levels.
+class DeepTest : public LimitsTest {
  protected:
-  void expectNoCopy() { EXPECT_TRUE(std::filesystem::is_empty(computer_.path("/Users/alice/.Trash"))); }
+  static bool removes() { return GetParam().runs("rm"); }
+  static bool refuses() { return GetParam().runs("cp") || GetParam().name.ends_with("ByCopy"); }
+
+  void SetUp() override {
+    LimitsTest::SetUp();
+    if (!IsSkipped()) makeDeep(computer_.path(sourceOf(GetParam())), kLevels);
+  }
+
+  /// What lies in each other is, once and whole, where it was or where it was moved to; of a copy nothing.
+  void expectNoLoss() const {
+    std::vector<std::string> tops;
+    auto entry = std::filesystem::recursive_directory_iterator(computer_.path("/Users/alice"));
+    for (; entry != end(entry); ++entry) {
+      const std::string name = entry->path().filename();
+      EXPECT_FALSE(name.starts_with(".copying-")) << entry->path();
+      if (name != "d") continue;
+      entry.disable_recursion_pending();
+      tops.push_back(entry->path().parent_path());
+    }
+    ASSERT_EQ(tops.size(), removes() ? 0U : 1U) << ::testing::PrintToString(tops);
+    if (removes()) return;
+    EXPECT_EQ(levelsBelow(tops.front()), kLevels);
+    EXPECT_EQ(tops.front() == computer_.path(sourceOf(GetParam())), refuses()) << tops.front();
+  }
 };
 
-TEST_P(VerbLevelsTest, AreDoneOrRefusedWithoutLossWithFewDescriptors) {
-  const std::string source = computer_.path(GetParam().source());
-  makeDeep(source, kLevels);
+TEST_P(DeepTest, IsDoneOrRefusedWithoutLossWithFewDescriptors) {
   const Finished finished = computer_.run(GetParam().command, nullptr, limitDescriptors);
-  const bool refuses = GetParam().name != "Remove" && GetParam().name != "Move";
-  EXPECT_EQ(finished.exitStatus, refuses ? 1 : 0) << finished.errors.substr(0, 500);
-  if (!refuses) {
-    EXPECT_FALSE(std::filesystem::exists(source));
-    return;
-  }
-  EXPECT_THAT(finished.errors, HasSubstr("Too many open files"));
-  EXPECT_EQ(levelsBelow(source), kLevels);
-  expectNoCopy();
+  EXPECT_EQ(finished.exitStatus, refuses() ? 1 : 0) << finished.errors.substr(0, 500);
+  expectNoLoss();
+  EXPECT_EQ(finished.errors.find("Too many open files") != std::string::npos, refuses()) << finished.errors;
 }
 
-TEST_P(VerbLevelsTest, AreDoneOrRefusedWithoutLossWithManyDescriptors) {
-  const std::string source = computer_.path(GetParam().source());
-  makeDeep(source, kLevels);
-  const bool refuses = GetParam().name != "Remove" && GetParam().name != "Move";
-  EXPECT_LT(memoryOf(GetParam(), refuses ? 1 : 0), 32L << 10);
-  EXPECT_EQ(std::filesystem::exists(source), refuses);
-  if (!refuses) return;
-  EXPECT_EQ(levelsBelow(source), kLevels);
-  expectNoCopy();
+TEST_P(DeepTest, IsDoneOrRefusedWithoutLossWithManyDescriptors) {
+  EXPECT_LT(memoryOf(GetParam(), refuses() ? 1 : 0), 32L << 10);
+  expectNoLoss();
 }
+
+std::vector<Form> formsThatTake() {
+  std::vector<Form> forms = trashForms();
+  for (const Form& form : verbForms()) {
+    const bool isOfTrees = form.name != "RemoveFolder" && form.name != "MoveOntoAFile";
+    if ((form.runs("rm") || form.runs("mv") || form.runs("cp")) && isOfTrees && form.name != "CopyOnto")
+      forms.push_back(form);
+  }
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, DeepTest, ::testing::ValuesIn(formsThatTake()), nameOfForm);
+
+using TakenLevelsTest = LimitsTest;
 
 /// As deep as it goes, from a caller that grants little of all.
-TEST_P(VerbLevelsTest, ThatAreTakenAreDoneFromASmallStackAndFewDescriptors) {
+TEST_P(TakenLevelsTest, AreDoneFromASmallStackAndFewDescriptors) {
   constexpr int kTaken = 250;
-  makeDeep(computer_.path(GetParam().source()), kTaken);
+  makeDeep(computer_.path(sourceOf(GetParam())), kTaken);
   const auto grantLittle = [] {
     rlimit stack{};
     rlimit descriptors{};
@@ -197,15 +226,93 @@ TEST_P(VerbLevelsTest, ThatAreTakenAreDoneFromASmallStackAndFewDescriptors) {
   EXPECT_EQ(finished.exitStatus, 0) << finished.errors.substr(0, 500);
 }
 
-std::vector<Form> verbsForTrees() {
-  std::vector<Form> forms = verbForms();
-  std::erase_if(forms, [](const Form& form) {
-    return form.name != "Remove" && form.name != "Move" && form.name != "MoveByCopy" && form.name != "Copy";
-  });
+std::vector<Form> formsThatTakeOrGive() {
+  std::vector<Form> forms = formsThatTake();
+  for (const Form& form : verbForms()) {
+    if (form.name == "ChangeOwner") forms.push_back(form);
+  }
   return forms;
 }
 
-INSTANTIATE_TEST_SUITE_P(Verbs, VerbLevelsTest, ::testing::ValuesIn(verbsForTrees()), nameOfForm);
+INSTANTIATE_TEST_SUITE_P(Forms, TakenLevelsTest, ::testing::ValuesIn(formsThatTakeOrGive()), nameOfForm);
+
+/// chown gives away 256 levels.
+class GivenLevelsTest : public LimitsTest {
+ protected:
+  void SetUp() override {
+    LimitsTest::SetUp();
+    if (!IsSkipped()) makeDeep(computer_.path(GetParam().tree), kLevels);
+  }
+
+  void expectGiven(int most, int least) const {
+    const Changes changes = changesBelow(computer_.path(GetParam().tree), GetParam());
+    EXPECT_LE(changes.folders, most);
+    EXPECT_GE(changes.folders, least);
+    EXPECT_FALSE(changes.isDeepestFile);
+    struct stat file {};
+    ASSERT_EQ(::stat(computer_.path(GetParam().tree + "/file").c_str(), &file), 0);
+    EXPECT_TRUE(isChanged(GetParam(), file)) << "the rest is done";
+  }
+};
+
+TEST_P(GivenLevelsTest, AreTheUppermostAndTheRestStays) {
+  EXPECT_LT(memoryOf(GetParam(), 1), 32L << 10);
+  expectGiven(256, 256);
+}
+
+TEST_P(GivenLevelsTest, AreThoseThatTheDescriptorsAreEnoughForAndTheRestStays) {
+  const Finished finished = computer_.run(GetParam().command, nullptr, limitDescriptors);
+  EXPECT_EQ(finished.exitStatus, 1) << finished.errors.substr(0, 500);
+  EXPECT_THAT(finished.errors, HasSubstr("Too many open files"));
+  expectGiven(32, 16);
+}
+
+std::vector<Form> formsThatGive() {
+  std::vector<Form> forms = verbForms();
+  std::erase_if(forms, [](const Form& form) { return !form.runs("chown"); });
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, GivenLevelsTest, ::testing::ValuesIn(formsThatGive()), nameOfForm);
+
+/// A copy goes down two trees where both have the same folders.
+class TwoDeepTreesTest : public LimitsTest {
+ protected:
+  void SetUp() override {
+    LimitsTest::SetUp();
+    if (IsSkipped()) return;
+    makeDeep(source_, kLevels);
+    makeDeep(target_, kLevels);
+  }
+
+  void expectNeitherIsLess() const {
+    EXPECT_EQ(levelsBelow(source_), kLevels);
+    EXPECT_EQ(levelsBelow(target_), kLevels);
+  }
+
+  const std::string source_ = computer_.path("/Users/alice/media/tree");
+  const std::string target_ = computer_.path("/Users/alice/jobs/tree");
+};
+
+TEST_P(TwoDeepTreesTest, AreNotJoinedAndNothingIsLostWithFewDescriptors) {
+  const Finished finished = computer_.run(GetParam().command, nullptr, limitDescriptors);
+  EXPECT_EQ(finished.exitStatus, 1) << finished.errors.substr(0, 500);
+  EXPECT_THAT(finished.errors, HasSubstr("Too many open files"));
+  expectNeitherIsLess();
+}
+
+TEST_P(TwoDeepTreesTest, AreNotJoinedAndNothingIsLostWithManyDescriptors) {
+  EXPECT_LT(memoryOf(GetParam(), 1), 32L << 10);
+  expectNeitherIsLess();
+}
+
+std::vector<Form> formsThatAdd() {
+  std::vector<Form> forms = verbForms();
+  std::erase_if(forms, [](const Form& form) { return form.name != "CopyFromOnto"; });
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, TwoDeepTreesTest, ::testing::ValuesIn(formsThatAdd()), nameOfForm);
 
 using EntriesTest = LimitsTest;
 
@@ -225,7 +332,7 @@ int entriesFor(const Form& form) {
 
 TEST_P(EntriesTest, OfOneFolderTakeLittleMemory) {
   const Form& form = GetParam();
-  makeMany(computer_.path(form.isVerb() ? form.source() : form.tree), entriesFor(form));
+  makeMany(computer_.path(sourceOf(form)), entriesFor(form));
   const long memory = memoryOf(GetParam());
   std::printf("%ld KiB\n", memory);
   EXPECT_LT(memory, allowedFor(entriesFor(form)));
@@ -237,7 +344,7 @@ std::vector<Form> verbsForFolders() {
   std::vector<Form> forms = verbForms();
   std::erase_if(forms, [](const Form& form) {
     return form.name != "Remove" && form.name != "CopyInto" && form.name != "CopyFromOnto" &&
-           form.name != "MoveByCopy";
+           form.name != "MoveByCopy" && form.name != "ChangeOwner";
   });
   return forms;
 }
@@ -258,6 +365,7 @@ TEST_P(LinksTest, OfManyFilesTakeLittleMemoryAndFewDescriptors) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, LinksTest, ::testing::ValuesIn(formsForTrees()), nameOfForm);
+INSTANTIATE_TEST_SUITE_P(Verbs, LinksTest, ::testing::ValuesIn(formsThatGive()), nameOfForm);
 
 }  // namespace
 }  // namespace hardening

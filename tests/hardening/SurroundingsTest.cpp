@@ -211,6 +211,54 @@ TEST_F(ArgumentsTest, ThatAVerbDoesNotTakeTouchNothing) {
   EXPECT_THAT(differences(before, snapshotOf(computer.path("/Users"))), IsEmpty());
 }
 
+TEST_F(ArgumentsTest, ThatChownDoesNotTakeTouchNothing) {
+  const AttackedComputer computer;
+  const std::string tree = "/Users/alice/jobs/tree";
+  const std::string endless(100'000, '7');
+  const std::vector<Arguments> unknown = {{},
+                                          {""},
+                                          {"-"},
+                                          {"-R"},
+                                          {"bob"},
+                                          {"-R", ""},
+                                          {"-R", "bob"},
+                                          {"-r", "bob", tree},
+                                          {tree},
+                                          {"-h", tree},
+                                          {"--", "bob", tree},
+                                          {"-R", "-R", "bob", tree}};
+  const std::vector<Arguments> refused = {{"", tree},
+                                          {" ", tree},
+                                          {":", tree},
+                                          {"nobody-of-here", tree},
+                                          {"bob:none", tree},
+                                          {"4300:", tree},
+                                          {"4294967295", tree},
+                                          {"4300:4294967295", tree},
+                                          {"99999999999", tree},
+                                          {"bob", ""},
+                                          {"bob", "", ""},
+                                          {"bob", "/"},
+                                          {"-R", "bob", "/"},
+                                          {"-R", "bob", "//"},
+                                          {"-R", "bob", "."},
+                                          {"-R", "bob", "none"},
+                                          {endless, tree},
+                                          {"bob", tree + "/" + endless}};
+  const Snapshot before = snapshotOf(computer.path("/Users"));
+  const Snapshot outside = computer.outside();
+  for (const auto& [status, commands] : {std::pair{64, unknown}, std::pair{1, refused}}) {
+    for (Arguments command : commands) {
+      command.insert(command.begin(), "/verbs/chown");
+      const Finished finished = computer.run(command);
+      EXPECT_EQ(finished.exitStatus, status) << ::testing::PrintToString(command).substr(0, 200);
+      EXPECT_THAT(finished.errors, HasSubstr("chown: "));
+    }
+  }
+  EXPECT_THAT(differences(before, snapshotOf(computer.path("/Users"))), IsEmpty());
+  EXPECT_THAT(differences(outside, computer.outside()), IsEmpty());
+}
+
 TEST_F(ArgumentsTest, NamesOfAVerbsCannotLookLikeLinesOfTheirOwn) {
   const AttackedComputer computer;
   const Finished finished =
