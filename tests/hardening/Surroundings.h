@@ -18,5 +18,11 @@ struct Surrounding {
 [[nodiscard]] std::vector<Surrounding> surroundings();
 
 void closeStreams(std::initializer_list<int> streams);
+/// Without LD_LIBRARY_PATH, for which the programs start once more, with no environment at all.
+void spoilEnvironment();
+/// All of them, and blocks them.
+void ignoreSignals();
+/// Every limit that the programs raise.
+void limitAll();
 
 }  // namespace hardening
