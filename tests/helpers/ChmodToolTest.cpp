@@ -1,6 +1,8 @@
 #include "helpers/ChmodTool.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <csignal>
 
@@ -90,6 +92,20 @@ TEST_F(ChmodToolTest, AFifoDoesNotBlock) {
   EXPECT_EQ(volume_.mode("tree/fifo"), 0644U);
   EXPECT_EQ(run({"600", "/tree/fifo"}), ExitStatus::done);
   EXPECT_EQ(volume_.mode("tree/fifo"), 0600U);
+}
+
+TEST_F(ChmodToolTest, SocketsAndDevicesAreChangedWithoutBeingOpened) {
+  QUILLMEND_NEEDS_ROOT();
+  volume_.makeFolder("tree");
+  const dev_t tape = makedev(9, 0);  // one that is not there: to open it fails
+  ASSERT_EQ(mknod(volume_.path("tree/tape").c_str(), S_IFCHR | 0600, tape), 0);
+  ASSERT_EQ(mknod(volume_.path("tree/socket").c_str(), S_IFSOCK | 0600, 0), 0);
+  EXPECT_EQ(run({"-R", "a+r", "/tree"}), ExitStatus::done) << report_.text();
+  for (const char* place : {"tree/tape", "tree/socket"}) {
+    EXPECT_EQ(volume_.mode(place), 0644U) << place;
+    EXPECT_EQ(run({"600", std::string("/") + place}), ExitStatus::done) << report_.text();
+    EXPECT_EQ(volume_.mode(place), 0600U) << place;
+  }
 }
 
 TEST_F(ChmodToolTest, AFileWithAHardLinkOutsideIsLeftAndReported) {
