@@ -2,8 +2,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <linux/sched.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -11,10 +9,8 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <cstdio>
-#include <filesystem>
 
-#include "tests/hardening/AttackedComputer.h"
+#include "tests/hardening/OwnProcesses.h"
 #include "tests/hardening/Surroundings.h"
 #include "tests/support/RunningProgram.h"
 #include "tests/support/Sanitizers.h"
@@ -22,11 +18,9 @@
 namespace hardening {
 namespace {
 
-namespace fs = std::filesystem;
 using support::RunningProgram;
 
 const std::vector<std::string> kKill = {"/helpers/killtool"};
-constexpr const char* kQmaster = "/Library/Application Support/Apple Qmaster/controller";
 
 /// A process with a number of its own choosing: clone3(2).
 class StrangerOfNumber {
@@ -74,48 +68,12 @@ constexpr int kStep = support::kIsSanitized ? 5 : 1;
 class KillRaceTest : public ::testing::Test {
  protected:
   void SetUp() override { QUILLMEND_NEEDS_ROOT_HERE(); }
-
-  /// As the first process of a namespace, in which killtool finds no other than the test's.
-  static void amongOwnProcesses(const std::function<void(const AttackedComputer&)>& part) {
-    std::fflush(nullptr);
-    const pid_t outer = ::fork();
-    if (outer == 0) ::_exit(::unshare(CLONE_NEWPID) == 0 ? becomeFirst(part) : 1);
-    int status = -1;
-    ASSERT_EQ(::waitpid(outer, &status, 0), outer);
-    EXPECT_EQ(status, 0) << "the part among processes of its own failed";
-  }
-
-  static std::string install(const AttackedComputer& computer, const std::string& place) {
-    const std::string path = computer.path(place);
-    fs::create_directories(fs::path(path).parent_path());
-    fs::copy_file(TARGET_PROGRAM, path, fs::copy_options::overwrite_existing);
-    return path;
-  }
-
- private:
-  static void run(const std::function<void(const AttackedComputer&)>& part) {
-    const AttackedComputer computer;
-    EXPECT_EQ(::mount("proc", computer.path("/proc").c_str(), "proc", 0, nullptr), 0);
-    if (!HasFailure()) part(computer);
-  }
-
-  static int becomeFirst(const std::function<void(const AttackedComputer&)>& part) {
-    const pid_t first = ::fork();
-    if (first == 0) {
-      run(part);
-      std::fflush(nullptr);
-      ::_exit(HasFailure() ? 1 : 0);
-    }
-    int status = -1;
-    ::waitpid(first, &status, 0);
-    return status == 0 ? 0 : 1;
-  }
 };
 
 TEST_F(KillRaceTest, ANumberThatAStrangerGetsBeforeAnyCallIsNotSignalled) {
   amongOwnProcesses([](const AttackedComputer& computer) {
-    const std::string program = install(computer, kQmaster);
-    const std::string other = install(computer, "/elsewhere/controller");
+    const std::string program = installTarget(computer, kQmaster);
+    const std::string other = installTarget(computer, "/elsewhere/controller");
     int calls = 0;
     // Until a run has no such call: one without its target makes fewer than the next may.
     for (int call = 1; call <= calls + 1 && !HasFailure(); call += kStep) {
@@ -141,7 +99,7 @@ TEST_F(KillRaceTest, ANumberThatAStrangerGetsBeforeAnyCallIsNotSignalled) {
 
 TEST_F(KillRaceTest, ANumberThatTheNextDaemonOfThatProgramGetsIsNotSignalledTwice) {
   amongOwnProcesses([](const AttackedComputer& computer) {
-    const std::string program = install(computer, kQmaster);
+    const std::string program = installTarget(computer, kQmaster);
     RunningProgram target(program, {"polite"});
     const pid_t number = target.pid();
     std::unique_ptr<StrangerOfNumber> next;
@@ -160,7 +118,7 @@ TEST_F(KillRaceTest, ANumberThatTheNextDaemonOfThatProgramGetsIsNotSignalledTwic
 
 TEST_F(KillRaceTest, WhoeverCallsItselfLikeADaemonLives) {
   amongOwnProcesses([](const AttackedComputer& computer) {
-    const std::string program = install(computer, "/Users/alice/bin/qmasterd");
+    const std::string program = installTarget(computer, "/Users/alice/bin/qmasterd");
     RunningProgram spoofed(program, {"polite"}, [&program] {
       ::prctl(PR_SET_NAME, "qmasterd");
       if (::setgid(AttackedComputer::kAlice) != 0 || ::setuid(AttackedComputer::kAlice) != 0) ::_exit(1);
@@ -176,7 +134,7 @@ TEST_F(KillRaceTest, WhoeverCallsItselfLikeADaemonLives) {
 
 TEST_F(KillRaceTest, AProgramOfQmastersEndsWhoeverRunsItAndWhateverStateItIsIn) {
   amongOwnProcesses([](const AttackedComputer& computer) {
-    const std::string program = install(computer, kQmaster);
+    const std::string program = installTarget(computer, kQmaster);
     RunningProgram ofAlice(program, {"polite"}, [] {
       if (::setgid(AttackedComputer::kAlice) != 0 || ::setuid(AttackedComputer::kAlice) != 0) ::_exit(1);
     });
@@ -192,7 +150,7 @@ TEST_F(KillRaceTest, AProgramOfQmastersEndsWhoeverRunsItAndWhateverStateItIsIn) 
 TEST_F(KillRaceTest, AllDaemonsEndInWhateverSurroundings) {
   amongOwnProcesses([](const AttackedComputer& computer) {
     constexpr int kDaemons = 40;
-    const std::string program = install(computer, kQmaster);
+    const std::string program = installTarget(computer, kQmaster);
     for (const Surrounding& surrounding : surroundings()) {
       SCOPED_TRACE(surrounding.name);
       std::vector<std::unique_ptr<RunningProgram>> daemons;
@@ -212,7 +170,7 @@ TEST_F(KillRaceTest, AllDaemonsEndInWhateverSurroundings) {
 
 TEST_F(KillRaceTest, ItselfAndWhoeverStartedItLive) {
   amongOwnProcesses([](const AttackedComputer& computer) {
-    install(computer, kQmaster);
+    static_cast<void>(installTarget(computer, kQmaster));
     const Finished finished = computer.run({kQmaster, "run", "/helpers/killtool"});
     EXPECT_EQ(finished.exitStatus, 0) << finished.errors;
   });

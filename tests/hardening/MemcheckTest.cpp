@@ -4,9 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 
-#include "tests/hardening/AttackedComputer.h"
+#include "tests/hardening/OwnProcesses.h"
+#include "tests/support/RunningProgram.h"
 
 namespace hardening {
 namespace {
@@ -38,13 +40,28 @@ int occurrences(const std::string& text, const std::string& words) {
   return count;
 }
 
+/// The command under memcheck, which finds nothing.
+void examine(const AttackedComputer& computer, std::vector<std::string> command,
+             const std::function<void()>& inChild = nullptr) {
+  computer.makeFolder("/tmp", 01777);  // valgrind's own
+  command.insert(command.begin(), kMemcheck.begin(), kMemcheck.end());
+  // What the test was started with itself.
+  const auto prepare = [&inChild] {
+    ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
+    if (inChild) inChild();
+  };
+  const Finished finished = computer.run(command, nullptr, prepare);
+  EXPECT_THAT(finished.exitStatus, AnyOf(0, 1)) << finished.errors;
+  EXPECT_THAT(finished.errors, HasSubstr("ERROR SUMMARY: 0 errors"));
+  EXPECT_THAT(finished.errors, HasSubstr("FILE DESCRIPTORS: 3 open (3 std) at exit"));
+  EXPECT_EQ(occurrences(finished.errors, "WARNING: unhandled"), occurrences(finished.errors, kUnknownCall));
+}
+
 class MemcheckTest : public ::testing::TestWithParam<Form> {
  protected:
   void SetUp() override {
     QUILLMEND_NEEDS_ROOT_HERE();
     ASSERT_TRUE(std::filesystem::exists(kMemcheck.front())) << "packaging/install-dependencies test";
-    // Valgrind's own.
-    computer_.makeFolder("/tmp", 01777);
   }
 
   void addOddEntries() const {
@@ -64,15 +81,7 @@ class MemcheckTest : public ::testing::TestWithParam<Form> {
 
 TEST_P(MemcheckTest, FindsNothing) {
   addOddEntries();
-  std::vector<std::string> command = kMemcheck;
-  command.insert(command.end(), GetParam().command.begin(), GetParam().command.end());
-  // What the test was started with itself.
-  const auto closeOthers = [] { ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC); };
-  const Finished finished = computer_.run(command, nullptr, closeOthers);
-  EXPECT_THAT(finished.exitStatus, AnyOf(0, 1)) << finished.errors;
-  EXPECT_THAT(finished.errors, HasSubstr("ERROR SUMMARY: 0 errors"));
-  EXPECT_THAT(finished.errors, HasSubstr("FILE DESCRIPTORS: 3 open (3 std) at exit"));
-  EXPECT_EQ(occurrences(finished.errors, "WARNING: unhandled"), occurrences(finished.errors, kUnknownCall));
+  examine(computer_, GetParam().command);
 }
 
 std::vector<Form> theFormsOfHelpers() {
@@ -84,6 +93,20 @@ std::vector<Form> theFormsOfHelpers() {
 
 INSTANTIATE_TEST_SUITE_P(Forms, MemcheckTest, ::testing::ValuesIn(theFormsOfHelpers()), nameOfForm);
 INSTANTIATE_TEST_SUITE_P(Verbs, MemcheckTest, ::testing::ValuesIn(verbForms()), nameOfForm);
+
+/// One that ends when it is asked to, and one that has to be forced.
+TEST(MemcheckOfKilltoolTest, FindsNothingWhereDaemonsRun) {
+  QUILLMEND_NEEDS_ROOT_HERE();
+  amongOwnProcesses([](const AttackedComputer& computer) {
+    const std::string program = installTarget(computer, kQmaster);
+    const support::RunningProgram polite(program, {"polite"});
+    const support::RunningProgram stubborn(program, {"stubborn"});
+    std::filesystem::copy_file(HELD_PROCESSES, computer.path("/held"));
+    examine(computer, {"/helpers/killtool"}, [] { ::setenv("LD_PRELOAD", "/held", 1); });
+    EXPECT_TRUE(polite.hasEnded());
+    EXPECT_TRUE(stubborn.hasEnded());
+  });
+}
 
 }  // namespace
 }  // namespace hardening
