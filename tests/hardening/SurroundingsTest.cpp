@@ -72,10 +72,22 @@ INSTANTIATE_TEST_SUITE_P(Forms, SurroundingsTest, ::testing::ValuesIn(formsOfAll
 /// load, and of one that the system has not.
 class LibrariesTest : public ::testing::TestWithParam<Form> {
  protected:
-  void SetUp() override { QUILLMEND_NEEDS_ROOT_HERE(); }
+  static constexpr const char* kAbsent = "libnss_absent.so.2";
 
-  static constexpr std::array kNames = {"libc.so.6", "libsystemd.so.0", "libnss_files.so.2", "libcap.so.2",
-                                        "libnss_absent.so.2"};
+  void SetUp() override {
+    QUILLMEND_NEEDS_ROOT_HERE();
+    exitStatus_ = computer_.run(GetParam().command).exitStatus;
+  }
+
+  /// Those that keep their environment, for what they start, take from where it points what the system has
+  /// not.
+  [[nodiscard]] static bool startsOnceMore() {
+    return !GetParam().runs("asuser") && !GetParam().runs("open") && !GetParam().runs("ditto") &&
+           !GetParam().runs("scutil");
+  }
+
+  static constexpr std::array kNames = {"libc.so.6",         "libz.so.1",   "libsystemd.so.0",
+                                        "libnss_files.so.2", "libcap.so.2", kAbsent};
 
   static void look(const char* where) { ::setenv("LD_LIBRARY_PATH", where, 1); }
 
@@ -87,18 +99,20 @@ class LibrariesTest : public ::testing::TestWithParam<Form> {
   }
 
   AttackedComputer computer_;
+  int exitStatus_ = -1;  ///< of a run where nothing is planted
 };
 
 TEST_P(LibrariesTest, OfAUsersAreNotLoadedWhereTheEnvironmentPointsToThem) {
   std::ofstream(computer_.path("/etc/nsswitch.conf")) << "passwd: absent files\ngroup: absent files\n";
   for (const char* name : kNames) {
+    if (name == kAbsent && !startsOnceMore()) continue;
     SCOPED_TRACE(name);
     computer_.restore();
     computer_.makeFolder("/Users/alice/planted");
     plant(name);
     const Finished finished =
         computer_.run(GetParam().command, nullptr, [] { look("/Users/alice/planted"); });
-    EXPECT_EQ(finished.exitStatus, 0) << finished.errors;
+    EXPECT_EQ(finished.exitStatus, exitStatus_) << finished.errors;
     EXPECT_FALSE(isMarked());
   }
 }
@@ -108,7 +122,7 @@ TEST_P(LibrariesTest, ThatArePlantedLeaveTheirMark) {
   computer_.makeFolder("/Users/alice/planted");
   plant("libcap.so.2");
   const auto preload = [] { ::setenv("LD_PRELOAD", "/Users/alice/planted/libcap.so.2", 1); };
-  EXPECT_EQ(computer_.run(GetParam().command, nullptr, preload).exitStatus, 0);
+  EXPECT_EQ(computer_.run(GetParam().command, nullptr, preload).exitStatus, exitStatus_);
   EXPECT_TRUE(isMarked());
 }
 
@@ -120,6 +134,10 @@ std::vector<Form> formsThatLoad() {
   forms.push_back({"ChownTree", {"/helpers/chowntool", "-R", "alice", tree}, tree});
   forms.push_back({"Chown", {"/verbs/chown", "-R", "alice", tree}, tree});
   forms.push_back({"TrashOfNobodys", {"/helpers/trashtool", "/outside/trash"}, tree});
+  forms.push_back({"BecomeUser", {"/verbs/asuser", "alice", "--", "/usr/bin/true"}, tree});
+  forms.push_back({"OpenAsNobody", {"/verbs/open", tree}, tree});
+  forms.push_back({"Pack", {"/verbs/ditto", "-ck", "--keepParent", tree, "/Users/alice/archive.zip"}, tree});
+  forms.push_back({"TellName", {"/verbs/scutil", "--get", "LocalHostName"}, tree});
   return forms;
 }
 
