@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include <thread>
 
 #include "tests/diagnostics/LogFixture.h"
+#include "tests/hardening/SupervisedRun.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/Sanitizers.h"
@@ -182,22 +184,28 @@ TEST_F(TwoProgramsTest, WhatOneHasOpenGoesOnInItWhenTheOtherBegins) {
 
 namespace {
 
+constexpr int kThreads = 8;
+
+/// Each thread's of so many lines in all, or of a million with QUILLMEND_LONG_TESTS.
+int linesOfEach(int usual) {
+  return (std::getenv("QUILLMEND_LONG_TESTS") != nullptr ? 1'000'000 : usual) / kThreads;
+}
+
+void expectAllInOrder(const std::string& everything, int linesOfEach) {
+  const auto counts = linesByWriter(everything);
+  EXPECT_EQ(counts.size(), std::size_t{kThreads});
+  for (const auto& [writer, count] : counts) EXPECT_EQ(count, linesOfEach) << writer;
+}
+
 /// Eight threads; what a rotation drops is collected before it goes.
 class ManyLinesTest : public LogFixture {
  protected:
-  static constexpr int kThreads = 8;
-
   void SetUp() override {
     fake.files.beforeChange = [this](const std::string& change,
                                      const std::string& path) -> std::optional<foundation::Error> {
       if (change == "remove" && path == generation(5)) collected_ += content(path);
       return std::nullopt;
     };
-  }
-  /// A million in all with QUILLMEND_LONG_TESTS.
-  [[nodiscard]] static int linesOfEach() {
-    const int usual = support::kIsSanitized ? 40'000 : 100'000;
-    return (std::getenv("QUILLMEND_LONG_TESTS") != nullptr ? 1'000'000 : usual) / kThreads;
   }
   [[nodiscard]] std::string everything() {
     std::string all = collected_;
@@ -214,16 +222,56 @@ class ManyLinesTest : public LogFixture {
 }  // namespace
 
 TEST_F(ManyLinesTest, EightThreadsLoseNoneAndKeepTheirOrder) {
+  const int lines = linesOfEach(support::kIsSanitized ? 40'000 : 100'000);
   TGLog::createNewLog("Quillmend");
   std::vector<std::thread> threads;
   for (int thread = 0; thread < kThreads; ++thread) {
-    threads.emplace_back([thread] {
-      for (int line = 0; line < linesOfEach(); ++line) TGLog::appendLog("thread %i line %i", thread, line);
+    threads.emplace_back([thread, lines] {
+      for (int line = 0; line < lines; ++line) TGLog::appendLog("thread %i line %i", thread, line);
     });
   }
   for (std::thread& thread : threads) thread.join();
   TGLog::finishWriting();
-  const auto counts = linesByWriter(everything());
-  EXPECT_EQ(counts.size(), std::size_t{kThreads});
-  for (const auto& [writer, count] : counts) EXPECT_EQ(count, linesOfEach()) << writer;
+  expectAllInOrder(everything(), lines);
+}
+
+namespace {
+
+/// The same with the files of this computer, which a program of the test's writes.
+class ManyLinesOnDiskTest : public TwoProgramsTest {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  }
+
+  /// Collects the oldest generation each time when it is about to be dropped.
+  void write(int lines) {
+    const hardening::OnCall collect = [this](const hardening::Call& call) {
+      if (call.number == SYS_unlinkat) {
+        dropped_ += home_.content(relative(5));
+        ++drops_;
+      }
+      return hardening::kProceed;
+    };
+    const auto finished =
+        hardening::run({LOG_PROGRAM, home_.path(), "thread", std::to_string(lines), "new", "threads"},
+                       [] { ::dup2(STDERR_FILENO, STDOUT_FILENO); }, collect, {SYS_getppid, SYS_unlinkat});
+    EXPECT_EQ(finished.exitStatus, 0);
+    EXPECT_EQ(finished.errors, "");
+  }
+
+  std::string dropped_;
+  int drops_ = 0;
+};
+
+}  // namespace
+
+TEST_F(ManyLinesOnDiskTest, EightThreadsLoseNoneAndKeepTheirOrderThroughRotations) {
+  const int lines = linesOfEach(support::kIsSanitized ? 60'000 : 100'000);
+  write(lines);
+  expectAllInOrder(dropped_ + everything(), lines);
+  EXPECT_GE(drops_, 1);
+  for (const int number : {1, 2, 3, 4, 5}) {
+    EXPECT_THAT(home_.content(relative(number)), testing::StartsWith("Log started: "));
+  }
 }

@@ -4,6 +4,7 @@
 //   full    lets the log be full with one more line, "NAME fills it", so that the writes' own thread begins a
 //           new one, between two such calls
 //   append  appends that many lines, "NAME line 0" and so on
+//   threads appends that many lines from each of eight threads at once, "NAME 0 line 0" and so on
 //   room    takes the limit off the size of files, then says "room" and appends one line, "NAME has room"
 //   wait    says "ready", waits for a byte from the FIFO HOME/go
 #include <fcntl.h>
@@ -14,6 +15,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
+#include <thread>
+#include <vector>
 
 #include "diagnostics/TGLog.h"
 #include "platform/posix/UniqueDescriptor.h"
@@ -46,6 +49,19 @@ void append(const Part& part) {
   TGLog::finishWriting();
 }
 
+void appendFromThreads(const Part& part) {
+  constexpr int kThreads = 8;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([thread, &part] {
+      for (int line = 0; line < part.lines; ++line)
+        TGLog::appendLog("%@ %i line %i", part.name, thread, line);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  TGLog::finishWriting();
+}
+
 void makeRoom(const Part& part) {
   const rlimit unlimited{RLIM_INFINITY, RLIM_INFINITY};
   if (::setrlimit(RLIMIT_FSIZE, &unlimited) != 0) std::exit(1);
@@ -65,6 +81,7 @@ void perform(std::string_view what, const Part& part) {
   if (what == "new") return begin();
   if (what == "full") return fill(part);
   if (what == "append") return append(part);
+  if (what == "threads") return appendFromThreads(part);
   if (what == "room") return makeRoom(part);
   if (what == "wait") return wait(part);
   std::exit(64);
