@@ -110,8 +110,7 @@ class InheritedStateTest : public ::testing::TestWithParam<Form> {
   AttackedComputer computer_;
 };
 
-/// Else nobody could end it, and a wait that a signal is to end would not; nobody may end it by ignoring for
-/// it what it waits for.
+/// Else nobody could end it, and a wait that an alarm is to end would last.
 TEST_P(InheritedStateTest, SignalsAreNeitherBlockedNorIgnoredButForThoseOfWriting) {
   run([](pid_t process) { EXPECT_NE(told(process, "SigBlk"), maskOf({})); },
       [](pid_t process) {

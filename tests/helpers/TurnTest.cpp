@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <fstream>
 #include <thread>
 
@@ -122,6 +123,32 @@ TEST_F(TurnTest, IsNotWaitedForAnyMoreWhenTheToolIsAskedToStop) {
     asking.join();
     EXPECT_EQ(report.text(), "") << "who is asked to stop goes on beside nobody";
   });
+}
+
+/// Ends this process at a time when it should long be done: by a signal that cannot be blocked.
+void endIn(std::chrono::seconds time) {
+  sigevent event{};
+  event.sigev_notify = SIGEV_SIGNAL;
+  event.sigev_signo = SIGKILL;
+  timer_t timer{};
+  ASSERT_EQ(::timer_create(CLOCK_MONOTONIC, &event, &timer), 0);
+  const itimerspec once{{0, 0}, {time.count(), 0}};
+  ASSERT_EQ(::timer_settime(timer, 0, &once, nullptr), 0);
+}
+
+TEST_F(TurnTest, IsNotWaitedForWithoutEndWhereWhoeverStartedTheToolBlockedAllSignals) {
+  const UniqueDescriptor another = takenByAnother();
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  ASSERT_EQ(::pthread_sigmask(SIG_BLOCK, &all, &before), 0);
+  ToolProcess::run([this] {
+    endIn(10s);
+    RecordedReport report;
+    EXPECT_FALSE(Turn(volume_.surroundings(), report, 20ms).isHeld());
+    EXPECT_THAT(report.text(), HasSubstr("going on beside it"));
+  });
+  ASSERT_EQ(::pthread_sigmask(SIG_SETMASK, &before, nullptr), 0);
 }
 
 }  // namespace
