@@ -17,6 +17,8 @@ execute_process(COMMAND gzip -9nf "${DOCUMENTATION}/changelog" "${SHARE}/man/man
 file(WRITE "${OVERRIDES}" "# The system's folders, so that nobody's LD_LIBRARY_PATH comes before them in programs of root's.
 ${CPACK_PACKAGE_NAME}: custom-library-search-path RPATH /$LIB [usr/lib/Quillmend.app/Contents/*]
 ${CPACK_PACKAGE_NAME}: custom-library-search-path RPATH /usr/$LIB [usr/lib/Quillmend.app/Contents/*]
+# The package switches nothing on: what it keeps in order is what somebody has switched on by systemctl.
+${CPACK_PACKAGE_NAME}: maintainer-script-calls-systemctl *
 ")
 
 # The folder that cpack itself has made, too: whatever the umask, everybody may read.

@@ -24,11 +24,15 @@ set(CPACK_QUILLMEND_SOURCE ${PROJECT_SOURCE_DIR})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+foreach(script postinst prerm postrm)
+  list(APPEND CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/${script})
+endforeach()
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # What is linked is found; libraries that are loaded and programs that are started have to be named. Without expat no property list
 # is read. The others are for the window: keys, a password, what is opened, notifications.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libexpat1, libsystemd0")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
     "default-dbus-session-bus | dbus-session-bus, libxcb1, libxkbcommon-x11-0, libxkbcommon0, sudo, xdg-utils")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, qt6-wayland")
 include(CPack)

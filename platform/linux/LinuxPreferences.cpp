@@ -80,12 +80,17 @@ Result<void> keepAside(const std::string& path) {
 }
 
 Result<void> store(const std::string& path, const PropertyList& changes) {
+  const auto seen = current().fileQueries.state(path);
   auto file = storedFile(path);
   if (!file) return file.error();
   PropertyList& content = file.value().content;
   for (const auto& [key, value] : *changes.as<PropertyList::Dictionary>()) content.set(key, value);
   auto made = current().fileChanges.createDirectory(foundation::deletingLastPathComponent(path));
-  if (made && file.value().isUnreadable) made = keepAside(path);
+  if (made && file.value().isUnreadable) {
+    // Another program that has met it has kept it aside, and what lies there now may be a sound list.
+    if (current().fileQueries.state(path) != seen) return foundation::systemError(EAGAIN, path);
+    made = keepAside(path);
+  }
   return made ? writePropertyList(path, content, file.value().format) : made;
 }
 

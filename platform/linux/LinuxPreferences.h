@@ -23,10 +23,10 @@ namespace platform {
 ///
 /// Files are read at each question and written when something is stored: keys that others have set there
 /// meanwhile stay, a file stays XML or binary (a new one is binary), and each is replaced in one step. A file
-/// that holds something and no dictionary is kept aside (keepUnreadableAside) and a new one begun; one that
-/// cannot be read, or is a sound list of what cannot be told here (ENOTSUP), is not touched. The user's
-/// values that could not be stored stay in memory for the next try, and are lost with the process. May be
-/// called from any thread.
+/// that holds something and no dictionary is kept aside (keepUnreadableAside) and a new one begun, unless
+/// somebody has just changed it (EAGAIN); one that cannot be read, or is a sound list of what cannot be told
+/// here (ENOTSUP), is not touched. The user's values that could not be stored stay in memory for the next
+/// try, and are lost with the process. May be called from any thread.
 class LinuxPreferences : public Preferences {
  public:
   explicit LinuxPreferences(std::string domain = "com.vordenworks.Quillmend");

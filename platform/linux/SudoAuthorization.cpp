@@ -139,11 +139,14 @@ AuthorizationStatus statusOf(const SudoAnswer& answer) {
 }
 
 /// The dialog tells of a password that was not accepted. Any other refusal would come to nobody's notice.
-void tellRefusal(const std::string& sudo, const SudoAnswer& answer) {
+void tellRefusal(const std::string& sudo, const SudoAnswer& answer,
+                 const std::string& unsaid = "it is not said why") {
   if (!answer.started) return NSLog("No administrator rights: %@ cannot be started", sudo);
   const bool isOfPassword = answer.says("incorrect password attempt") ||
                             answer.says("no password was provided") || answer.says("password is required");
-  if (!isOfPassword) NSLog("No administrator rights: %@", foundation::trimmed(answer.message));
+  if (isOfPassword) return;
+  const std::string reason = foundation::trimmed(answer.message);
+  NSLog("No administrator rights: %@", reason.empty() ? unsaid : reason);
 }
 
 bool isProgram(const std::string& path) {
@@ -286,9 +289,11 @@ AuthorizationStatus SudoAuthorization::executeWithPrivileges(AuthorizationRef re
   AuthorizationStatus status = validate();
   if (status == errAuthorizationDenied && mayAskAgain(reference)) status = validateByDialog();
   if (status != errAuthorizationSuccess) return status;
-  status = statusOf(runSudo(sudo_, withCommand({"-n", "-l"}, path, arguments)));
-  if (status != errAuthorizationSuccess) return status;
-  return start(path, arguments, pipe);
+  const SudoAnswer answer = runSudo(sudo_, withCommand({"-n", "-l"}, path, arguments));
+  status = statusOf(answer);
+  if (status == errAuthorizationSuccess) return start(path, arguments, pipe);
+  tellRefusal(sudo_, answer, path + " is not allowed to be started");
+  return status;
 }
 
 void SudoAuthorization::stopAsking() {
@@ -342,7 +347,9 @@ AuthorizationStatus SudoAuthorization::validateByPassword(const AuthorizationEnv
     return dropped;
   const UniqueDescriptor input = pipeWithLine(environment.password);
   if (!input) return errAuthorizationInternal;
-  const auto status = statusOf(runSudo(sudo_, {"-S", "-v", "-p", ""}, {.descriptor = input.get()}));
+  const SudoAnswer answer = runSudo(sudo_, {"-S", "-v", "-p", ""}, {.descriptor = input.get()});
+  const AuthorizationStatus status = statusOf(answer);
+  if (status != errAuthorizationSuccess) tellRefusal(sudo_, answer);
   return status == errAuthorizationCanceled ? errAuthorizationDenied : status;
 }
 

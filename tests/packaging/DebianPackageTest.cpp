@@ -1,5 +1,8 @@
 #include <gmock/gmock.h>
 
+#include <sys/stat.h>
+
+#include <filesystem>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -69,10 +72,26 @@ TEST(DebianPackage, AsksForWhatIsLinkedLoadedAndStarted) {
   EXPECT_THAT(asked, HasSubstr(", xdg-utils,"));
 }
 
-TEST(DebianPackage, RunsNothingWhenItIsInstalled) {
+TEST(DebianPackage, SwitchesNothingOnAndOffWhatSomebodyHasSwitchedOnOnlyWhenItIsRemoved) {
   const support::TemporaryFolder folder;
   ofDebianPackage("--control", folder / "control");
-  EXPECT_THAT(filesBelow(folder / "control"), ElementsAre("control", "md5sums"));
+  EXPECT_THAT(filesBelow(folder / "control"),
+              ElementsAre("control", "md5sums", "postinst", "postrm", "prerm"));
+  const std::string told = folder / "told";
+  const std::string systemctl = folder.file("systemctl", "#!/bin/sh\necho \"$@\" >>'" + told + "'\n");
+  ASSERT_EQ(::chmod(systemctl.c_str(), 0755), 0);
+  const auto run = [&](const std::string& script, const std::string& action) {
+    std::filesystem::remove(told);
+    const std::string path = "PATH=" + folder.path() + ":/usr/bin:/bin";
+    const auto ran = support::runProgram({"/usr/bin/env", path, folder / ("control/" + script), action});
+    EXPECT_EQ(ran.status, 0) << ran.output;
+    return std::filesystem::exists(told) ? contentOf(told) : "";
+  };
+  EXPECT_EQ(run("prerm", "remove"), "--quiet disable --now quillmend-repair.timer\n");
+  EXPECT_EQ(run("prerm", "upgrade"), "");
+  for (const char* script : {"postinst", "postrm"}) {
+    EXPECT_THAT(run(script, "configure"), ::testing::AnyOf("", "daemon-reload\n")) << script;
+  }
 }
 
 TEST(DebianPackage, IsRootsAndOthersMayReadIt) {

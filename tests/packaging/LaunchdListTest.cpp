@@ -10,7 +10,7 @@ namespace {
 
 using foundation::PropertyList;
 
-TEST(LaunchdList, RepairsSilentlyEveryWeekAndLetsAStepEnd) {
+TEST(LaunchdList, RepairsEveryWeekByAProgramOfRootsAndLetsAStepEnd) {
   platform::LinuxPropertyLists lists;
   const auto list = lists.parse(support::contentOf(LAUNCHD_LIST));
   ASSERT_TRUE(list.ok());
@@ -19,7 +19,8 @@ TEST(LaunchdList, RepairsSilentlyEveryWeekAndLetsAStepEnd) {
       PropertyList(PropertyList::Dictionary{
           {"Label", "com.vordenworks.Quillmend.repair"},
           {"ProgramArguments",
-           PropertyList::Array{"/Applications/Quillmend.app/Contents/MacOS/Quillmend", "-repair"}},
+           PropertyList::Array{
+               "/Library/Application Support/Vordenworks/Quillmend.app/Contents/MacOS/Quillmend", "-repair"}},
           {"StartCalendarInterval", PropertyList::Dictionary{{"Weekday", 0}, {"Hour", 3}, {"Minute", 30}}},
           {"ExitTimeOut", 300}}))
       << list.value().description();

@@ -176,6 +176,19 @@ TEST_F(LinuxPreferencesTest, MalformedFileThatCannotBeKeptAsideIsNotReplaced) {
   EXPECT_EQ(bytes(kUsers), "no property list");
 }
 
+TEST_F(LinuxPreferencesTest, WhatAnotherProgramHasPutInAMalformedFilesPlaceMeanwhileStays) {
+  fake.files.makeFile(kUsers, "no property list");
+  fake.files.beforeChange = [this](const std::string& change, const std::string&) {
+    if (change == "createDirectory") store(kUsers, {{"theirs", 1}});
+    return std::optional<foundation::Error>();
+  };
+  preferences.setValue("key", 1);
+  EXPECT_FALSE(preferences.synchronize());
+  EXPECT_EQ(readDictionary(kUsers).value(), PropertyList(Dictionary{{"theirs", 1}}));
+  EXPECT_TRUE(preferences.synchronize());
+  EXPECT_EQ(readDictionary(kUsers).value(), PropertyList(Dictionary{{"theirs", 1}, {"key", 1}}));
+}
+
 TEST_F(LinuxPreferencesTest, EmptyFileIsReplaced) {
   fake.files.makeFile(kUsers, "");
   preferences.setValue("key", 1);

@@ -285,6 +285,8 @@ TEST_F(SudoAuthorizationTest, ProgramThatSudoersDoesNotAllowIsDenied) {
     EXPECT_EQ(give(held, kPassword), errAuthorizationSuccess);
     EXPECT_EQ(outputOf(held, "/usr/bin/id", {"-u"}), "0\n");
     EXPECT_EQ(run(held, "/bin/true", {}), errAuthorizationDenied);
+    EXPECT_THAT(fake.systemConsole.messages(),
+                ::testing::ElementsAre("No administrator rights: /bin/true is not allowed to be started"));
   });
 }
 
@@ -325,27 +327,35 @@ TEST_F(SudoAuthorizationTest, DialogThatIsCancelledIsTold) {
 TEST_F(SudoAuthorizationTest, WrongPasswordInTheDialogIsDenied) {
   account->allow(kEverything);
   const EnvironmentVariable named("SUDO_ASKPASS", script("ask", "echo wrong"));
-  asAccount([this] { EXPECT_EQ(ask(reference()), errAuthorizationDenied); });
-  EXPECT_THAT(fake.systemConsole.messages(), ::testing::IsEmpty()) << "the dialog has told it";
+  asAccount([this] {
+    EXPECT_EQ(ask(reference()), errAuthorizationDenied);
+    EXPECT_THAT(fake.systemConsole.messages(), ::testing::IsEmpty()) << "the dialog has told it";
+  });
 }
 
 TEST_F(SudoAuthorizationTest, WhySudoRefusesAnAccountThatItDoesNotListIsTold) {
   const EnvironmentVariable named("SUDO_ASKPASS", script("ask", "cat " + (folder / "password")));
   folder.file("password", std::string(kPassword) + "\n");
-  asAccount([this] { EXPECT_EQ(ask(reference()), errAuthorizationDenied); });
-  EXPECT_THAT(fake.systemConsole.messages(),
-              ::testing::ElementsAre(::testing::AllOf(::testing::StartsWith("No administrator rights: "),
-                                                      ::testing::HasSubstr(account->name()))));
+  const auto isTold = ::testing::AllOf(::testing::StartsWith("No administrator rights: "),
+                                       ::testing::HasSubstr(account->name()));
+  asAccount([&] {
+    EXPECT_EQ(ask(reference()), errAuthorizationDenied);
+    EXPECT_THAT(fake.systemConsole.messages(), ::testing::ElementsAre(isTold));
+    EXPECT_EQ(give(reference(), kPassword), errAuthorizationDenied);
+    EXPECT_THAT(fake.systemConsole.messages(), ::testing::ElementsAre(isTold, isTold));
+  });
 }
 
 TEST_F(SudoAuthorizationTest, NothingIsAskedWithoutAnAskpassProgramOrTheFlag) {
   account->allow(kEverything);
   {
     const EnvironmentVariable none("SUDO_ASKPASS", std::nullopt);
-    asAccount([this] { EXPECT_EQ(ask(reference()), errAuthorizationInteractionNotAllowed); });
-    EXPECT_THAT(
-        fake.systemConsole.messages(),
-        ::testing::ElementsAre("No administrator rights: no program is there that asks for the password"));
+    asAccount([this] {
+      EXPECT_EQ(ask(reference()), errAuthorizationInteractionNotAllowed);
+      EXPECT_THAT(
+          fake.systemConsole.messages(),
+          ::testing::ElementsAre("No administrator rights: no program is there that asks for the password"));
+    });
   }
   const EnvironmentVariable named("SUDO_ASKPASS", script("ask", "cat " + (folder / "password")));
   folder.file("password", std::string(kPassword) + "\n");
