@@ -113,13 +113,13 @@ int printProcessInformation() {
   return 0;
 }
 
-/// Defers interruption, says so and which process it is, waits for a signal, says its number, and lets it end
-/// the process.
+/// Defers interruption, says so and which process it is, waits for a signal (a minute at least, for a busy
+/// machine), says its number, and lets it end the process.
 int deferInterruption() {
   auto& interruption = platform::native().interruption;
   interruption.defer();
   std::cout << "deferred " << ::getpid() << std::endl;
-  for (int turns = 0; turns < 5000 && !interruption.requested(); ++turns) ::usleep(1000);
+  for (int turns = 0; turns < 60000 && !interruption.requested(); ++turns) ::usleep(1000);
   std::cout << interruption.requested().value_or(0) << std::endl;
   interruption.deliver();
   return 9;
