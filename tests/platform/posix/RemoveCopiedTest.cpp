@@ -30,9 +30,16 @@ using ::testing::UnorderedElementsAreArray;
 constexpr const char* kChanged = ": changed or added since, left in place";
 constexpr const char* kInTheWay = ": cannot be removed, though there is a copy of it";
 
-/// With a record in memory and one that begins to be written at once.
+/// With a record in memory and one that begins to be written at once. That a move is flushed to the disk is
+/// nothing of its removal, and would take its time on the disk that all tests use.
 class RemoveCopiedTest : public ::testing::TestWithParam<std::size_t> {
  protected:
+  static CopyOptions options() {
+    CopyOptions options = optionsForMoving();
+    options.flush = Flush::none;
+    options.recordInMemory = GetParam();
+    return options;
+  }
   /// tree/a, tree/link, tree/none/, tree/sub/b, tree/sub/c, tree/sub/deep/d
   void makeTree() {
     for (const char* place : {"tree/a", "tree/sub/b", "tree/sub/c", "tree/sub/deep/d"})
@@ -41,11 +48,10 @@ class RemoveCopiedTest : public ::testing::TestWithParam<std::size_t> {
     fs::create_symlink("a", ground_ / "tree/link");
   }
   [[nodiscard]] CopyRecord copy(Check check = Check::compare) {
-    CopyOptions options = optionsForMoving();
-    options.check = check;
-    options.recordInMemory = GetParam();
+    CopyOptions checked = options();
+    checked.check = check;
     fs::remove_all(ground_ / "copy");
-    auto copied = copyItem(folder_.get(), "tree", folder_.get(), "copy", "tree", options);
+    auto copied = copyItem(folder_.get(), "tree", folder_.get(), "copy", "tree", checked);
     EXPECT_TRUE(copied) << copied.error().description;
     return copied ? std::move(copied).value() : CopyRecord();
   }
@@ -242,11 +248,9 @@ TEST_P(RemoveCopiedTest, WhatIsCalledAsARecordIsIsMovedLikeAnythingElse) {
   for (const char* name : {"record", "record-2"}) {
     ground_.file(std::string(name) + "/record", "text");
     ground_.file(std::string(name) + "/record-2", "text");
-    CopyOptions options = optionsForMoving();
-    options.recordInMemory = GetParam();
     const std::string to = std::string("to-") + name;
     const UniqueDescriptor target(::open(ground_.folder(to).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const auto copied = copyItem(folder_.get(), name, target.get(), name, name, options);
+    const auto copied = copyItem(folder_.get(), name, target.get(), name, name, options());
     ASSERT_TRUE(copied) << copied.error().description;
     EXPECT_TRUE(removeCopied(folder_.get(), copied.value(), name));
     EXPECT_FALSE(fs::exists(ground_ / name));
@@ -339,12 +343,10 @@ TEST_P(LostRecordTest, WhereverItEndsWhatItTellsUpToThereGoesAndTheRestStays) {
 
 TEST_P(LostRecordTest, NothingIsCopiedWhereItCannotBeWritten) {
   makeTree();
-  CopyOptions options = optionsForMoving();
-  options.recordInMemory = GetParam();
   const auto attempt = [&] {
     const auto moved = moveByCopy(
         folder_.get(), "tree", folder_.get(), "tree",
-        [](int, const std::string&) -> foundation::Result<void> { return {}; }, {}, options);
+        [](int, const std::string&) -> foundation::Result<void> { return {}; }, {}, options());
     return moved ? 0 : moved.error().code;
   };
   for (const char* place : {"tree/a", "tree/sub/b", "tree/sub/c", "tree/sub/deep/d"}) ground_.file(place);
