@@ -1,6 +1,7 @@
 #include "platform/posix/CopyRecord.h"
 
 #include <fcntl.h>
+#include <sys/random.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -74,8 +75,18 @@ UniqueDescriptor makeNamelessFile(int folder) {
 
 }  // namespace
 
+std::uint64_t CopyRecord::digestOf(std::size_t number, std::string_view block) const {
+  SipHash digest(key_);
+  digest.add(number);
+  return digest.end(block);
+}
+
 int CopyRecordWriter::add(Recorded what, const FileStatus& status, std::string_view name) {
   if (name.size() > std::numeric_limits<std::uint16_t>::max()) return ENAMETOOLONG;
+  if (!record_.first_) {
+    record_.first_ = {what, std::string(name), status};
+    return 0;
+  }
   const Head head = headOf(what, status, name.size());
   std::string& block = record_.rest_;
   if (!block.empty() && block.size() + sizeof head + name.size() > inMemory_) {
@@ -87,15 +98,29 @@ int CopyRecordWriter::add(Recorded what, const FileStatus& status, std::string_v
 
 int CopyRecordWriter::writeBlock() {
   std::string& block = record_.rest_;
-  if (!record_.file_) record_.file_ = makeNamelessFile(folder_);
+  if (!record_.file_) {
+    if (::getentropy(record_.key_.data(), sizeof record_.key_) != 0) return errno;
+    record_.file_ = makeNamelessFile(folder_);
+  }
   if (!record_.file_ || !writeAt(record_.file_.get(), block.data(), block.size(), length_)) return errno;
   length_ += static_cast<off_t>(block.size());
-  record_.blocks_.push_back(static_cast<std::uint32_t>(block.size()));
+  record_.blocks_.push_back({block.size(), record_.digestOf(record_.blocks_.size(), block)});
   block.clear();
   return 0;
 }
 
 int CopyRecordReader::next(RecordedItem& item) {
+  if (hasBegun_) {
+    if (const int reason = readItem(item); reason != 0) return reason;
+  } else {
+    if (!record_.first_) return EIO;
+    item = *record_.first_;
+    hasBegun_ = true;
+  }
+  return item.what == Recorded::end || foundation::isItemName(item.name) ? 0 : EIO;
+}
+
+int CopyRecordReader::readItem(RecordedItem& item) {
   if (left_.empty()) {
     if (const int reason = readBlock(); reason != 0) return reason;
   }
@@ -108,7 +133,7 @@ int CopyRecordReader::next(RecordedItem& item) {
   item.name = left_.substr(0, head.nameLength);
   item.status = statusFrom(head);
   left_.remove_prefix(head.nameLength);
-  return item.what == Recorded::end || foundation::isItemName(item.name) ? 0 : EIO;
+  return 0;
 }
 
 int CopyRecordReader::readBlock() {
@@ -117,10 +142,13 @@ int CopyRecordReader::readBlock() {
     left_ = record_.rest_;
     return left_.empty() ? EIO : 0;
   }
-  block_.resize(record_.blocks_[blocksRead_ - 1]);
+  const std::size_t number = blocksRead_ - 1;
+  const CopyRecord::Block& written = record_.blocks_[number];
+  block_.resize(written.length);
   const ssize_t count = readAt(record_.file_.get(), block_.data(), block_.size(), fileAt_);
   if (count < 0) return errno;
   if (static_cast<std::size_t>(count) != block_.size()) return EIO;
+  if (record_.digestOf(number, block_) != written.digest) return EIO;
   fileAt_ += count;
   left_ = block_;
   return 0;

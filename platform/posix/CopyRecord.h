@@ -2,12 +2,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "platform/posix/PathEntry.h"
+#include "platform/posix/SipHash.h"
 #include "platform/posix/UniqueDescriptor.h"
 
 /// What is remembered of what was copied until the originals are removed: every item in the order of the
@@ -15,12 +17,13 @@
 ///
 ///   folder "tree", file "a", folder "sub", file "b", end, link "c", end
 ///
-/// A small record is memory only. A larger one lies, but for its end, in a file without a name on the volume
-/// that is copied to, and takes some 64 bytes and the name for each item there. It is read from its beginning
-/// as often as is needed.
+/// A small record is memory only. A larger one lies, but for its beginning and its end, in a file without a
+/// name on the volume that is copied to, and takes some 64 bytes and the name for each item there. It is read
+/// from its beginning as often as is needed.
 ///
-/// A volume may give back something else than was written to it. A reader gets as much as was written at
-/// most, and no name that would lead out of a folder; whether a status is true it cannot know.
+/// A volume may give back something else than was written to it. What is copied, the first item, is therefore
+/// always in memory, and of each block in the file a digest, by a key that is the record's own and in memory
+/// alone: a reader gets every block as it was written and in its place, or EIO.
 namespace platform {
 
 /// How much of a record is kept in memory, in bytes.
@@ -35,7 +38,9 @@ enum class Recorded : std::uint8_t {
 struct RecordedItem {
   Recorded what = Recorded::end;
   std::string name;
-  FileStatus status;  ///< of it device, inode, mode, links, size, and when it was modified and changed
+  /// Whole for the first item; of others device, inode, mode, links, size, and when it was modified and
+  /// changed.
+  FileStatus status;
 };
 
 /// A whole record, which readers read.
@@ -47,9 +52,18 @@ class CopyRecord {
   friend class CopyRecordReader;
   friend class CopyRecordWriter;
 
-  UniqueDescriptor file_;              ///< none while all is in memory
-  std::vector<std::uint32_t> blocks_;  ///< how long each is that lies in the file, one behind the other
-  std::string rest_;                   ///< the block that follows these
+  struct Block {
+    std::size_t length = 0;
+    std::uint64_t digest = 0;  ///< of its number and its bytes
+  };
+
+  [[nodiscard]] std::uint64_t digestOf(std::size_t number, std::string_view block) const;
+
+  std::optional<RecordedItem> first_;
+  UniqueDescriptor file_;      ///< none while all is in memory
+  SipHashKey key_{};           ///< random where there is a file
+  std::vector<Block> blocks_;  ///< those that lie in the file, one behind the other
+  std::string rest_;           ///< the block that follows these
 };
 
 class CopyRecordWriter {
@@ -79,13 +93,15 @@ class CopyRecordReader {
   /// REQUIRES that the record outlives it.
   explicit CopyRecordReader(const CopyRecord& record) : record_(record) {}
 
-  /// Answers 0 or an errno value: EIO too for what was not written, and where nothing follows.
+  /// Answers 0 or an errno value: EIO too for what is not as it was written, and where nothing follows.
   [[nodiscard]] int next(RecordedItem& item);
 
  private:
+  [[nodiscard]] int readItem(RecordedItem& item);
   [[nodiscard]] int readBlock();
 
   const CopyRecord& record_;
+  bool hasBegun_ = false;
   std::size_t blocksRead_ = 0;
   off_t fileAt_ = 0;
   std::string block_;      ///< read from the file

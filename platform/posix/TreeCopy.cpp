@@ -453,7 +453,10 @@ class OriginalsRemoval {
 
   Result<void> run(int folder) {
     RecordedItem item;
-    if (readNext(item)) static_cast<void>(remove(folder, item, 0));
+    if (readNext(item)) {
+      top_ = item.status;
+      static_cast<void>(remove(folder, item, 0));
+    }
     if (lost_ != 0) static_cast<void>(keep(lost_, "what is left of it stays: what was copied is forgotten"));
     return outcome_;
   }
@@ -473,9 +476,8 @@ class OriginalsRemoval {
                                   : unlink(folder, item.name, 0);
   }
 
-  bool isStillThat(const FileStatus& now, const RecordedItem& item) {
-    if (!top_) top_ = now;
-    return isUnchanged(now, item.status) && now.isSameVolume(*top_);
+  [[nodiscard]] bool isStillThat(const FileStatus& now, const RecordedItem& item) const {
+    return isUnchanged(now, item.status) && now.isSameVolume(top_);
   }
 
   bool removeFolder(int parent, const std::string& name, int folder, int depth) {
@@ -540,8 +542,8 @@ class OriginalsRemoval {
   CopyRecordReader record_;
   std::string path_;
   const OnKept& onKept_;
-  std::optional<FileStatus> top_;
-  int lost_ = 0;  ///< why the record cannot be read further
+  FileStatus top_;  ///< as it was copied
+  int lost_ = 0;    ///< why the record cannot be read further
   Result<void> outcome_;
 };
 

@@ -102,20 +102,27 @@ TEST_F(CopyRecordTest, AllThatTellsAFileComesBack) {
   status.mode = S_IFLNK | 07777;
   status.modified = {-1, 999'999'999};
   status.changed = {std::numeric_limits<time_t>::max(), 1};
-  CopyRecordWriter writer(folder_.get());
-  ASSERT_EQ(writer.add(Recorded::furtherName, status, "name"), 0);
-  const CopyRecord record = writer.finish();
-  RecordedItem item;
-  ASSERT_EQ(CopyRecordReader(record).next(item), 0);
-  EXPECT_EQ(item.what, Recorded::furtherName);
-  EXPECT_TRUE(item.status.isSameFile(status));
-  EXPECT_EQ(item.status.links, status.links);
-  EXPECT_EQ(item.status.size, status.size);
-  EXPECT_EQ(item.status.mode, status.mode);
-  EXPECT_EQ(item.status.modified.tv_sec, -1);
-  EXPECT_EQ(item.status.modified.tv_nsec, 999'999'999);
-  EXPECT_EQ(item.status.changed.tv_sec, status.changed.tv_sec);
-  EXPECT_EQ(item.status.changed.tv_nsec, 1);
+  status.mount = 7;
+  for (const std::size_t inMemory : {kRecordInMemory, kNothingInMemory}) {
+    CopyRecordWriter writer(folder_.get(), inMemory);
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(writer.add(Recorded::furtherName, status, "name"), 0);
+    const CopyRecord record = writer.finish();
+    CopyRecordReader reader(record);
+    for (int i = 0; i < 3; ++i) {
+      RecordedItem item;
+      ASSERT_EQ(reader.next(item), 0);
+      EXPECT_EQ(item.what, Recorded::furtherName);
+      EXPECT_TRUE(item.status.isSameFile(status));
+      EXPECT_EQ(item.status.mount, i == 0 ? 7U : 0U) << "of the first alone";
+      EXPECT_EQ(item.status.links, status.links);
+      EXPECT_EQ(item.status.size, status.size);
+      EXPECT_EQ(item.status.mode, status.mode);
+      EXPECT_EQ(item.status.modified.tv_sec, -1);
+      EXPECT_EQ(item.status.modified.tv_nsec, 999'999'999);
+      EXPECT_EQ(item.status.changed.tv_sec, status.changed.tv_sec);
+      EXPECT_EQ(item.status.changed.tv_nsec, 1);
+    }
+  }
 }
 
 TEST_F(CopyRecordTest, EndsStandWhereTheyWereAdded) {
@@ -144,7 +151,7 @@ TEST_F(CopyRecordTest, ASmallOneNeedsNoFile) {
 }
 
 TEST_F(CopyRecordTest, TheFileHasNoNameAndIsForNobodyElse) {
-  const CopyRecord record = recordOf({"one", "two"});
+  const CopyRecord record = recordOf({"one", "two", "three"});
   EXPECT_TRUE(fs::is_empty(ground_.path()));
   const UniqueDescriptor file = fileOfRecord();
   struct stat status {};
@@ -154,7 +161,10 @@ TEST_F(CopyRecordTest, TheFileHasNoNameAndIsForNobodyElse) {
 }
 
 TEST_F(CopyRecordTest, TheFileEndsWithTheRecord) {
-  { const CopyRecord record = recordOf({"one", "two"}); }
+  {
+    const CopyRecord record = recordOf({"one", "two", "three"});
+    EXPECT_TRUE(fileOfRecord());
+  }
   EXPECT_FALSE(fileOfRecord());
 }
 
@@ -175,59 +185,62 @@ TEST_F(CopyRecordTest, WhatCannotBeWrittenIsToldAndLeavesNoName) {
   FailingCall::run(SYS_unlinkat, EBUSY, [this] { EXPECT_EQ(addUntilItFails(), EBUSY); });
 }
 
+TEST_F(CopyRecordTest, WithoutRandomNumbersThereIsNoFile) {
+  FailingCall::run(SYS_getrandom, EIO, [this] { EXPECT_EQ(addUntilItFails(), EIO); });
+  EXPECT_TRUE(fs::is_empty(ground_.path()));
+}
+
 TEST_F(CopyRecordTest, ANameThatNoFileSystemHasIsRefused) {
   CopyRecordWriter writer(folder_.get());
   EXPECT_EQ(writer.add(Recorded::item, {}, std::string(1UL << 16, 'n')), ENAMETOOLONG);
 }
 
 TEST_F(CopyRecordTest, WhatCannotBeReadIsTold) {
-  const CopyRecord record = recordOf({"one", "two"});
+  const CopyRecord record = recordOf({"one", "two", "three"});
   FailingCall::run(SYS_pread64, ENXIO, [&] { EXPECT_EQ(readAll(record), ENXIO); });
 }
 
 TEST_F(CopyRecordTest, AFileThatHasBecomeShorterIsReadUpToThere) {
-  const CopyRecord record = recordOf({"one", "two", "three"});
+  const CopyRecord record = recordOf({"one", "two", "three", "four"});
   const UniqueDescriptor file = fileOfRecord();
   struct stat status {};
   ASSERT_EQ(::fstat(file.get(), &status), 0);
   ASSERT_EQ(::ftruncate(file.get(), status.st_size - 1), 0);
   std::vector<std::string> read;
   EXPECT_EQ(readAll(record, &read), EIO);
-  EXPECT_THAT(read, ElementsAre("one"));
+  EXPECT_THAT(read, ElementsAre("one", "two"));
+}
+
+TEST_F(CopyRecordTest, NoNameIsReadThatLeadsElsewhere) {
+  for (const std::string name : {"a/b", "/ab", ".."}) {
+    std::vector<std::string> read;
+    EXPECT_EQ(readAll(recordOf({name, "rest"}), &read), EIO);
+    EXPECT_THAT(read, IsEmpty());
+    EXPECT_EQ(readAll(recordOf({"first", name, "rest"}), &read), EIO);
+    EXPECT_THAT(read, ElementsAre("first"));
+  }
 }
 
 /// What a volume gives back that is not what was written.
-TEST_F(CopyRecordTest, NoNameIsReadThatLeadsElsewhere) {
-  for (const std::string name : {"a/b", "/ab", ".."}) {
-    const CopyRecord record = recordOf({std::string(name.size(), 'n'), "rest"});
-    const UniqueDescriptor file = fileOfRecord();
-    struct stat status {};
-    ASSERT_EQ(::fstat(file.get(), &status), 0);
-    const off_t at = status.st_size - static_cast<off_t>(name.size());
-    ASSERT_EQ(::pwrite(file.get(), name.data(), name.size(), at), static_cast<ssize_t>(name.size()));
-    std::vector<std::string> read;
-    EXPECT_EQ(readAll(record, &read), EIO);
-    EXPECT_THAT(read, IsEmpty());
-  }
-}
-
-TEST_F(CopyRecordTest, WhateverByteIsAnotherNothingIsReadBeyondWhatWasWritten) {
-  const CopyRecord record = recordOf({"first", "rest"});
+TEST_F(CopyRecordTest, WhateverByteIsAnotherItsBlockIsNotRead) {
+  const CopyRecord record = recordOf({"first", "second", "third", "rest"});
   const UniqueDescriptor file = fileOfRecord();
+  struct stat status {};
+  ASSERT_EQ(::fstat(file.get(), &status), 0);
+  const off_t third = status.st_size - (status.st_size - 6 - 5) / 2 - 5;
   char byte = 0;
   off_t at = 0;
   for (; ::pread(file.get(), &byte, 1, at) == 1; ++at) {
-    for (const int other : {0x00, 0x01, 0x2f, 0x80, 0xff}) {
-      const char changed = static_cast<char>(other);
+    for (const int mask : {0x01, 0x02, 0x2f, 0x80, 0xff}) {
+      const char changed = static_cast<char>(byte ^ mask);
       ASSERT_EQ(::pwrite(file.get(), &changed, 1, at), 1);
       std::vector<std::string> read;
       EXPECT_EQ(readAll(record, &read), EIO);
-      // A name that would be longer than what is there is none; one that is shorter leaves a rest that is.
-      EXPECT_TRUE(read.empty() || read.front().size() == (read.size() == 1 ? 1 : 5)) << at << ": " << other;
+      EXPECT_EQ(read.size(), at < third ? 1U : 2U) << at << ": " << mask;
     }
     ASSERT_EQ(::pwrite(file.get(), &byte, 1, at), 1);
   }
-  EXPECT_GT(at, 5);
+  EXPECT_EQ(at, status.st_size);
 }
 
 }  // namespace

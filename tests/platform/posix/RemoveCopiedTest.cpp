@@ -306,6 +306,18 @@ TEST_P(RemoveCopiedTest, AsRootNothingIsRemovedThroughAMountThatCameSince) {
                                            "tree/sub/deep/d"));
 }
 
+TEST_P(RemoveCopiedTest, AsRootNothingIsRemovedWhereAMountHasComeOverTheItem) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to mount";
+  makeTree();
+  const CopyRecord record = copy();
+  const std::string tree = ground_ / "tree";
+  ASSERT_EQ(::mount(tree.c_str(), tree.c_str(), nullptr, MS_BIND, nullptr), 0);
+  EXPECT_EQ(remove(record), EBUSY);
+  ASSERT_EQ(::umount(tree.c_str()), 0);
+  EXPECT_THAT(kept_, ElementsAre(std::string("tree") + kChanged));
+  EXPECT_EQ(left().size(), 8U);
+}
+
 /// A record that is lost on the way.
 class LostRecordTest : public RemoveCopiedTest {};
 
