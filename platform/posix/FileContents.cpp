@@ -155,7 +155,8 @@ bool writeAt(int file, const char* data, std::size_t length, off_t at) {
   while (length > 0) {
     const ssize_t count = ::pwrite(file, data, length, at);
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
+    if (count == 0) errno = EIO;  // by a volume that is at fault, which might answer so for ever
+    if (count <= 0) return false;
     data += count;
     at += count;
     length -= static_cast<std::size_t>(count);

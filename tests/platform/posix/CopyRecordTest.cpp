@@ -190,6 +190,10 @@ TEST_F(CopyRecordTest, WithoutRandomNumbersThereIsNoFile) {
   EXPECT_TRUE(fs::is_empty(ground_.path()));
 }
 
+TEST_F(CopyRecordTest, WhatAVolumeDoesNotTakeIsAnError) {
+  FailingCall::run(SYS_pwrite64, 0, [this] { EXPECT_EQ(addUntilItFails(), EIO) << "nothing written"; });
+}
+
 TEST_F(CopyRecordTest, ANameThatNoFileSystemHasIsRefused) {
   CopyRecordWriter writer(folder_.get());
   EXPECT_EQ(writer.add(Recorded::item, {}, std::string(1UL << 16, 'n')), ENAMETOOLONG);
