@@ -27,7 +27,8 @@ namespace platform {
 
 /// mv -f: moves an item into `to` where that is a folder, else to `to` itself, in place of what is there; of
 /// folders only an empty one is replaced (ENOTEMPTY). On another file system it becomes a copy that is
-/// compared before the original goes (TreeCopy.h): without set-ID bits, and no device moves.
+/// compared before the original goes (TreeCopy.h): without set-ID bits, and no device moves. `options` are
+/// given by tests alone, which have the record of a small move in a file.
 [[nodiscard]] foundation::Result<void> movePath(const std::string& from, const std::string& to,
                                                 const CopyOptions& options = optionsForMoving());
 
