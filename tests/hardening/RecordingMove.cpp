@@ -1,4 +1,4 @@
-// The bundle's mv, with a record of what it moves that is in a file from the second entry on: as it is for
+// The bundle's mv, with a record of what it moves that is in a file from the third entry on: as it is for
 // thousands of entries, in few calls.
 
 #include "platform/linux/support/verbs/FileVerbs.h"
