@@ -71,9 +71,8 @@ class UnitTest : public InstallationTest {
 };
 
 TEST_F(UnitTest, StartsTheProgramThatIsInstalled) {
-  EXPECT_THAT(
-      contentOf(prefix + "/" + kService),
-      HasSubstr("\nExecStart=:\"" + (folder / "odd $place 100%% `tick`/bin/Quillmend\" -repair\n")));
+  EXPECT_THAT(contentOf(prefix + "/" + kService),
+              HasSubstr("\nExecStart=:\"" + (folder / "odd $place 100%% `tick`/bin/Quillmend\" -repair\n")));
   const auto sound = verify();
   EXPECT_EQ(sound.output, "");
   EXPECT_EQ(sound.status, 0);
