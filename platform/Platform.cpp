@@ -57,9 +57,9 @@ foundation::Result<std::string> keepUnreadableAside(const std::string& path) {
   const std::string name = foundation::deletingPathExtension(path) + " (unreadable " + date;
   for (int number = 1;; ++number) {
     std::string aside = name + (number == 1 ? "" : " " + std::to_string(number)) + ").plist";
-    const auto moved = current().fileChanges.move(path, aside);
-    if (moved) return aside;
-    if (moved.error().code != EEXIST) return moved.error();
+    const auto copied = current().fileChanges.copy(path, aside);
+    if (copied) return aside;
+    if (copied.error().code != EEXIST) return copied.error();
   }
 }
 

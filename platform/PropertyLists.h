@@ -48,8 +48,9 @@ class PropertyLists {
 /// Reads a property-list file whose root is a dictionary; EINVAL when it is anything else.
 [[nodiscard]] foundation::Result<foundation::PropertyList> readDictionary(const std::string& path);
 
-/// Moves a file that is no property list out of the way, so that nothing in it is lost: to
-/// "NAME (unreadable DATE).plist" beside it, where nothing is. Answers that path.
+/// Copies a file that is no property list and is about to be replaced, so that nothing in it is lost: to
+/// "NAME (unreadable DATE).plist" beside it, where nothing is. Answers that path. The file itself stays, for
+/// its owner and mode to be taken over.
 [[nodiscard]] foundation::Result<std::string> keepUnreadableAside(const std::string& path);
 
 /// Writes a property list atomically, keeping the owner and mode of the file that was there. What could not

@@ -155,7 +155,7 @@ Result<SeenList> listToChange(const std::string& path, WhenMissing whenMissing) 
   if (reason == ENOENT) return SeenList{seen, WatchList()};
   if (reason != EINVAL) return list.error();
   if (auto kept = keepAside(path); !kept) return kept.error();
-  return SeenList();
+  return SeenList{seen, WatchList()};
 }
 
 /// One attempt to replace what is there; EAGAIN where a program that does not ask for the lock came between.

@@ -62,13 +62,14 @@ Result<StoredFile> storedFile(const std::string& path) {
   if (current().fileQueries.isDirectory(path)) return foundation::systemError(EISDIR, path);
   const auto bytes = current().fileQueries.readFile(path, kLargestPropertyList);
   if (!bytes) return bytes.error().code == ENOENT ? Result<StoredFile>(StoredFile{}) : bytes.error();
-  const bool isBinary = bytes.value().starts_with("bplist");
-  StoredFile file{{}, isBinary ? PropertyListFormat::binary : PropertyListFormat::xml};
-  if (bytes.value().empty()) return file;
+  if (bytes.value().empty()) return StoredFile();
   auto content = current().propertyLists.parse(bytes.value());
   if (!content && content.error().code != EINVAL) return content.error();
+  StoredFile file;
   file.isUnreadable = !content || content.value().as<PropertyList::Dictionary>() == nullptr;
-  if (!file.isUnreadable) file.content = std::move(content).value();
+  if (file.isUnreadable) return file;
+  file.content = std::move(content).value();
+  file.format = bytes.value().starts_with("bplist") ? PropertyListFormat::binary : PropertyListFormat::xml;
   return file;
 }
 
@@ -87,7 +88,7 @@ Result<void> store(const std::string& path, const PropertyList& changes) {
   for (const auto& [key, value] : *changes.as<PropertyList::Dictionary>()) content.set(key, value);
   auto made = current().fileChanges.createDirectory(foundation::deletingLastPathComponent(path));
   if (made && file.value().isUnreadable) {
-    // Another program that has met it has kept it aside, and what lies there now may be a sound list.
+    // Another program that has met it has replaced it, and what lies there now may be a sound list.
     if (current().fileQueries.state(path) != seen) return foundation::systemError(EAGAIN, path);
     made = keepAside(path);
   }

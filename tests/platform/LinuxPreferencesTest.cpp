@@ -1,6 +1,7 @@
 #include "platform/linux/LinuxPreferences.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -169,11 +170,27 @@ TEST_F(LinuxPreferencesTest, MalformedFileCountsAsEmptyAndIsKeptAsideWhenSomethi
 TEST_F(LinuxPreferencesTest, MalformedFileThatCannotBeKeptAsideIsNotReplaced) {
   fake.files.makeFile(kUsers, "no property list");
   fake.files.beforeChange = [](const std::string& change, const std::string& path) {
-    return change == "move" ? std::optional(foundation::systemError(EACCES, path)) : std::nullopt;
+    return change == "copy" ? std::optional(foundation::systemError(EACCES, path)) : std::nullopt;
   };
   preferences.setValue("key", 1);
   EXPECT_FALSE(preferences.synchronize());
   EXPECT_EQ(bytes(kUsers), "no property list");
+}
+
+TEST_F(LinuxPreferencesTest, WhatReplacesAMalformedFileIsBinaryAndForTheSameEyes) {
+  fake.files.makeFile(kUsers, "no property list");
+  ASSERT_EQ(::chmod(fake.files.real(kUsers).c_str(), 0660), 0);
+  preferences.setValue("key", 1);
+  EXPECT_TRUE(preferences.synchronize());
+  EXPECT_TRUE(bytes(kUsers).starts_with("bplist00"));
+  const std::string folder = "/Users/alice/Library/Preferences";
+  const auto names = fake.files.contentsOfDirectory(folder).value();
+  EXPECT_THAT(names, ::testing::SizeIs(2));
+  for (const std::string& name : names) {
+    struct stat status {};
+    ASSERT_EQ(::stat(fake.files.real(folder + "/" + name).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0660U) << name;
+  }
 }
 
 TEST_F(LinuxPreferencesTest, WhatAnotherProgramHasPutInAMalformedFilesPlaceMeanwhileStays) {

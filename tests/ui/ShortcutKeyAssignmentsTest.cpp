@@ -224,6 +224,16 @@ TEST_P(MalformedAssignmentsTest, AreKeptUnderAnotherNameAndNeverOverwritten) {
                           " can't be read. The file is kept as " + kFolder + "/" + nameAside() + "."));
 }
 
+TEST_P(MalformedAssignmentsTest, AreReplacedByAFileForTheSameEyes) {
+  writeBytes(GetParam().bytes);
+  ASSERT_EQ(::chmod(system.files.real(kFile).c_str(), 0600), 0);
+  EXPECT_TRUE(append(entry(kOurs, "repair")));
+  for (const std::string& name : {std::string(kName), nameAside()}) {
+    const fs::path file = system.files.real(std::string(kFolder) + "/" + name);
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms(0600)) << name;
+  }
+}
+
 TEST_P(MalformedAssignmentsTest, StayWhereTheyAreWhenNothingIsToBeAdded) {
   writeBytes(GetParam().bytes);
   EXPECT_FALSE(append(entry(kOurs, "repair"), WhenMissing::leave));
@@ -235,7 +245,7 @@ TEST_P(MalformedAssignmentsTest, StayWhereTheyAreWhenNothingIsToBeAdded) {
 TEST_P(MalformedAssignmentsTest, AreKeptWhileThereIsNoRoomForThemElsewhere) {
   writeBytes(GetParam().bytes);
   system.files.beforeChange = [](const std::string& change, const std::string& path) {
-    return change == "move" ? std::optional(foundation::systemError(ENOSPC, path)) : std::nullopt;
+    return change == "copy" ? std::optional(foundation::systemError(ENOSPC, path)) : std::nullopt;
   };
   EXPECT_FALSE(append(entry(kOurs, "repair")));
   EXPECT_EQ(content(), GetParam().bytes);
