@@ -58,16 +58,14 @@ FileStatus statusFrom(const Head& head) {
   return status;
 }
 
-/// A file without a name; none where errno says why. What is copied there can have one of the two names.
-UniqueDescriptor makeNamelessFile(int folder) {
+/// None where errno says why. What is copied there can have one of the two names.
+UniqueDescriptor makeFile(int folder) {
   for (const char* name : {"record", "record-2"}) {
     UniqueDescriptor file(
         ::openat(folder, name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!file && errno == EEXIST) continue;
-    if (!file || ::unlinkat(folder, name, 0) == 0) return file;
-    const int reason = errno;
-    file.reset();
-    errno = reason;
+    // Where an open file has to keep its name (some network volumes), the file goes with the folder.
+    if (file) static_cast<void>(::unlinkat(folder, name, 0));
     return file;
   }
   return {};
@@ -100,7 +98,7 @@ int CopyRecordWriter::writeBlock() {
   std::string& block = record_.rest_;
   if (!record_.file_) {
     if (::getentropy(record_.key_.data(), sizeof record_.key_) != 0) return errno;
-    record_.file_ = makeNamelessFile(folder_);
+    record_.file_ = makeFile(folder_);
   }
   if (!record_.file_ || !writeAt(record_.file_.get(), block.data(), block.size(), length_)) return errno;
   length_ += static_cast<off_t>(block.size());

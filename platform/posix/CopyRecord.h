@@ -17,13 +17,13 @@
 ///
 ///   folder "tree", file "a", folder "sub", file "b", end, link "c", end
 ///
-/// A small record is memory only. A larger one lies, but for its beginning and its end, in a file without a
-/// name on the volume that is copied to, and takes some 64 bytes and the name for each item there. It is read
-/// from its beginning as often as is needed.
+/// A small record is memory only. A larger one lies, but for its first item and its end, in a file on the
+/// volume that is copied to, without a name where the volume lets an open file have none, and takes some 64
+/// bytes and the name for each item there. It is read from its beginning as often as is needed.
 ///
 /// A volume may give back something else than was written to it. What is copied, the first item, is therefore
 /// always in memory, and of each block in the file a digest, by a key that is the record's own and in memory
-/// alone: a reader gets every block as it was written and in its place, or EIO.
+/// alone: a reader gets every block as it was written and in its place, or an error.
 namespace platform {
 
 /// How much of a record is kept in memory, in bytes.
@@ -69,7 +69,8 @@ class CopyRecord {
 class CopyRecordWriter {
  public:
   /// REQUIRES that the folder stays open, and that nobody else can enter it (PrivateFolder): that is where
-  /// the file is made, when more than so many bytes are to be remembered.
+  /// the file is made, when more than so many bytes are to be remembered. Where its name cannot be taken away
+  /// it is still there when the record is closed, as "record" or "record-2".
   explicit CopyRecordWriter(int folder, std::size_t inMemory = kRecordInMemory)
       : folder_(folder), inMemory_(inMemory) {}
 
@@ -93,7 +94,7 @@ class CopyRecordReader {
   /// REQUIRES that the record outlives it.
   explicit CopyRecordReader(const CopyRecord& record) : record_(record) {}
 
-  /// Answers 0 or an errno value: EIO too for what is not as it was written, and where nothing follows.
+  /// Answers 0 or an errno value: EIO for what is not as it was written, and where nothing follows.
   [[nodiscard]] int next(RecordedItem& item);
 
  private:

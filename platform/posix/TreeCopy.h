@@ -93,9 +93,9 @@ using OnKept = std::function<void(const std::string& path, const std::string& re
 
 /// Moves an item to another file system: copies it into a PrivateFolder in `toFolder`, has it given its
 /// place, and removes what was copied. An original that has changed since, or that came later, stays; each is
-/// told, and the first such is the error (EBUSY, ENOTEMPTY); so it is where what was copied cannot be read
-/// again, and what is left stays (EIO). On any other error all originals are where they were; where the new
-/// name could not be brought to the disk, the whole copy is there as well.
+/// told, and the first such is the error (EBUSY, ENOTEMPTY); so it is where the record of what was copied
+/// cannot be read (EIO where it was altered), and what is left stays. On any other error all originals are
+/// where they were; where the new name could not be brought to the disk, the whole copy is there as well.
 [[nodiscard]] foundation::Result<void> moveByCopy(int fromFolder, const std::string& fromName, int toFolder,
                                                   const std::string& path, const GivePlace& givePlace,
                                                   const OnKept& onKept = {},

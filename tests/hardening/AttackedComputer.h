@@ -96,7 +96,7 @@ struct Form {
 /// The tools that root runs for the privileged verbs.
 [[nodiscard]] const std::vector<Form>& verbForms();
 /// A move to another volume by a program of the test's own, whose record of what it copied is in a file from
-/// the second entry on.
+/// the third entry on.
 [[nodiscard]] Form formThatRecords();
 /// The helpers' and theirs.
 [[nodiscard]] std::vector<Form> formsOfAll();

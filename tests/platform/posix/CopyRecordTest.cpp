@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <limits>
 
+#include "platform/posix/PrivateFolder.h"
 #include "tests/support/FailingCall.h"
 #include "tests/support/NamelessFile.h"
 #include "tests/support/TemporaryFolder.h"
@@ -182,7 +183,26 @@ TEST_F(CopyRecordTest, WhatCannotBeWrittenIsToldAndLeavesNoName) {
     FailingCall::run(SYS_pwrite64, reason, [&] { EXPECT_EQ(addUntilItFails(), reason); });
     EXPECT_TRUE(fs::is_empty(ground_.path()));
   }
-  FailingCall::run(SYS_unlinkat, EBUSY, [this] { EXPECT_EQ(addUntilItFails(), EBUSY); });
+}
+
+TEST_F(CopyRecordTest, WhereAnOpenFileHasToKeepItsNameItGoesWithTheFolder) {
+  auto made = PrivateFolder::make(folder_.get(), ground_.path());
+  ASSERT_TRUE(made);
+  {
+    const PrivateFolder folder = std::move(made).value();
+    FailingCall::run(SYS_unlinkat, EBUSY, [&] {
+      CopyRecordWriter writer(folder.descriptor(), kNothingInMemory);
+      for (const char* const name : {"one", "two", "three"}) {
+        EXPECT_EQ(writer.add(Recorded::item, statusOfNumber(1), name), 0);
+      }
+      const CopyRecord record = writer.finish();
+      std::vector<std::string> read;
+      EXPECT_EQ(readAll(record, &read), EIO) << "nothing follows";
+      EXPECT_THAT(read, ElementsAre("one", "two", "three"));
+    });
+    EXPECT_TRUE(fs::exists(ground_ / (folder.name() + "/record")));
+  }
+  EXPECT_TRUE(fs::is_empty(ground_.path()));
 }
 
 TEST_F(CopyRecordTest, WithoutRandomNumbersThereIsNoFile) {

@@ -333,7 +333,7 @@ TEST_P(LostRecordTest, WhatItCannotTellStays) {
   EXPECT_EQ(left().size(), 8U);
 }
 
-/// It is cut after each of its bytes in turn.
+/// It is cut every sixteen bytes in turn.
 TEST_P(LostRecordTest, WhereverItEndsWhatItTellsUpToThereGoesAndTheRestStays) {
   std::size_t most = 0;
   for (off_t length = 0;; length += 16) {
