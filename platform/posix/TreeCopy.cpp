@@ -17,6 +17,7 @@
 #include "platform/posix/FileContents.h"
 #include "platform/posix/FileSystemCalls.h"
 #include "platform/posix/GuardedFolders.h"
+#include "platform/posix/HeldEntries.h"
 #include "platform/posix/PrivateFolder.h"
 
 namespace platform {
@@ -141,7 +142,6 @@ class TreeCopy {
   TreeCopy(int toFolder, std::string path, const CopyOptions& options)
       : toFolder_(toFolder),
         path_(std::move(path)),
-        topLength_(path_.size() - (path_.ends_with('/') ? 1 : 0)),
         options_(options),
         metadata_{options.privileges, options.fidelity},
         takesDevices_(options.privileges == Privileges::keep),
@@ -152,7 +152,6 @@ class TreeCopy {
     const auto target = statusOf(toFolder_, path_);
     if (!target) return target.error();
     toStatus_ = target.value();
-    topName_ = to.name;
     // Opened before anything is written, so that it tells of every failure to write.
     const UniqueDescriptor volume(::openat(toFolder_, ".", kFolder));
     if (!volume) return fail(errno);
@@ -268,14 +267,29 @@ class TreeCopy {
   /// or no more, it becomes a file of its own.
   bool linkToFirstCopy(const FileStatus& status, const Place& to) {
     if (status.links == 1) return false;
-    const auto first = firstCopies_.find(keyOf(status));
-    if (first == firstCopies_.end()) {
-      firstCopies_[keyOf(status)] = {topName_ + path_.substr(topLength_), status.links - 1};
+    const auto found = firstCopies_.find(keyOf(status));
+    if (found == firstCopies_.end()) {
+      firstCopies_[keyOf(status)] = {folder_, to.name, status.links - 1};
       return false;
     }
-    if (::linkat(toFolder_, first->second.place.c_str(), to.folder, to.name.c_str(), 0) != 0) return false;
-    if (--first->second.namesToCome == 0) firstCopies_.erase(first);
+    FirstCopy& first = found->second;
+    const UniqueDescriptor held = first.folder ? hold(*first.folder) : UniqueDescriptor();
+    const int folder = first.folder ? held.get() : toFolder_;
+    if (::linkat(folder, first.name.c_str(), to.folder, to.name.c_str(), 0) != 0) return false;
+    if (--first.namesToCome == 0) firstCopies_.erase(found);
     return true;
+  }
+
+  /// A folder that was made by this copy, and the way to it. Its name is kept once, however much is in it.
+  struct MadeFolder {
+    std::shared_ptr<const MadeFolder> above;  ///< none for the topmost
+    std::string name;
+  };
+
+  /// Step by step: the way may be longer than a path can be.
+  [[nodiscard]] UniqueDescriptor hold(const MadeFolder& folder) const {
+    const UniqueDescriptor above = folder.above ? hold(*folder.above) : UniqueDescriptor();
+    return holdEntry(folder.above ? above.get() : toFolder_, folder.name, LastLink::keep, O_DIRECTORY);
   }
 
   Result<void> copyFolder(int entry, const FileStatus& status, const std::string& name, const Place& to,
@@ -290,7 +304,9 @@ class TreeCopy {
     if (!copy) return fail(errno);
     if (auto ours = requireOurs(copy.get(), status); !ours) return ours;
     if (auto remembered = remember(Recorded::item, status, name); !remembered) return remembered;
+    folder_ = std::make_shared<const MadeFolder>(folder_, to.name);
     if (auto copied = copyChildren(source.get(), copy.get(), depth); !copied) return copied;
+    folder_ = folder_->above;
     if (auto remembered = remember(Recorded::end, {}, {}); !remembered) return remembered;
     return finish(source.get(), status, copy.get());
   }
@@ -397,21 +413,21 @@ class TreeCopy {
 
   /// Of a file of which more names may come.
   struct FirstCopy {
-    std::string place;  ///< below the destination
+    std::shared_ptr<const MadeFolder> folder;  ///< none for what is copied itself
+    std::string name;
     std::uint64_t namesToCome = 0;
   };
 
   int toFolder_;
-  std::string path_;       ///< of the item in hand
-  std::size_t topLength_;  ///< of the topmost item's path, without a slash at its end
+  std::string path_;  ///< of the item in hand
   const CopyOptions& options_;
   MetadataOptions metadata_;
   bool takesDevices_;
   CopyPace pace_;
   FileStatus toStatus_;
-  std::string topName_;
   std::optional<FileStatus> top_;
   bool madeTop_ = false;
+  std::shared_ptr<const MadeFolder> folder_;  ///< the one in hand
   std::map<FileKey, FirstCopy> firstCopies_;
   CopyRecordWriter record_;
 };

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
+#include <climits>
 #include <cstdlib>
 #include <filesystem>
 
@@ -366,6 +367,42 @@ TEST_P(LinksTest, OfManyFilesTakeLittleMemoryAndFewDescriptors) {
 
 INSTANTIATE_TEST_SUITE_P(Forms, LinksTest, ::testing::ValuesIn(formsForTrees()), nameOfForm);
 INSTANTIATE_TEST_SUITE_P(Verbs, LinksTest, ::testing::ValuesIn(formsThatGive()), nameOfForm);
+
+/// Folders in each other with names as long as can be; answers the last.
+UniqueDescriptor makeLongWay(const std::string& top, int levels) {
+  const std::string name(NAME_MAX, 'd');
+  UniqueDescriptor folder(::open(top.c_str(), O_RDONLY | O_DIRECTORY));
+  for (int level = 0; level < levels; ++level) {
+    EXPECT_EQ(::mkdirat(folder.get(), name.c_str(), 0700), 0);
+    folder.reset(::openat(folder.get(), name.c_str(), O_RDONLY | O_DIRECTORY));
+  }
+  return folder;
+}
+
+using CopiedLinksTest = LimitsTest;
+
+/// The way to each would be 50,000 bytes.
+TEST_P(CopiedLinksTest, OfFilesInTheDepthWhoseOtherNamesAreElsewhereTakeLittleMemory) {
+  constexpr int kFiles = 5'000;
+  const std::string source = computer_.path(sourceOf(GetParam()));
+  const std::string elsewhere = std::filesystem::path(source).parent_path() / "elsewhere/";
+  ASSERT_EQ(::mkdir(elsewhere.c_str(), 0755), 0);
+  const UniqueDescriptor deepest = makeLongWay(source, 200);
+  for (int i = 0; i < kFiles; ++i) {
+    const std::string name = "segment-" + std::to_string(i) + ".data";
+    UniqueDescriptor(::openat(deepest.get(), name.c_str(), O_CREAT | O_WRONLY, 0600)).reset();
+    ASSERT_EQ(::linkat(deepest.get(), name.c_str(), AT_FDCWD, (elsewhere + name).c_str(), 0), 0) << errno;
+  }
+  EXPECT_LT(memoryOf(GetParam()), 12L << 10);
+}
+
+std::vector<Form> formsThatCopy() {
+  std::vector<Form> forms = formsThatTake();
+  std::erase_if(forms, [](const Form& form) { return !form.runs("cp") && !form.name.ends_with("ByCopy"); });
+  return forms;
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, CopiedLinksTest, ::testing::ValuesIn(formsThatCopy()), nameOfForm);
 
 }  // namespace
 }  // namespace hardening

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <filesystem>
 
 #include "platform/posix/ExclusiveRename.h"
@@ -61,6 +62,44 @@ TEST_F(CopyItemTest, HardLinksStayLinksAlsoWhereThePathEndsWithASlash) {
     ASSERT_EQ(copy(std::string("tree") + end, to), 0) << error_;
     EXPECT_EQ(statusAt(ground_ / (to + "/one")).st_ino, statusAt(ground_ / (to + "/two")).st_ino) << end;
   }
+}
+
+/// A folder below another in which a path to anything would be too long.
+class LongWay {
+ public:
+  LongWay(const std::string& top, bool isMade) : folder_(::open(top.c_str(), O_RDONLY | O_DIRECTORY)) {
+    const std::string name(NAME_MAX, 'd');
+    for (int level = 0; level <= PATH_MAX / NAME_MAX; ++level) {
+      if (isMade && ::mkdirat(folder_.get(), name.c_str(), 0700) != 0) ADD_FAILURE() << errno;
+      folder_.reset(::openat(folder_.get(), name.c_str(), O_RDONLY | O_DIRECTORY));
+    }
+  }
+  [[nodiscard]] int descriptor() const { return folder_.get(); }
+  [[nodiscard]] ino_t numberOf(const char* name) const {
+    struct stat status {};
+    EXPECT_EQ(::fstatat(folder_.get(), name, &status, AT_SYMLINK_NOFOLLOW), 0);
+    return status.st_ino;
+  }
+
+ private:
+  UniqueDescriptor folder_;
+};
+
+TEST_F(CopyItemTest, HardLinksStayLinksAlsoWhereNoPathLeads) {
+  const std::string top = ground_.file("tree/top", "text");
+  const LongWay source(ground_ / "tree", true);
+  for (const char* const name : {"one", "two"}) {
+    ASSERT_EQ(::linkat(AT_FDCWD, top.c_str(), source.descriptor(), name, 0), 0);
+  }
+  UniqueDescriptor(::openat(source.descriptor(), "three", O_CREAT | O_WRONLY, 0600)).reset();
+  ASSERT_EQ(::linkat(source.descriptor(), "three", source.descriptor(), "four", 0), 0);
+
+  ASSERT_EQ(copy("tree", "copy"), 0) << error_;
+  const LongWay made(ground_ / "copy", false);
+  EXPECT_EQ(made.numberOf("one"), statusAt(ground_ / "copy/top").st_ino);
+  EXPECT_EQ(made.numberOf("two"), statusAt(ground_ / "copy/top").st_ino);
+  EXPECT_EQ(made.numberOf("three"), made.numberOf("four"));
+  EXPECT_NE(made.numberOf("three"), source.numberOf("three"));
 }
 
 /// Root copies from a volume of somebody else's making, which is mounted so that it can do no harm.
