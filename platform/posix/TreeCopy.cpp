@@ -304,7 +304,7 @@ class TreeCopy {
     if (!copy) return fail(errno);
     if (auto ours = requireOurs(copy.get(), status); !ours) return ours;
     if (auto remembered = remember(Recorded::item, status, name); !remembered) return remembered;
-    folder_ = std::make_shared<const MadeFolder>(folder_, to.name);
+    folder_ = std::make_shared<const MadeFolder>(MadeFolder{folder_, to.name});
     if (auto copied = copyChildren(source.get(), copy.get(), depth); !copied) return copied;
     folder_ = folder_->above;
     if (auto remembered = remember(Recorded::end, {}, {}); !remembered) return remembered;
