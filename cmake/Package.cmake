@@ -1,5 +1,5 @@
 # `cpack` in the build folder: a Debian package of what is installed, below /usr. With SOURCE_DATE_EPOCH the same build gives the same
-# package.
+# package, whatever the umask: only the modes of the three files that a package consists of, which nobody looks at, are the umask's.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME quillmend)
 set(CPACK_PACKAGE_VENDOR Vordenworks)
