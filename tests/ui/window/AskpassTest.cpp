@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <QClipboard>
@@ -10,6 +11,7 @@
 #include <iterator>
 #include <random>
 
+#include "platform/posix/UniqueDescriptor.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestAccount.h"
 #include "tests/ui/window/DesktopSession.h"
@@ -41,6 +43,14 @@ QProcessEnvironment withoutLeakCheck() {
   QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
   environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("detect_leaks=0"));
   return environment;
+}
+
+/// What a file has from its beginning on.
+std::string contentOf(int file) {
+  std::string text(4096, '\0');
+  const ssize_t count = ::pread(file, text.data(), text.size(), 0);
+  text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+  return text;
 }
 
 // These three look into memory, which a sanitizer lets nobody do.
@@ -208,6 +218,22 @@ TEST(PasswordField, AConstantOfAProgramIsTakenTooAndLeftAsItIs) {
   input.setCommitString(QStringLiteral("constant"));
   QCoreApplication::sendEvent(&field, &input);
   EXPECT_EQ(field.secret().bytes(), "constant");
+}
+
+TEST_F(AskpassTest, WhoStartedSudoCanTellItsMessagesFromTheDialogsNotes) {
+  const platform::UniqueDescriptor messages(::memfd_create("sudo", MFD_CLOEXEC));
+  const auto given = [&messages] { ::dup2(messages.get(), STDERR_FILENO); };
+  program.setChildProcessModifier(given);
+  start();
+  EXPECT_TRUE(waitUntil([&] { return contentOf(messages.get()) == "askpass: asks\n"; }));
+  press("Escape");
+  EXPECT_EQ(output(), "");
+  EXPECT_EQ(contentOf(messages.get()), "askpass: asks\n");
+  start();
+  press("Return");
+  EXPECT_EQ(output(), "\n");
+  EXPECT_THAT(contentOf(messages.get()),
+              ::testing::MatchesRegex("askpass: asks\naskpass: asks\naskpass: answered [0-9]+\n"));
 }
 
 TEST_F(AskpassTest, WithoutADisplayItSaysSoInOneLine) {

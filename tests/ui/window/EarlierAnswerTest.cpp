@@ -40,6 +40,13 @@ TEST(EarlierAnswer, APromptThatWasAnsweredIsKnownAndAnotherIsNot) {
   EXPECT_FALSE(wasAnswered(memory.get(), "One-time code: "));
 }
 
+TEST(EarlierAnswer, ADialogThatAsksIsNotedAndIsNoAnswer) {
+  const UniqueDescriptor memory(::memfd_create("sudo", MFD_CLOEXEC));
+  noteQuestion(memory.get());
+  EXPECT_EQ(contentOf(memory.get()), "askpass: asks\n");
+  EXPECT_FALSE(wasAnswered(memory.get(), kPrompt));
+}
+
 TEST(EarlierAnswer, WhatSudoSaysBetweenTwoAnswersStays) {
   const UniqueDescriptor memory(::memfd_create("sudo", MFD_CLOEXEC));
   noteAnswer(memory.get(), kPrompt);
@@ -68,7 +75,10 @@ TEST(EarlierAnswer, AFileThatSomebodyReadsIsNeitherWrittenNorTrusted) {
   const UniqueDescriptor named(::open(path.c_str(), O_RDWR | O_CLOEXEC));
   EXPECT_FALSE(wasAnswered(named.get(), kPrompt));
   const UniqueDescriptor pipe(::open("/dev/null", O_RDWR | O_CLOEXEC));
-  for (const int descriptor : {named.get(), pipe.get(), -1}) noteAnswer(descriptor, kPrompt);
+  for (const int descriptor : {named.get(), pipe.get(), -1}) {
+    noteQuestion(descriptor);
+    noteAnswer(descriptor, kPrompt);
+  }
   EXPECT_FALSE(wasAnswered(-1, kPrompt));
   EXPECT_EQ(contentOf(named.get()), noteFor(kPrompt));
 }
@@ -80,6 +90,7 @@ TEST(EarlierAnswer, AFileThatHasLostItsNameIsNeitherWrittenNorTrusted) {
     const UniqueDescriptor deleted(::mkostemp(path.data(), O_CLOEXEC));
     ASSERT_TRUE(deleted) << path;
     ASSERT_EQ(::unlink(path.c_str()), 0);
+    noteQuestion(deleted.get());
     noteAnswer(deleted.get(), kPrompt);
     EXPECT_EQ(contentOf(deleted.get()), "") << path;
     const std::string note = noteFor(kPrompt);

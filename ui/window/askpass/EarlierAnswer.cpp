@@ -44,13 +44,19 @@ std::string contentOf(int file) {
   return text;
 }
 
+void note(int standardError, std::string_view line) {
+  if (isNamelessMemory(standardError)) static_cast<void>(!::write(standardError, line.data(), line.size()));
+}
+
 }  // namespace
 
+void noteQuestion(int standardError) {
+  note(standardError, "askpass: asks\n");
+}
+
 void noteAnswer(int standardError, std::string_view prompt) {
-  if (!isNamelessMemory(standardError)) return;
-  const std::string line = lineFor(prompt);
   // Where it cannot be written the next dialog looks like the first one.
-  static_cast<void>(!::write(standardError, line.data(), line.size()));
+  note(standardError, lineFor(prompt));
 }
 
 bool wasAnswered(int standardError, std::string_view prompt) {

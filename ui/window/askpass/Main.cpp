@@ -56,6 +56,7 @@ class AskpassDialog : public QDialog {
     show();
     raise();
     activateWindow();
+    noteQuestion(STDERR_FILENO);
     const bool isGiven = exec() == Accepted && give();
     ui_.password->secret().clear();
     return isGiven ? 0 : 1;
