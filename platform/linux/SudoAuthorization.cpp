@@ -16,6 +16,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <string_view>
 
 #include "platform/Platform.h"
@@ -24,6 +25,7 @@
 #include "platform/linux/ProcessDescriptor.h"
 #include "platform/posix/Pipe.h"
 #include "platform/posix/ReadableWait.h"
+#include "platform/posix/Report.h"
 #include "platform/posix/SpawnedProgram.h"
 
 namespace platform {
@@ -35,6 +37,9 @@ using std::chrono::milliseconds;
 
 /// A line of input that sudo would cut is refused instead; it also fits into a pipe before anybody reads.
 constexpr std::size_t kLongestPassword = 1000;
+
+constexpr std::string_view kNoPassword = "no password was provided";
+constexpr std::string_view kWrongPassword = "incorrect password attempt";
 
 /// How a sudo has ended, and what it said in English.
 struct SudoAnswer {
@@ -133,20 +138,63 @@ AuthorizationStatus statusOf(const SudoAnswer& answer) {
   if (!answer.started || !WIFEXITED(answer.status)) return errAuthorizationInternal;
   if (WEXITSTATUS(answer.status) == 0) return errAuthorizationSuccess;
   if (WEXITSTATUS(answer.status) != 1) return errAuthorizationInternal;
-  const bool nothingGiven = answer.says("no password was provided");
-  const bool wrongBefore = answer.says("incorrect password attempt");
+  const bool nothingGiven = answer.says(kNoPassword);
+  const bool wrongBefore = answer.says(kWrongPassword);
   return nothingGiven && !wrongBefore ? errAuthorizationCanceled : errAuthorizationDenied;
 }
 
-/// The dialog tells of a password that was not accepted. Any other refusal would come to nobody's notice.
-void tellRefusal(const std::string& sudo, const SudoAnswer& answer,
+/// What the bundle's askpass leaves among sudo's messages when it asks, and when it is answered; the first is
+/// our prompt too, where sudo reads the password from a pipe.
+constexpr std::string_view kAsks = "askpass: asks";
+constexpr std::string_view kAnswered = "askpass: answered ";
+
+constexpr std::array<std::string_view, 6> kLecture = {
+    "We trust you have received the usual lecture from the local System",
+    "Administrator. It usually boils down to these three things:",
+    "#1) Respect the privacy of others.",
+    "#2) Think before you type.",
+    "#3) With great power comes great responsibility.",
+    "For security reasons, the password you type will not be visible."};
+
+constexpr std::array<std::string_view, 3> kWithoutPassword = {
+    "Sorry, try again.", "sudo: no password was provided", "sudo: a password is required"};
+
+bool isAmong(std::span<const std::string_view> lines, std::string_view line) {
+  return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+/// Whether a run of sudo could have the password from somebody, by a dialog or given: who it was knows of a
+/// wrong one, and of none.
+enum class Asked { no, yes };
+
+/// Why sudo refused, its lines joined; "" where it says nothing but that it got no password. What comes
+/// before a question is a lecture, of sudo's own or an administrator's words, or of the answer before.
+std::string reasonIn(std::string_view message, Asked asked) {
+  std::string reason;
+  while (!message.empty()) {
+    const std::size_t end = std::min(message.find('\n'), message.size() - 1);
+    const std::string_view line = foundation::trimmedPart(message.substr(0, end + 1));
+    message.remove_prefix(end + 1);
+    if (line == kAsks || line.starts_with(kAnswered)) {
+      reason.clear();
+      continue;
+    }
+    if (line.empty() || isAmong(kLecture, line)) continue;
+    if (asked == Asked::yes && isAmong(kWithoutPassword, line)) continue;
+    reason.append(reason.empty() ? "" : "; ").append(line);
+  }
+  return reason;
+}
+
+/// Any other refusal than that of a password would come to nobody's notice.
+void tellRefusal(const std::string& sudo, const SudoAnswer& answer, Asked asked,
                  const std::string& unsaid = "it is not said why") {
   if (!answer.started) return NSLog("No administrator rights: %@ cannot be started", sudo);
-  const bool isOfPassword = answer.says("incorrect password attempt") ||
-                            answer.says("no password was provided") || answer.says("password is required");
-  if (isOfPassword) return;
-  const std::string reason = foundation::trimmed(answer.message);
-  NSLog("No administrator rights: %@", reason.empty() ? unsaid : reason);
+  if (asked == Asked::yes && answer.says(kWrongPassword)) return;
+  const std::string reason = reasonIn(answer.message, asked);
+  if (asked == Asked::yes && reason.empty() && answer.says(kNoPassword)) return;
+  const std::string line = escaped(reason.empty() ? unsaid : reason);
+  NSLog("No administrator rights: %@", line);
 }
 
 bool isProgram(const std::string& path) {
@@ -263,7 +311,7 @@ AuthorizationStatus SudoAuthorization::copyRights(AuthorizationRef reference, co
     if (status == errAuthorizationSuccess) setOrigin(reference, Origin::givenPassword);
     return status;
   }
-  AuthorizationStatus status = validate();
+  AuthorizationStatus status = validate(Denial::untold);
   if (status != errAuthorizationDenied) return status;
   if ((flags & kAuthorizationFlagInteractionAllowed) == 0) return errAuthorizationInteractionNotAllowed;
   status = validateByDialog();
@@ -286,13 +334,14 @@ AuthorizationStatus SudoAuthorization::executeWithPrivileges(AuthorizationRef re
                                                              std::unique_ptr<CommunicationsPipe>* pipe) {
   if (!isKnown(reference)) return errAuthorizationInvalidRef;
   if (isMissing(path)) return errAuthorizationToolExecuteFailure;
-  AuthorizationStatus status = validate();
-  if (status == errAuthorizationDenied && mayAskAgain(reference)) status = validateByDialog();
+  const bool asksAgain = mayAskAgain(reference);
+  AuthorizationStatus status = validate(asksAgain ? Denial::untold : Denial::told);
+  if (status == errAuthorizationDenied && asksAgain) status = validateByDialog();
   if (status != errAuthorizationSuccess) return status;
   const SudoAnswer answer = runSudo(sudo_, withCommand({"-n", "-l"}, path, arguments));
   status = statusOf(answer);
   if (status == errAuthorizationSuccess) return start(path, arguments, pipe);
-  tellRefusal(sudo_, answer, path + " is not allowed to be started");
+  tellRefusal(sudo_, answer, Asked::no, path + " is not allowed to be started");
   return status;
 }
 
@@ -317,10 +366,11 @@ bool SudoAuthorization::mayAskAgain(AuthorizationRef reference) {
   return found != references_.end() && found->second == Origin::dialog;
 }
 
-AuthorizationStatus SudoAuthorization::validate() {
+AuthorizationStatus SudoAuthorization::validate(Denial denial) {
   const SudoAnswer answer = runSudo(sudo_, {"-n", "-v"});
   const AuthorizationStatus status = statusOf(answer);
-  if (status == errAuthorizationInternal) tellRefusal(sudo_, answer);
+  const bool isUntold = status == errAuthorizationDenied && denial == Denial::untold;
+  if (status != errAuthorizationSuccess && !isUntold) tellRefusal(sudo_, answer, Asked::no);
   return status;
 }
 
@@ -335,7 +385,7 @@ AuthorizationStatus SudoAuthorization::validateByDialog() {
   const AuthorizationStatus status = statusOf(answer);
   if (status == errAuthorizationSuccess) return status;
   if (isReadable(stop_.get())) return errAuthorizationCanceled;
-  tellRefusal(sudo_, answer);
+  tellRefusal(sudo_, answer, Asked::yes);
   return status;
 }
 
@@ -343,13 +393,17 @@ AuthorizationStatus SudoAuthorization::validateByPassword(const AuthorizationEnv
   if (environment.username != current().usersAndFolders.userName()) return errAuthorizationDenied;
   if (!isOneLine(environment.password)) return errAuthorizationDenied;
   // Not "-k" together with "-v": then sudo would not keep what it has found out.
-  if (const auto dropped = statusOf(runSudo(sudo_, {"-k"})); dropped != errAuthorizationSuccess)
-    return dropped;
+  const SudoAnswer dropped = runSudo(sudo_, {"-k"});
+  if (const auto status = statusOf(dropped); status != errAuthorizationSuccess) {
+    tellRefusal(sudo_, dropped, Asked::no);
+    return status;
+  }
   const UniqueDescriptor input = pipeWithLine(environment.password);
   if (!input) return errAuthorizationInternal;
-  const SudoAnswer answer = runSudo(sudo_, {"-S", "-v", "-p", ""}, {.descriptor = input.get()});
+  const SudoAnswer answer =
+      runSudo(sudo_, {"-S", "-v", "-p", std::string(kAsks) + '\n'}, {.descriptor = input.get()});
   const AuthorizationStatus status = statusOf(answer);
-  if (status != errAuthorizationSuccess) tellRefusal(sudo_, answer);
+  if (status != errAuthorizationSuccess) tellRefusal(sudo_, answer, Asked::yes);
   return status == errAuthorizationCanceled ? errAuthorizationDenied : status;
 }
 
@@ -364,9 +418,13 @@ AuthorizationStatus SudoAuthorization::start(const std::string& path, const Argu
                          .standardOutput = output.writing.get(),
                          .standardError = ownStream(STDERR_FILENO)};
   const auto child = spawnProgram(program);
-  if (!child) return errAuthorizationInternal;
-  const AuthorizationStatus status = statusOf({true, waitServing(child.value()), ""});
-  if (status != errAuthorizationSuccess) return status;
+  // What it says goes to standard error, which is the program's too.
+  const SudoAnswer answer = child ? SudoAnswer{true, waitServing(child.value()), ""} : SudoAnswer{};
+  const AuthorizationStatus status = statusOf(answer);
+  if (status != errAuthorizationSuccess) {
+    tellRefusal(sudo_, answer, Asked::no, sudo_ + " has not started " + path);
+    return status;
+  }
   if (pipe != nullptr) *pipe = std::make_unique<ProgramOutput>(std::move(output.reading));
   return errAuthorizationSuccess;
 }

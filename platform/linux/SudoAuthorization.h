@@ -34,8 +34,7 @@ class AuthorizationReference {};
 ///                          Contents/SharedSupport/askpass, else the one that $SUDO_ASKPASS names. Without
 ///                          one, and without the flag, errAuthorizationInteractionNotAllowed.
 /// A dialog that is cancelled is errAuthorizationCanceled, a wrong password and an account that sudoers does
-/// not list errAuthorizationDenied, a missing or broken sudo errAuthorizationInternal. Of what no dialog has
-/// told already the system console gets the reason.
+/// not list errAuthorizationDenied, a missing or broken sudo errAuthorizationInternal.
 /// The one right that exists is kAuthorizationRightAdmin; others are denied.
 ///
 /// executeWithPrivileges runs `sudo -n -b`, which returns once sudo has checked the rights and taken the
@@ -47,6 +46,11 @@ class AuthorizationReference {};
 /// reaps nor waits for it, and may outlive it; a pipe that is given back before its end is read out behind
 /// the scenes, so that the program is not stopped by it. A call on the main thread serves main-thread work
 /// while sudo or the program is waited for.
+///
+/// Of what no dialog has told already the system console gets the reason, in one line: sudo's own words, or
+/// those of an askpass that could not ask. Whoever gave a password knows of a wrong one too, and a copyRights
+/// that may not ask is told by its status. A lecture (sudoers(5)) is no reason; an administrator's own text
+/// is known as one by what the bundle's askpass notes (EarlierAnswer.h), or where the password was given.
 ///
 /// stopAsking asks the process group of a sudo that asks to end, again and again until it has, a stubborn one
 /// by SIGKILL at last: sudo is root's and not ours to end, but its dialog is, and sudo gives up without an
@@ -75,12 +79,14 @@ class SudoAuthorization : public Authorization {
  private:
   /// How the rights of a reference were got.
   enum class Origin { none, givenPassword, dialog };
+  /// Whether the system console gets the reason: not where somebody is asked for the password next.
+  enum class Denial { told, untold };
 
   [[nodiscard]] bool isKnown(AuthorizationRef reference);
   void setOrigin(AuthorizationRef reference, Origin origin);
   [[nodiscard]] bool mayAskAgain(AuthorizationRef reference);
 
-  [[nodiscard]] AuthorizationStatus validate();
+  [[nodiscard]] AuthorizationStatus validate(Denial denial);
   [[nodiscard]] AuthorizationStatus validateByDialog();
   [[nodiscard]] AuthorizationStatus validateByPassword(const AuthorizationEnvironment& environment);
   [[nodiscard]] AuthorizationStatus start(const std::string& path, const std::vector<std::string>& arguments,

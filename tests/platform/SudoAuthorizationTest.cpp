@@ -116,6 +116,16 @@ class SudoAuthorizationTest : public ::testing::Test {
                           std::unique_ptr<CommunicationsPipe>* pipe = nullptr) {
     return sudo.executeWithPrivileges(with, path, kAuthorizationFlagDefaults, arguments, pipe);
   }
+  /// Gets rights from a ticket that is there already.
+  AuthorizationStatus probe(AuthorizationRef to) {
+    return sudo.copyRights(to, administrator(), std::nullopt, kNotAsking);
+  }
+  /// An askpass program that answers with a text, and says on its standard error what the bundle's does.
+  [[nodiscard]] std::string askpassLikeTheBundles(const std::string& answer) const {
+    return script("ask", "echo 'askpass: asks' >&2; echo 'askpass: answered 1469598103934665603' >&2; cat '" +
+                             folder.file("password", answer + "\n") + "'");
+  }
+  [[nodiscard]] std::vector<std::string> told() const { return fake.systemConsole.messages(); }
   std::string outputOf(AuthorizationRef with, const std::string& path,
                        const std::vector<std::string>& arguments) {
     std::unique_ptr<CommunicationsPipe> pipe;
@@ -184,8 +194,7 @@ TEST_F(SudoAuthorizationTest, FreeingEndsTheRights) {
     EXPECT_EQ(sudo.free(first, kAuthorizationFlagDefaults), errAuthorizationSuccess);
     EXPECT_EQ(run(first, "/bin/true", {}), errAuthorizationInvalidRef);
     EXPECT_EQ(run(reference(), "/bin/true", {}), errAuthorizationDenied);
-    EXPECT_EQ(sudo.copyRights(reference(), administrator(), std::nullopt, kNotAsking),
-              errAuthorizationInteractionNotAllowed);
+    EXPECT_EQ(probe(reference()), errAuthorizationInteractionNotAllowed);
     EXPECT_EQ(sudo.free(first, kAuthorizationFlagDefaults), errAuthorizationInvalidRef);
   });
 }
@@ -307,6 +316,7 @@ TEST_F(SudoAuthorizationTest, AskpassProgramOfTheBundleIsAskedFirst) {
     EXPECT_EQ(runProgram({"/usr/bin/sudo", "-K"}).status, 0);
     EXPECT_EQ(outputOf(held, "/usr/bin/id", {"-u"}), "0\n");
     EXPECT_EQ(folder.content("log"), "asked\nasked\n") << "rights that ran out are asked for again";
+    EXPECT_THAT(told(), ::testing::IsEmpty()) << "nothing was refused";
   });
 }
 
@@ -321,7 +331,10 @@ TEST_F(SudoAuthorizationTest, DialogThatIsCancelledIsTold) {
   account->allow(kEverything);
   const EnvironmentVariable named("SUDO_ASKPASS", script("ask", "exit 1"));
   const EnvironmentVariable language("LC_ALL", "de_DE.UTF-8");
-  asAccount([this] { EXPECT_EQ(ask(reference()), errAuthorizationCanceled); });
+  asAccount([this] {
+    EXPECT_EQ(ask(reference()), errAuthorizationCanceled);
+    EXPECT_THAT(told(), ::testing::IsEmpty()) << "who cancels it knows";
+  });
 }
 
 TEST_F(SudoAuthorizationTest, WrongPasswordInTheDialogIsDenied) {
@@ -346,6 +359,118 @@ TEST_F(SudoAuthorizationTest, WhySudoRefusesAnAccountThatItDoesNotListIsTold) {
   });
 }
 
+TEST_F(SudoAuthorizationTest, ARefusalIsToldInOneLineWithoutTheLectureAndTheNotesOfTheDialog) {
+  account->setOptions("verifypw=always, lecture=always");
+  const EnvironmentVariable named("SUDO_ASKPASS", askpassLikeTheBundles(kPassword));
+  const auto isTold =
+      ::testing::MatchesRegex("No administrator rights: [^;\n]*" + account->name() + "[^;\n]*");
+  asAccount([&] {
+    EXPECT_EQ(ask(reference()), errAuthorizationDenied);
+    EXPECT_EQ(give(reference(), kPassword), errAuthorizationDenied);
+    EXPECT_THAT(told(), ::testing::ElementsAre(isTold, isTold));
+  });
+}
+
+TEST_F(SudoAuthorizationTest, ALectureIsNoReasonWhateverItsWords) {
+  account->allow(kEverything);
+  account->setOptions("lecture=always, lecture_file=" + folder.file("lecture", "Mind our rules.\n"));
+  const EnvironmentVariable named("SUDO_ASKPASS", script("ask", "echo 'askpass: asks' >&2; exit 1"));
+  asAccount([&] {
+    EXPECT_EQ(ask(reference()), errAuthorizationCanceled);
+    EXPECT_EQ(give(reference(), "wrong"), errAuthorizationDenied);
+    EXPECT_THAT(told(), ::testing::IsEmpty());
+  });
+  account->setOptions("lecture=always");
+  const EnvironmentVariable another("SUDO_ASKPASS", script("ask", "exit 1"));
+  asAccount([&] {
+    EXPECT_EQ(ask(reference()), errAuthorizationCanceled);
+    EXPECT_THAT(told(), ::testing::IsEmpty()) << "sudo's own, and a dialog that leaves no notes";
+  });
+}
+
+TEST_F(SudoAuthorizationTest, WhatSudoSaysOfAWrongPasswordIsNoReason) {
+  account->allow(kEverything);
+  account->setOptions("insults, passwd_tries=2");
+  const EnvironmentVariable named("SUDO_ASKPASS", askpassLikeTheBundles("wrong"));
+  asAccount([&] {
+    EXPECT_EQ(ask(reference()), errAuthorizationDenied);
+    EXPECT_EQ(give(reference(), "wrong"), errAuthorizationDenied);
+    EXPECT_EQ(give(reference(), ""), errAuthorizationDenied);
+    EXPECT_THAT(told(), ::testing::IsEmpty());
+  });
+}
+
+TEST_F(SudoAuthorizationTest, WhyADialogCannotBeShownIsTold) {
+  account->allow(kEverything);
+  account->setOptions("lecture=always");
+  const std::string broken = folder.file("broken", "#!/no/such/shell\n");
+  ASSERT_EQ(chmod(broken.c_str(), 0755), 0);
+  const std::string unlinked = script("unlinked", "echo 'ask: a library is missing' >&2; exit 127");
+  asAccount([&] {
+    {
+      const EnvironmentVariable named("SUDO_ASKPASS", broken);
+      EXPECT_EQ(ask(reference()), errAuthorizationCanceled);
+    }
+    const EnvironmentVariable named("SUDO_ASKPASS", unlinked);
+    EXPECT_EQ(ask(reference()), errAuthorizationCanceled);
+    EXPECT_THAT(told(), ::testing::ElementsAre("No administrator rights: sudo: unable to run " + broken +
+                                                   ": No such file or directory",
+                                               "No administrator rights: ask: a library is missing"));
+  });
+}
+
+TEST_F(SudoAuthorizationTest, AnAccountThatHasEndedIsToldAfterTheRightPassword) {
+  account->allow(kEverything);
+  account->expire();
+  const EnvironmentVariable named("SUDO_ASKPASS", askpassLikeTheBundles(kPassword));
+  const auto isTold = ::testing::StartsWith("No administrator rights: sudo: account validation failure");
+  asAccount([&] {
+    EXPECT_EQ(ask(reference()), errAuthorizationDenied);
+    EXPECT_EQ(give(reference(), kPassword), errAuthorizationDenied);
+    EXPECT_THAT(told(), ::testing::ElementsAre(isTold, isTold));
+  });
+}
+
+TEST_F(SudoAuthorizationTest, RightsThatSudoDoesNotKeepAreTold) {
+  account->allow(kEverything);
+  account->setOptions("timestamp_timeout=0");
+  const EnvironmentVariable named("SUDO_ASKPASS", askpassLikeTheBundles(kPassword));
+  asAccount([&] {
+    const auto held = reference();
+    EXPECT_EQ(ask(held), errAuthorizationSuccess);
+    EXPECT_THAT(told(), ::testing::IsEmpty());
+    EXPECT_EQ(run(held, "/bin/true", {}), errAuthorizationDenied);
+    EXPECT_THAT(told(), ::testing::ElementsAre("No administrator rights: sudo: a password is required"));
+  });
+}
+
+TEST_F(SudoAuthorizationTest, RightsThatHaveRunOutAreToldWhereNobodyIsAskedAgain) {
+  account->allow(kEverything);
+  const EnvironmentVariable named("SUDO_ASKPASS", askpassLikeTheBundles(kPassword));
+  const std::string words = "No administrator rights: sudo: a password is required";
+  asAccount([&] {
+    const auto given = reference();
+    const auto found = reference();
+    EXPECT_EQ(give(given, kPassword), errAuthorizationSuccess);
+    EXPECT_EQ(ask(found), errAuthorizationSuccess);
+    EXPECT_EQ(runProgram({"/usr/bin/sudo", "-K"}).status, 0);
+    EXPECT_EQ(run(found, "/bin/true", {}), errAuthorizationDenied);
+    EXPECT_THAT(told(), ::testing::ElementsAre(words));
+    EXPECT_EQ(run(given, "/bin/true", {}), errAuthorizationDenied);
+    EXPECT_THAT(told(), ::testing::ElementsAre(words, words));
+  });
+}
+
+TEST_F(SudoAuthorizationTest, WhatIsLookedForBeforeADialogIsNotTold) {
+  account->allow(kEverything);
+  const EnvironmentVariable named("SUDO_ASKPASS", askpassLikeTheBundles(kPassword));
+  asAccount([&] {
+    EXPECT_EQ(probe(reference()), errAuthorizationInteractionNotAllowed);
+    EXPECT_EQ(ask(reference()), errAuthorizationSuccess);
+    EXPECT_THAT(told(), ::testing::IsEmpty());
+  });
+}
+
 TEST_F(SudoAuthorizationTest, NothingIsAskedWithoutAnAskpassProgramOrTheFlag) {
   account->allow(kEverything);
   {
@@ -359,10 +484,7 @@ TEST_F(SudoAuthorizationTest, NothingIsAskedWithoutAnAskpassProgramOrTheFlag) {
   }
   const EnvironmentVariable named("SUDO_ASKPASS", script("ask", "cat " + (folder / "password")));
   folder.file("password", std::string(kPassword) + "\n");
-  asAccount([this] {
-    EXPECT_EQ(sudo.copyRights(reference(), administrator(), std::nullopt, kNotAsking),
-              errAuthorizationInteractionNotAllowed);
-  });
+  asAccount([this] { EXPECT_EQ(probe(reference()), errAuthorizationInteractionNotAllowed); });
 }
 
 TEST_F(SudoAuthorizationTest, NothingIsAskedOfAnAccountThatNeedsNoPassword) {
@@ -530,17 +652,39 @@ TEST_F(SudoInPlaceTest, APipeCanBeGivenBackWhereNoThreadIsLeftToReadIt) {
   pipe.reset();
 }
 
+TEST_F(SudoInPlaceTest, WhatIsToldOfARefusalIsOneLine) {
+  auto& asking = service("printf '  one \\n\\n two\\033[2J\\\\three\\r\\n' >&2; exit 2");
+  EXPECT_EQ(asking.copyRights(held, administrator(), std::nullopt, kAsking), errAuthorizationInternal);
+  EXPECT_THAT(fake.systemConsole.messages(),
+              ::testing::ElementsAre("No administrator rights: one; two\\033[2J\\\\three"));
+}
+
+TEST_F(SudoInPlaceTest, AStartThatIsRefusedAfterAllIsTold) {
+  auto& starting = service("case \"$*\" in *-b*) exit 1 ;; esac");
+  EXPECT_EQ(starting.executeWithPrivileges(held, "/bin/true", 0, {}, nullptr), errAuthorizationDenied);
+  EXPECT_THAT(
+      fake.systemConsole.messages(),
+      ::testing::ElementsAre("No administrator rights: " + (folder / "sudo") + " has not started /bin/true"));
+}
+
+TEST_F(SudoInPlaceTest, ASudoThatIsGoneAtTheStartIsTold) {
+  auto& starting = service("case \"$*\" in *-l*) rm \"$0\" ;; esac");
+  EXPECT_EQ(starting.executeWithPrivileges(held, "/bin/true", 0, {}, nullptr), errAuthorizationInternal);
+  EXPECT_THAT(fake.systemConsole.messages(),
+              ::testing::ElementsAre("No administrator rights: " + (folder / "sudo") + " cannot be started"));
+}
+
 TEST(SudoAuthorization, MissingSudoIsAnInternalError) {
   fakes::FakePlatform fake;
   SudoAuthorization sudo("/no/such/sudo");
   AuthorizationRef made = nullptr;
   ASSERT_EQ(sudo.create(std::nullopt, kAuthorizationFlagDefaults, &made), errAuthorizationSuccess);
   EXPECT_EQ(sudo.copyRights(made, administrator(), std::nullopt, kAsking), errAuthorizationInternal);
-  EXPECT_THAT(fake.systemConsole.messages(),
-              ::testing::ElementsAre("No administrator rights: /no/such/sudo cannot be started"));
   EXPECT_EQ(sudo.copyRights(made, administrator(), AuthorizationEnvironment{"alice", "x"}, kNotAsking),
             errAuthorizationInternal);
   EXPECT_EQ(sudo.executeWithPrivileges(made, "/bin/true", 0, {}, nullptr), errAuthorizationInternal);
+  const std::string words = "No administrator rights: /no/such/sudo cannot be started";
+  EXPECT_THAT(fake.systemConsole.messages(), ::testing::ElementsAre(words, words, words));
 }
 
 TEST(SudoAuthorization, NothingIsInheritedFromAParentAndUnknownReferencesAreRefused) {

@@ -34,6 +34,7 @@ class TestAccount {
   }
   ~TestAccount() {
     ::unlink(rules().c_str());
+    ::unlink(options().c_str());
     ::unlink(("/run/sudo/ts/" + name_).c_str());
     ::unlink(("/var/lib/sudo/lectured/" + name_).c_str());
     std::filesystem::remove_all("/tmp/runtime-" + name_);  // which the toolkit makes for it
@@ -46,9 +47,14 @@ class TestAccount {
   [[nodiscard]] uid_t id() const { return id_; }
 
   /// Gives it a line in sudoers; what follows the name, for example "ALL=(ALL:ALL) ALL".
-  void allow(const std::string& rule) const {
-    std::ofstream(rules()) << name_ << " " << rule << "\n";
-    ::chmod(rules().c_str(), 0440);
+  void allow(const std::string& rule) const { write(rules(), name_ + " " + rule); }
+  /// Gives it options of sudoers, for example "timestamp_timeout=0, lecture=always".
+  void setOptions(const std::string& list) const { write(options(), "Defaults:" + name_ + " " + list); }
+  /// As an administrator ends an account: its password is still the right one.
+  void expire() const {
+    if (runProgram({"/usr/sbin/usermod", "-e", "1", name_}).status != 0) {
+      throw std::runtime_error("cannot end an account");
+    }
   }
 
  private:
@@ -59,7 +65,12 @@ class TestAccount {
     std::fprintf(tool, "%s:%s\n", name_.c_str(), password.c_str());
     if (::pclose(tool) != 0) throw std::runtime_error("cannot set a password");
   }
+  static void write(const std::string& file, const std::string& line) {
+    std::ofstream(file) << line << "\n";
+    ::chmod(file.c_str(), 0440);
+  }
   [[nodiscard]] std::string rules() const { return "/etc/sudoers.d/" + name_; }
+  [[nodiscard]] std::string options() const { return rules() + "_options"; }
 
   platform::UniqueDescriptor lock_;
   std::string name_;
