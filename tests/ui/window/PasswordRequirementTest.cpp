@@ -390,12 +390,27 @@ TEST_F(PasswordRequirementTest, AWrongPasswordIsSaidToBeWrongAskedForAgainAndWri
   const std::string said =
       program.readAllStandardOutput().toStdString() + program.readAllStandardError().toStdString();
   EXPECT_THAT(said, Not(HasSubstr("horse")));
+  EXPECT_THAT(said, Not(HasSubstr("No administrator rights"))) << "the dialog has told it";
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path())) {
     if (!entry.is_regular_file()) continue;
     std::ifstream stream(entry.path());
     const std::string text{std::istreambuf_iterator<char>(stream), {}};
     EXPECT_THAT(text, Not(HasSubstr("horse"))) << entry.path();
   }
+}
+
+TEST_F(PasswordRequirementTest, WhyARightPasswordIsRefusedIsOneLineOnTheConsole) {
+  account->setOptions("lecture=always");
+  account->expire();
+  require();
+  start();
+  ASSERT_TRUE(waitForDialog());
+  answer(kPassword);
+  expectEnd();
+  const std::string said = program.readAllStandardError().toStdString();
+  EXPECT_THAT(said, HasSubstr("] No administrator rights: sudo: account validation failure"));
+  EXPECT_THAT(said, Not(HasSubstr("askpass")));
+  EXPECT_THAT(said, Not(HasSubstr("lecture")));
 }
 
 }  // namespace
