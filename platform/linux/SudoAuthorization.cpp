@@ -159,6 +159,9 @@ constexpr std::array<std::string_view, 6> kLecture = {
 constexpr std::array<std::string_view, 3> kWithoutPassword = {
     "Sorry, try again.", "sudo: no password was provided", "sudo: a password is required"};
 
+/// Said before anything else on a computer that no address is known of, whatever comes of the rest.
+constexpr std::string_view kNoAddress = "sudo: unable to resolve host ";
+
 bool isAmong(std::span<const std::string_view> lines, std::string_view line) {
   return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
@@ -179,7 +182,7 @@ std::string reasonIn(std::string_view message, Asked asked) {
       reason.clear();
       continue;
     }
-    if (line.empty() || isAmong(kLecture, line)) continue;
+    if (line.empty() || line.starts_with(kNoAddress) || isAmong(kLecture, line)) continue;
     if (asked == Asked::yes && isAmong(kWithoutPassword, line)) continue;
     reason.append(reason.empty() ? "" : "; ").append(line);
   }

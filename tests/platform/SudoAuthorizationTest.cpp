@@ -659,6 +659,15 @@ TEST_F(SudoInPlaceTest, WhatIsToldOfARefusalIsOneLine) {
               ::testing::ElementsAre("No administrator rights: one; two\\033[2J\\\\three"));
 }
 
+TEST_F(SudoInPlaceTest, ThatTheComputersOwnNameHasNoAddressIsNoReason) {
+  auto& starting = service(
+      "echo 'sudo: unable to resolve host studio: Name or service not known' >&2;"
+      "case \"$*\" in *-l*) exit 1 ;; esac");
+  EXPECT_EQ(starting.executeWithPrivileges(held, "/bin/true", 0, {}, nullptr), errAuthorizationDenied);
+  EXPECT_THAT(fake.systemConsole.messages(),
+              ::testing::ElementsAre("No administrator rights: /bin/true is not allowed to be started"));
+}
+
 TEST_F(SudoInPlaceTest, AStartThatIsRefusedAfterAllIsTold) {
   auto& starting = service("case \"$*\" in *-b*) exit 1 ;; esac");
   EXPECT_EQ(starting.executeWithPrivileges(held, "/bin/true", 0, {}, nullptr), errAuthorizationDenied);
