@@ -8,7 +8,9 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <csignal>
+#include <thread>
 
 #include "tests/hardening/OwnProcesses.h"
 #include "tests/hardening/Surroundings.h"
@@ -102,6 +104,8 @@ TEST_F(KillRaceTest, ANumberThatTheNextDaemonOfThatProgramGetsIsNotSignalledTwic
     const std::string program = installTarget(computer, kQmaster);
     RunningProgram target(program, {"polite"});
     const pid_t number = target.pid();
+    // Who has a number is told by when he was started, to a hundredth of a second.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
     std::unique_ptr<StrangerOfNumber> next;
     const Finished finished = computer.run(kKill, [&](const Call& now) {
       if (now.number != SYS_pidfd_send_signal || next) return kProceed;
