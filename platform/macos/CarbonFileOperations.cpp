@@ -5,6 +5,7 @@
 
 #include <array>
 #include <future>
+#include <optional>
 #include <utility>
 
 #include "platform/foundation/Paths.h"
@@ -73,26 +74,31 @@ class CarbonCopy : public ThreadedCopy {
   [[nodiscard]] std::future<OSStatus> begun() { return begun_.get_future(); }
 
   void run() override {
-    const std::string& path = request().destinationFolder;
-    const auto folder = openGuardedFolder(path);
-    if (!folder) return endBefore(statusForErrno(folder.error().code));
-    struct stat taken {};
-    if (::fstatat(folder.value().get(), name().c_str(), &taken, AT_SYMLINK_NOFOLLOW) == 0) {
-      return endBefore(dupFNErr);
-    }
-    const auto staging = PrivateFolder::make(folder.value().get(), path);
-    if (!staging) return endBefore(statusForErrno(staging.error().code));
-    if (!copyInto(foundation::appendingPathComponent(path, staging.value().name()))) return;
-    if (outcome_ == noErr) outcome_ = giveItsName(staging.value().descriptor(), folder.value().get());
-    tellEnd(outcome_);
+    if (const auto outcome = copy()) tellEnd(*outcome);
   }
 
  private:
   [[nodiscard]] const std::string& name() const { return request().destinationName; }
 
-  void endBefore(OSStatus status) {
+  /// Answers how it ended, when nothing but the copy is left of it; nothing where the system did not begin
+  /// it, for that begun() has told.
+  std::optional<OSStatus> copy() {
+    const std::string& path = request().destinationFolder;
+    const auto folder = openGuardedFolder(path);
+    if (!folder) return endedBefore(statusForErrno(folder.error().code));
+    struct stat taken {};
+    if (::fstatat(folder.value().get(), name().c_str(), &taken, AT_SYMLINK_NOFOLLOW) == 0) {
+      return endedBefore(dupFNErr);
+    }
+    const auto staging = PrivateFolder::make(folder.value().get(), path);
+    if (!staging) return endedBefore(statusForErrno(staging.error().code));
+    if (!copyInto(foundation::appendingPathComponent(path, staging.value().name()))) return std::nullopt;
+    return outcome_ == noErr ? giveItsName(staging.value().descriptor(), folder.value().get()) : outcome_;
+  }
+
+  OSStatus endedBefore(OSStatus status) {
     begun_.set_value(noErr);
-    tellEnd(status);
+    return status;
   }
 
   [[nodiscard]] OSStatus giveItsName(int staging, int folder) const {

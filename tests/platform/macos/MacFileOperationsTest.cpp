@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 
 #include "platform/fakes/FakePlatform.h"
@@ -23,6 +24,17 @@ using foundation::PropertyList;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
+
+/// Lets a test look at the moment when something is handed over.
+class WatchedMainThread : public PosixMainThread {
+ public:
+  void perform(std::function<void()> work, Wait wait) override {
+    if (onPerform) onPerform();
+    PosixMainThread::perform(std::move(work), wait);
+  }
+
+  std::function<void()> onPerform;
+};
 
 class MacFileOperationsTest : public ::testing::Test {
  protected:
@@ -74,7 +86,7 @@ class MacFileOperationsTest : public ::testing::Test {
 
   support::TemporaryFolder folder;
   ::fakes::FakePlatform fake;
-  PosixMainThread mainThread;
+  WatchedMainThread mainThread;
   PosixClock clock{mainThread};
   std::optional<MacFileOperations> operations;
   FileOperationRef operation;
@@ -117,6 +129,20 @@ TEST_F(MacFileOperationsTest, ACopyThatFailsLeavesNothingBehind) {
   EXPECT_EQ(heard.back().error, ioErr);
   operations.reset();
   EXPECT_THAT(namesInTo(), IsEmpty());
+}
+
+TEST_F(MacFileOperationsTest, NothingOfItIsLeftButTheCopyWhenItsEndIsTold) {
+  for (const OSStatus outcome : {ioErr, noErr}) {
+    operation = operations->create();
+    ASSERT_EQ(operations->scheduleOnMainThread(operation), noErr);
+    ::fakes::fileOperations().outcome = outcome;
+    std::vector<std::string> left;
+    mainThread.onPerform = [&] { left = namesInTo(); };
+    heard.clear();
+    EXPECT_EQ(begin(source, folder / "to"), noErr);
+    serveToTheEnd();
+    EXPECT_THAT(left, SizeIs(outcome == noErr ? 1 : 0)) << ::testing::PrintToString(left);
+  }
 }
 
 TEST_F(MacFileOperationsTest, ACopyOfWhatIsLockedGetsItsNameAndIsLockedAgain) {
