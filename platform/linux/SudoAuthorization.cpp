@@ -21,6 +21,7 @@
 
 #include "platform/Platform.h"
 #include "platform/foundation/Text.h"
+#include "platform/linux/AskpassNotes.h"
 #include "platform/linux/ChildReaper.h"
 #include "platform/linux/ProcessDescriptor.h"
 #include "platform/posix/Pipe.h"
@@ -143,11 +144,6 @@ AuthorizationStatus statusOf(const SudoAnswer& answer) {
   return nothingGiven && !wrongBefore ? errAuthorizationCanceled : errAuthorizationDenied;
 }
 
-/// What the bundle's askpass leaves among sudo's messages when it asks, and when it is answered; the first is
-/// our prompt too, where sudo reads the password from a pipe.
-constexpr std::string_view kAsks = "askpass: asks";
-constexpr std::string_view kAnswered = "askpass: answered ";
-
 constexpr std::array<std::string_view, 6> kLecture = {
     "We trust you have received the usual lecture from the local System",
     "Administrator. It usually boils down to these three things:",
@@ -178,7 +174,7 @@ std::string reasonIn(std::string_view message, Asked asked) {
     const std::size_t end = std::min(message.find('\n'), message.size() - 1);
     const std::string_view line = foundation::trimmedPart(message.substr(0, end + 1));
     message.remove_prefix(end + 1);
-    if (line == kAsks || line.starts_with(kAnswered)) {
+    if (line == kAskpassAsks || line.starts_with(kAskpassAnswered)) {
       reason.clear();
       continue;
     }
@@ -403,8 +399,9 @@ AuthorizationStatus SudoAuthorization::validateByPassword(const AuthorizationEnv
   }
   const UniqueDescriptor input = pipeWithLine(environment.password);
   if (!input) return errAuthorizationInternal;
+  // The prompt stands where a dialog's note would.
   const SudoAnswer answer =
-      runSudo(sudo_, {"-S", "-v", "-p", std::string(kAsks) + '\n'}, {.descriptor = input.get()});
+      runSudo(sudo_, {"-S", "-v", "-p", std::string(kAskpassAsks) + '\n'}, {.descriptor = input.get()});
   const AuthorizationStatus status = statusOf(answer);
   if (status != errAuthorizationSuccess) tellRefusal(sudo_, answer, Asked::yes);
   return status == errAuthorizationCanceled ? errAuthorizationDenied : status;

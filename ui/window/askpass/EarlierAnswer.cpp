@@ -8,6 +8,8 @@
 #include <string>
 #include <system_error>
 
+#include "platform/linux/AskpassNotes.h"
+
 namespace window {
 namespace {
 
@@ -32,7 +34,7 @@ std::uint64_t hashOf(std::string_view text) {
 }
 
 std::string lineFor(std::string_view prompt) {
-  return "askpass: answered " + std::to_string(hashOf(prompt)) + "\n";
+  return std::string(platform::kAskpassAnswered) + std::to_string(hashOf(prompt)) + "\n";
 }
 
 /// sudo's own messages are there too; they are short.
@@ -51,7 +53,7 @@ void note(int standardError, std::string_view line) {
 }  // namespace
 
 void noteQuestion(int standardError) {
-  note(standardError, "askpass: asks\n");
+  note(standardError, std::string(platform::kAskpassAsks) + "\n");
 }
 
 void noteAnswer(int standardError, std::string_view prompt) {
